@@ -1,0 +1,85 @@
+// The operating system of a card: memory with accounting, queues, semaphores, tasks, the clock and the log.
+//
+// Threaded mode uses real threads and waits; pumped mode runs on the caller's thread, never waits, and its clock moves
+// only when told.  clock_gettime(CLOCK_MONOTONIC) of the whole process answers the current card's clock.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace chassis::os {
+
+enum class Mode { threaded, pumped };
+
+inline constexpr int ticks_per_second = 1000;
+
+// Kinds of operation that can be told to fail.
+enum class Fault { allocation, semaphore, queue, send };
+
+struct Place { // where a live block was taken
+    std::string file;
+    int line;
+    auto operator<=>(const Place &) const = default;
+};
+
+struct PlaceUse {
+    std::size_t blocks;
+    std::size_t bytes;
+};
+
+struct LogLine {
+    std::uint32_t module_id;
+    int level;
+    std::string text; // without its line end
+};
+
+class Os {
+public:
+    explicit Os(Mode mode);
+    ~Os();
+
+    Mode mode() const { return mode_; }
+
+    // Memory: what is live, in total and by place.
+    std::size_t live_blocks() const;
+    std::size_t live_bytes() const;
+    std::map<Place, PlaceUse> live_by_place() const;
+
+    // The Nth operation of a kind from now on fails (1: the next); 0 disarms.  `count` further ones fail as well.
+    void fail(Fault kind, unsigned nth, unsigned count = 1);
+
+    // Clock: monotonic nanoseconds of this card.  advance() moves it forward; in threaded mode it adds an offset.
+    std::int64_t now_nsec() const;
+    void advance(std::int64_t nsec);
+    std::uint64_t clock_reads() const; // how often clock_gettime(CLOCK_MONOTONIC) was asked on this card
+
+    // Delays asked for by bep_taskDelayEx, one entry a call (pumped mode keeps them; threaded mode sleeps).
+    std::uint64_t delays() const;
+
+    // Queues: messages waiting in all of them, and how many a queue takes (0: as created).
+    std::size_t queued() const;
+    void limit_queue(std::size_t messages);
+
+    // Log: lines go to the sink, which by default writes "time level module text" to stderr.  `level` and above only.
+    void log_to(std::function<void(const LogLine &)> sink);
+    void log_to_file(const std::string &path);
+    void log_level(int level);
+
+    // Semaphore handles deleted, in order: number of creation, from 1 (for tests of failing start-up).
+    const std::vector<unsigned> &deleted_semaphores() const;
+
+    struct State;
+    State &state() { return *state_; }
+
+private:
+    Mode mode_;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace chassis::os

@@ -1,0 +1,423 @@
+/*
+ * libdpm: the exported surface of the data-plane manager.
+ *
+ * The one header that a routing suite, a platform or a management reader needs; C11 and C++20.
+ *
+ * Requests (`dpm_api_*`) may be called from any thread.  They check and copy what they are given, post it to the worker
+ * and return; whatever a pointer names stays the caller's and is needed during the call only.  0 means that the request
+ * was accepted (the worker applies it later, in the order posted), -1 that it was refused, with a line in the log.
+ *
+ * Walkers return pointers into the tables.  They take no lock: hold the DPM lock (norix_dpm_sem_take/_give) from the
+ * first call to the last use of an entry.  Entries are read-only and belong to the tables.
+ *
+ * Shows print a table to standard output under the DPM lock.  Receivers are called on the hot-standby service's thread
+ * by name, with a buffer that stays the service's.  Result callbacks are called by the chip driver on any thread.
+ *
+ * Addresses are in network order, everything else in host order.
+ */
+#ifndef DPM_API_H
+#define DPM_API_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define DPM_API __attribute__((visibility("default")))
+
+/* ---- constants ------------------------------------------------------------------------------------------------- */
+
+#define DPM_FAMILY_NONE 0
+#define DPM_FAMILY_IPV4 1
+#define DPM_FAMILY_IPV6 2
+
+#define DPM_OPER_ADD 1
+#define DPM_OPER_DEL 2
+
+#define DPM_ENABLE 1
+#define DPM_DISABLE 2
+
+#define DPM_IF_VLANIF 0    /* an interface on a VLAN */
+#define DPM_IF_SUPERVLAN 2 /* an interface shared by several sub-VLANs */
+#define DPM_IF_SUBVLAN 3   /* a member of a super-VLAN (kept in its list) */
+
+#define DPM_PORT_LOGICAL 1  /* a trunk */
+#define DPM_PORT_PHYSICAL 2 /* a port; 0 means the same in host requests */
+
+#define DPM_IFNAME_BYTES 64
+#define DPM_MAC_BYTES 6
+
+/* ---- records --------------------------------------------------------------------------------------------------- */
+
+/* Node of a circular doubly linked list; a head is one that holds no entry. */
+struct list_head {
+    struct list_head *next;
+    struct list_head *prev;
+};
+
+/* Header of a tree entry, its first member. */
+struct dpm_avl_node {
+    struct dpm_avl_node *child[2]; /* smaller, greater */
+    struct dpm_avl_node *parent;
+    uint16_t child_index; /* which child of its parent this is */
+    int16_t balance;      /* height(right) - height(left) */
+};
+
+/* An address with a prefix length. */
+struct dpm_prefix {
+    uint16_t family;     /* DPM_FAMILY_* */
+    uint16_t prefix_len; /* bits */
+    uint8_t address[16]; /* network order; IPv4 in the first four, the rest zero */
+};
+
+/* Node of a timer list. */
+struct dpm_timer_node {
+    struct list_head link;
+    int32_t expiry_sec; /* monotonic clock; 0 when not armed */
+    int32_t expiry_nsec;
+    int (*callback)(uintptr_t arg1, uintptr_t arg2, uintptr_t arg3);
+    uintptr_t arg1, arg2, arg3;
+};
+
+/* A layer-3 interface.  The list it stands on has the newest entry first. */
+struct dpm_if_entry {
+    struct list_head link;
+    char ifname[DPM_IFNAME_BYTES]; /* terminated */
+    uint16_t vrf;
+    uint16_t if_id;    /* VLAN id */
+    uint32_t if_index; /* the routing suite's index */
+    uint32_t if_type;  /* DPM_IF_* */
+    uint16_t status;   /* 1 */
+    uint8_t mac[DPM_MAC_BYTES];
+    uint32_t mtu;       /* bytes */
+    uint32_t bandwidth; /* bits a second */
+    uint32_t metric;
+    uint32_t flags;              /* up, broadcast, multicast */
+    uint32_t l3_intf_id;         /* the chip's id */
+    uint16_t l3_programmed;      /* 1: the chip has the L3 interface */
+    uint16_t arp_programmed;     /* 1: the chip traps ARP on the VLAN */
+    struct list_head ipv4_list;  /* dpm_if_ip_entry */
+    struct list_head ipv6_list;  /* dpm_if_ip_entry */
+    struct list_head sub_list;   /* dpm_if_entry of the sub-VLANs, in a super-VLAN */
+    struct dpm_if_entry *parent; /* the super-VLAN, in a sub-VLAN */
+};
+
+/* An address of an interface. */
+struct dpm_if_ip_entry {
+    struct list_head link;
+    uint32_t vrf;
+    struct dpm_prefix ip;
+};
+
+/* A resolved neighbour. */
+struct dpm_host_entry {
+    struct dpm_avl_node node;
+    uint32_t vrf;
+    uint32_t ifindex;              /* card-local: another on the peer card */
+    char ifname[DPM_IFNAME_BYTES]; /* terminated */
+    struct dpm_prefix ip;
+    uint8_t mac[DPM_MAC_BYTES];
+    uint8_t reserved[2];  /* zero */
+    uint32_t svlan;       /* outer VLAN */
+    uint32_t cvlan;       /* inner VLAN */
+    uint32_t supervlan;   /* VLAN of the interface, when no index was given */
+    uint32_t port_type;   /* DPM_PORT_LOGICAL; 0 and DPM_PORT_PHYSICAL: physical */
+    uint32_t log_port_id; /* trunk id, or the port of type 0 */
+    uint32_t phy_port_id;
+    uint32_t sdk_index;      /* the chip's next hop */
+    uint8_t card_local[32]; /* zero; never mirrored in */
+};
+
+/* A next hop of the chip, shared by the hosts behind it. */
+struct dpm_nexthop_entry {
+    struct dpm_avl_node node;
+    uint8_t mac[DPM_MAC_BYTES];
+    uint16_t cnt; /* hosts that use it */
+    uint32_t svlan;
+    uint32_t cvlan;
+    uint32_t port_type; /* DPM_PORT_* */
+    uint32_t port_id;
+    uint32_t sdk_index; /* the chip's index */
+};
+
+/* An address that something waits for; it is probed every 30 seconds. */
+struct dpm_unreachable_entry {
+    struct list_head link;
+    uint32_t vrf;
+    uint32_t ifindex; /* where to probe */
+    struct dpm_prefix ip;
+    struct dpm_timer_node timer; /* next probe */
+    uint32_t probe_cnt;          /* probes left */
+};
+
+/* A neighbour whose port went down; it is probed when the port comes up. */
+struct dpm_hold_entry {
+    struct list_head link;
+    uint32_t vrf;
+    uint32_t ifindex;
+    struct dpm_prefix ip;
+    uint8_t mac[DPM_MAC_BYTES];
+    uint8_t reserved[2];
+    uint32_t svlan;
+    uint32_t cvlan;
+    uint32_t supervlan;
+    uint32_t port_type;
+    uint32_t log_port_id;
+    uint32_t phy_port_id;
+    struct dpm_timer_node timer; /* end of the hold */
+};
+
+/* What the routing suite or the IP stack tells about a neighbour (60 bytes, shared with the IP stack). */
+struct dpm_host_info {
+    uint8_t oper; /* DPM_OPER_*; read by dpm_api_notify_ipstack_host only */
+    uint8_t reserved0[3];
+    uint32_t vrf; /* not used: the VRF is that of the VLAN's interface */
+    uint32_t ifindex;   /* 0: the interface of `supervlan` */
+    uint8_t family;     /* DPM_FAMILY_* */
+    uint8_t address[16];
+    uint8_t mac[DPM_MAC_BYTES];
+    uint8_t reserved1;
+    uint32_t svlan;
+    uint32_t cvlan;
+    uint32_t supervlan;
+    uint32_t port_type;
+    uint32_t log_port_id;
+    uint32_t phy_port_id;
+};
+
+/* ---- start-up and locks ---------------------------------------------------------------------------------------- */
+
+/* Builds the library's state, registers its callbacks with the platform and starts the worker.  Call once, on the
+ * start-up thread, before anything else here; 0, or -1 when a lock or the queue could not be had. */
+DPM_API int dpm_main_init(void);
+
+/* The worker: takes messages and runs timers until the queue is gone.  The platform's task calls it; 0. */
+DPM_API int dpm_task(void);
+
+/* The DPM lock guards every table.  Recursive, waits without limit; any thread. */
+DPM_API void norix_dpm_sem_take(void);
+DPM_API void norix_dpm_sem_give(void);
+
+/* Lock of the routing suite's network services module, kept here for it.  As the DPM lock. */
+DPM_API void norix_nsm_sem_take(void);
+DPM_API void norix_nsm_sem_give(void);
+
+/* Lock of BFD.  As the DPM lock. */
+DPM_API void norix_bfd_sem_take(void);
+DPM_API void norix_bfd_sem_give(void);
+
+/* Waits for the standby card to confirm that it has every table, at most 600 seconds; the give confirms it. */
+DPM_API void dpm_slot_up_sem_take(void);
+DPM_API void dpm_slot_up_sem_give(void);
+
+/* A line card or the peer card came up in `slot`: its chip is re-programmed and, if it is the peer's slot, the tables
+ * are sent.  Any thread; 0, or -1 when the post failed.  0 without effect on the standby. */
+DPM_API int dpm_bridge_slot_up(uint32_t slot);
+
+/* ---- interfaces ------------------------------------------------------------------------------------------------ */
+
+/* Adds or deletes an interface.  `ifname` is copied up to 63 bytes.  Any thread, both cards; 0 or -1. */
+DPM_API int dpm_api_set_if_proc(const char *ifname, uint32_t if_type, uint32_t ifindex, uint32_t vlan, uint32_t oper);
+
+/* Adds or deletes an interface address.  `address` is 4 or 16 bytes in network order.  Any thread; 0 or -1. */
+DPM_API int dpm_api_set_if_ip_proc(uint16_t vrf, uint32_t ifindex, uint8_t family, const void *address,
+                                   uint16_t prefix_len, uint32_t oper);
+
+/* Moves an interface to a VRF (its low 16 bits).  Any thread; 0 or -1. */
+DPM_API int dpm_api_set_if_vrf_proc(uint32_t ifindex, uint32_t vrf);
+
+/* Adds or deletes a sub-VLAN of a super-VLAN.  Any thread; 0 or -1. */
+DPM_API int dpm_api_super_sub_proc(uint32_t super_vlan, uint32_t sub_vlan, uint32_t oper);
+
+/* Adds or deletes the super-VLAN interface of a VLAN.  Any thread; always 0. */
+DPM_API int dpm_api_set_super_add(uint32_t vlan);
+DPM_API int dpm_api_set_super_del(uint32_t vlan);
+
+/* The VRF of a VLAN's interface (the VLAN's low 16 bits), 0 if there is none.  Takes the DPM lock. */
+DPM_API uint32_t dpm_api_get_vrf_by_vlan(uint32_t vlan);
+
+/* 1 when the interface is unknown or has no IPv6 address, 0 when it has one, -1 for null.  Takes the DPM lock. */
+DPM_API int dpm_api_is_ipv6_empty_by_ifname(const char *ifname);
+
+/* 0 when the VLAN's interface is a super-VLAN, -1 when it is another, -2 when there is none.  Takes the DPM lock. */
+DPM_API int dpm_api_is_supervlan_by_vlanid(uint32_t vlan);
+
+/* Writes the sub-VLAN ids of a super-VLAN, newest first, and their number; the array must hold them all (4094 at
+ * most).  0, or -1 when there is no such super-VLAN.  Takes the DPM lock. */
+DPM_API int dpm_api_get_sub_by_super(uint32_t vlan, uint32_t *ids, uint32_t *count);
+
+/* First interface, and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_if_entry *dpm_api_get_if_entry_first(void);
+DPM_API const struct dpm_if_entry *dpm_api_get_if_entry_next(const struct dpm_if_entry *entry);
+
+DPM_API void dpm_if_show(void);
+
+/* Enables (1) or disables (any other value) a VRF, 0 to 255.  Acts at once on the caller's thread, which must not race
+ * with another such call; 0 or -1. */
+DPM_API int dpm_api_set_vrf_enable(uint32_t vrf, uint32_t enable);
+
+/* Sets the chip's ECMP hash mode, at once on the caller's thread; 0, or -1 when the chip refused.  The mode in force. */
+DPM_API int dpm_api_set_ecmp_hash(uint32_t mode);
+DPM_API uint32_t dpm_api_get_ecmp_hash(void);
+
+/* ---- hosts ----------------------------------------------------------------------------------------------------- */
+
+/* Reports a neighbour, oper DPM_OPER_ADD or DPM_OPER_DEL.  Any thread; 0 or -1. */
+DPM_API int dpm_api_host_pro(const struct dpm_host_info *info, uint32_t oper);
+
+/* The same with the operation inside the record; the IP stack's neighbour callback. */
+DPM_API int dpm_api_notify_ipstack_host(const struct dpm_host_info *info);
+
+/* The same with a host entry, of which the key and the port fields are read. */
+DPM_API int dpm_api_host_msg_send(const struct dpm_host_entry *entry, uint32_t oper);
+
+/* First host of a family (1 or 2), and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_host_entry *dpm_api_get_host_entry_first(uint32_t family);
+DPM_API const struct dpm_host_entry *dpm_api_get_host_entry_next(const struct dpm_host_entry *entry);
+
+/* Addresses that something waits for, newest first.  Walkers. */
+DPM_API const struct dpm_unreachable_entry *dpm_api_get_unreachable_entry_first(void);
+DPM_API const struct dpm_unreachable_entry *
+dpm_api_get_unreachable_entry_next(const struct dpm_unreachable_entry *entry);
+
+/* Monotonic second since which an address of a VRF is waited for, or -1 when it is not.  Hold the DPM lock. */
+DPM_API int32_t dpm_api_get_unreachable_since(uint32_t vrf, const struct dpm_prefix *ip);
+
+/* Neighbours held after their port went down, newest first.  Walkers. */
+DPM_API const struct dpm_hold_entry *dpm_api_get_hold_entry_first(void);
+DPM_API const struct dpm_hold_entry *dpm_api_get_hold_entry_next(const struct dpm_hold_entry *entry);
+
+DPM_API void dpm_ipv4_host_show(void);
+DPM_API void dpm_ipv6_host_show(void);
+
+/* Posts the host process's proxy-ARP work to the worker; `packet` and `data` are copied.  Any thread; 0 or -1.
+ * dpm_api_proxy_arp_slave_sync does nothing on the master. */
+DPM_API int dpm_api_proxy_arp_packet_send(const void *packet, uint32_t length_bytes);
+DPM_API int dpm_api_proxy_arp_timer_send(void);
+DPM_API int dpm_api_proxy_arp_slave_sync(const void *data, uint32_t length_bytes);
+
+/* Read the IP stack's neighbour entry.  `mac` takes 6 bytes; the IPv4 address is in host order, the IPv6 address 16
+ * bytes.  The further results are fields of the stack's entry.  Any thread; 0, or -1 when there is none. */
+DPM_API int dpm_get_arp_info_by_vrf_ip(uint32_t vrf, uint32_t address, uint8_t *mac, uint16_t *first,
+                                       uint16_t *second);
+DPM_API int dpm_get_ndp_entry_by_ip(const void *address, uint8_t *mac, uint32_t ifindex, uint16_t *first,
+                                    uint16_t *second, uint32_t *third);
+
+/* Diagnostics: post a test IPv4 host (address in network order) of VRF 0 with a fixed MAC.  Any thread; 0 or -1. */
+DPM_API int dpm_host_test_add(uint32_t address, uint32_t ifindex, uint32_t svlan, uint32_t port_type,
+                              uint32_t log_port_id, uint32_t phy_port_id);
+DPM_API int dpm_host_test_del(uint32_t address, uint32_t ifindex, uint32_t svlan, uint32_t port_type,
+                              uint32_t log_port_id, uint32_t phy_port_id);
+
+/* Diagnostics: drops every neighbour from the IP stack and probes it, as after a switch-over.  Takes the DPM lock. */
+DPM_API int dpm_host_start_delete_time_test(void);
+
+/* Diagnostics: while the switch is on, host and route requests are dropped with success, so that an IPv6 conformance
+ * test can run against the IP stack alone.  Any thread; the state is 1 while on. */
+DPM_API int dpm_ipv6_ready_test_switch_open(void);
+DPM_API int dpm_ipv6_ready_test_switch_close(void);
+DPM_API uint32_t dpm_get_ipv6_ready_test_switch_state(void);
+
+/* ---- next hops ------------------------------------------------------------------------------------------------- */
+
+/* First next hop, and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_nexthop_entry *dpm_api_get_nexthop_entry_first(void);
+DPM_API const struct dpm_nexthop_entry *dpm_api_get_nexthop_entry_next(const struct dpm_nexthop_entry *entry);
+
+DPM_API void dpm_nexthop_show(void);
+
+/* ---- receivers of the peer card -------------------------------------------------------------------------------- */
+
+/* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes` is checked.
+ * 0 when the message was posted or dropped by role, -1 when it was refused. */
+#define DPM_RECEIVER(name) DPM_API int name(const void *buffer, uint32_t length_bytes)
+DPM_RECEIVER(dpm_main_entry_sync_all_receive);
+DPM_RECEIVER(dpm_slave_up_pro_over_sync_receive);
+DPM_RECEIVER(dpm_slave_up_pro_over_peercard_callback);
+DPM_RECEIVER(dpm_nexthop_entry_add_sync_receive);
+DPM_RECEIVER(dpm_nexthop_entry_del_sync_receive);
+DPM_RECEIVER(dpm_nexthop_entry_sync_all_receive);
+DPM_RECEIVER(dpm_host_entry_add_sync_receive);
+DPM_RECEIVER(dpm_host_entry_del_sync_receive);
+DPM_RECEIVER(dpm_host_entry_sync_all_receive);
+#undef DPM_RECEIVER
+
+/* ---- result callbacks of the chip driver ------------------------------------------------------------------------ */
+
+/* A slot's answer to the request of the same name without "_result": the request's own arguments, the bit of the slot
+ * that answered and its result.  Any thread, no lock; a result other than 0 is logged.  Always 0. */
+DPM_API int dpm_driver_add_ip_nexthop_result(uint32_t port_type, uint32_t port_id, const uint32_t *id, uint16_t svlan,
+                                             uint16_t cvlan, const uint8_t *mac, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_ip_nexthop_result(uint32_t id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_update_ip_nexthop_result(uint32_t port_type, uint32_t port_id, const uint32_t *id,
+                                                uint16_t svlan, uint16_t cvlan, const uint8_t *mac, uint32_t obj_bit,
+                                                int result);
+DPM_API int dpm_driver_add_ip_entry_result(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
+                                           uint32_t nexthop_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_ip_entry_result(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
+                                           uint32_t nexthop_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_ecmp_nexthop_result(const int32_t *group, uint32_t operation, uint32_t count,
+                                               const void *members, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_ecmp_nexthop_result(int32_t group, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_update_ecmp_nexthop_result(int32_t group, uint32_t operation, uint32_t count,
+                                                  const void *members, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_l3_intf_result(const uint8_t *mac, uint16_t vlan, const uint32_t *id, uint32_t obj_bit,
+                                          int result);
+DPM_API int dpm_driver_delete_l3_intf_result(const uint8_t *mac, uint16_t vlan, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_interface_vrf_set_result(int32_t vlan, uint16_t vrf, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_interface_ipmc_enable_result(uint16_t vlan, uint32_t type, uint32_t enable, uint32_t obj_bit,
+                                                    int result);
+DPM_API int dpm_driver_default_route_set_result(uint32_t family, uint16_t vrf, uint32_t to_cpu, uint32_t cpu_queue,
+                                                uint32_t cpu_rate, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ftn_add_result(const void *request, const uint32_t *nhid, const uint32_t *tunnel_id,
+                                           uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ftn_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ilm_add_result(const void *request, const uint32_t *nhid, const uint32_t *tunnel_id,
+                                           uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ilm_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_add_result(uint16_t vpls_id, const uint32_t *fid, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_del_result(uint16_t vpls_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_ac_entry_add_result(const void *request, const uint32_t *nhid, const uint32_t *logic_port,
+                                                uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_ac_entry_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_pw_entry_add_result(const void *request, const uint32_t *nhid, const uint32_t *logic_port,
+                                                uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_pw_entry_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_add_result(const void *ac, const void *pw, const uint32_t *ac_nhid,
+                                             const uint32_t *pw_nhid, const uint32_t *aps_id, uint32_t value,
+                                             uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_del_result(const void *request, uint32_t value, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_add_result_test(const void *ac, const void *pw, const uint32_t *ac_nhid,
+                                                  const uint32_t *pw_nhid, const uint32_t *aps_id, uint32_t value,
+                                                  const uint16_t *vlans, uint32_t vlan_count, uint32_t obj_bit,
+                                                  int result);
+DPM_API int dpm_driver_vpws_entry_del_result_test(const void *request, uint32_t value, const uint16_t *vlans,
+                                                  uint32_t vlan_count, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_update_result(const void *ac, const void *pw, const uint32_t *pw_nhid,
+                                                const uint32_t *aps_id, uint32_t value, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_interface_mpls_enable_result(uint16_t vlan, uint8_t enable, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_pw_group_switch_result(uint32_t group, uint32_t protect, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_port_scl_key_type_set_result(uint32_t port_type, uint16_t port, uint16_t subport,
+                                                    uint8_t direction, uint8_t key_type, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_gre_tunnel_result(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
+                                             uint32_t key, uint32_t checksum, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_gre_tunnel_result(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
+                                             uint32_t key, uint32_t checksum, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_gre_nexthop_result(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid,
+                                              uint32_t ivid, uint32_t vrf, const uint8_t *source,
+                                              const uint8_t *destination, uint32_t key, uint32_t checksum,
+                                              const uint32_t *id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_update_gre_nexthop_result(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
+                                                 uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
+                                                 const uint8_t *destination, uint32_t key, uint32_t checksum,
+                                                 const uint32_t *id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_gre_nexthop_result(uint32_t id, uint32_t obj_bit, int result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
