@@ -7,6 +7,7 @@
 #pragma once
 
 #include "chassis/chip/chip.h"
+#include "chassis/hal.h"
 #include "chassis/os/os.h"
 #include "chassis/peer/peer.h"
 #include "chassis/stack/stack.h"
@@ -46,6 +47,7 @@ public:
     chip::Chip chip;
     stack::Stack stack;
     suite::Suite suite;
+    hal::Hal hal;
 
 private:
     friend class CardScope;

@@ -33,6 +33,14 @@ struct PlaceUse {
     std::size_t bytes;
 };
 
+struct Task { // as asked for with rqzt_task_spawn
+    std::string name;
+    int priority;
+    int options;
+    int stack_bytes;
+    int (*entry)();
+};
+
 struct LogLine {
     std::uint32_t module_id;
     int level;
@@ -51,7 +59,10 @@ public:
     std::size_t live_bytes() const;
     std::map<Place, PlaceUse> live_by_place() const;
 
-    // The Nth operation of a kind from now on fails (1: the next); 0 disarms.  `count` further ones fail as well.
+    // Blocks given back twice, or that were never taken; each is printed to stderr as well.
+    std::uint64_t bad_frees() const;
+
+    // The Nth operation of a kind from now on fails (1: the next), `count` of them in a row; 0 disarms.
     void fail(Fault kind, unsigned nth, unsigned count = 1);
 
     // Clock: monotonic nanoseconds of this card.  advance() moves it forward; in threaded mode it adds an offset.
@@ -73,6 +84,17 @@ public:
 
     // Semaphore handles deleted, in order: number of creation, from 1 (for tests of failing start-up).
     const std::vector<unsigned> &deleted_semaphores() const;
+    // Calls with a handle that is null, deleted or of another kind.
+    std::uint64_t handle_errors() const;
+    // Every take of a binary semaphore that is waiting now answers -1 (threaded mode).
+    void release_waiters();
+
+    // Tasks spawned so far.  Pumped mode keeps the entry and never runs it.
+    std::vector<Task> tasks() const;
+    // What setModVersion told of a module.
+    std::string module_version(std::uint32_t module_id) const;
+    // Threaded mode: tasks leave at their next receive and are joined; for the end of a card.
+    void stop();
 
     struct State;
     State &state() { return *state_; }
