@@ -1,9 +1,10 @@
 // A control card in software: everything that the library's contracts ask of its host.
 //
-// The contracts are plain C functions without a card argument, so one card at a time is "current".  A process that is
-// one card makes it current once, at start.  A test that holds two cards in one process changes between them with
-// CardScope, which also exchanges the library's own state (its linker section), so that each card sees its own tables.
-// Two cards in one process are single-threaded: pumped mode only.
+// The contracts are plain C functions without a card argument, so one card at a time is "current".
+// A process that is one card makes it current once, at start.  A test that holds two cards in one
+// process changes between them with CardScope, which also exchanges the library's own state (its
+// linker section), so that each card sees its own tables. Two cards in one process are
+// single-threaded: pumped mode only.
 #pragma once
 
 #include "chassis/chip/chip.h"
@@ -34,12 +35,13 @@ public:
     Card &operator=(const Card &) = delete;
 
     unsigned slot() const { return options_.slot; }
+    const CardOptions &options() const { return options_; }
 
     // Calls dpm_main_init with this card current; its result.
     int start();
 
-    // Pumped mode: one pass of the worker for every message queued, and one more; the number of messages handled.
-    // Timers that are due run as well.
+    // Pumped mode: one pass of the worker for every message queued, and one more; the number of
+    // messages handled. Timers that are due run as well.
     unsigned pump();
 
     os::Os os;
@@ -51,6 +53,7 @@ public:
 
 private:
     friend class CardScope;
+    void load();
     CardOptions options_;
     std::vector<std::byte> library_state_; // the library's section while this card is not current
 };

@@ -1,4 +1,5 @@
-// The hardware abstraction of a card: link and trunk events go through it to the handlers that the library registered.
+// The hardware abstraction of a card: link and trunk events go through it to the handlers that the
+// library registered.
 #pragma once
 
 #include "platform/hal.h"

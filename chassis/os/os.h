@@ -1,7 +1,9 @@
-// The operating system of a card: memory with accounting, queues, semaphores, tasks, the clock and the log.
+// The operating system of a card: memory with accounting, queues, semaphores, tasks, the clock and
+// the log.
 //
-// Threaded mode uses real threads and waits; pumped mode runs on the caller's thread, never waits, and its clock moves
-// only when told.  clock_gettime(CLOCK_MONOTONIC) of the whole process answers the current card's clock.
+// Threaded mode uses real threads and waits; pumped mode runs on the caller's thread, never waits,
+// and its clock moves only when told.  clock_gettime(CLOCK_MONOTONIC) of the whole process answers
+// the current card's clock.
 #pragma once
 
 #include <cstddef>
@@ -62,27 +64,33 @@ public:
     // Blocks given back twice, or that were never taken; each is printed to stderr as well.
     std::uint64_t bad_frees() const;
 
-    // The Nth operation of a kind from now on fails (1: the next), `count` of them in a row; 0 disarms.
+    // The Nth operation of a kind from now on fails (1: the next), `count` of them in a row; 0
+    // disarms.
     void fail(Fault kind, unsigned nth, unsigned count = 1);
 
-    // Clock: monotonic nanoseconds of this card.  advance() moves it forward; in threaded mode it adds an offset.
+    // Clock: monotonic nanoseconds of this card.  advance() moves it forward; in threaded mode it
+    // adds an offset.
     std::int64_t now_nsec() const;
     void advance(std::int64_t nsec);
-    std::uint64_t clock_reads() const; // how often clock_gettime(CLOCK_MONOTONIC) was asked on this card
+    std::uint64_t
+    clock_reads() const; // how often clock_gettime(CLOCK_MONOTONIC) was asked on this card
 
-    // Delays asked for by bep_taskDelayEx, one entry a call (pumped mode keeps them; threaded mode sleeps).
+    // Delays asked for by bep_taskDelayEx, one entry a call (pumped mode keeps them; threaded mode
+    // sleeps).
     std::uint64_t delays() const;
 
     // Queues: messages waiting in all of them, and how many a queue takes (0: as created).
     std::size_t queued() const;
     void limit_queue(std::size_t messages);
 
-    // Log: lines go to the sink, which by default writes "time level module text" to stderr.  `level` and above only.
+    // Log: lines go to the sink, which by default writes "time level module text" to stderr.
+    // `level` and above only.
     void log_to(std::function<void(const LogLine &)> sink);
     void log_to_file(const std::string &path);
     void log_level(int level);
 
-    // Semaphore handles deleted, in order: number of creation, from 1 (for tests of failing start-up).
+    // Semaphore handles deleted, in order: number of creation, from 1 (for tests of failing
+    // start-up).
     const std::vector<unsigned> &deleted_semaphores() const;
     // Calls with a handle that is null, deleted or of another kind.
     std::uint64_t handle_errors() const;

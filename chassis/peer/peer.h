@@ -1,8 +1,9 @@
-// The hot-standby service of a card: its role, the other card's presence, the callbacks, and the remote call by name.
+// The hot-standby service of a card: its role, the other card's presence, the callbacks, and the
+// remote call by name.
 //
-// A link joins two cards: in one process (pumped: the call is made at once on the other card) or through a Unix socket
-// (threaded: length-prefixed frames in order, a heartbeat, and switch-over when the peer is lost).  Only exported
-// receivers can be called, and only with a bounded length.
+// A link joins two cards: in one process (pumped: the call is made at once on the other card) or
+// through a Unix socket (threaded: length-prefixed frames in order, a heartbeat, and switch-over
+// when the peer is lost).  Only exported receivers can be called, and only with a bounded length.
 #pragma once
 
 #include <cstddef>
@@ -41,24 +42,28 @@ public:
     void join(Peer &other);
     void cut(); // the other card is gone (both sides see it)
 
-    // Over a socket: the card that finds no listener at `path` listens there; the other connects.  The lower slot becomes
-    // master when both start; losing the connection or the heartbeat makes a standby master.
+    // Over a socket: the card that finds no listener at `path` listens there; the other connects.
+    // The lower slot becomes master when both start; losing the connection or the heartbeat makes a
+    // standby master.
     void open(const std::string &path);
     void close();
 
-    bool exists() const;             // hss_IsPeerExist
-    bool standby_usable() const;     // get_standby_corecard_can_be_use
+    bool exists() const;         // hss_IsPeerExist
+    bool standby_usable() const; // get_standby_corecard_can_be_use
     void set_standby_usable(bool usable);
     unsigned peer_slot() const;
 
-    // The events of the service.  connected() calls the callback registered with hss_backupConnectedRegister: in
-    // threaded mode on a thread of its own, which blocks until the slave confirms; in pumped mode at once, with the
-    // slot-up take answered without waiting.
+    // The events of the service.  connected() calls the callback registered with
+    // hss_backupConnectedRegister: in threaded mode on a thread of its own, which blocks until the
+    // slave confirms; in pumped mode at once, with the slot-up take answered without waiting.
     void connected();
     void become_master();
 
-    // Calls a receiver by name on this card, as the service would: -1 for a name that is not exported or a length
-    // that is out of bounds.
+    // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
+    int call(std::string_view name, std::span<const std::byte> payload);
+
+    // Calls a receiver by name on this card, as the service would: -1 for a name that is not
+    // exported or a length that is out of bounds.
     int deliver(std::string_view name, std::span<const std::byte> payload);
 
     // Calls sent by this card since the last clear, when recording is on.

@@ -1,8 +1,9 @@
 // The IP stack of a card: its neighbour cache and the probes that the library asks it to send.
 //
-// A probe for a neighbour that was declared reachable is answered by a neighbour report through the callback that the
-// library registered; any other stays silent.  Reports are made by deliver(), so that they come outside the library's
-// own call: at once on a thread of the stack in threaded mode, when the rig pumps in pumped mode.
+// A probe for a neighbour that was declared reachable is answered by a neighbour report through the
+// callback that the library registered; any other stays silent.  Reports are made by deliver(), so
+// that they come outside the library's own call: at once on a thread of the stack in threaded mode,
+// when the rig pumps in pumped mode.
 #pragma once
 
 #include "dpm_api.h"
@@ -35,12 +36,13 @@ public:
     Stack();
     ~Stack();
 
-    // Declares a neighbour reachable: a probe for it is answered with this record (oper 1).  `info.vrf` is the VRF that
-    // the probe names.
+    // Declares a neighbour reachable: a probe for it is answered with this record (oper 1).
+    // `info.vrf` is the VRF that the probe names.
     void declare_reachable(const dpm_host_info &info);
     void declare_silent(const NeighbourKey &key);
 
-    // Learns or loses a neighbour now: the cache changes and the library is told.  The library's result.
+    // Learns or loses a neighbour now: the cache changes and the library is told.  The library's
+    // result.
     int learn(const dpm_host_info &info);
     int lose(const dpm_host_info &info);
 
@@ -54,12 +56,21 @@ public:
     // Makes the reports that answered probes are waiting for; how many.
     unsigned deliver();
 
+    // Ends the thread of the stack, if there is one; for the end of a card.
+    void stop();
+
     void fail_next(unsigned count, int error); // the next socket calls fail with this error number
 
     struct State;
     State &state() { return *state_; }
 
+    // What the socket calls do.  forget() answers whether the cache had the neighbour.
+    void probe(const NeighbourKey &key, std::uint32_t ifindex);
+    bool forget(const NeighbourKey &key);
+
 private:
+    int report(dpm_host_info info, std::uint8_t oper);
+    void run();
     std::unique_ptr<State> state_;
 };
 

@@ -1,6 +1,7 @@
 // The routing suite of a card: its registry of interfaces and VRFs, its settings and callbacks.
 //
-// add_interface() and the like keep the registry (nsm_*) and make the request to the library, as the suite would.
+// add_interface() and the like keep the registry (nsm_*) and make the request to the library, as
+// the suite would.
 #pragma once
 
 #include "dpm_api.h"
@@ -24,27 +25,39 @@ struct Interface {
 
 class Suite {
 public:
-    // The first ifindex that this card gives out: cards number their interfaces differently on purpose.
+    // The first ifindex that this card gives out: cards number their interfaces differently on
+    // purpose.
     explicit Suite(std::uint32_t first_ifindex = 100);
 
     // The library's result; the registry keeps the interface whatever it says.
     int add_interface(const std::string &name, std::uint32_t type, unsigned vlan);
     int del_interface(const std::string &name);
-    int add_address(const std::string &name, std::uint32_t family, const void *address, unsigned prefix_len);
-    int del_address(const std::string &name, std::uint32_t family, const void *address, unsigned prefix_len);
+    int add_address(const std::string &name, std::uint32_t family, const void *address,
+                    unsigned prefix_len);
+    int del_address(const std::string &name, std::uint32_t family, const void *address,
+                    unsigned prefix_len);
     int set_vrf(const std::string &name, unsigned vrf);
 
     std::optional<Interface> find(const std::string &name) const;
     std::optional<Interface> find(std::uint32_t ifindex) const;
     std::vector<Interface> interfaces() const;
 
-    // Networks on which OSPF runs (dpm_if_ip_ospf_network_exist answers 1 for the interface address).
+    // Networks on which OSPF runs (dpm_if_ip_ospf_network_exist answers 1 for the interface
+    // address).
     void run_ospf_on(std::uint32_t ipv4_network_order, unsigned prefix_len);
 
     // First member port of a VLAN (uv_get_fst_vlan_port_cfg); 0: none.
     void set_vlan_port(unsigned vlan, unsigned port);
 
-    struct HalNotice { std::string text; }; // hal_ns_vlanif_* calls, oldest first
+    // The host process's proxy ARP: packets, ticks and data that came through the library's worker.
+    struct ProxyCounts {
+        unsigned packets, ticks, syncs, route_deletions;
+    };
+    ProxyCounts proxy_counts() const;
+
+    struct HalNotice {
+        std::string text;
+    }; // hal_ns_vlanif_* calls, oldest first
     std::vector<HalNotice> hal_notices() const;
 
 private:
@@ -55,6 +68,8 @@ private:
     std::vector<std::pair<std::uint32_t, unsigned>> ospf_networks_;
     std::map<unsigned, unsigned> vlan_ports_;
     std::vector<HalNotice> hal_notices_;
+    ProxyCounts proxy_{};
+    std::mutex vlan_lock_; // uv_lock_outside
 };
 
 } // namespace chassis::suite

@@ -1,0 +1,165 @@
+// Message queues: a ring in memory, one mutex, and a wake-up only for those who wait.
+//
+// In pumped mode nothing waits: a receive from an empty queue and a send to a full one answer at
+// once.
+
+#include "chassis/os/state.h"
+#include "platform/bep.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace chassis::os {
+
+Queue::Queue(unsigned number, std::uint32_t capacity, std::uint32_t message_bytes)
+    : Handle(HandleKind::queue, number), capacity(capacity), message_bytes(message_bytes),
+      slot_bytes((message_bytes + sizeof(std::uint32_t) + 3) & ~3u),
+      ring(new std::byte[std::size_t(capacity) * slot_bytes]) {}
+
+namespace {
+
+Queue *usable(bep_msgq handle) {
+    auto *const queue = static_cast<Queue *>(handle);
+    return queue && queue->kind == HandleKind::queue && !queue->deleted ? queue : nullptr;
+}
+
+std::uint32_t room(const Queue &queue, const Os::State &state) {
+    const std::uint32_t limit = state.queue_limit.load(std::memory_order_relaxed);
+    return limit ? std::min(limit, queue.capacity) : queue.capacity;
+}
+
+bool wait_for_room(Queue &queue, Os::State &state, int timeout_ticks) {
+    if (timeout_ticks == 0 || state.mode == Mode::pumped)
+        return false;
+    const std::int64_t deadline = deadline_after_ticks(timeout_ticks);
+    ++queue.senders;
+    while (queue.count >= room(queue, state) && !queue.deleted &&
+           queue.monitor.wait_until(deadline))
+        ;
+    --queue.senders;
+    return queue.count < room(queue, state) && !queue.deleted;
+}
+
+bool wait_for_message(Queue &queue, Os::State &state, int timeout_ticks) {
+    if (timeout_ticks == 0 || state.mode == Mode::pumped)
+        return false;
+    const std::int64_t deadline = deadline_after_ticks(timeout_ticks);
+    const unsigned wakes = queue.wakes;
+    ++queue.receivers;
+    while (!queue.count && queue.wakes == wakes && !queue.deleted && !state.stopping &&
+           queue.monitor.wait_until(deadline))
+        ;
+    --queue.receivers;
+    return queue.count;
+}
+
+void put(Queue &queue, const void *message, std::uint32_t length_bytes) {
+    std::uint32_t at = queue.head + queue.count;
+    if (at >= queue.capacity)
+        at -= queue.capacity;
+    std::byte *const slot = queue.slot(at);
+    std::memcpy(slot, &length_bytes, sizeof length_bytes);
+    std::memcpy(slot + sizeof length_bytes, message, length_bytes);
+    ++queue.count;
+}
+
+int get(Queue &queue, void *buffer, std::uint32_t size_bytes) {
+    const std::byte *const slot = queue.slot(queue.head);
+    std::uint32_t length_bytes = 0;
+    std::memcpy(&length_bytes, slot, sizeof length_bytes);
+    length_bytes = std::min(length_bytes, size_bytes);
+    std::memcpy(buffer, slot + sizeof length_bytes, length_bytes);
+    if (++queue.head == queue.capacity)
+        queue.head = 0;
+    --queue.count;
+    return int(length_bytes);
+}
+
+} // namespace
+
+std::size_t Os::queued() const {
+    return state_->queued.load(std::memory_order_relaxed);
+}
+void Os::limit_queue(std::size_t messages) {
+    state_->queue_limit = std::uint32_t(messages);
+}
+
+void Os::State::wake_receivers() {
+    std::lock_guard lock(handles_mutex);
+    for (auto &queue : queues) {
+        std::lock_guard waiting(queue->monitor);
+        ++queue->wakes;
+        queue->monitor.broadcast();
+    }
+}
+
+} // namespace chassis::os
+
+using namespace chassis::os;
+
+extern "C" {
+
+bep_msgq bep_msgQCreateEx(uint32_t max_messages, uint32_t max_message_bytes, uint32_t, const char *,
+                          int) {
+    Os::State &state = chassis::os::state();
+    if (state.fails(Fault::queue) || !max_messages)
+        return nullptr;
+    std::lock_guard lock(state.handles_mutex);
+    const auto number = unsigned(state.queues.size() + 1);
+    return state.queues
+        .emplace_back(std::make_unique<Queue>(number, max_messages, max_message_bytes))
+        .get();
+}
+
+int bep_msgQSendEx(bep_msgq handle, const void *message, uint32_t length_bytes, int timeout_ticks,
+                   int, const char *, int) {
+    Os::State &state = chassis::os::state();
+    Queue *const queue = usable(handle);
+    if (!queue || length_bytes > queue->message_bytes)
+        return state.handle_error();
+    if (state.fails(Fault::send))
+        return -1;
+    std::lock_guard lock(queue->monitor);
+    if (queue->count >= room(*queue, state) && !wait_for_room(*queue, state, timeout_ticks))
+        return -1;
+    put(*queue, message, length_bytes);
+    state.queued.fetch_add(1, std::memory_order_relaxed);
+    if (queue->receivers)
+        queue->monitor.broadcast(); // senders may wait on the same condition
+    return 0;
+}
+
+int bep_msgQReceiveEx(bep_msgq handle, void *buffer, uint32_t size_bytes, int timeout_ticks,
+                      const char *, int) {
+    Os::State &state = chassis::os::state();
+    Queue *const queue = usable(handle);
+    if (!queue)
+        return state.handle_error();
+    int received = -1;
+    {
+        std::lock_guard lock(queue->monitor);
+        if (queue->count || wait_for_message(*queue, state, timeout_ticks)) {
+            received = get(*queue, buffer, size_bytes);
+            state.queued.fetch_sub(1, std::memory_order_relaxed);
+            if (queue->senders)
+                queue->monitor.broadcast();
+        }
+    }
+    if (received < 0 && state.stopping)
+        leave_task();
+    return received;
+}
+
+int bep_msgQDeleteEx(bep_msgq handle, const char *, int) {
+    Os::State &state = chassis::os::state();
+    Queue *const queue = usable(handle);
+    if (!queue || queue->deleted.exchange(true))
+        return state.handle_error();
+    std::lock_guard lock(queue->monitor);
+    state.queued.fetch_sub(queue->count, std::memory_order_relaxed);
+    queue->count = 0;
+    queue->monitor.broadcast();
+    return 0;
+}
+
+} // extern "C"

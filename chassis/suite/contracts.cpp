@@ -1,0 +1,171 @@
+// What the routing suite and the host process supply to the library: the registry's answers, VLAN
+// ports, notices about VLAN interfaces, and the proxy ARP's side of the worker.
+
+#include "chassis/chassis.h"
+#include "platform/bep.h"
+#include "platform/hal.h"
+#include "platform/host.h"
+#include "platform/nsm.h"
+#include "platform/uv.h"
+
+#include <arpa/inet.h>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+namespace chassis::suite {
+
+struct Contract {
+    static Suite &suite() { return card().suite; }
+
+    static bool runs_ospf(std::uint32_t address, unsigned prefix_len) {
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        for (const auto &[network, length] : own.ospf_networks_) {
+            const std::uint32_t mask = length ? ~0u << (32 - std::min(length, 32u)) : 0;
+            if (prefix_len >= length && !((ntohl(address) ^ ntohl(network)) & mask))
+                return true;
+        }
+        return false;
+    }
+
+    static unsigned vlan_port(unsigned vlan) {
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        const auto found = own.vlan_ports_.find(vlan);
+        return found == own.vlan_ports_.end() ? 0 : found->second;
+    }
+
+    static int notice(const std::string &text) {
+        constexpr std::size_t max_notices = 65536;
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        if (own.hal_notices_.size() < max_notices)
+            own.hal_notices_.push_back({text});
+        return 0;
+    }
+
+    static void count(unsigned Suite::ProxyCounts::*what) {
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        ++(own.proxy_.*what);
+    }
+
+    static std::mutex &vlan_lock() { return suite().vlan_lock_; }
+};
+
+} // namespace chassis::suite
+
+using chassis::suite::Contract;
+using chassis::suite::Suite;
+
+namespace {
+
+// The number behind "vlanif" in a name that the registry does not know; negative for another name.
+int vlan_in_name(std::string_view name) {
+    constexpr std::string_view head = "vlanif";
+    int vlan = -1;
+    if (!name.starts_with(head))
+        return -1;
+    const char *const first = name.data() + head.size(), *const last = name.data() + name.size();
+    const auto [end, error] = std::from_chars(first, last, vlan);
+    return error == std::errc() && end == last ? vlan : -1;
+}
+
+std::string address_text(uint32_t family, const void *address) {
+    char text[INET6_ADDRSTRLEN] = "?";
+    inet_ntop(family == DPM_FAMILY_IPV4 ? AF_INET : AF_INET6, address, text, sizeof text);
+    return text;
+}
+
+template <class... Arguments> int notice(const char *format, Arguments... arguments) {
+    char text[128];
+    std::snprintf(text, sizeof text, format, arguments...);
+    return Contract::notice(text);
+}
+
+} // namespace
+
+extern "C" {
+
+int nsm_ifp_get_ifnamebyindex(uint32_t ifindex, char *name) {
+    const auto entry = Contract::suite().find(ifindex);
+    if (!entry)
+        return -1;
+    std::snprintf(name, 128, "%s", entry->name.c_str());
+    return 0;
+}
+
+uint32_t nsm_ifp_get_ifindexbyname(const char *name) {
+    const auto entry = Contract::suite().find(std::string(name));
+    return entry ? entry->ifindex : 0;
+}
+
+int nsm_get_vlanid_by_ifname(const char *name) {
+    const auto entry = Contract::suite().find(std::string(name));
+    return entry ? entry->vlan : vlan_in_name(name);
+}
+
+int nsm_vrf_id_get_by_ifindex(uint32_t ifindex) {
+    const auto entry = Contract::suite().find(ifindex);
+    return entry ? int(entry->vrf) : -1;
+}
+
+int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len) {
+    uint32_t word = 0;
+    std::memcpy(&word, address, sizeof word);
+    return Contract::runs_ospf(word, prefix_len);
+}
+
+void uv_lock_outside() {
+    Contract::vlan_lock().lock();
+}
+void uv_unlock_outside() {
+    Contract::vlan_lock().unlock();
+}
+
+int uv_get_fst_vlan_port_cfg(uint32_t vlan, struct uv_vlan_port *port) {
+    const unsigned number = Contract::vlan_port(vlan);
+    if (!number)
+        return -1;
+    *port = {.logical_port = uint16_t(number), .tagged = 0};
+    return 0;
+}
+
+int rcal_bit_is_set(const void *bitmap, uint32_t position) {
+    return static_cast<const uint8_t *>(bitmap)[position / 8] >> position % 8 & 1;
+}
+
+int hal_ns_vlanif_proc(uint32_t vlan, uint32_t oper) {
+    return notice("vlan %u oper %u", vlan, oper);
+}
+
+int hal_ns_vlanif_ip_proc(uint32_t vlan, uint32_t family, const void *address, uint32_t prefix_len,
+                          uint32_t oper) {
+    return notice("vlan %u address %s/%u oper %u", vlan, address_text(family, address).c_str(),
+                  prefix_len, oper);
+}
+
+int hal_ns_vlanif_vrf_proc(uint32_t vlan, uint32_t vrf, uint32_t oper) {
+    return notice("vlan %u vrf %u oper %u", vlan, vrf, oper);
+}
+
+void dpm_proxy_msg_packet_recv(void *packet) {
+    Contract::count(&Suite::ProxyCounts::packets);
+    bep_freeEx(packet, __FILE__, __LINE__);
+}
+
+void dpm_proxy_msg_timer() {
+    Contract::count(&Suite::ProxyCounts::ticks);
+}
+
+void dpm_proxy_msg_slave_sync(void *data) {
+    Contract::count(&Suite::ProxyCounts::syncs);
+    bep_freeEx(data, __FILE__, __LINE__);
+}
+
+int proxy_arp_route_del_by_vrf_ip(uint32_t, uint32_t) {
+    return Contract::count(&Suite::ProxyCounts::route_deletions), 0;
+}
+
+} // extern "C"
