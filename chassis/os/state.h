@@ -141,6 +141,7 @@ struct Os::State {
 
     std::atomic<std::int64_t> clock_nsec{0}; // pumped: the time; threaded: added to the kernel's
     std::atomic<std::uint64_t> clock_reads{0}, delays{0};
+    std::atomic<bool> skip_delays{false};
 
     mutable std::mutex handles_mutex; // guards the three below
     std::deque<std::unique_ptr<Semaphore>> semaphores;
