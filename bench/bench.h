@@ -1,0 +1,76 @@
+// Figures: rows of a table, measured as ratios within one run so that they mean the same on any
+// machine.
+//
+// A row is a value with its unit and, where something is compared, a ratio with or without a limit.
+// What is compared is measured turn and turn about, and the row shows medians: the value's, and
+// that of the rounds' ratios.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Row {
+    std::string name;
+    double value;
+    std::string unit;
+    std::optional<double> ratio = {}, limit = {};
+    bool is_past_limit() const { return ratio && limit && *ratio > *limit; }
+};
+
+struct Options {
+    unsigned rounds = 9;      // at least 7
+    std::string only;         // part of the names of the rows' groups; empty: all
+    std::string json_path;    // empty: none
+    std::string standby_path; // set in the process that is the other card of the mirroring rows
+    bool standby_paced = true;
+};
+
+using Report = std::function<void(Row)>;
+
+// The groups of rows.
+void measure_avl(const Options &options, const Report &report);
+void measure_requests(const Options &options, const Report &report);
+void measure_host_table(const Options &options, const Report &report);
+void measure_timers(const Options &options, const Report &report);
+void measure_mirroring(const Options &options, const Report &report);
+
+// The other card's process; runs until the master is gone.
+int run_standby(const Options &options);
+
+double median(std::vector<double> values);
+
+// The kernel's monotonic clock; the process's own clock_gettime answers for the current card.
+std::int64_t now_nsec();
+
+// Nanoseconds that a call takes.
+template <class Work> double time_of(Work work) {
+    const std::int64_t start = now_nsec();
+    work();
+    return double(now_nsec() - start);
+}
+
+// Two things measured in turn, the first one first in every other round.
+struct Comparison {
+    std::vector<double> ours, theirs;
+    template <class Ours, class Theirs> void round(Ours measure_ours, Theirs measure_theirs) {
+        const bool ours_first = ours.size() % 2 == 0;
+        if (ours_first)
+            ours.push_back(measure_ours());
+        theirs.push_back(measure_theirs());
+        if (!ours_first)
+            ours.push_back(measure_ours());
+    }
+    double ratio() const {
+        std::vector<double> ratios;
+        for (std::size_t i = 0; i < ours.size(); i++)
+            ratios.push_back(ours[i] / theirs[i]);
+        return median(ratios);
+    }
+};
+
+} // namespace bench
