@@ -1,0 +1,484 @@
+// The chassis itself, where a fault in it would hide a fault of the product: the clock, the faults
+// on demand, the queue's order, the heap's accounts, what the peer may call, and the link between
+// two real processes.
+
+#include "chassis/chassis.h"
+#include "chassis/os/state.h"
+#include "chassis/peer/frame.h"
+#include "platform/bep.h"
+#include "platform/hss.h"
+#include "platform/rqzt.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace chassis;
+using namespace std::chrono_literals;
+
+#define HERE __FILE__, __LINE__
+
+namespace {
+
+std::vector<std::vector<std::uint8_t>> received; // by the receiver below
+std::atomic<unsigned> received_count;
+
+std::int64_t monotonic_nsec() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * os::nsec_per_sec + now.tv_nsec;
+}
+
+std::span<const std::byte> bytes_of(const std::vector<std::uint8_t> &payload) {
+    return std::as_bytes(std::span(payload));
+}
+
+// Waits in real time, whatever a card's clock says.
+bool eventually(const std::function<bool()> &condition, std::chrono::milliseconds limit = 10s) {
+    const std::int64_t deadline = os::raw_nsec() + limit.count() * 1'000'000;
+    while (!condition()) {
+        if (os::raw_nsec() > deadline)
+            return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+} // namespace
+
+// A receiver of this program: its name follows the pattern of those that a peer may call.
+extern "C" __attribute__((visibility("default"))) int dpm_test_sync_receive(const void *buffer,
+                                                                            uint32_t length) {
+    const auto *const bytes = static_cast<const uint8_t *>(buffer);
+    received.emplace_back(bytes, bytes + length);
+    ++received_count;
+    return 0;
+}
+
+TEST(Os, a_pumped_clock_stands_still_until_it_is_moved_and_each_card_has_its_own) {
+    Card one({.slot = 9, .mode = os::Mode::pumped});
+    Card two({.slot = 10, .mode = os::Mode::pumped});
+    const std::int64_t start = monotonic_nsec();
+    EXPECT_GT(start, 0);
+    EXPECT_EQ(bep_taskDelayEx(1000), 0);
+    EXPECT_EQ(monotonic_nsec(), start);
+    two.os.advance(7 * os::nsec_per_sec);
+    EXPECT_EQ(monotonic_nsec(), start);
+    {
+        CardScope scope(two);
+        EXPECT_EQ(monotonic_nsec(), start + 7 * os::nsec_per_sec);
+    }
+    EXPECT_EQ(one.os.delays(), 1u);
+    EXPECT_EQ(one.os.clock_reads(), 3u);
+    EXPECT_EQ(two.os.clock_reads(), 1u);
+}
+
+TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    const bep_msgq queue = bep_msgQCreateEx(4, 16, 0, HERE);
+    const std::int64_t began = os::raw_nsec();
+    std::thread mover([&card] {
+        std::this_thread::sleep_for(50ms);
+        card.os.advance(3600 * os::nsec_per_sec);
+    });
+    char buffer[16];
+    EXPECT_EQ(bep_msgQReceiveEx(queue, buffer, sizeof buffer, 60'000, HERE), -1);
+    EXPECT_LT(os::raw_nsec() - began, 30 * os::nsec_per_sec);
+    EXPECT_GE(monotonic_nsec() - began, 3600 * os::nsec_per_sec);
+    mover.join();
+    const std::int64_t waited = os::raw_nsec();
+    EXPECT_EQ(bep_msgQReceiveEx(queue, buffer, sizeof buffer, 20, HERE), -1);
+    EXPECT_GE(os::raw_nsec() - waited, 20 * os::nsec_per_tick);
+}
+
+TEST(Os, the_nth_operation_of_a_kind_fails_and_the_others_pass) {
+    Card card({.slot = 9, .mode = os::Mode::pumped});
+    card.os.fail(os::Fault::allocation, 2, 2);
+    void *const first = bep_mallocEx(8, HERE);
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(bep_callocEx(1, 8, HERE));
+    EXPECT_FALSE(bep_reallocEx(first, 16, HERE)) << "the old block stays";
+    EXPECT_EQ(card.os.live_blocks(), 1u);
+    bep_freeEx(first, HERE);
+
+    card.os.fail(os::Fault::semaphore, 3);
+    EXPECT_TRUE(bep_semMCreateEx(13, HERE));
+    EXPECT_TRUE(bep_semMCreateEx(13, HERE));
+    EXPECT_FALSE(bep_semBCreateEx(1, BEP_SEM_EMPTY, HERE));
+    EXPECT_TRUE(bep_semBCreateEx(1, BEP_SEM_EMPTY, HERE));
+
+    const bep_msgq queue = bep_msgQCreateEx(4, 16, 0, HERE);
+    card.os.fail(os::Fault::send, 1);
+    EXPECT_NE(bep_msgQSendEx(queue, "x", 1, 0, 1, HERE), 0);
+    EXPECT_EQ(bep_msgQSendEx(queue, "x", 1, 0, 1, HERE), 0);
+    card.os.fail(os::Fault::queue, 1);
+    card.os.fail(os::Fault::queue, 0);
+    EXPECT_TRUE(bep_msgQCreateEx(4, 16, 0, HERE)) << "disarmed";
+}
+
+TEST(Os, a_queue_keeps_order_through_wrapping_and_refuses_beyond_its_room) {
+    Card card({.slot = 9, .mode = os::Mode::pumped});
+    const bep_msgq queue = bep_msgQCreateEx(5, 4, 0, HERE);
+    std::uint32_t sent = 0, expected = 0, message = 0;
+    for (int round = 0; round < 20; ++round) {
+        while (bep_msgQSendEx(queue, &sent, sizeof sent, 0, 1, HERE) == 0)
+            ++sent;
+        EXPECT_EQ(card.os.queued(), 5u);
+        for (int taken = 0; taken <= round % 5; ++taken) {
+            ASSERT_EQ(bep_msgQReceiveEx(queue, &message, sizeof message, 1000, HERE), 4);
+            EXPECT_EQ(message, expected++);
+        }
+    }
+    card.os.limit_queue(2);
+    while (bep_msgQSendEx(queue, &sent, sizeof sent, 0, 1, HERE) == 0)
+        ;
+    EXPECT_EQ(card.os.queued(), 2u);
+    EXPECT_NE(bep_msgQSendEx(queue, &sent, 5, 0, 1, HERE), 0) << "longer than a message";
+}
+
+TEST(Os, messages_of_many_threads_arrive_once_and_in_each_senders_order) {
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    constexpr std::uint32_t threads = 4, each = 20'000;
+    const bep_msgq queue = bep_msgQCreateEx(256, 8, 0, HERE);
+    std::vector<std::thread> senders;
+    for (std::uint32_t id = 0; id < threads; ++id)
+        senders.emplace_back([queue, id] {
+            for (std::uint32_t number = 0; number < each; ++number) {
+                const std::uint32_t message[2] = {id, number};
+                while (bep_msgQSendEx(queue, message, sizeof message, 100, 1, HERE) != 0)
+                    ;
+            }
+        });
+    std::uint32_t next[threads] = {}, message[2];
+    for (std::uint32_t count = 0; count < threads * each; ++count) {
+        ASSERT_EQ(bep_msgQReceiveEx(queue, message, sizeof message, 10'000, HERE), 8);
+        ASSERT_EQ(message[1], next[message[0]]++);
+    }
+    for (std::thread &sender : senders)
+        sender.join();
+    EXPECT_EQ(card.os.queued(), 0u);
+}
+
+TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) {
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    const bep_sem mutex = bep_semMCreateEx(13, HERE);
+    EXPECT_EQ(bep_semTakeEx(mutex, BEP_WAIT_FOREVER, HERE), 0);
+    EXPECT_EQ(bep_semTakeEx(mutex, BEP_WAIT_FOREVER, HERE), 0);
+    EXPECT_EQ(bep_semGiveEx(mutex, HERE), 0);
+    std::thread([mutex] { EXPECT_NE(bep_semTakeEx(mutex, 20, HERE), 0); }).join();
+    EXPECT_EQ(bep_semGiveEx(mutex, HERE), 0);
+    EXPECT_EQ(card.os.handle_errors(), 0u);
+
+    EXPECT_EQ(bep_semDeleteEx(mutex, HERE), 0);
+    EXPECT_NE(bep_semDeleteEx(mutex, HERE), 0);
+    EXPECT_NE(bep_semTakeEx(mutex, 0, HERE), 0);
+    EXPECT_NE(bep_semTakeEx(nullptr, 0, HERE), 0);
+    EXPECT_EQ(card.os.deleted_semaphores(), (std::vector<unsigned>{1, 1}));
+    EXPECT_EQ(card.os.handle_errors(), 3u);
+}
+
+TEST(Os, every_block_stands_in_the_accounts_of_the_card_that_took_it) {
+    Card one({.slot = 9, .mode = os::Mode::pumped});
+    Card two({.slot = 10, .mode = os::Mode::pumped});
+    void *const block = bep_mallocEx(100, "a.cpp", 7);
+    void *const other = bep_callocEx(3, 5, "a.cpp", 7);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t), 0u);
+    const auto places = one.os.live_by_place();
+    ASSERT_EQ(places.count({"a.cpp", 7}), 1u);
+    EXPECT_EQ(places.at({"a.cpp", 7}).blocks, 2u);
+    EXPECT_EQ(places.at({"a.cpp", 7}).bytes, 115u);
+    {
+        CardScope scope(two); // whoever frees it: the account is that of the card that took it
+        bep_freeEx(block, HERE);
+        EXPECT_EQ(two.os.live_blocks(), 0u);
+    }
+    EXPECT_EQ(one.os.live_bytes(), 15u);
+    void *const grown = bep_reallocEx(other, 64, "b.cpp", 9);
+    EXPECT_EQ(one.os.live_by_place().at({"b.cpp", 9}).bytes, 64u);
+    bep_freeEx(grown, HERE);
+    EXPECT_EQ(one.os.live_blocks(), 0u);
+    EXPECT_FALSE(bep_callocEx(0x10001, 0x10000, HERE)) << "the product does not fit a size";
+    EXPECT_EQ(one.os.bad_frees(), 0u);
+    alignas(std::max_align_t) char foreign[64] = {};
+    bep_freeEx(foreign + 48, HERE);
+    EXPECT_EQ(one.os.bad_frees(), 1u);
+}
+
+TEST(Os, a_log_line_is_bounded_loses_its_end_and_is_filtered_by_level) {
+    Card card({.slot = 9, .mode = os::Mode::pumped});
+    std::vector<os::LogLine> lines;
+    card.os.log_to([&lines](const os::LogLine &line) { lines.push_back(line); });
+    card.os.log_level(10);
+    ulogPrintf(3, 10, "%s %d::hello\r\n", "f", 1);
+    ulogPrintf(3, 9, "quiet\r\n");
+    ulogPrintf(3, 13, "%s\r\n", std::string(5000, 'x').c_str());
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].text, "f 1::hello");
+    EXPECT_EQ(lines[0].module_id, 3u);
+    EXPECT_EQ(lines[1].text, std::string(2047, 'x'));
+}
+
+TEST(Peer, only_receivers_can_be_called_and_only_with_a_bounded_length) {
+    EXPECT_TRUE(peer::is_receiver("dpm_host_entry_add_sync_receive"));
+    EXPECT_TRUE(peer::is_receiver("dpm_host_entry_sync_all_receive"));
+    EXPECT_TRUE(peer::is_receiver("dpm_slave_up_pro_over_peercard_callback"));
+    EXPECT_TRUE(peer::is_receiver("dpm_driver_group_create_slave"));
+    EXPECT_TRUE(peer::is_receiver("dpm_ipmc_api_slave_enable"));
+    for (const char *name :
+         {"", "system", "dpm_main_init", "dpm_api_set_if_proc", "dpm__sync_receiv",
+          "dpm_sync_receive ", "xdpm_host_entry_add_sync_receive",
+          "dpm_host_entry_add_sync_receive_", "dpm_../_sync_receive"})
+        EXPECT_FALSE(peer::is_receiver(name)) << name;
+
+    Card card({.slot = 9, .mode = os::Mode::pumped});
+    received.clear();
+    std::vector<std::uint8_t> payload(peer::max_call_bytes, 7);
+    EXPECT_EQ(card.peer.deliver("dpm_test_sync_receive", bytes_of(payload)), 0);
+    payload.push_back(7);
+    EXPECT_EQ(card.peer.deliver("dpm_test_sync_receive", bytes_of(payload)), -1);
+    EXPECT_EQ(card.peer.deliver("dpm_nothing_sync_receive", {}), -1) << "not exported";
+    EXPECT_EQ(card.peer.deliver("dpm_main_init", {}), -1);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].size(), peer::max_call_bytes);
+}
+
+TEST(Peer, calls_reach_a_joined_card_at_once_until_it_is_cut_off) {
+    Card one({.slot = 9, .mode = os::Mode::pumped});
+    Card two({.slot = 10, .mode = os::Mode::pumped});
+    received.clear();
+    EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", "a", 1), -1);
+    one.peer.join(two.peer);
+    one.peer.record(true);
+    EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", "ab", 2), 0);
+    one.peer.drop_calls(true);
+    EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", "c", 1), -1);
+    one.peer.drop_calls(false);
+    two.peer.cut();
+    EXPECT_FALSE(one.peer.exists());
+    EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", "d", 1), -1);
+    EXPECT_EQ(received, (std::vector<std::vector<std::uint8_t>>{{'a', 'b'}}));
+    ASSERT_EQ(one.peer.calls().size(), 1u);
+    EXPECT_EQ(one.peer.calls()[0].name, "dpm_test_sync_receive");
+    EXPECT_EQ(current(), &one);
+}
+
+TEST(Frames, are_taken_whole_from_any_cuts_and_malformed_ones_are_told) {
+    const std::vector<std::uint8_t> payload(300, 9);
+    std::vector<std::byte> stream;
+    for (const char *name : {"first", "", "third"}) {
+        const auto frame = peer::encode_frame(name, bytes_of(payload));
+        stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    for (const std::size_t cut : {1u, 7u, 310u, 100'000u}) {
+        peer::FrameBuffer buffer;
+        std::string names;
+        for (std::size_t at = 0; at < stream.size(); at += cut) {
+            buffer.append(std::span(stream).subspan(at, std::min(cut, stream.size() - at)));
+            peer::Frame frame;
+            while (buffer.next(frame) == peer::FrameBuffer::Next::frame) {
+                names += std::string(frame.name) + ";";
+                EXPECT_EQ(frame.payload.size(), payload.size());
+            }
+        }
+        EXPECT_EQ(names, "first;;third;");
+    }
+    const std::vector<std::vector<std::uint8_t>> malformed = {
+        {0, 0, 0, 0},                   // shorter than a name's length
+        {1, 0, 0, 0, 0},                //
+        {0xff, 0xff, 0xff, 0xff, 0, 0}, // 4 GB
+        {4, 0, 0, 0, 3, 0, 'a', 'b'},   // the name passes the frame
+        {0, 0, 1, 0, 97, 0},            // longer than a name may be
+    };
+    for (const auto &bytes : malformed) {
+        peer::FrameBuffer buffer;
+        std::vector<std::uint8_t> padded = bytes;
+        if (padded.size() == 6 && padded[4] == 97)
+            padded.resize(4 + 0x10000);
+        buffer.append(bytes_of(padded));
+        peer::Frame frame;
+        EXPECT_EQ(buffer.next(frame), peer::FrameBuffer::Next::malformed);
+    }
+}
+
+// --- the link over a socket, with the other card as a process of its own ---
+
+namespace {
+
+class Socket : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string name = (std::filesystem::temp_directory_path() / "dpm-link-XXXXXX").string();
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        directory_ = name;
+        path_ = name + "/peer";
+        received.clear();
+        received_count = 0;
+    }
+
+    void TearDown() override {
+        for (const pid_t child : children_)
+            end(child);
+        EXPECT_TRUE(std::filesystem::is_empty(directory_)) << "something was left behind";
+        std::filesystem::remove_all(directory_);
+    }
+
+    // Another card as a process: it answers every call by one back, until it is killed.
+    pid_t start_other(unsigned slot) {
+        const pid_t child = fork();
+        if (child == 0) {
+            {
+                Card card({.slot = slot, .mode = os::Mode::threaded});
+                card.peer.open(path_);
+                for (unsigned answered = 0;;) {
+                    if (answered < received_count &&
+                        card.peer.call("dpm_test_sync_receive", {}) == 0)
+                        ++answered;
+                    std::this_thread::sleep_for(1ms);
+                }
+            }
+        }
+        children_.push_back(child);
+        return child;
+    }
+
+    void end(pid_t child) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        std::erase(children_, child);
+    }
+
+    std::filesystem::path directory_;
+    std::string path_;
+    std::vector<pid_t> children_;
+};
+
+std::atomic<int> connections, promotions;
+int count_connection() {
+    return ++connections, 0;
+}
+int count_promotion() {
+    return ++promotions, 0;
+}
+
+} // namespace
+
+TEST_F(Socket, two_cards_agree_on_the_lower_slot_and_calls_pass_both_ways_in_order) {
+    start_other(10);
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    connections = 0;
+    hss_backupConnectedRegister(11, count_connection);
+    card.peer.open(path_);
+    ASSERT_TRUE(eventually([&] { return card.peer.exists() && connections == 1; }));
+    EXPECT_EQ(card.peer.role(), peer::Role::master);
+    EXPECT_EQ(hss_IsSmuMaster(), 1);
+    const std::vector<std::uint8_t> big(peer::max_call_bytes, 1);
+    for (int number = 0; number < 20; ++number)
+        EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", big.data(), big.size()), 0);
+    EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", big.data(), big.size() + 1), -1);
+    EXPECT_TRUE(eventually([] { return received_count >= 20; }));
+    card.peer.close();
+}
+
+TEST_F(Socket,
+       a_standby_becomes_master_when_the_master_is_killed_and_a_restarted_card_joins_again) {
+    const pid_t master = start_other(9);
+    Card card({.slot = 10, .mode = os::Mode::threaded});
+    promotions = connections = 0;
+    hssSlaveToMasterRtnReg(count_promotion);
+    hss_backupConnectedRegister(11, count_connection);
+    card.peer.open(path_);
+    ASSERT_TRUE(eventually([&] { return card.peer.exists(); }));
+    EXPECT_EQ(card.peer.role(), peer::Role::standby);
+    EXPECT_EQ(promotions, 0);
+
+    end(master);
+    ASSERT_TRUE(eventually([] { return promotions == 1; }));
+    EXPECT_EQ(card.peer.role(), peer::Role::master);
+    EXPECT_FALSE(card.peer.exists());
+    EXPECT_EQ(card.peer.call("dpm_test_sync_receive", {}), -1);
+
+    // The lower slot comes back and finds a master: it stays standby.  Again and again.
+    for (int round = 1; round <= 3; ++round) {
+        const pid_t returned = start_other(9);
+        ASSERT_TRUE(eventually([&] { return card.peer.exists() && connections == round; }));
+        EXPECT_EQ(card.peer.role(), peer::Role::master);
+        end(returned);
+        ASSERT_TRUE(eventually([&] { return !card.peer.exists(); }));
+    }
+    EXPECT_EQ(promotions, 1);
+    card.peer.close();
+}
+
+TEST_F(Socket, a_silent_peer_is_lost_by_its_heartbeat) {
+    const pid_t master = start_other(9);
+    Card card({.slot = 10, .mode = os::Mode::threaded});
+    card.peer.open(path_);
+    ASSERT_TRUE(eventually([&] { return card.peer.exists(); }));
+    kill(master, SIGSTOP);
+    EXPECT_TRUE(eventually([&] { return card.peer.role() == peer::Role::master; }));
+    EXPECT_FALSE(card.peer.exists());
+    kill(master, SIGCONT);
+    end(master);
+    card.peer.close();
+}
+
+TEST_F(Socket, a_stranger_who_sends_garbage_is_closed_and_the_real_peer_still_gets_in) {
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    card.peer.open(path_);
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(path_); }));
+    const auto connect_stranger = [this] {
+        const int stranger = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path_.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_TRUE(eventually([&] {
+            return connect(stranger, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+        }));
+        return stranger;
+    };
+    const std::vector<std::vector<std::byte>> greetings = {
+        std::vector<std::byte>(64, std::byte{0xff}), peer::encode_frame("hello", {}),
+        peer::encode_frame("dpm_test_sync_receive", {})};
+    for (const std::vector<std::byte> &greeting : greetings) {
+        const int stranger = connect_stranger();
+        EXPECT_EQ(send(stranger, greeting.data(), greeting.size(), MSG_NOSIGNAL),
+                  ssize_t(greeting.size()));
+        char answer[256];
+        while (recv(stranger, answer, sizeof answer, 0) > 0)
+            ; // its own hello, then the end
+        close(stranger);
+    }
+    EXPECT_EQ(received_count, 0u);
+    EXPECT_FALSE(card.peer.exists());
+    start_other(10);
+    EXPECT_TRUE(eventually([&] { return card.peer.exists(); }));
+    card.peer.close();
+}
+
+TEST(Threads, a_card_that_ends_takes_its_waiting_task_with_it) {
+    static std::atomic<int> rounds;
+    static bep_msgq queue;
+    rounds = 0;
+    {
+        Card card({.slot = 9, .mode = os::Mode::threaded});
+        queue = bep_msgQCreateEx(4, 4, 0, HERE);
+        const auto entry = +[]() -> int {
+            for (char buffer[4];; ++rounds)
+                bep_msgQReceiveEx(queue, buffer, sizeof buffer, 1000, HERE);
+        };
+        EXPECT_GE(rqzt_task_spawn("t", 55, 8, 204800, entry, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), 0);
+        bep_msgQSendEx(queue, "abcd", 4, 0, 1, HERE);
+        EXPECT_TRUE(eventually([] { return rounds == 1; }));
+        ASSERT_EQ(card.os.tasks().size(), 1u);
+        EXPECT_EQ(card.os.tasks()[0].priority, 55);
+    }
+    EXPECT_EQ(rounds, 1);
+}
