@@ -3,15 +3,18 @@
  *
  * The one header that a routing suite, a platform or a management reader needs; C11 and C++20.
  *
- * Requests (`dpm_api_*`) may be called from any thread.  They check and copy what they are given, post it to the worker
- * and return; whatever a pointer names stays the caller's and is needed during the call only.  0 means that the request
- * was accepted (the worker applies it later, in the order posted), -1 that it was refused, with a line in the log.
+ * Requests (`dpm_api_*`) may be called from any thread.  They check and copy what they are given,
+ * post it to the worker and return; whatever a pointer names stays the caller's and is needed
+ * during the call only.  0 means that the request was accepted (the worker applies it later, in the
+ * order posted), -1 that it was refused, with a line in the log.
  *
- * Walkers return pointers into the tables.  They take no lock: hold the DPM lock (norix_dpm_sem_take/_give) from the
- * first call to the last use of an entry.  Entries are read-only and belong to the tables.
+ * Walkers return pointers into the tables.  They take no lock: hold the DPM lock
+ * (norix_dpm_sem_take/_give) from the first call to the last use of an entry.  Entries are
+ * read-only and belong to the tables.
  *
- * Shows print a table to standard output under the DPM lock.  Receivers are called on the hot-standby service's thread
- * by name, with a buffer that stays the service's.  Result callbacks are called by the chip driver on any thread.
+ * Shows print a table to standard output under the DPM lock.  Receivers are called on the
+ * hot-standby service's thread by name, with a buffer that stays the service's.  Result callbacks
+ * are called by the chip driver on any thread.
  *
  * Addresses are in network order, everything else in host order.
  */
@@ -27,7 +30,9 @@ extern "C" {
 
 #define DPM_API __attribute__((visibility("default")))
 
-/* ---- constants ------------------------------------------------------------------------------------------------- */
+/* ---- constants
+ * -------------------------------------------------------------------------------------------------
+ */
 
 #define DPM_FAMILY_NONE 0
 #define DPM_FAMILY_IPV4 1
@@ -49,7 +54,9 @@ extern "C" {
 #define DPM_IFNAME_BYTES 64
 #define DPM_MAC_BYTES 6
 
-/* ---- records --------------------------------------------------------------------------------------------------- */
+/* ---- records
+ * ---------------------------------------------------------------------------------------------------
+ */
 
 /* Node of a circular doubly linked list; a head is one that holds no entry. */
 struct list_head {
@@ -126,7 +133,7 @@ struct dpm_host_entry {
     uint32_t port_type;   /* DPM_PORT_LOGICAL; 0 and DPM_PORT_PHYSICAL: physical */
     uint32_t log_port_id; /* trunk id, or the port of type 0 */
     uint32_t phy_port_id;
-    uint32_t sdk_index;      /* the chip's next hop */
+    uint32_t sdk_index;     /* the chip's next hop */
     uint8_t card_local[32]; /* zero; never mirrored in */
 };
 
@@ -169,13 +176,14 @@ struct dpm_hold_entry {
     struct dpm_timer_node timer; /* end of the hold */
 };
 
-/* What the routing suite or the IP stack tells about a neighbour (60 bytes, shared with the IP stack). */
+/* What the routing suite or the IP stack tells about a neighbour (60 bytes, shared with the IP
+ * stack). */
 struct dpm_host_info {
     uint8_t oper; /* DPM_OPER_*; read by dpm_api_notify_ipstack_host only */
     uint8_t reserved0[3];
-    uint32_t vrf; /* not used: the VRF is that of the VLAN's interface */
-    uint32_t ifindex;   /* 0: the interface of `supervlan` */
-    uint8_t family;     /* DPM_FAMILY_* */
+    uint32_t vrf;     /* not used: the VRF is that of the VLAN's interface */
+    uint32_t ifindex; /* 0: the interface of `supervlan` */
+    uint8_t family;   /* DPM_FAMILY_* */
     uint8_t address[16];
     uint8_t mac[DPM_MAC_BYTES];
     uint8_t reserved1;
@@ -187,13 +195,16 @@ struct dpm_host_info {
     uint32_t phy_port_id;
 };
 
-/* ---- start-up and locks ---------------------------------------------------------------------------------------- */
+/* ---- start-up and locks
+ * ---------------------------------------------------------------------------------------- */
 
-/* Builds the library's state, registers its callbacks with the platform and starts the worker.  Call once, on the
- * start-up thread, before anything else here; 0, or -1 when a lock or the queue could not be had. */
+/* Builds the library's state, registers its callbacks with the platform and starts the worker. Call
+ * once, on the start-up thread, before anything else here; 0, or -1 when a lock or the queue could
+ * not be had. */
 DPM_API int dpm_main_init(void);
 
-/* The worker: takes messages and runs timers until the queue is gone.  The platform's task calls it; 0. */
+/* The worker: takes messages and runs timers until the queue is gone.  The platform's task calls
+ * it; 0. */
 DPM_API int dpm_task(void);
 
 /* The DPM lock guards every table.  Recursive, waits without limit; any thread. */
@@ -208,22 +219,29 @@ DPM_API void norix_nsm_sem_give(void);
 DPM_API void norix_bfd_sem_take(void);
 DPM_API void norix_bfd_sem_give(void);
 
-/* Waits for the standby card to confirm that it has every table, at most 600 seconds; the give confirms it. */
+/* Waits for the standby card to confirm that it has every table, at most 600 seconds; the give
+ * confirms it. */
 DPM_API void dpm_slot_up_sem_take(void);
 DPM_API void dpm_slot_up_sem_give(void);
 
-/* A line card or the peer card came up in `slot`: its chip is re-programmed and, if it is the peer's slot, the tables
- * are sent.  Any thread; 0, or -1 when the post failed.  0 without effect on the standby. */
+/* A line card or the peer card came up in `slot`: its chip is re-programmed and, if it is the
+ * peer's slot, the tables are sent.  Any thread; 0, or -1 when the post failed.  0 without effect
+ * on the standby. */
 DPM_API int dpm_bridge_slot_up(uint32_t slot);
 
-/* ---- interfaces ------------------------------------------------------------------------------------------------ */
+/* ---- interfaces
+ * ------------------------------------------------------------------------------------------------
+ */
 
-/* Adds or deletes an interface.  `ifname` is copied up to 63 bytes.  Any thread, both cards; 0 or -1. */
-DPM_API int dpm_api_set_if_proc(const char *ifname, uint32_t if_type, uint32_t ifindex, uint32_t vlan, uint32_t oper);
+/* Adds or deletes an interface.  `ifname` is copied up to 63 bytes.  Any thread, both cards; 0 or
+ * -1. */
+DPM_API int dpm_api_set_if_proc(const char *ifname, uint32_t if_type, uint32_t ifindex,
+                                uint32_t vlan, uint32_t oper);
 
-/* Adds or deletes an interface address.  `address` is 4 or 16 bytes in network order.  Any thread; 0 or -1. */
-DPM_API int dpm_api_set_if_ip_proc(uint16_t vrf, uint32_t ifindex, uint8_t family, const void *address,
-                                   uint16_t prefix_len, uint32_t oper);
+/* Adds or deletes an interface address.  `address` is 4 or 16 bytes in network order.  Any thread;
+ * 0 or -1. */
+DPM_API int dpm_api_set_if_ip_proc(uint16_t vrf, uint32_t ifindex, uint8_t family,
+                                   const void *address, uint16_t prefix_len, uint32_t oper);
 
 /* Moves an interface to a VRF (its low 16 bits).  Any thread; 0 or -1. */
 DPM_API int dpm_api_set_if_vrf_proc(uint32_t ifindex, uint32_t vrf);
@@ -235,17 +253,20 @@ DPM_API int dpm_api_super_sub_proc(uint32_t super_vlan, uint32_t sub_vlan, uint3
 DPM_API int dpm_api_set_super_add(uint32_t vlan);
 DPM_API int dpm_api_set_super_del(uint32_t vlan);
 
-/* The VRF of a VLAN's interface (the VLAN's low 16 bits), 0 if there is none.  Takes the DPM lock. */
+/* The VRF of a VLAN's interface (the VLAN's low 16 bits), 0 if there is none.  Takes the DPM lock.
+ */
 DPM_API uint32_t dpm_api_get_vrf_by_vlan(uint32_t vlan);
 
-/* 1 when the interface is unknown or has no IPv6 address, 0 when it has one, -1 for null.  Takes the DPM lock. */
+/* 1 when the interface is unknown or has no IPv6 address, 0 when it has one, -1 for null.  Takes
+ * the DPM lock. */
 DPM_API int dpm_api_is_ipv6_empty_by_ifname(const char *ifname);
 
-/* 0 when the VLAN's interface is a super-VLAN, -1 when it is another, -2 when there is none.  Takes the DPM lock. */
+/* 0 when the VLAN's interface is a super-VLAN, -1 when it is another, -2 when there is none.  Takes
+ * the DPM lock. */
 DPM_API int dpm_api_is_supervlan_by_vlanid(uint32_t vlan);
 
-/* Writes the sub-VLAN ids of a super-VLAN, newest first, and their number; the array must hold them all (4094 at
- * most).  0, or -1 when there is no such super-VLAN.  Takes the DPM lock. */
+/* Writes the sub-VLAN ids of a super-VLAN, newest first, and their number; the array must hold them
+ * all (4094 at most).  0, or -1 when there is no such super-VLAN.  Takes the DPM lock. */
 DPM_API int dpm_api_get_sub_by_super(uint32_t vlan, uint32_t *ids, uint32_t *count);
 
 /* First interface, and the one after `entry`; null at the end.  Walkers. */
@@ -254,15 +275,18 @@ DPM_API const struct dpm_if_entry *dpm_api_get_if_entry_next(const struct dpm_if
 
 DPM_API void dpm_if_show(void);
 
-/* Enables (1) or disables (any other value) a VRF, 0 to 255.  Acts at once on the caller's thread, which must not race
- * with another such call; 0 or -1. */
+/* Enables (1) or disables (any other value) a VRF, 0 to 255.  Acts at once on the caller's thread,
+ * which must not race with another such call; 0 or -1. */
 DPM_API int dpm_api_set_vrf_enable(uint32_t vrf, uint32_t enable);
 
-/* Sets the chip's ECMP hash mode, at once on the caller's thread; 0, or -1 when the chip refused.  The mode in force. */
+/* Sets the chip's ECMP hash mode, at once on the caller's thread; 0, or -1 when the chip refused.
+ * The mode in force. */
 DPM_API int dpm_api_set_ecmp_hash(uint32_t mode);
 DPM_API uint32_t dpm_api_get_ecmp_hash(void);
 
-/* ---- hosts ----------------------------------------------------------------------------------------------------- */
+/* ---- hosts
+ * -----------------------------------------------------------------------------------------------------
+ */
 
 /* Reports a neighbour, oper DPM_OPER_ADD or DPM_OPER_DEL.  Any thread; 0 or -1. */
 DPM_API int dpm_api_host_pro(const struct dpm_host_info *info, uint32_t oper);
@@ -275,63 +299,74 @@ DPM_API int dpm_api_host_msg_send(const struct dpm_host_entry *entry, uint32_t o
 
 /* First host of a family (1 or 2), and the one after `entry`; null at the end.  Walkers. */
 DPM_API const struct dpm_host_entry *dpm_api_get_host_entry_first(uint32_t family);
-DPM_API const struct dpm_host_entry *dpm_api_get_host_entry_next(const struct dpm_host_entry *entry);
+DPM_API const struct dpm_host_entry *
+dpm_api_get_host_entry_next(const struct dpm_host_entry *entry);
 
 /* Addresses that something waits for, newest first.  Walkers. */
 DPM_API const struct dpm_unreachable_entry *dpm_api_get_unreachable_entry_first(void);
 DPM_API const struct dpm_unreachable_entry *
 dpm_api_get_unreachable_entry_next(const struct dpm_unreachable_entry *entry);
 
-/* Monotonic second since which an address of a VRF is waited for, or -1 when it is not.  Hold the DPM lock. */
+/* Monotonic second since which an address of a VRF is waited for, or -1 when it is not.  Hold the
+ * DPM lock. */
 DPM_API int32_t dpm_api_get_unreachable_since(uint32_t vrf, const struct dpm_prefix *ip);
 
 /* Neighbours held after their port went down, newest first.  Walkers. */
 DPM_API const struct dpm_hold_entry *dpm_api_get_hold_entry_first(void);
-DPM_API const struct dpm_hold_entry *dpm_api_get_hold_entry_next(const struct dpm_hold_entry *entry);
+DPM_API const struct dpm_hold_entry *
+dpm_api_get_hold_entry_next(const struct dpm_hold_entry *entry);
 
 DPM_API void dpm_ipv4_host_show(void);
 DPM_API void dpm_ipv6_host_show(void);
 
-/* Posts the host process's proxy-ARP work to the worker; `packet` and `data` are copied.  Any thread; 0 or -1.
- * dpm_api_proxy_arp_slave_sync does nothing on the master. */
+/* Posts the host process's proxy-ARP work to the worker; `packet` and `data` are copied.  Any
+ * thread; 0 or -1. dpm_api_proxy_arp_slave_sync does nothing on the master. */
 DPM_API int dpm_api_proxy_arp_packet_send(const void *packet, uint32_t length_bytes);
 DPM_API int dpm_api_proxy_arp_timer_send(void);
 DPM_API int dpm_api_proxy_arp_slave_sync(const void *data, uint32_t length_bytes);
 
-/* Read the IP stack's neighbour entry.  `mac` takes 6 bytes; the IPv4 address is in host order, the IPv6 address 16
- * bytes.  The further results are fields of the stack's entry.  Any thread; 0, or -1 when there is none. */
-DPM_API int dpm_get_arp_info_by_vrf_ip(uint32_t vrf, uint32_t address, uint8_t *mac, uint16_t *first,
-                                       uint16_t *second);
-DPM_API int dpm_get_ndp_entry_by_ip(const void *address, uint8_t *mac, uint32_t ifindex, uint16_t *first,
-                                    uint16_t *second, uint32_t *third);
+/* Read the IP stack's neighbour entry.  `mac` takes 6 bytes; the IPv4 address is in host order, the
+ * IPv6 address 16 bytes.  The further results are fields of the stack's entry.  Any thread; 0, or
+ * -1 when there is none. */
+DPM_API int dpm_get_arp_info_by_vrf_ip(uint32_t vrf, uint32_t address, uint8_t *mac,
+                                       uint16_t *first, uint16_t *second);
+DPM_API int dpm_get_ndp_entry_by_ip(const void *address, uint8_t *mac, uint32_t ifindex,
+                                    uint16_t *first, uint16_t *second, uint32_t *third);
 
-/* Diagnostics: post a test IPv4 host (address in network order) of VRF 0 with a fixed MAC.  Any thread; 0 or -1. */
-DPM_API int dpm_host_test_add(uint32_t address, uint32_t ifindex, uint32_t svlan, uint32_t port_type,
-                              uint32_t log_port_id, uint32_t phy_port_id);
-DPM_API int dpm_host_test_del(uint32_t address, uint32_t ifindex, uint32_t svlan, uint32_t port_type,
-                              uint32_t log_port_id, uint32_t phy_port_id);
+/* Diagnostics: post a test IPv4 host (address in network order) of VRF 0 with a fixed MAC.  Any
+ * thread; 0 or -1. */
+DPM_API int dpm_host_test_add(uint32_t address, uint32_t ifindex, uint32_t svlan,
+                              uint32_t port_type, uint32_t log_port_id, uint32_t phy_port_id);
+DPM_API int dpm_host_test_del(uint32_t address, uint32_t ifindex, uint32_t svlan,
+                              uint32_t port_type, uint32_t log_port_id, uint32_t phy_port_id);
 
-/* Diagnostics: drops every neighbour from the IP stack and probes it, as after a switch-over.  Takes the DPM lock. */
+/* Diagnostics: drops every neighbour from the IP stack and probes it, as after a switch-over. Takes
+ * the DPM lock. */
 DPM_API int dpm_host_start_delete_time_test(void);
 
-/* Diagnostics: while the switch is on, host and route requests are dropped with success, so that an IPv6 conformance
- * test can run against the IP stack alone.  Any thread; the state is 1 while on. */
+/* Diagnostics: while the switch is on, host and route requests are dropped with success, so that an
+ * IPv6 conformance test can run against the IP stack alone.  Any thread; the state is 1 while on.
+ */
 DPM_API int dpm_ipv6_ready_test_switch_open(void);
 DPM_API int dpm_ipv6_ready_test_switch_close(void);
 DPM_API uint32_t dpm_get_ipv6_ready_test_switch_state(void);
 
-/* ---- next hops ------------------------------------------------------------------------------------------------- */
+/* ---- next hops
+ * -------------------------------------------------------------------------------------------------
+ */
 
 /* First next hop, and the one after `entry`; null at the end.  Walkers. */
 DPM_API const struct dpm_nexthop_entry *dpm_api_get_nexthop_entry_first(void);
-DPM_API const struct dpm_nexthop_entry *dpm_api_get_nexthop_entry_next(const struct dpm_nexthop_entry *entry);
+DPM_API const struct dpm_nexthop_entry *
+dpm_api_get_nexthop_entry_next(const struct dpm_nexthop_entry *entry);
 
 DPM_API void dpm_nexthop_show(void);
 
-/* ---- receivers of the peer card -------------------------------------------------------------------------------- */
+/* ---- receivers of the peer card
+ * -------------------------------------------------------------------------------- */
 
-/* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes` is checked.
- * 0 when the message was posted or dropped by role, -1 when it was refused. */
+/* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes`
+ * is checked. 0 when the message was posted or dropped by role, -1 when it was refused. */
 #define DPM_RECEIVER(name) DPM_API int name(const void *buffer, uint32_t length_bytes)
 DPM_RECEIVER(dpm_main_entry_sync_all_receive);
 DPM_RECEIVER(dpm_slave_up_pro_over_sync_receive);
@@ -344,76 +379,103 @@ DPM_RECEIVER(dpm_host_entry_del_sync_receive);
 DPM_RECEIVER(dpm_host_entry_sync_all_receive);
 #undef DPM_RECEIVER
 
-/* ---- result callbacks of the chip driver ------------------------------------------------------------------------ */
+/* ---- result callbacks of the chip driver
+ * ------------------------------------------------------------------------ */
 
-/* A slot's answer to the request of the same name without "_result": the request's own arguments, the bit of the slot
- * that answered and its result.  Any thread, no lock; a result other than 0 is logged.  Always 0. */
-DPM_API int dpm_driver_add_ip_nexthop_result(uint32_t port_type, uint32_t port_id, const uint32_t *id, uint16_t svlan,
-                                             uint16_t cvlan, const uint8_t *mac, uint32_t obj_bit, int result);
+/* A slot's answer to the request of the same name without "_result": the request's own arguments,
+ * the bit of the slot that answered and its result.  Any thread, no lock; a result other than 0 is
+ * logged.  Always 0. */
+DPM_API int dpm_driver_add_ip_nexthop_result(uint32_t port_type, uint32_t port_id,
+                                             const uint32_t *id, uint16_t svlan, uint16_t cvlan,
+                                             const uint8_t *mac, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_del_ip_nexthop_result(uint32_t id, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_update_ip_nexthop_result(uint32_t port_type, uint32_t port_id, const uint32_t *id,
-                                                uint16_t svlan, uint16_t cvlan, const uint8_t *mac, uint32_t obj_bit,
-                                                int result);
-DPM_API int dpm_driver_add_ip_entry_result(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
-                                           uint32_t nexthop_id, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_del_ip_entry_result(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
-                                           uint32_t nexthop_id, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_add_ecmp_nexthop_result(const int32_t *group, uint32_t operation, uint32_t count,
-                                               const void *members, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_update_ip_nexthop_result(uint32_t port_type, uint32_t port_id,
+                                                const uint32_t *id, uint16_t svlan, uint16_t cvlan,
+                                                const uint8_t *mac, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_ip_entry_result(int32_t vrf, uint32_t family, const void *address,
+                                           uint32_t prefix_len, uint32_t nexthop_id,
+                                           uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_ip_entry_result(int32_t vrf, uint32_t family, const void *address,
+                                           uint32_t prefix_len, uint32_t nexthop_id,
+                                           uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_ecmp_nexthop_result(const int32_t *group, uint32_t operation,
+                                               uint32_t count, const void *members,
+                                               uint32_t obj_bit, int result);
 DPM_API int dpm_driver_del_ecmp_nexthop_result(int32_t group, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_update_ecmp_nexthop_result(int32_t group, uint32_t operation, uint32_t count,
-                                                  const void *members, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_add_l3_intf_result(const uint8_t *mac, uint16_t vlan, const uint32_t *id, uint32_t obj_bit,
-                                          int result);
-DPM_API int dpm_driver_delete_l3_intf_result(const uint8_t *mac, uint16_t vlan, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_interface_vrf_set_result(int32_t vlan, uint16_t vrf, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_interface_ipmc_enable_result(uint16_t vlan, uint32_t type, uint32_t enable, uint32_t obj_bit,
-                                                    int result);
-DPM_API int dpm_driver_default_route_set_result(uint32_t family, uint16_t vrf, uint32_t to_cpu, uint32_t cpu_queue,
-                                                uint32_t cpu_rate, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_mpls_ftn_add_result(const void *request, const uint32_t *nhid, const uint32_t *tunnel_id,
-                                           uint32_t obj_bit, int result);
-DPM_API int dpm_driver_mpls_ftn_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_mpls_ilm_add_result(const void *request, const uint32_t *nhid, const uint32_t *tunnel_id,
-                                           uint32_t obj_bit, int result);
-DPM_API int dpm_driver_mpls_ilm_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_add_result(uint16_t vpls_id, const uint32_t *fid, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_del_result(uint16_t vpls_id, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_ac_entry_add_result(const void *request, const uint32_t *nhid, const uint32_t *logic_port,
-                                                uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_ac_entry_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_pw_entry_add_result(const void *request, const uint32_t *nhid, const uint32_t *logic_port,
-                                                uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_pw_entry_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpws_entry_add_result(const void *ac, const void *pw, const uint32_t *ac_nhid,
-                                             const uint32_t *pw_nhid, const uint32_t *aps_id, uint32_t value,
-                                             uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpws_entry_del_result(const void *request, uint32_t value, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpws_entry_add_result_test(const void *ac, const void *pw, const uint32_t *ac_nhid,
-                                                  const uint32_t *pw_nhid, const uint32_t *aps_id, uint32_t value,
-                                                  const uint16_t *vlans, uint32_t vlan_count, uint32_t obj_bit,
+                                                  const void *members, uint32_t obj_bit,
                                                   int result);
-DPM_API int dpm_driver_vpws_entry_del_result_test(const void *request, uint32_t value, const uint16_t *vlans,
-                                                  uint32_t vlan_count, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpws_entry_update_result(const void *ac, const void *pw, const uint32_t *pw_nhid,
-                                                const uint32_t *aps_id, uint32_t value, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_interface_mpls_enable_result(uint16_t vlan, uint8_t enable, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_pw_group_switch_result(uint32_t group, uint32_t protect, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_port_scl_key_type_set_result(uint32_t port_type, uint16_t port, uint16_t subport,
-                                                    uint8_t direction, uint8_t key_type, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_l3_intf_result(const uint8_t *mac, uint16_t vlan, const uint32_t *id,
+                                          uint32_t obj_bit, int result);
+DPM_API int dpm_driver_delete_l3_intf_result(const uint8_t *mac, uint16_t vlan, uint32_t obj_bit,
+                                             int result);
+DPM_API int dpm_driver_interface_vrf_set_result(int32_t vlan, uint16_t vrf, uint32_t obj_bit,
+                                                int result);
+DPM_API int dpm_driver_interface_ipmc_enable_result(uint16_t vlan, uint32_t type, uint32_t enable,
+                                                    uint32_t obj_bit, int result);
+DPM_API int dpm_driver_default_route_set_result(uint32_t family, uint16_t vrf, uint32_t to_cpu,
+                                                uint32_t cpu_queue, uint32_t cpu_rate,
+                                                uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ftn_add_result(const void *request, const uint32_t *nhid,
+                                           const uint32_t *tunnel_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ftn_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ilm_add_result(const void *request, const uint32_t *nhid,
+                                           const uint32_t *tunnel_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_mpls_ilm_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_add_result(uint16_t vpls_id, const uint32_t *fid, uint32_t obj_bit,
+                                       int result);
+DPM_API int dpm_driver_vpls_del_result(uint16_t vpls_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_ac_entry_add_result(const void *request, const uint32_t *nhid,
+                                                const uint32_t *logic_port, uint32_t obj_bit,
+                                                int result);
+DPM_API int dpm_driver_vpls_ac_entry_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_pw_entry_add_result(const void *request, const uint32_t *nhid,
+                                                const uint32_t *logic_port, uint32_t obj_bit,
+                                                int result);
+DPM_API int dpm_driver_vpls_pw_entry_del_result(const void *request, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_add_result(const void *ac, const void *pw,
+                                             const uint32_t *ac_nhid, const uint32_t *pw_nhid,
+                                             const uint32_t *aps_id, uint32_t value,
+                                             uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_del_result(const void *request, uint32_t value, uint32_t obj_bit,
+                                             int result);
+DPM_API int dpm_driver_vpws_entry_add_result_test(const void *ac, const void *pw,
+                                                  const uint32_t *ac_nhid, const uint32_t *pw_nhid,
+                                                  const uint32_t *aps_id, uint32_t value,
+                                                  const uint16_t *vlans, uint32_t vlan_count,
+                                                  uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_del_result_test(const void *request, uint32_t value,
+                                                  const uint16_t *vlans, uint32_t vlan_count,
+                                                  uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpws_entry_update_result(const void *ac, const void *pw,
+                                                const uint32_t *pw_nhid, const uint32_t *aps_id,
+                                                uint32_t value, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_interface_mpls_enable_result(uint16_t vlan, uint8_t enable, uint32_t obj_bit,
+                                                    int result);
+DPM_API int dpm_driver_pw_group_switch_result(uint32_t group, uint32_t protect, uint32_t obj_bit,
+                                              int result);
+DPM_API int dpm_driver_port_scl_key_type_set_result(uint32_t port_type, uint16_t port,
+                                                    uint16_t subport, uint8_t direction,
+                                                    uint8_t key_type, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_add_gre_tunnel_result(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
-                                             uint32_t key, uint32_t checksum, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_del_gre_tunnel_result(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
-                                             uint32_t key, uint32_t checksum, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_add_gre_nexthop_result(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid,
-                                              uint32_t ivid, uint32_t vrf, const uint8_t *source,
-                                              const uint8_t *destination, uint32_t key, uint32_t checksum,
-                                              const uint32_t *id, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_update_gre_nexthop_result(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
-                                                 uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
-                                                 const uint8_t *destination, uint32_t key, uint32_t checksum,
-                                                 const uint32_t *id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_gre_tunnel_result(uint32_t vrf, const uint8_t *source,
+                                             const uint8_t *destination, uint32_t key,
+                                             uint32_t checksum, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_del_gre_tunnel_result(uint32_t vrf, const uint8_t *source,
+                                             const uint8_t *destination, uint32_t key,
+                                             uint32_t checksum, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_add_gre_nexthop_result(uint32_t port_type, uint32_t port_id,
+                                              const uint8_t *mac, uint32_t vid, uint32_t ivid,
+                                              uint32_t vrf, const uint8_t *source,
+                                              const uint8_t *destination, uint32_t key,
+                                              uint32_t checksum, const uint32_t *id,
+                                              uint32_t obj_bit, int result);
+DPM_API int dpm_driver_update_gre_nexthop_result(uint32_t port_type, uint32_t port_id,
+                                                 const uint8_t *mac, uint32_t vid, uint32_t ivid,
+                                                 uint32_t vrf, const uint8_t *source,
+                                                 const uint8_t *destination, uint32_t key,
+                                                 uint32_t checksum, const uint32_t *id,
+                                                 uint32_t obj_bit, int result);
 DPM_API int dpm_driver_del_gre_nexthop_result(uint32_t id, uint32_t obj_bit, int result);
 
 #ifdef __cplusplus

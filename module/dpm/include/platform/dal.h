@@ -1,14 +1,16 @@
 /*
  * Contract: the chip driver abstraction.
  *
- * The host supplies every function of this header.  They are called on the worker under the DPM lock (and by
- * dpm_main_init before the worker exists).  Each answers 0 when every slot took the request, otherwise an error code; a
- * request that is refused must leave no trace.  The driver reports each slot's own answer through the callback named
- * after the request with "_result" behind it (dpm_api.h), on any thread.
+ * The host supplies every function of this header.  They are called on the worker under the DPM
+ * lock (and by dpm_main_init before the worker exists).  Each answers 0 when every slot took the
+ * request, otherwise an error code; a request that is refused must leave no trace.  The driver
+ * reports each slot's own answer through the callback named after the request with "_result" behind
+ * it (dpm_api.h), on any thread.
  *
  * `slot_bits`: 0 for no restriction, otherwise bit N restricts the request to slot N.
- * `mac`: 6 bytes in wire order.  `address`: 4 (family 1) or 16 (family 2) bytes in network order.  Both, like every
- * other pointer, are valid during the call only.  Indexes written through pointers are above 0; 2 is reserved.
+ * `mac`: 6 bytes in wire order.  `address`: 4 (family 1) or 16 (family 2) bytes in network order.
+ * Both, like every other pointer, are valid during the call only.  Indexes written through pointers
+ * are above 0; 2 is reserved.
  */
 #ifndef DPM_PLATFORM_DAL_H
 #define DPM_PLATFORM_DAL_H
@@ -29,73 +31,83 @@ int dal_driver_delete_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t reserv
 int dal_driver_interface_vrf_set(int32_t vlan, uint16_t vrf, uint32_t slot_bits);
 int dal_driver_interface_mpls_enable(uint16_t vlan, uint8_t enable, uint32_t slot_bits);
 
-/* Address entries: host routes, prefixes and interface addresses are one table, keyed by VRF, family and prefix.
- * An add of what is there with another next hop replaces it. */
+/* Address entries: host routes, prefixes and interface addresses are one table, keyed by VRF,
+ * family and prefix. An add of what is there with another next hop replaces it. */
 int dal_driver_add_ip_entry(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
                             uint32_t nexthop_id, uint32_t slot_bits);
 int dal_driver_del_ip_entry(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
                             uint32_t nexthop_id, uint32_t slot_bits);
 
-/* What happens to packets of a VRF that no entry matches: `to_cpu` 1 sends them to the CPU, 0 drops them. */
+/* What happens to packets of a VRF that no entry matches: `to_cpu` 1 sends them to the CPU, 0 drops
+ * them. */
 int dal_driver_default_route_set(uint32_t family, uint16_t vrf, uint32_t to_cpu, uint32_t cpu_queue,
                                  uint32_t cpu_rate, uint32_t slot_bits);
 
-/* Next hops: a neighbour behind a port.  `port_type` 1 trunk, 2 physical port.  The index is written through `id`. */
-int dal_driver_add_ip_nexthop(uint32_t port_type, uint32_t port_id, uint32_t *id, uint16_t svlan, uint16_t cvlan,
-                              const uint8_t *mac, uint32_t slot_bits);
+/* Next hops: a neighbour behind a port.  `port_type` 1 trunk, 2 physical port.  The index is
+ * written through `id`. */
+int dal_driver_add_ip_nexthop(uint32_t port_type, uint32_t port_id, uint32_t *id, uint16_t svlan,
+                              uint16_t cvlan, const uint8_t *mac, uint32_t slot_bits);
 int dal_driver_del_ip_nexthop(uint32_t id, uint32_t slot_bits);
 
-/* Groups of up to eight next hops.  `operation` 0 create, 1 add members, 2 remove members; `members` is
- * DAL_ECMP_MEMBER_BYTES, of which the first `count` words are in use. */
-int dal_driver_add_ecmp_nexthop(int32_t *group, uint32_t operation, uint32_t count, const void *members,
-                                uint32_t slot_bits);
-int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t count, const void *members,
-                                   uint32_t slot_bits);
+/* Groups of up to eight next hops.  `operation` 0 create, 1 add members, 2 remove members;
+ * `members` is DAL_ECMP_MEMBER_BYTES, of which the first `count` words are in use. */
+int dal_driver_add_ecmp_nexthop(int32_t *group, uint32_t operation, uint32_t count,
+                                const void *members, uint32_t slot_bits);
+int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t count,
+                                   const void *members, uint32_t slot_bits);
 int dal_driver_del_ecmp_nexthop(int32_t group, uint32_t slot_bits);
 int dal_driver_set_ecmp_hash_ctl(uint32_t hash_mode, uint32_t slot_bits);
 
-/* Labels.  The request records are the driver's; next-hop id and tunnel id are written through the two pointers. */
-int dal_driver_mpls_ftn_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id, uint32_t slot_bits);
+/* Labels.  The request records are the driver's; next-hop id and tunnel id are written through the
+ * two pointers. */
+int dal_driver_mpls_ftn_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id,
+                            uint32_t slot_bits);
 int dal_driver_mpls_ftn_del(const void *request, uint32_t slot_bits);
-int dal_driver_mpls_ilm_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id, uint32_t slot_bits);
+int dal_driver_mpls_ilm_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id,
+                            uint32_t slot_bits);
 int dal_driver_mpls_ilm_del(const void *request, uint32_t slot_bits);
 
 /* Point-to-point pseudowires.  `vlans` are `vlan_count` VLAN ids. */
-int dal_driver_vpws_entry_add(const void *ac, const void *pw, uint32_t *ac_nhid, uint32_t *pw_nhid, uint32_t *aps_id,
-                              uint32_t value, uint32_t slot_bits);
+int dal_driver_vpws_entry_add(const void *ac, const void *pw, uint32_t *ac_nhid, uint32_t *pw_nhid,
+                              uint32_t *aps_id, uint32_t value, uint32_t slot_bits);
 int dal_driver_vpws_entry_del(const void *request, uint32_t value, uint32_t slot_bits);
-int dal_driver_vpws_entry_update(const void *ac, const void *pw, uint32_t *pw_nhid, uint32_t *aps_id, uint32_t value,
-                                 uint32_t slot_bits);
-int dal_driver_vpws_entry_add_test(const void *ac, const void *pw, uint32_t *ac_nhid, uint32_t *pw_nhid,
-                                   uint32_t *aps_id, uint32_t value, const uint16_t *vlans, uint32_t vlan_count,
-                                   uint32_t slot_bits);
-int dal_driver_vpws_entry_del_test(const void *request, uint32_t value, const uint16_t *vlans, uint32_t vlan_count,
-                                   uint32_t slot_bits);
+int dal_driver_vpws_entry_update(const void *ac, const void *pw, uint32_t *pw_nhid,
+                                 uint32_t *aps_id, uint32_t value, uint32_t slot_bits);
+int dal_driver_vpws_entry_add_test(const void *ac, const void *pw, uint32_t *ac_nhid,
+                                   uint32_t *pw_nhid, uint32_t *aps_id, uint32_t value,
+                                   const uint16_t *vlans, uint32_t vlan_count, uint32_t slot_bits);
+int dal_driver_vpws_entry_del_test(const void *request, uint32_t value, const uint16_t *vlans,
+                                   uint32_t vlan_count, uint32_t slot_bits);
 int dal_driver_pw_group_switch(uint32_t group, uint32_t protect, uint32_t slot_bits);
 
 /* Multipoint pseudowires. */
 int dal_driver_vpls_add(uint16_t vpls_id, uint32_t *fid, uint32_t slot_bits);
 int dal_driver_vpls_del(uint16_t vpls_id, uint32_t slot_bits);
-int dal_driver_vpls_ac_entry_add(const void *request, uint32_t *nhid, uint32_t *logic_port, uint32_t slot_bits);
+int dal_driver_vpls_ac_entry_add(const void *request, uint32_t *nhid, uint32_t *logic_port,
+                                 uint32_t slot_bits);
 int dal_driver_vpls_ac_entry_del(const void *request, uint32_t slot_bits);
-int dal_driver_vpls_pw_entry_add(const void *request, uint32_t *nhid, uint32_t *logic_port, uint32_t slot_bits);
+int dal_driver_vpls_pw_entry_add(const void *request, uint32_t *nhid, uint32_t *logic_port,
+                                 uint32_t slot_bits);
 int dal_driver_vpls_pw_entry_del(const void *request, uint32_t slot_bits);
 
 /* The fields that classify packets of a port.  `direction` 0 ingress, 1 egress. */
-int dal_driver_port_scl_key_type_set(uint32_t port_type, uint16_t port, uint16_t subport, uint8_t direction,
-                                     uint8_t key_type, uint32_t slot_bits);
+int dal_driver_port_scl_key_type_set(uint32_t port_type, uint16_t port, uint16_t subport,
+                                     uint8_t direction, uint8_t key_type, uint32_t slot_bits);
 
-/* GRE.  `source` and `destination` are IPv4 addresses in network order; a key of DAL_GRE_NO_KEY means none. */
-int dal_driver_add_gre_tunnel(uint32_t vrf, const uint8_t *source, const uint8_t *destination, uint32_t key,
-                              uint32_t checksum, uint32_t slot_bits);
-int dal_driver_del_gre_tunnel(uint32_t vrf, const uint8_t *source, const uint8_t *destination, uint32_t key,
-                              uint32_t checksum, uint32_t slot_bits);
-int dal_driver_add_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid, uint32_t ivid,
-                               uint32_t vrf, const uint8_t *source, const uint8_t *destination, uint32_t key,
-                               uint32_t checksum, uint32_t *id, uint32_t slot_bits);
-int dal_driver_update_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid,
-                                  uint32_t ivid, uint32_t vrf, const uint8_t *source, const uint8_t *destination,
-                                  uint32_t key, uint32_t checksum, uint32_t *id, uint32_t slot_bits);
+/* GRE.  `source` and `destination` are IPv4 addresses in network order; a key of DAL_GRE_NO_KEY
+ * means none. */
+int dal_driver_add_gre_tunnel(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
+                              uint32_t key, uint32_t checksum, uint32_t slot_bits);
+int dal_driver_del_gre_tunnel(uint32_t vrf, const uint8_t *source, const uint8_t *destination,
+                              uint32_t key, uint32_t checksum, uint32_t slot_bits);
+int dal_driver_add_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
+                               uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
+                               const uint8_t *destination, uint32_t key, uint32_t checksum,
+                               uint32_t *id, uint32_t slot_bits);
+int dal_driver_update_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
+                                  uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
+                                  const uint8_t *destination, uint32_t key, uint32_t checksum,
+                                  uint32_t *id, uint32_t slot_bits);
 int dal_driver_del_gre_nexthop(uint32_t id, uint32_t slot_bits);
 
 #ifdef __cplusplus

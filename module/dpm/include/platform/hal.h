@@ -1,7 +1,9 @@
 /*
- * Contract: hardware abstraction (link and trunk events, packets trapped to the CPU, VLAN-interface notices).
+ * Contract: hardware abstraction (link and trunk events, packets trapped to the CPU, VLAN-interface
+ * notices).
  *
- * The host supplies every function of this header.  Results are 0 for success, otherwise an error code.
+ * The host supplies every function of this header.  Results are 0 for success, otherwise an error
+ * code.
  */
 #ifndef DPM_PLATFORM_HAL_H
 #define DPM_PLATFORM_HAL_H
@@ -16,31 +18,38 @@ extern "C" {
 typedef int (*hal_link_handler)(uint32_t port, uint32_t state);
 
 /* `port` joined or left the trunk with index 91 to 106; `action` tells which and is only logged. */
-typedef int (*hal_trunk_handler)(uint32_t type, uint32_t trunk_index, uint32_t port, uint32_t action);
+typedef int (*hal_trunk_handler)(uint32_t type, uint32_t trunk_index, uint32_t port,
+                                 uint32_t action);
 
-/* The destination-MAC match of a neighbour-discovery rule: (first 16 bits of the MAC & mask) == value. */
+/* The destination-MAC match of a neighbour-discovery rule: (first 16 bits of the MAC & mask) ==
+ * value. */
 struct hal_mac_match {
     uint16_t value;
     uint16_t mask;
 };
 
-/* Called once each, from dpm_main_init.  The handlers may be called on any thread but the worker, and only post. */
+/* Called once each, from dpm_main_init.  The handlers may be called on any thread but the worker,
+ * and only post. */
 int hal_register_link_handler(hal_link_handler handler);
 int hal_register_trunk_link_handler(hal_link_handler handler);
 int hal_register_trunk_handler(hal_trunk_handler handler);
 
-/* The lowest service port and the highest uplink port (both inclusive) whose link events matter.  Any thread. */
+/* The lowest service port and the highest uplink port (both inclusive) whose link events matter.
+ * Any thread. */
 uint32_t hal_get_min_server_logic_slot(void);
 uint32_t hal_get_max_uplink_portid(void);
 
-/* Notices about a VLAN interface, on the requester's thread.  `oper` 1 add, 2 delete; `family` 1 IPv4, 2 IPv6;
- * `address` 4 or 16 bytes in network order, valid during the call; `prefix_len` in bits. */
+/* Notices about a VLAN interface, on the requester's thread.  `oper` 1 add, 2 delete; `family` 1
+ * IPv4, 2 IPv6; `address` 4 or 16 bytes in network order, valid during the call; `prefix_len` in
+ * bits. */
 int hal_ns_vlanif_proc(uint32_t vlan, uint32_t oper);
-int hal_ns_vlanif_ip_proc(uint32_t vlan, uint32_t family, const void *address, uint32_t prefix_len, uint32_t oper);
+int hal_ns_vlanif_ip_proc(uint32_t vlan, uint32_t family, const void *address, uint32_t prefix_len,
+                          uint32_t oper);
 int hal_ns_vlanif_vrf_proc(uint32_t vlan, uint32_t vrf, uint32_t oper);
 
-/* Trap rules, on the worker.  `on` 1 sets a rule, 0 removes it.  ARP: by VLAN, `port` 0 for all.  OSPF: by VLAN.
- * Neighbour discovery: by VLAN and destination MAC; `match` is valid during the call. */
+/* Trap rules, on the worker.  `on` 1 sets a rule, 0 removes it.  ARP: by VLAN, `port` 0 for all.
+ * OSPF: by VLAN. Neighbour discovery: by VLAN and destination MAC; `match` is valid during the
+ * call. */
 int hal_set_arp_to_cpu(uint16_t vlan, uint32_t port, uint32_t on);
 int hal_set_ospf_to_cpu_ex(uint32_t vlan, uint32_t on);
 int hal_set_ipv6_ns_rule(uint32_t on, uint16_t vlan, const struct hal_mac_match *match);

@@ -1,15 +1,19 @@
 /*
  * Contract: the IP stack's sockets and neighbour cache.
  *
- * The host supplies every function of this header.  The socket calls are made on the worker, under the DPM lock, and on
- * the threads of those who read neighbour entries; they must not block for long and must not call the library back on
- * the same thread (a neighbour report comes on a thread of the stack).
+ * The host supplies every function of this header.  The socket calls are made on the worker, under
+ * the DPM lock, and on the threads of those who read neighbour entries; they must not block for
+ * long and must not call the library back on the same thread (a neighbour report comes on a thread
+ * of the stack).
  *
- * A request block is 60 bytes.  Socket addresses inside it start with their length and family, one byte each:
+ * A request block is 60 bytes.  Socket addresses inside it start with their length and family, one
+ * byte each:
  *
- *   ARP       0: 16, 1: 2, 4: IPv4 address     16: 24, 17: 18, 20: ifindex, 24: link-layer address length 6,
- *             25: name length, 26: link-layer address
- *   neighbour 0: 28, 1: 24, 8: IPv6 address    28: link-layer address, 36: ifindex, further fields in a reply
+ *   ARP       0: 16, 1: 2, 4: IPv4 address     16: 24, 17: 18, 20: ifindex, 24: link-layer address
+ * length (6 at most) in a reply  26: link-layer address, 32 and 34: two 16-bit fields of the entry
+ *   neighbour 0: 28, 1: 24, 8: IPv6 address    36: ifindex
+ *             in a reply  28: link-layer address, 40 and 42: two 16-bit fields, 44: a 32-bit field
+ * of the entry
  */
 #ifndef DPM_PLATFORM_IPCOMX_H
 #define DPM_PLATFORM_IPCOMX_H
@@ -27,12 +31,14 @@ extern "C" {
 #define IPCOMX_SOL_SOCKET 0xFFFF
 #define IPCOMX_SO_VRF 0x1020 /* a 32-bit VRF id */
 
-#define IPCOMX_ARP_DELETE 0xC03C1403u  /* drop the neighbour entry of an IPv4 address on an interface */
-#define IPCOMX_ARP_REQUEST 0xC03C1404u /* send an ARP request for an IPv4 address out of an interface */
-#define IPCOMX_ARP_GET 0xC03C0402u     /* read the neighbour entry of an IPv4 address */
-#define IPCOMX_ND_SOLICIT 0xC03C1607u  /* send a neighbour solicitation for an IPv6 address */
-#define IPCOMX_ND_DELETE 0xC03C1609u   /* drop the neighbour entry of an IPv6 address */
-#define IPCOMX_ND_GET 0xC03C0608u      /* read the neighbour entry of an IPv6 address */
+#define IPCOMX_ARP_DELETE                                                                          \
+    0xC03C1403u /* drop the neighbour entry of an IPv4 address on an interface */
+#define IPCOMX_ARP_REQUEST                                                                         \
+    0xC03C1404u                    /* send an ARP request for an IPv4 address out of an interface */
+#define IPCOMX_ARP_GET 0xC03C0402u /* read the neighbour entry of an IPv4 address */
+#define IPCOMX_ND_SOLICIT 0xC03C1607u /* send a neighbour solicitation for an IPv6 address */
+#define IPCOMX_ND_DELETE 0xC03C1609u  /* drop the neighbour entry of an IPv6 address */
+#define IPCOMX_ND_GET 0xC03C0608u     /* read the neighbour entry of an IPv6 address */
 #define IPCOMX_REQUEST_BYTES 60
 
 /* Opens a socket; a descriptor, or -1 with the error number set. */
@@ -49,14 +55,15 @@ const char *ipcomx_strerror(int error);
 
 /* An IPv6 address (16 bytes) to a 28-byte socket address, and that address to text; 0 or -1. */
 int ipcomx_getsockaddrbyaddr(const void *address, int family, void *socket_address);
-int ipcomx_getnameinfo(const void *socket_address, uint32_t length_bytes, char *text, uint32_t text_bytes);
+int ipcomx_getnameinfo(const void *socket_address, uint32_t length_bytes, char *text,
+                       uint32_t text_bytes);
 
 /* What the IP stack reports about a neighbour; the record is struct dpm_host_info of dpm_api.h. */
 struct dpm_host_info;
 typedef int (*ipcomx_neighbour_callback)(const struct dpm_host_info *info);
 
-/* The IP stack reports every neighbour that it learns (operation 1) or loses (operation 2) to this callback, on a
- * thread of its own.  Called once, from dpm_main_init. */
+/* The IP stack reports every neighbour that it learns (operation 1) or loses (operation 2) to this
+ * callback, on a thread of its own.  Called once, from dpm_main_init. */
 int ipstack_no_nbase_func_register(ipcomx_neighbour_callback callback);
 
 #ifdef __cplusplus

@@ -1,7 +1,8 @@
 /*
  * Contract: the routing suite's registry of interfaces and VRFs.
  *
- * The host supplies every function of this header; they may be called from any thread, also with the DPM lock held.
+ * The host supplies every function of this header; they may be called from any thread, also with
+ * the DPM lock held.
  */
 #ifndef DPM_PLATFORM_NSM_H
 #define DPM_PLATFORM_NSM_H
@@ -12,7 +13,8 @@
 extern "C" {
 #endif
 
-/* Writes the name of an interface, with its end, into a buffer of 128 bytes; 0, or -1 for an unknown index. */
+/* Writes the name of an interface, with its end, into a buffer of 128 bytes; 0, or -1 for an
+ * unknown index. */
 int nsm_ifp_get_ifnamebyindex(uint32_t ifindex, char *name);
 
 /* The interface index of a name; 0 when there is none. */

@@ -25,8 +25,8 @@ void uv_unlock_outside(void);
 /* Writes the first member port of a VLAN; 0, or -1 when it has none.  Call with the lock held. */
 int uv_get_fst_vlan_port_cfg(uint32_t vlan, struct uv_vlan_port *port);
 
-/* 1 when bit `position` of the bitmap is set, else 0.  Bit 0 is the lowest bit of byte 0.  The caller sees to it that
- * the bitmap reaches that far. */
+/* 1 when bit `position` of the bitmap is set, else 0.  Bit 0 is the lowest bit of byte 0.  The
+ * caller sees to it that the bitmap reaches that far. */
 int rcal_bit_is_set(const void *bitmap, uint32_t position);
 
 #ifdef __cplusplus

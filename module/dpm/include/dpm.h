@@ -1,0 +1,69 @@
+// The global context: all that the tables share.
+//
+// Built once by dpm_main_init, on the start-up thread; from then on changed by the worker alone,
+// under the DPM lock. slave_up, the locks and the queue are also read by other threads.
+#pragma once
+
+#include "dpm_api.h"
+#include "dpm_avltree.h"
+#include "dpm_state.h"
+#include "dpm_timer.h"
+#include "platform/bep.h"
+
+#include <cstddef>
+#include <cstdint>
+
+inline constexpr std::uint32_t DPM_VRF_COUNT = 256; // VRF ids that can be enabled
+
+struct dpm_global {
+    std::uint32_t module_id; // handle for the log; 0 until the module is registered
+    std::uint8_t device_mac[DPM_MAC_BYTES];
+    std::uint16_t if_count; // entries of if_list
+    std::uint32_t slave_up; // 1: the tables are mirrored to the peer card
+    list_head if_list;      // dpm_if_entry
+    list_head notify_list;  // callbacks told about hosts, in order of registration
+    list_head spare_list;
+    list_head unreachable_list; // dpm_unreachable_entry
+    list_head hold_list;        // dpm_hold_entry
+    std::uint32_t hold_count;   // entries of hold_list
+    dpm_avl_tree ecmp_ipv4_tree;
+    dpm_avl_tree ecmp_ipv6_tree;
+    dpm_avl_tree host_ipv4_tree;
+    dpm_avl_tree host_ipv6_tree;
+    dpm_avl_tree route_ipv4_tree;
+    dpm_avl_tree route_ipv6_tree;
+    dpm_avl_tree bfd_tree;
+    dpm_avl_tree nexthop_tree;
+    dpm_avl_tree tunnel_tree;
+    dpm_avl_tree tunnel_port_tree;
+    dpm_avl_tree policy_route_tree;
+    dpm_timer_list *timer_list; // null when it could not be had: then nothing is timed
+    bep_sem dpm_sem;
+    bep_sem nsm_sem;
+    bep_sem bfd_sem;
+    bep_sem slot_up_sem;
+    bep_msgq queue;                        // the worker runs while there is one
+    std::uint8_t vrf_state[DPM_VRF_COUNT]; // 0 never set, DPM_ENABLE, DPM_DISABLE
+    std::uint32_t ecmp_hash;               // hash mode last given to the chip
+    dpm_timer_node peer_timer;             // looks whether the standby card is still usable
+    std::uint32_t reserved;
+};
+static_assert(sizeof(dpm_global) == 600);
+static_assert(offsetof(dpm_global, if_list) == 16);
+static_assert(offsetof(dpm_global, hold_count) == 56);
+static_assert(offsetof(dpm_global, ecmp_ipv4_tree) == 60);
+static_assert(offsetof(dpm_global, timer_list) == 280);
+static_assert(offsetof(dpm_global, vrf_state) == 304);
+static_assert(offsetof(dpm_global, peer_timer) == 564);
+
+extern DPM_STATE dpm_global g_dpm_global;
+
+// Card-local indexes beside the tables: they make a search by something that is not a table's key
+// cheap, yield the table's own order, and are never mirrored.
+struct dpm_index {
+    dpm_avl_tree unreachable_by_address;
+    dpm_avl_tree hold_by_address;
+    dpm_avl_tree nexthop_by_sdk_index;
+};
+
+extern DPM_STATE dpm_index g_dpm_index;

@@ -1,0 +1,98 @@
+// L3 interfaces: what other tables ask of them.  Everything here runs on the worker under the DPM
+// lock, unless said.
+#pragma once
+
+#include "dpm_api.h"
+#include "dpm_list.h"
+
+#include <cstddef>
+#include <cstdint>
+
+static_assert(sizeof(dpm_if_entry) == 144);
+static_assert(offsetof(dpm_if_entry, vrf) == 72);
+static_assert(offsetof(dpm_if_entry, mac) == 86);
+static_assert(offsetof(dpm_if_entry, ipv4_list) == 116);
+static_assert(sizeof(dpm_if_ip_entry) == 32);
+
+// Bodies of the interface messages.
+struct dpm_if_msg {
+    std::uint16_t vrf;
+    std::uint16_t vlan;
+    std::uint32_t if_index;
+    std::uint32_t if_type;
+    char ifname[DPM_IFNAME_BYTES];
+};
+static_assert(sizeof(dpm_if_msg) == 76);
+
+struct if_ip_msg {
+    std::uint32_t if_index;
+    std::uint32_t vrf;
+    dpm_prefix ip;
+};
+static_assert(sizeof(if_ip_msg) == 28);
+
+struct dpm_if_vrf_msg {
+    std::uint32_t if_index;
+    std::uint32_t vrf;
+};
+static_assert(sizeof(dpm_if_vrf_msg) == 8);
+
+struct dpm_super_sub_msg {
+    std::uint32_t super_vlan;
+    std::uint32_t sub_vlan;
+};
+static_assert(sizeof(dpm_super_sub_msg) == 8);
+
+struct dpm_trunk_member_msg {
+    std::uint32_t type;
+    std::uint32_t trunk_id; // 1 to 16
+    std::uint32_t port;
+};
+static_assert(sizeof(dpm_trunk_member_msg) == 12);
+
+// Owners of the messages; 0 or -1.
+int dpm_if_add(const dpm_if_msg *body);
+int dpm_if_del(const dpm_if_msg *body);
+int dpm_if_add_ip(const if_ip_msg *body);
+int dpm_if_del_ip(const if_ip_msg *body);
+int dpm_if_vrf_pro(const dpm_if_vrf_msg *body);
+int dpm_super_add_sub(const dpm_super_sub_msg *body);
+int dpm_super_del_sub(const dpm_super_sub_msg *body);
+int dpm_trunk_member_change_notify(const dpm_trunk_member_msg *body, std::uint32_t oper);
+
+// Lookups.  Null, or the value said, when there is none.
+dpm_if_entry *dpm_if_find_by_ifindex(std::uint32_t ifindex);
+dpm_if_entry *dpm_if_find_by_ifname(const char *name);
+dpm_if_entry *dpm_if_get_by_vlan(std::uint32_t vlan);
+dpm_if_entry *dpm_if_get_by_supervlan(std::uint32_t vlan);
+int dpm_if_get_ifnamebyindex(std::uint32_t ifindex,
+                             char *name);                  // `name` takes DPM_IFNAME_BYTES; -1
+std::uint32_t dpm_if_get_ifindexbyname(const char *name);  // all ones
+std::uint32_t dpm_if_get_vrf(std::uint32_t ifindex);       // 0
+std::uint32_t dpm_if_get_vlanid(std::uint32_t ifindex);    // 0; also called on requesters' threads
+std::uint32_t dpm_if_get_vrf_by_vlan(std::uint32_t vlan);  // 0
+std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan); // 0
+std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix); // 0
+bool dpm_if_is_manage_vlan(const char *name);
+dpm_if_ip_entry *dpm_if_ip_find(list_head *list, const dpm_prefix *prefix);
+dpm_if_entry *dpm_if_sub_find(list_head *sub_list, std::uint32_t vlan);
+
+// Clear the bits behind a prefix length, in place.
+void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len);
+void dpm_network_ipv6_get(std::uint8_t *bytes, std::uint32_t prefix_len);
+
+namespace dpm {
+
+// The name of a VLAN's interface: "vlanif%d".
+class vlanif_name {
+public:
+    explicit vlanif_name(std::uint32_t vlan);
+    const char *c_str() const { return text_; }
+
+private:
+    char text_[DPM_IFNAME_BYTES];
+};
+
+list_view<dpm_if_entry, &dpm_if_entry::link> interfaces();
+
+} // namespace dpm

@@ -1,0 +1,102 @@
+// Circular doubly linked lists with a sentinel head: the classic primitives, and a typed view with
+// two loops.
+//
+//   for (dpm_if_entry &entry : interfaces())              // the body must not remove entries
+//   for (dpm_if_entry &entry : interfaces().erasable())   // the body may remove the current entry
+//
+// An entry that is on no list is linked to itself.
+#pragma once
+
+#include "dpm_api.h"
+
+#include <cstddef>
+
+inline void INIT_LIST_HEAD(list_head *head) {
+    head->next = head;
+    head->prev = head;
+}
+
+// Inserts `entry` right behind `place` (behind the head: as the first).
+inline void list_add(list_head *entry, list_head *place) {
+    entry->next = place->next;
+    entry->prev = place;
+    place->next->prev = entry;
+    place->next = entry;
+}
+
+// Inserts `entry` right before `place` (before the head: as the last).
+inline void list_add_tail(list_head *entry, list_head *place) {
+    list_add(entry, place->prev);
+}
+
+inline void list_del(list_head *entry) {
+    entry->prev->next = entry->next;
+    entry->next->prev = entry->prev;
+}
+
+inline void list_del_init(list_head *entry) {
+    list_del(entry);
+    INIT_LIST_HEAD(entry);
+}
+
+inline bool list_empty(const list_head *head) {
+    return head->next == head;
+}
+
+namespace dpm {
+
+// The list behind a head, of entries that are linked through their member `Link`.
+template <class Entry, auto Link> class list_view {
+public:
+    explicit list_view(list_head &head) : head_(&head) {}
+
+    static Entry &entry_of(list_head *link) {
+        return *reinterpret_cast<Entry *>(reinterpret_cast<char *>(link) - link_offset());
+    }
+
+    Entry *first() const { return at(head_->next); }
+    Entry *next(const Entry &entry) const { return at((entry.*Link).next); }
+    bool empty() const { return list_empty(head_); }
+
+    template <bool Erasable> class walk {
+    public:
+        class iterator {
+        public:
+            explicit iterator(list_head *link)
+                : link_(link), next_(Erasable ? link->next : nullptr) {}
+            Entry &operator*() const { return entry_of(link_); }
+            bool operator!=(const iterator &other) const { return link_ != other.link_; }
+            iterator &operator++() {
+                link_ = Erasable ? next_ : link_->next;
+                next_ = Erasable ? link_->next : nullptr;
+                return *this;
+            }
+
+        private:
+            list_head *link_;
+            list_head *next_; // taken before the body runs
+        };
+        explicit walk(list_head *head) : head_(head) {}
+        iterator begin() const { return iterator(head_->next); }
+        iterator end() const { return iterator(head_); }
+
+    private:
+        list_head *head_;
+    };
+
+    auto begin() const { return walk<false>(head_).begin(); }
+    auto end() const { return walk<false>(head_).end(); }
+    walk<true> erasable() const { return walk<true>(head_); }
+
+private:
+    static std::ptrdiff_t link_offset() {
+        alignas(Entry) static constexpr char bytes[sizeof(Entry)]{};
+        const auto *entry = reinterpret_cast<const Entry *>(bytes);
+        return reinterpret_cast<const char *>(&(entry->*Link)) - bytes;
+    }
+    Entry *at(list_head *link) const { return link == head_ ? nullptr : &entry_of(link); }
+
+    list_head *head_;
+};
+
+} // namespace dpm

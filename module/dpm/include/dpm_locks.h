@@ -1,0 +1,18 @@
+// Scoped guards over the exported lock pairs.
+#pragma once
+
+#include "dpm_api.h"
+
+namespace dpm {
+
+template <void (*Take)(), void (*Give)()> class lock_guard {
+public:
+    lock_guard() { Take(); }
+    ~lock_guard() { Give(); }
+    lock_guard(const lock_guard &) = delete;
+    lock_guard &operator=(const lock_guard &) = delete;
+};
+
+using dpm_lock = lock_guard<norix_dpm_sem_take, norix_dpm_sem_give>;
+
+} // namespace dpm

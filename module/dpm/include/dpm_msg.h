@@ -1,0 +1,136 @@
+// Messages: the codes, the record on the queue, and how a request is posted.
+//
+// Every change to the tables is a message on one queue.  A poster fills a heap block and sends the
+// 16-byte record that points to it; from then on the block belongs to the handler.  Any thread may
+// post; the worker alone receives.
+#pragma once
+
+#include "dpm_memory.h"
+#include "dpm_trace.h"
+
+#include <cstdint>
+#include <type_traits>
+
+// One row per message code, in code order; codes without a row are dropped in silence.
+//   code     number on the queue; other programs post by number
+//   name     enumerator
+//   handler  the worker's handler, which calls the owner and then frees the block (CALL: none, the
+//   owner is called) owner    the function of the table's owner shape    what is passed on:
+//              body    the block, freed behind the call; a null block is passed over
+//              trunk   the block and the len word, as body
+//              slot    the data word, a slot number
+//              port    the len and data words: port kind, and port or trunk id
+//              owned   the block, which the owner frees
+//              signal  nothing
+// clang-format off
+#define DPM_MESSAGES(ROW, CALL)                                                       \
+    ROW( 1, DPM_MSG_ADD_IF,                                                           \
+        dpm_task_msg_add_if_pro, dpm_if_add, body)                                    \
+    ROW( 2, DPM_MSG_DEL_IF,                                                           \
+        dpm_task_msg_del_if_pro, dpm_if_del, body)                                    \
+    ROW( 3, DPM_MSG_ADD_IF_IP,                                                        \
+        dpm_task_msg_add_if_ip_pro, dpm_if_add_ip, body)                              \
+    ROW( 4, DPM_MSG_DEL_IF_IP,                                                        \
+        dpm_task_msg_del_if_ip_pro, dpm_if_del_ip, body)                              \
+    ROW( 5, DPM_MSG_IF_VRF,                                                           \
+        dpm_task_msg_if_vrf_pro, dpm_if_vrf_pro, body)                                \
+    ROW( 6, DPM_MSG_SUPER_ADD_SUB,                                                    \
+        dpm_task_msg_super_add_sub, dpm_super_add_sub, body)                          \
+    ROW( 7, DPM_MSG_SUPER_DEL_SUB,                                                    \
+        dpm_task_msg_super_del_sub, dpm_super_del_sub, body)                          \
+    ROW( 8, DPM_MSG_ADD_HOST,                                                         \
+        dpm_task_msg_add_host_pro, dpm_host_add_msg, body)                            \
+    ROW( 9, DPM_MSG_DEL_HOST,                                                         \
+        dpm_task_msg_del_host_pro, dpm_host_del_msg, body)                            \
+    ROW(10, DPM_MSG_SYNC_ADD_HOST,                                                    \
+        dpm_task_msg_sync_add_host_pro, dpm_host_entry_add_sync_process, body)        \
+    ROW(11, DPM_MSG_SYNC_DEL_HOST,                                                    \
+        dpm_task_msg_sync_del_host_pro, dpm_host_entry_del_sync_process, body)        \
+    ROW(13, DPM_MSG_SYNC_ADD_NEXTHOP,                                                 \
+        dpm_task_msg_sync_add_nexthop_pro, dpm_nexthop_entry_add_sync_process, body)  \
+    ROW(14, DPM_MSG_SYNC_DEL_NEXTHOP,                                                 \
+        dpm_task_msg_sync_del_nexthop_pro, dpm_nexthop_entry_del_sync_process, body)  \
+    CALL(24, DPM_MSG_SLAVE_UP,                                                        \
+         dpm_slave_up_process, slot)                                                  \
+    CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                                 \
+         dpm_slave_to_master_process, signal)                                         \
+    CALL(69, DPM_MSG_PORT_DOWN,                                                       \
+         dpm_host_port_down, port)                                                    \
+    CALL(70, DPM_MSG_PORT_UP,                                                         \
+         dpm_host_port_up, port)                                                      \
+    ROW(86, DPM_MSG_TRUNK_MEMBER_CHANGE,                                              \
+        dpm_task_msg_trunk_member_change_pro, dpm_trunk_member_change_notify, trunk)  \
+    CALL(87, DPM_MSG_SLAVE_UP_OVER,                                                   \
+         dpm_slave_up_pro_over_sync_process, signal)                                  \
+    CALL(88, DPM_MSG_PROXY_PACKET,                                                    \
+         dpm_proxy_msg_packet_recv, owned)                                            \
+    CALL(89, DPM_MSG_PROXY_TIMER,                                                     \
+         dpm_proxy_msg_timer, signal)                                                 \
+    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                                \
+         dpm_proxy_msg_slave_sync, owned)
+// clang-format on
+
+enum dpm_msg_code : std::uint32_t {
+#define DPM_ROW(code, name, handler, owner, shape) name = code,
+#define DPM_CALL(code, name, owner, shape) name = code,
+    DPM_MESSAGES(DPM_ROW, DPM_CALL)
+#undef DPM_ROW
+#undef DPM_CALL
+};
+
+inline constexpr std::uint32_t DPM_MSG_LAST = 111;
+
+// A message as it stands on the queue.
+struct dpm_msg {
+    std::uint32_t type; // dpm_msg_code
+    std::uint32_t len;  // bytes of the block, or a value of the message's own
+    std::uint32_t data; // the block, or a value of the message's own
+    std::uint32_t arg;  // the block of packet and multicast messages
+};
+static_assert(sizeof(dpm_msg) == 16);
+static_assert(sizeof(void *) == sizeof(std::uint32_t), "a pointer travels in a 32-bit word");
+
+inline constexpr std::uint32_t DPM_QUEUE_MESSAGES = 32768;
+
+// Sends with three further tries, a clock tick apart, and rests a tick after every 256th success of
+// the process. 0, or the platform's last answer.  Any thread.
+int dpm_msg_send(const dpm_msg *msg);
+
+// Sends once, without pacing; the platform's answer.  Any thread.
+int dpm_msg_send_direct(const dpm_msg *msg);
+
+namespace dpm {
+
+// The line that a failed post logs, under the poster's name.
+struct send_error {
+    const char *format; // of function and line
+    const char *function;
+    int line;
+    int level = DPM_LEVEL_TRACE;
+};
+#define DPM_SEND_ERROR(format, ...)                                                                \
+    (dpm::send_error{format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__})
+
+// Posts the words of a message; 0, or -1 after logging.  A block that did not travel stays the
+// caller's.
+int post_words(std::uint32_t code, std::uint32_t len, std::uint32_t data, const send_error &error);
+
+// A request in the making: a zeroed heap block, filled in place and posted.  What is not posted is
+// zeroed and freed.
+template <class Body> class request : public block<Body> {
+    static_assert(std::is_trivially_copyable_v<Body>);
+
+public:
+    explicit request(const char *file = __builtin_FILE(), int line = __builtin_LINE())
+        : block<Body>(file, line) {}
+
+    // `len` is that of the body unless the message gives the word another meaning.
+    int post(std::uint32_t code, const send_error &error, std::uint32_t len = sizeof(Body)) {
+        if (post_words(code, len, reinterpret_cast<std::uint32_t>(this->get()), error) != 0)
+            return -1;
+        this->release();
+        return 0;
+    }
+};
+
+} // namespace dpm

@@ -1,0 +1,61 @@
+// Addresses: masking, the link-local address of a MAC, text.
+#include "dpm_address.h"
+
+#include <arpa/inet.h>
+#include <cstdio>
+
+int dpm_ipv4_net_addr_calc(std::uint32_t address, std::uint32_t prefix_len, std::uint32_t *out) {
+    if (prefix_len > DPM_IPV4_BITS)
+        return -1;
+    *out = prefix_len == 0 ? 0 : ntohl(address) & (0xFFFFFFFFu << (DPM_IPV4_BITS - prefix_len));
+    return 0;
+}
+
+int dpm_ipv6_net_addr_calc(const std::uint8_t *address, std::uint32_t prefix_len,
+                           std::uint8_t *out) {
+    if (prefix_len > DPM_IPV6_BITS)
+        return -1;
+    std::uint8_t network[16] = {};
+    const std::uint32_t whole_bytes = prefix_len / 8;
+    std::memcpy(network, address, whole_bytes);
+    if (prefix_len < DPM_IPV6_BITS)
+        network[whole_bytes] =
+            static_cast<std::uint8_t>(address[whole_bytes] & (0xFF << (8 - prefix_len % 8)));
+    std::memcpy(out, network, sizeof network);
+    return 0;
+}
+
+int dpm_get_linklocal(std::uint8_t *out, const std::uint8_t *mac) {
+    if (out == nullptr)
+        return -1;
+    constexpr std::uint8_t universal_bit =
+        0x02; // inverted in an interface identifier made from a MAC
+    const std::uint8_t address[16] = {
+        0xFE,   0x80,   0,
+        0,      0,      0,
+        0,      0,      static_cast<std::uint8_t>(mac[0] ^ universal_bit),
+        mac[1], mac[2], 0xFF,
+        0xFE,   mac[3], mac[4],
+        mac[5]};
+    std::memcpy(out, address, sizeof address);
+    return 0;
+}
+
+namespace dpm {
+
+dpm_prefix host_prefix(std::uint32_t family, const void *address) {
+    dpm_prefix ip = {};
+    ip.family = static_cast<std::uint16_t>(family);
+    ip.prefix_len = host_bits(family);
+    std::memcpy(ip.address, address, address_bytes(family));
+    return ip;
+}
+
+address_text::address_text(const dpm_prefix &ip) {
+    const int family = ip.family == DPM_FAMILY_IPV4 ? AF_INET : AF_INET6;
+    if (!is_known_family(ip.family) ||
+        inet_ntop(family, ip.address, text_, sizeof text_) == nullptr)
+        std::snprintf(text_, sizeof text_, "-");
+}
+
+} // namespace dpm

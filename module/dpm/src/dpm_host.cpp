@@ -1,0 +1,445 @@
+// Hosts: the resolved neighbours (ARP and ND), which the routing suite and the IP stack report.
+//
+// A host takes a shared next hop and, unless its address is link-local, a host entry of the chip;
+// it is mirrored to the standby card and announced to the dependants, which program whatever waited
+// for it.  On its way out the dependants hear first, so that nothing points to a host entry that is
+// gone.  The tables are full at a fixed count; nothing is evicted.  Beside each host, card-locally,
+// stands whether the chip has its entry.
+#include "dpm_host.h"
+
+#include "dpm.h"
+#include "dpm_bridge.h"
+#include "dpm_driver.h"
+#include "dpm_if.h"
+#include "dpm_mirror.h"
+#include "dpm_nexthop.h"
+#include "dpm_trace.h"
+
+namespace {
+
+struct host_record {
+    dpm_host_entry entry; // first: the tables see this alone
+    bool in_chip;         // false for link-local hosts, and while a delete stands half done
+};
+
+host_record &record_of(dpm_host_entry &entry) {
+    return reinterpret_cast<host_record &>(entry);
+}
+const host_record &record_of(const dpm_host_entry &entry) {
+    return reinterpret_cast<const host_record &>(entry);
+}
+
+struct notify_node {
+    list_head link;
+    dpm_host_callback callback;
+};
+static_assert(sizeof(notify_node) == 12);
+
+using notify_list = dpm::list_view<notify_node, &notify_node::link>;
+
+std::uint32_t weight(std::uint32_t family) {
+    return family == DPM_FAMILY_IPV6 ? 2 : 1;
+}
+
+std::uint32_t occupied() {
+    return dpm::ipv4_hosts().count() + 2 * dpm::ipv6_hosts().count();
+}
+
+// Puts an entry into, or takes it out of, the tree of its family.
+void link(dpm_host_entry &host) {
+    if (host.ip.family == DPM_FAMILY_IPV4)
+        (void)dpm::ipv4_hosts().add(host);
+    else
+        (void)dpm::ipv6_hosts().add(host);
+}
+
+void unlink(dpm_host_entry &host) {
+    if (host.ip.family == DPM_FAMILY_IPV4)
+        dpm::ipv4_hosts().remove(host);
+    else
+        dpm::ipv6_hosts().remove(host);
+}
+
+bool has_egress(const dpm_host_entry &host, dpm::egress &out, const dpm::shell &caller) {
+    if (dpm::egress_of(host, out))
+        return true;
+    DPM_SHELL_LOG(
+        caller,
+        "%s %d::host_info paramter is err! port_type %d log_port_id %d phy_port_id 0x%x.\r\n",
+        host.port_type, host.log_port_id, host.phy_port_id);
+    return false;
+}
+
+// What can be checked before anything is changed; `own_weight` is that of an entry which the host
+// replaces.
+bool is_admissible(const dpm_host_entry &host, std::uint32_t own_weight, dpm::egress &out,
+                   const dpm::shell &caller) {
+    if (occupied() - own_weight >= DPM_HOST_CAPACITY) {
+        DPM_SHELL_LOG(caller, "%s %d::host entry is full!!!\r\n");
+        return false;
+    }
+    if (!dpm::is_known_family(host.ip.family)) {
+        DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
+        return false;
+    }
+    return has_egress(host, out, caller);
+}
+
+void log_host(const dpm_host_entry &host, const dpm::shell &caller) {
+    DPM_SHELL_LOG(
+        caller,
+        "%s %d::host_entry vrf %d port_type %d port %d/0x%x svlan %d ip %s mac %x.%x.%x.%x.%x.%x "
+        "sdk_index %d \r\n",
+        host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan,
+        dpm::address_text(host.ip).c_str(), host.mac[0], host.mac[1], host.mac[2], host.mac[3],
+        host.mac[4], host.mac[5], host.sdk_index);
+}
+
+int chip_add(const dpm_host_entry &host) {
+    return dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
+                                dpm::host_bits(host.ip.family), host.sdk_index, DPM_SLOT_ALL_BITS);
+}
+
+int chip_delete(const dpm_host_entry &host) {
+    return dpm_driver_route_del(host.vrf, host.ip.family, host.ip.address,
+                                dpm::host_bits(host.ip.family), host.sdk_index, DPM_SLOT_ALL_BITS);
+}
+
+int nexthop_release(const dpm_host_entry &host, const dpm::egress &out) {
+    return dpm_nexthop_del(out.port_type, out.port_id, host.mac, host.svlan, host.cvlan,
+                           host.sdk_index, DPM_SLOT_ALL_BITS);
+}
+
+// The neighbour's link-local address is asked for, so that it is learnt too.
+void solicit_linklocal(const dpm_host_entry &host) {
+    std::uint8_t linklocal[16];
+    (void)dpm_get_linklocal(linklocal, host.mac);
+    (void)dpm_ndp_req_send(host.vrf, host.ifindex, linklocal);
+}
+
+dpm_host_entry host_of(const dpm_host_msg &body) {
+    dpm_host_entry host = {};
+    host.ifindex = body.ifindex != 0 ? body.ifindex : dpm_ifindex_get_by_vlan(body.supervlan);
+    host.vrf =
+        dpm_if_get_vrf_by_vlan(body.svlan); // the VLAN tells the VRF, whatever the reporter thinks
+    host.ip = body.ip;
+    std::memcpy(host.mac, body.mac, sizeof host.mac);
+    host.svlan = body.svlan;
+    host.cvlan = body.cvlan;
+    host.supervlan = body.supervlan;
+    host.port_type = body.port_type;
+    host.log_port_id = body.log_port_id;
+    host.phy_port_id = body.phy_port_id;
+    return host;
+}
+
+// The entry that a report replaces is deleted in full, its dependants told.  0, or -1 when it would
+// not go.
+int make_way(dpm_host_entry *present) {
+    return present != nullptr ? dpm_host_entry_del(present) : 0;
+}
+
+struct host_mirror {
+    using entry = dpm_host_entry;
+    static constexpr auto add_code = DPM_MSG_SYNC_ADD_HOST, del_code = DPM_MSG_SYNC_DEL_HOST;
+    static constexpr std::uint32_t batch_entries = 100;
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, host driver sync.\r\n";
+    static constexpr const char *empty_first_text = "%s %d::ipv4 host tree is null.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, host table sync.\r\n";
+    static std::span<dpm_avl_tree *const> trees() {
+        static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.host_ipv4_tree,
+                                                       &g_dpm_global.host_ipv6_tree};
+        return list;
+    }
+    static bool reprogram(const dpm_host_entry &host, std::uint32_t slot_bits) {
+        if (!dpm::is_known_family(host.ip.family))
+            return false;
+        if (record_of(host).in_chip)
+            (void)dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
+                                       dpm::host_bits(host.ip.family), host.sdk_index, slot_bits);
+        return true;
+    }
+};
+
+// A mirrored entry as this card keeps it: what is card-local is looked up again or cleared.
+bool localise(dpm_host_entry &host, const dpm::shell &caller) {
+    if (!dpm::is_known_family(host.ip.family)) {
+        DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
+        return false;
+    }
+    host.ifname[sizeof host.ifname - 1] = '\0';
+    host.ifindex = dpm_if_get_ifindexbyname(host.ifname);
+    host.node = {};
+    std::memset(host.card_local, 0, sizeof host.card_local);
+    return true;
+}
+
+void drop_mirrored(dpm_host_entry *present) {
+    if (present == nullptr)
+        return;
+    unlink(*present);
+    dpm::free_host(*present);
+}
+
+} // namespace
+
+// clang-format off
+DPM_MIRRORED_TABLE(host_mirror,
+                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive,
+                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive,
+                   dpm_host_entry_sync_all_send, dpm_host_entry_sync_all_receive)
+// clang-format on
+
+namespace dpm {
+
+ipv4_host_table ipv4_hosts() {
+    return ipv4_host_table(g_dpm_global.host_ipv4_tree);
+}
+ipv6_host_table ipv6_hosts() {
+    return ipv6_host_table(g_dpm_global.host_ipv6_tree);
+}
+
+void host_tables_create() {
+    ipv4_hosts().create();
+    ipv6_hosts().create();
+}
+
+bool egress_of(const dpm_host_entry &host, egress &out) {
+    switch (host.port_type) {
+    case DPM_PORT_LOGICAL:
+        out = {DPM_PORT_LOGICAL, host.log_port_id};
+        return host.log_port_id != 0;
+    case 0:
+    case DPM_PORT_PHYSICAL:
+        out = {DPM_PORT_PHYSICAL, host.phy_port_id};
+        return true;
+    default:
+        return false;
+    }
+}
+
+void free_host(dpm_host_entry &host) {
+    free_zeroed(&record_of(host));
+}
+
+} // namespace dpm
+
+void dpm_host_notify_register(dpm_host_callback callback) {
+    if (callback == nullptr) {
+        DPM_TRACE("%s %d::input parameter is null,err!\r\n");
+        return;
+    }
+    dpm::block<notify_node> node;
+    if (!node)
+        return;
+    node->callback = callback;
+    list_add_tail(&node.release()->link, &g_dpm_global.notify_list);
+}
+
+void dpm_host_notify(const dpm_host_entry *entry, std::uint32_t event) {
+    if (entry == nullptr) {
+        DPM_TRACE("%s %d::input parameter is null,err!\r\n");
+        return;
+    }
+    for (const notify_node &node : notify_list(g_dpm_global.notify_list))
+        (void)node.callback(entry, event);
+}
+
+int dpm_host_ipv4_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
+    if (a.vrf != b.vrf)
+        return dpm::three_way(a.vrf, b.vrf);
+    return dpm_prefix_compare(a.ip, b.ip);
+}
+
+// IPv6 addresses are scoped by interface.
+int dpm_host_ipv6_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
+    if (const int order = dpm_host_ipv4_compare(a, b))
+        return order;
+    return dpm::three_way(a.ifindex, b.ifindex);
+}
+
+int dpm_host_entry_is_same(const dpm_host_entry *a, const dpm_host_entry *b) {
+    if (a->vrf != b->vrf || a->ip.family != b->ip.family || dpm_prefix_compare(a->ip, b->ip) != 0 ||
+        a->svlan != b->svlan || a->cvlan != b->cvlan || a->port_type != b->port_type ||
+        std::memcmp(a->mac, b->mac, sizeof a->mac) != 0)
+        return 0;
+    switch (a->port_type) {
+    case DPM_PORT_LOGICAL:
+        return a->log_port_id == b->log_port_id;
+    case 0:
+    case DPM_PORT_PHYSICAL:
+        return a->phy_port_id == b->phy_port_id;
+    default:
+        return 0;
+    }
+}
+
+dpm_host_entry *dpm_host_find_by_entry(const dpm_host_entry *key) {
+    if (key->ip.family == DPM_FAMILY_IPV4)
+        return dpm::ipv4_hosts().find(*key);
+    if (key->ip.family == DPM_FAMILY_IPV6)
+        return dpm::ipv6_hosts().find(*key);
+    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->ip.family);
+    return nullptr;
+}
+
+dpm_host_entry *dpm_host_find_by_ip(std::uint32_t vrf, const dpm_prefix *ip,
+                                    std::uint32_t ifindex) {
+    dpm_host_entry key = {};
+    key.vrf = vrf;
+    key.ifindex = ifindex;
+    key.ip = *ip;
+    return dpm_host_find_by_entry(&key);
+}
+
+std::uint32_t dpm_host_get_index_by_ip(std::uint32_t vrf, std::uint32_t ifindex,
+                                       const dpm_prefix *ip) {
+    if (const dpm_host_entry *host = dpm_host_find_by_ip(vrf, ip, ifindex))
+        return host->sdk_index;
+    (void)dpm_host_unreachable_add(vrf, ifindex, ip, DPM_UNREACHABLE_PROBES);
+    return DPM_HOST_UNRESOLVED;
+}
+
+int dpm_host_is_linklocal(const dpm_prefix *ip) {
+    return dpm::is_linklocal(*ip);
+}
+
+int dpm_host_entry_add(const dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm::egress out;
+    if (!is_admissible(*entry, 0, out, DPM_SHELL))
+        return -1;
+    dpm_host_entry host = *entry;
+    if (dpm_nexthop_add(out.port_type, out.port_id, host.mac, host.svlan, host.cvlan,
+                        &host.sdk_index, DPM_SLOT_ALL_BITS) != 0) {
+        DPM_TRACE("%s %d::host_entry add nexthop failed!\r\n");
+        return -1;
+    }
+    const bool in_chip = !dpm::is_linklocal(host.ip);
+    if (in_chip && chip_add(host) != 0) {
+        DPM_TRACE("%s %d::host_entry add driver failed!\r\n");
+        return -1; // deliberate: the next-hop reference is kept
+    }
+    dpm::block<host_record> record;
+    if (!record) {
+        if (in_chip)
+            (void)chip_delete(host);
+        (void)nexthop_release(host, out);
+        return -1;
+    }
+    record->entry = host;
+    record->in_chip = in_chip;
+    dpm_host_entry &added = record.release()->entry;
+    log_host(added, DPM_SHELL);
+    link(added);
+    (void)dpm_host_entry_add_sync_send(&added);
+    (void)dpm_host_unreachable_del(added.vrf, &added.ip);
+    if (added.ip.family == DPM_FAMILY_IPV6 && in_chip)
+        solicit_linklocal(added);
+    dpm_host_notify(&added, DPM_HOST_ADDED);
+    return 0;
+}
+
+// The order differs from the add's on purpose: dependants hear before the chip's entries go.
+int dpm_host_entry_del(dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    if (!dpm::is_known_family(entry->ip.family)) {
+        DPM_TRACE("%s %d::iptype = %d is null!\r\n", entry->ip.family);
+        return -1;
+    }
+    dpm::egress out;
+    if (!has_egress(*entry, out, DPM_SHELL))
+        return -1;
+    log_host(*entry, DPM_SHELL);
+    dpm_host_notify(entry, DPM_HOST_DELETED);
+    if (record_of(*entry).in_chip && chip_delete(*entry) != 0) {
+        DPM_TRACE("%s %d::host_entry del driver failed!\r\n");
+        return -1;
+    }
+    record_of(*entry).in_chip = false;
+    if (nexthop_release(*entry, out) != 0) {
+        DPM_TRACE("%s %d::host_entry del nexthop failed!\r\n");
+        return -1;
+    }
+    (void)dpm_host_entry_del_sync_send(entry);
+    unlink(*entry);
+    dpm::free_host(*entry);
+    return 0;
+}
+
+int dpm_host_add_msg(const dpm_host_msg *body) {
+    if (body == nullptr)
+        return dpm::null_parameter();
+    if (dpm_bridge_self_is_slave()) {
+        DPM_TRACE("%s %d::it is slave.\r\n");
+        return 0;
+    }
+    dpm_host_entry host = host_of(*body);
+    if (host.ifindex == 0) {
+        DPM_TRACE("%s %d::ifindex is err!\r\n");
+        return 0;
+    }
+    (void)dpm_if_get_ifnamebyindex(host.ifindex,
+                                   host.ifname); // without an interface the name stays empty
+    if (dpm_if_is_manage_vlan(host.ifname)) {
+        DPM_TRACE("%s %d::ifname %s\r\n", host.ifname);
+        return 0;
+    }
+    dpm_host_entry *present = dpm_host_find_by_entry(&host);
+    dpm::egress out;
+    if (!is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_SHELL))
+        return -1;
+    if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
+        (void)dpm_host_hold_entry_del(held);
+    if (present != nullptr && dpm_host_entry_is_same(present, &host)) {
+        DPM_TRACE("%s %d::find same node in host table.\r\n");
+        return dpm_host_unreachable_del(host.vrf, &host.ip);
+    }
+    if (present != nullptr)
+        DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");
+    if (make_way(present) != 0)
+        return -1;
+    return dpm_host_entry_add(&host);
+}
+
+int dpm_host_del_msg(const dpm_host_msg *body) {
+    if (body == nullptr)
+        return dpm::null_parameter();
+    if (dpm_bridge_self_is_slave()) {
+        DPM_TRACE("%s %d::it is slave.\r\n");
+        return 0;
+    }
+    const dpm_host_entry key = host_of(*body);
+    dpm_host_entry *present = dpm_host_find_by_entry(&key);
+    if (present == nullptr)
+        return 0;
+    DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");
+    return dpm_host_entry_del(present);
+}
+
+int dpm_host_entry_add_sync_process(const dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm::block<host_record> record;
+    if (!record)
+        return -1;
+    record->entry = *entry;
+    if (!localise(record->entry, DPM_SHELL))
+        return -1;
+    record->in_chip = !dpm::is_linklocal(record->entry.ip); // the master has programmed it
+    drop_mirrored(dpm_host_find_by_entry(&record->entry));
+    link(record.release()->entry);
+    return 0;
+}
+
+int dpm_host_entry_del_sync_process(const dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm_host_entry key = *entry;
+    if (!localise(key, DPM_SHELL))
+        return -1;
+    drop_mirrored(dpm_host_find_by_entry(&key));
+    return 0;
+}

@@ -1,0 +1,254 @@
+// Neighbour reports of the routing suite and the IP stack, the relay of proxy ARP, and readers.
+//
+// Everything here runs on its caller's thread and only builds and posts; the readers walk under the
+// DPM lock.
+#include "dpm_host.h"
+
+#include "dpm_locks.h"
+#include "dpm_msg.h"
+#include "dpm_state.h"
+#include "dpm_trace.h"
+#include "platform/hss.h"
+
+#include <cstdio>
+
+// 1 while an IPv6 conformance test runs: then reports and routes are dropped with success.
+DPM_STATE std::uint32_t ipv6_ready_test_switch;
+
+namespace {
+
+constexpr std::uint8_t test_mac[DPM_MAC_BYTES] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05};
+
+bool is_test_running() {
+    return dpm_get_ipv6_ready_test_switch_state() == 1;
+}
+
+std::uint32_t host_code(std::uint32_t oper) {
+    return oper == DPM_OPER_ADD ? DPM_MSG_ADD_HOST : DPM_MSG_DEL_HOST;
+}
+
+// The steps that every report begins with; false when the call ends with `result`.
+bool may_report(const void *record, const dpm::shell &caller, int &result) {
+    if (is_test_running()) {
+        result = 0;
+        return false;
+    }
+    if (record == nullptr) {
+        result = dpm::null_parameter(caller.function, caller.line);
+        return false;
+    }
+    return true;
+}
+
+bool is_known_oper(std::uint32_t oper, const dpm::shell &caller) {
+    if (oper == DPM_OPER_ADD || oper == DPM_OPER_DEL)
+        return true;
+    DPM_SHELL_LOG(caller, "%s %d::unkown oper %d!\r\n", oper);
+    return false;
+}
+
+void fill_ports(dpm_host_msg &body, const auto &record) {
+    std::memcpy(body.mac, record.mac, sizeof body.mac);
+    body.svlan = record.svlan;
+    body.cvlan = record.cvlan;
+    body.supervlan = record.supervlan;
+    body.port_type = record.port_type;
+    body.log_port_id = record.log_port_id;
+    body.phy_port_id = record.phy_port_id;
+}
+
+void fill_body(dpm_host_msg &body, const dpm_host_info &info) {
+    body.vrf = info.vrf;
+    body.ifindex = info.ifindex;
+    body.ip = dpm::host_prefix(info.family, info.address);
+    fill_ports(body, info);
+}
+
+int post_test_host(std::uint32_t code, std::uint32_t address, std::uint32_t ifindex,
+                   std::uint32_t svlan, std::uint32_t port_type, std::uint32_t log_port_id,
+                   std::uint32_t phy_port_id, const dpm::send_error &error) {
+    dpm::request<dpm_host_msg> body;
+    if (!body)
+        return -1;
+    body->ifindex = ifindex;
+    body->ip = dpm::host_prefix(DPM_FAMILY_IPV4, &address);
+    std::memcpy(body->mac, test_mac, sizeof body->mac);
+    body->svlan = svlan;
+    body->port_type = port_type;
+    body->log_port_id = log_port_id;
+    body->phy_port_id = phy_port_id;
+    return body.post(code, error);
+}
+
+// A copy of the host's data, whose block the message's owner frees.  The allocation is passed on as
+// it is.
+int relay(std::uint32_t code, const void *data, std::uint32_t length_bytes,
+          const dpm::send_error &error) {
+    void *copy = bep_mallocEx(length_bytes, __FILE__, __LINE__);
+    if (copy != nullptr)
+        std::memcpy(copy, data, length_bytes);
+    if (dpm::post_words(code, length_bytes, reinterpret_cast<std::uint32_t>(copy), error) == 0)
+        return 0;
+    bep_freeEx(copy, __FILE__, __LINE__);
+    return -1;
+}
+
+} // namespace
+
+int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
+    int result;
+    if (!may_report(info, DPM_SHELL, result))
+        return result;
+    if (!is_known_oper(oper, DPM_SHELL))
+        return -1;
+    dpm::request<dpm_host_msg> body;
+    if (!body)
+        return -1;
+    if (!dpm::is_known_family(info->family)) {
+        DPM_TRACE("%s %d::iptype = %d is err!\r\n", info->family);
+        return -1;
+    }
+    fill_body(*body, *info);
+    DPM_TRACE("%s %d::host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
+              "port_type %d \t\tcvlan %d "
+              "svlan %d supervlan %d \r\n",
+              body->vrf, dpm::address_text(body->ip).c_str(), body->mac[0], body->mac[1],
+              body->mac[2], body->mac[3], body->mac[4], body->mac[5], body->ifindex,
+              body->log_port_id, body->phy_port_id, body->port_type, body->cvlan, body->svlan,
+              body->supervlan);
+    return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
+}
+
+int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
+    int result;
+    if (!may_report(info, DPM_SHELL, result))
+        return result;
+    if (!is_known_oper(info->oper, DPM_SHELL))
+        return -1;
+    dpm::request<dpm_host_msg> body;
+    if (!body)
+        return -1;
+    if (!dpm::is_known_family(info->family)) {
+        DPM_TRACE("%s %d::iptype %d is err!\r\n", info->family);
+        return -1;
+    }
+    fill_body(*body, *info);
+    DPM_TRACE("%s %d::oper %d host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
+              "\t\t port_type %d "
+              "cvlan %d svlan %d supervlan %d \r\n",
+              info->oper, body->vrf, dpm::address_text(body->ip).c_str(), body->mac[0],
+              body->mac[1], body->mac[2], body->mac[3], body->mac[4], body->mac[5], body->ifindex,
+              body->log_port_id, body->phy_port_id, body->port_type, body->cvlan, body->svlan,
+              body->supervlan);
+    return body.post(host_code(info->oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_api_host_msg_send(const dpm_host_entry *entry, std::uint32_t oper) {
+    int result;
+    if (!may_report(entry, DPM_SHELL, result))
+        return result;
+    if (!is_known_oper(oper, DPM_SHELL))
+        return -1;
+    dpm::request<dpm_host_msg> body;
+    if (!body)
+        return -1;
+    body->vrf = entry->vrf;
+    body->ifindex = entry->ifindex;
+    body->ip = entry->ip;
+    fill_ports(*body, *entry);
+    return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_api_proxy_arp_packet_send(const void *packet, std::uint32_t length_bytes) {
+    if (packet == nullptr)
+        return dpm::null_parameter();
+    return relay(DPM_MSG_PROXY_PACKET, packet, length_bytes,
+                 DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_api_proxy_arp_timer_send() {
+    return dpm::post_words(DPM_MSG_PROXY_TIMER, 0, 0, DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_api_proxy_arp_slave_sync(const void *data, std::uint32_t length_bytes) {
+    if (hss_IsSmuMaster() == 1)
+        return 0;
+    if (data == nullptr)
+        return dpm::null_parameter();
+    return relay(DPM_MSG_PROXY_SLAVE_SYNC, data, length_bytes,
+                 DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_host_test_add(std::uint32_t address, std::uint32_t ifindex, std::uint32_t svlan,
+                      std::uint32_t port_type, std::uint32_t log_port_id,
+                      std::uint32_t phy_port_id) {
+    return post_test_host(DPM_MSG_ADD_HOST, address, ifindex, svlan, port_type, log_port_id,
+                          phy_port_id, DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_host_test_del(std::uint32_t address, std::uint32_t ifindex, std::uint32_t svlan,
+                      std::uint32_t port_type, std::uint32_t log_port_id,
+                      std::uint32_t phy_port_id) {
+    return post_test_host(DPM_MSG_DEL_HOST, address, ifindex, svlan, port_type, log_port_id,
+                          phy_port_id, DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+}
+
+int dpm_ipv6_ready_test_switch_open() {
+    __atomic_store_n(&ipv6_ready_test_switch, 1, __ATOMIC_RELAXED);
+    return 0;
+}
+
+int dpm_ipv6_ready_test_switch_close() {
+    __atomic_store_n(&ipv6_ready_test_switch, 0, __ATOMIC_RELAXED);
+    return 0;
+}
+
+std::uint32_t dpm_get_ipv6_ready_test_switch_state() {
+    return __atomic_load_n(&ipv6_ready_test_switch, __ATOMIC_RELAXED);
+}
+
+const dpm_host_entry *dpm_api_get_host_entry_first(std::uint32_t family) {
+    if (family == DPM_FAMILY_IPV4)
+        return dpm::ipv4_hosts().first();
+    if (family == DPM_FAMILY_IPV6)
+        return dpm::ipv6_hosts().first();
+    return nullptr;
+}
+
+const dpm_host_entry *dpm_api_get_host_entry_next(const dpm_host_entry *entry) {
+    // both trees keep their header in the same place, so either finds the successor
+    return entry != nullptr ? dpm::ipv4_hosts().next(*entry) : nullptr;
+}
+
+int dpm_host_start_delete_time_test() {
+    const dpm::dpm_lock lock;
+    return dpm_host_start_delete_time();
+}
+
+void dpm_ipv4_host_show() {
+    const dpm::dpm_lock lock;
+    for (const dpm_host_entry &host : dpm::ipv4_hosts()) {
+        const std::uint8_t *ip = host.ip.address;
+        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip "
+                    "%x.%x.%x.%x "
+                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
+                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
+                    ip[1], ip[2], ip[3], host.mac[0], host.mac[1], host.mac[2], host.mac[3],
+                    host.mac[4], host.mac[5], host.sdk_index, host.ifindex, host.ifname);
+    }
+}
+
+void dpm_ipv6_host_show() {
+    const dpm::dpm_lock lock;
+    for (const dpm_host_entry &host : dpm::ipv6_hosts()) {
+        const std::uint8_t *ip = host.ip.address;
+        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                "
+                    "ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x "
+                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
+                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
+                    ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10], ip[11],
+                    ip[12], ip[13], ip[14], ip[15], host.mac[0], host.mac[1], host.mac[2],
+                    host.mac[3], host.mac[4], host.mac[5], host.sdk_index, host.ifindex,
+                    host.ifname);
+    }
+}

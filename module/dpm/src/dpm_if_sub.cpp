@@ -1,0 +1,87 @@
+// Sub-VLANs: members of a super-VLAN, which share its interface and addresses.
+#include "dpm_if.h"
+
+#include "dpm.h"
+#include "dpm_driver.h"
+#include "dpm_memory.h"
+#include "dpm_trace.h"
+#include "platform/nsm.h"
+
+namespace {
+
+using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
+
+enum class ospf_change { add, remove };
+
+dpm_if_entry *super_vlan(std::uint32_t vlan) {
+    dpm_if_entry *entry = dpm_if_find_by_ifname(dpm::vlanif_name(vlan).c_str());
+    return entry != nullptr && entry->if_type == DPM_IF_SUPERVLAN ? entry : nullptr;
+}
+
+// OSPF packets of a sub-VLAN are trapped while OSPF runs on one of the super-VLAN's networks.
+int dpm_super_sub_ospf_notice(const dpm_if_entry *super, std::uint32_t sub_vlan,
+                              ospf_change change) {
+    if (super == nullptr)
+        return dpm::null_parameter();
+    for (const dpm_if_ip_entry &address : address_list(const_cast<list_head &>(super->ipv4_list))) {
+        if (dpm_if_ip_ospf_network_exist(address.ip.address, address.ip.prefix_len) != 1)
+            continue;
+        if (change == ospf_change::add)
+            (void)dpm_driver_add_ospf_rule(sub_vlan);
+        else
+            (void)dpm_driver_del_ospf_rule(sub_vlan);
+        break;
+    }
+    return 0;
+}
+
+} // namespace
+
+int dpm_super_add_sub(const dpm_super_sub_msg *body) {
+    if (body == nullptr) {
+        DPM_TRACE("%s %d::msg is null!\r\n");
+        return -1;
+    }
+    if (dpm_if_find_by_ifname(dpm::vlanif_name(body->sub_vlan).c_str()) != nullptr) {
+        DPM_TRACE("%s %d::can not set this vlan to subvlan!\r\n");
+        return -1;
+    }
+    dpm_if_entry *super = super_vlan(body->super_vlan);
+    if (super == nullptr) {
+        DPM_TRACE("%s %d::can not find or type is err!\r\n");
+        return -1;
+    }
+    if (dpm_if_sub_find(&super->sub_list, body->sub_vlan) != nullptr) {
+        DPM_TRACE("%s %d::exist subvlan%d!\r\n", body->sub_vlan);
+        return 0;
+    }
+    dpm::block<dpm_if_entry> sub;
+    if (!sub)
+        return -1;
+    sub->if_id = static_cast<std::uint16_t>(body->sub_vlan);
+    sub->if_type = DPM_IF_SUBVLAN;
+    sub->parent = super;
+    list_add(&sub.release()->link, &super->sub_list);
+    return dpm_super_sub_ospf_notice(super, body->sub_vlan, ospf_change::add);
+}
+
+int dpm_super_del_sub(const dpm_super_sub_msg *body) {
+    if (body == nullptr) {
+        DPM_TRACE("%s %d::msg is null!\r\n");
+        return -1;
+    }
+    dpm_if_entry *super = super_vlan(body->super_vlan);
+    if (super == nullptr) {
+        DPM_TRACE("%s %d::can not find or type is err!\r\n");
+        return -1;
+    }
+    dpm_if_entry *sub = dpm_if_sub_find(&super->sub_list, body->sub_vlan);
+    if (sub == nullptr) {
+        DPM_TRACE("%s %d::can not exist subvlan!\r\n");
+        return 0;
+    }
+    (void)dpm_super_sub_ospf_notice(super, body->sub_vlan, ospf_change::remove);
+    list_del(&sub->link);
+    dpm::free_zeroed(sub);
+    return 0;
+}

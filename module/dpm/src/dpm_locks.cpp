@@ -1,0 +1,26 @@
+// The exported lock pairs.  Each take waits forever but that of the slot-up semaphore; any thread
+// may call them.
+#include "dpm_locks.h"
+
+#include "dpm.h"
+
+namespace {
+
+constexpr int slot_up_limit_sec =
+    600; // a slave that never confirms holds the master's callback this long
+
+} // namespace
+
+#define DPM_LOCK_PAIR(take, give, sem, timeout_ticks)                                              \
+    void take() {                                                                                  \
+        (void)bep_semTakeEx(g_dpm_global.sem, timeout_ticks, __FILE__, __LINE__);                  \
+    }                                                                                              \
+    void give() {                                                                                  \
+        (void)bep_semGiveEx(g_dpm_global.sem, __FILE__, __LINE__);                                 \
+    }
+
+DPM_LOCK_PAIR(norix_dpm_sem_take, norix_dpm_sem_give, dpm_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(norix_nsm_sem_take, norix_nsm_sem_give, nsm_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(norix_bfd_sem_take, norix_bfd_sem_give, bfd_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(dpm_slot_up_sem_take, dpm_slot_up_sem_give, slot_up_sem,
+              slot_up_limit_sec *bep_sysClkRateGetEx())

@@ -1,0 +1,122 @@
+// Start-up of the library.
+//
+// dpm_main_init runs once, on the host process's start-up thread, before any other thread enters.
+// Nothing is torn down: the library lives as long as the process.  The worker takes over when it is
+// spawned, near the end.
+#include "dpm_main.h"
+
+#include "dpm.h"
+#include "dpm_bridge.h"
+#include "dpm_events.h"
+#include "dpm_host.h"
+#include "dpm_msg.h"
+#include "dpm_nexthop.h"
+#include "dpm_vrf.h"
+#include "platform/hal.h"
+#include "platform/hss.h"
+#include "platform/ipcomx.h"
+#include "platform/rqzt.h"
+
+#include <cstdio>
+#include <initializer_list>
+
+DPM_STATE dpm_global g_dpm_global;
+DPM_STATE dpm_index g_dpm_index;
+
+namespace {
+
+constexpr std::uint32_t mutex_options =
+    BEP_SEM_Q_PRIORITY | BEP_SEM_DELETE_SAFE | BEP_SEM_INVERSION_SAFE;
+
+constexpr std::uint32_t default_vrf = 0;
+constexpr std::uint32_t default_ecmp_hash = 6;
+
+constexpr const char *task_name = "dpm_task";
+constexpr int task_priority = 55;
+constexpr int task_options = 8;
+constexpr int task_stack_bytes = 204800;
+
+constexpr int version_built_at = 1;
+
+// Stops at the first that cannot be had.
+bool create_locks_and_queue() {
+    for (bep_sem *mutex : {&g_dpm_global.dpm_sem, &g_dpm_global.nsm_sem, &g_dpm_global.bfd_sem}) {
+        *mutex = bep_semMCreateEx(mutex_options, __FILE__, __LINE__);
+        if (*mutex == nullptr)
+            return false;
+    }
+    g_dpm_global.slot_up_sem =
+        bep_semBCreateEx(BEP_SEM_Q_PRIORITY, BEP_SEM_EMPTY, __FILE__, __LINE__);
+    if (g_dpm_global.slot_up_sem == nullptr)
+        return false;
+    g_dpm_global.queue =
+        bep_msgQCreateEx(DPM_QUEUE_MESSAGES, sizeof(dpm_msg), 0, __FILE__, __LINE__);
+    return g_dpm_global.queue != nullptr;
+}
+
+// deliberate: the DPM lock goes once for each mutex that exists, the other two never, and no handle
+// is cleared
+void delete_locks_and_queue() {
+    for (bep_sem mutex : {g_dpm_global.dpm_sem, g_dpm_global.nsm_sem, g_dpm_global.bfd_sem})
+        if (mutex != nullptr)
+            (void)bep_semDeleteEx(g_dpm_global.dpm_sem, __FILE__, __LINE__);
+    if (g_dpm_global.slot_up_sem != nullptr)
+        (void)bep_semDeleteEx(g_dpm_global.slot_up_sem, __FILE__, __LINE__);
+    if (g_dpm_global.queue != nullptr)
+        (void)bep_msgQDeleteEx(g_dpm_global.queue, __FILE__, __LINE__);
+}
+
+void init_lists() {
+    INIT_LIST_HEAD(&g_dpm_global.if_list);
+    INIT_LIST_HEAD(&g_dpm_global.notify_list);
+    INIT_LIST_HEAD(&g_dpm_global.spare_list);
+    INIT_LIST_HEAD(&g_dpm_global.unreachable_list);
+    INIT_LIST_HEAD(&g_dpm_global.hold_list);
+    g_dpm_global.hold_count = 0;
+    g_dpm_global.slave_up = 0;
+}
+
+void create_tables() {
+    dpm::host_tables_create();
+    dpm::host_hold_indexes_create();
+    dpm::nexthop_tables_create();
+}
+
+void register_callbacks() {
+    (void)ipstack_no_nbase_func_register(dpm_api_notify_ipstack_host);
+    (void)hss_backupConnectedRegister(HSS_DPM_CLIENT, dpm_bridge_slave_up);
+    (void)hssSlaveToMasterRtnReg(dpm_bridge_slave_to_master);
+    (void)hal_register_link_handler(dpm_port_link_func);
+    (void)hal_register_trunk_link_handler(dpm_port_link_func);
+    (void)hal_register_trunk_handler(dpm_trunk_member_change_func);
+}
+
+void register_module() {
+    g_dpm_global.module_id = modInitRegister(task_name, nullptr, nullptr, nullptr);
+    char built_at[21];
+    std::snprintf(built_at, sizeof built_at, "%s %s", __DATE__, __TIME__);
+    (void)setModVersion(g_dpm_global.module_id, version_built_at, built_at);
+}
+
+} // namespace
+
+int dpm_main_init() {
+    g_dpm_global = {};
+    if (!create_locks_and_queue()) {
+        delete_locks_and_queue();
+        return -1;
+    }
+    (void)hss_get_device_mac(g_dpm_global.device_mac);
+    init_lists();
+    create_tables();
+    g_dpm_global.timer_list =
+        dpm_timer_list_create(); // without one nothing is timed, but everything else works
+    (void)dpm_timer_node_init(&g_dpm_global.peer_timer);
+    register_callbacks();
+    (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
+    (void)dpm_ecmp_hash_set(default_ecmp_hash);
+    (void)rqzt_task_spawn(task_name, task_priority, task_options, task_stack_bytes, dpm_task, 0, 0,
+                          0, 0, 0, 0, 0, 0, 0, 0);
+    register_module();
+    return 0;
+}

@@ -1,0 +1,50 @@
+// Posting messages to the worker's queue.
+#include "dpm_msg.h"
+
+namespace {
+
+constexpr int send_retries = 3;
+constexpr std::uint32_t sends_per_rest =
+    256; // a bulk sender rests a tick, so that it does not starve the worker
+constexpr int send_priority = 1;
+
+// Successful sends of the process.  Shared by all posting threads without a lock: a lost count only
+// shifts the pacing.
+DPM_STATE std::uint32_t g_dpm_send_count;
+
+} // namespace
+
+int dpm_msg_send_direct(const dpm_msg *msg) {
+    return bep_msgQSendEx(g_dpm_global.queue, msg, sizeof *msg, BEP_NO_WAIT, send_priority,
+                          __FILE__, __LINE__);
+}
+
+int dpm_msg_send(const dpm_msg *msg) {
+    int result;
+    int tries = 0;
+    do {
+        result = dpm_msg_send_direct(msg);
+        if (result == 0) {
+            const std::uint32_t sent = __atomic_load_n(&g_dpm_send_count, __ATOMIC_RELAXED) + 1;
+            __atomic_store_n(&g_dpm_send_count, sent, __ATOMIC_RELAXED);
+            if (sent % sends_per_rest == 0)
+                (void)bep_taskDelayEx(1);
+            return 0;
+        }
+        tries++;
+        (void)bep_taskDelayEx(1);
+    } while (tries <= send_retries);
+    return result;
+}
+
+namespace dpm {
+
+int post_words(std::uint32_t code, std::uint32_t len, std::uint32_t data, const send_error &error) {
+    const dpm_msg msg = {code, len, data, 0};
+    if (dpm_msg_send(&msg) == 0)
+        return 0;
+    ulogPrintf(g_dpm_global.module_id, error.level, error.format, error.function, error.line);
+    return -1;
+}
+
+} // namespace dpm
