@@ -14,8 +14,9 @@
 // One row per message code, in code order; codes without a row are dropped in silence.
 //   code     number on the queue; other programs post by number
 //   name     enumerator
-//   handler  the worker's handler, which calls the owner and then frees the block (CALL: none, the
-//   owner is called) owner    the function of the table's owner shape    what is passed on:
+//   handler  calls the owner and then frees the block (CALL rows have none: the owner is called)
+//   owner    the function of the table's owner
+//   shape    what is passed on:
 //              body    the block, freed behind the call; a null block is passed over
 //              trunk   the block and the len word, as body
 //              slot    the data word, a slot number
@@ -23,51 +24,29 @@
 //              owned   the block, which the owner frees
 //              signal  nothing
 // clang-format off
-#define DPM_MESSAGES(ROW, CALL)                                                       \
-    ROW( 1, DPM_MSG_ADD_IF,                                                           \
-        dpm_task_msg_add_if_pro, dpm_if_add, body)                                    \
-    ROW( 2, DPM_MSG_DEL_IF,                                                           \
-        dpm_task_msg_del_if_pro, dpm_if_del, body)                                    \
-    ROW( 3, DPM_MSG_ADD_IF_IP,                                                        \
-        dpm_task_msg_add_if_ip_pro, dpm_if_add_ip, body)                              \
-    ROW( 4, DPM_MSG_DEL_IF_IP,                                                        \
-        dpm_task_msg_del_if_ip_pro, dpm_if_del_ip, body)                              \
-    ROW( 5, DPM_MSG_IF_VRF,                                                           \
-        dpm_task_msg_if_vrf_pro, dpm_if_vrf_pro, body)                                \
-    ROW( 6, DPM_MSG_SUPER_ADD_SUB,                                                    \
-        dpm_task_msg_super_add_sub, dpm_super_add_sub, body)                          \
-    ROW( 7, DPM_MSG_SUPER_DEL_SUB,                                                    \
-        dpm_task_msg_super_del_sub, dpm_super_del_sub, body)                          \
-    ROW( 8, DPM_MSG_ADD_HOST,                                                         \
-        dpm_task_msg_add_host_pro, dpm_host_add_msg, body)                            \
-    ROW( 9, DPM_MSG_DEL_HOST,                                                         \
-        dpm_task_msg_del_host_pro, dpm_host_del_msg, body)                            \
-    ROW(10, DPM_MSG_SYNC_ADD_HOST,                                                    \
-        dpm_task_msg_sync_add_host_pro, dpm_host_entry_add_sync_process, body)        \
-    ROW(11, DPM_MSG_SYNC_DEL_HOST,                                                    \
-        dpm_task_msg_sync_del_host_pro, dpm_host_entry_del_sync_process, body)        \
-    ROW(13, DPM_MSG_SYNC_ADD_NEXTHOP,                                                 \
-        dpm_task_msg_sync_add_nexthop_pro, dpm_nexthop_entry_add_sync_process, body)  \
-    ROW(14, DPM_MSG_SYNC_DEL_NEXTHOP,                                                 \
-        dpm_task_msg_sync_del_nexthop_pro, dpm_nexthop_entry_del_sync_process, body)  \
-    CALL(24, DPM_MSG_SLAVE_UP,                                                        \
-         dpm_slave_up_process, slot)                                                  \
-    CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                                 \
-         dpm_slave_to_master_process, signal)                                         \
-    CALL(69, DPM_MSG_PORT_DOWN,                                                       \
-         dpm_host_port_down, port)                                                    \
-    CALL(70, DPM_MSG_PORT_UP,                                                         \
-         dpm_host_port_up, port)                                                      \
-    ROW(86, DPM_MSG_TRUNK_MEMBER_CHANGE,                                              \
-        dpm_task_msg_trunk_member_change_pro, dpm_trunk_member_change_notify, trunk)  \
-    CALL(87, DPM_MSG_SLAVE_UP_OVER,                                                   \
-         dpm_slave_up_pro_over_sync_process, signal)                                  \
-    CALL(88, DPM_MSG_PROXY_PACKET,                                                    \
-         dpm_proxy_msg_packet_recv, owned)                                            \
-    CALL(89, DPM_MSG_PROXY_TIMER,                                                     \
-         dpm_proxy_msg_timer, signal)                                                 \
-    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                                \
-         dpm_proxy_msg_slave_sync, owned)
+#define DPM_MESSAGES(ROW, CALL)                                                                                              \
+    ROW ( 1, DPM_MSG_ADD_IF,              dpm_task_msg_add_if_pro,              dpm_if_add,                         body)    \
+    ROW ( 2, DPM_MSG_DEL_IF,              dpm_task_msg_del_if_pro,              dpm_if_del,                         body)    \
+    ROW ( 3, DPM_MSG_ADD_IF_IP,           dpm_task_msg_add_if_ip_pro,           dpm_if_add_ip,                      body)    \
+    ROW ( 4, DPM_MSG_DEL_IF_IP,           dpm_task_msg_del_if_ip_pro,           dpm_if_del_ip,                      body)    \
+    ROW ( 5, DPM_MSG_IF_VRF,              dpm_task_msg_if_vrf_pro,              dpm_if_vrf_pro,                     body)    \
+    ROW ( 6, DPM_MSG_SUPER_ADD_SUB,       dpm_task_msg_super_add_sub,           dpm_super_add_sub,                  body)    \
+    ROW ( 7, DPM_MSG_SUPER_DEL_SUB,       dpm_task_msg_super_del_sub,           dpm_super_del_sub,                  body)    \
+    ROW ( 8, DPM_MSG_ADD_HOST,            dpm_task_msg_add_host_pro,            dpm_host_add_msg,                   body)    \
+    ROW ( 9, DPM_MSG_DEL_HOST,            dpm_task_msg_del_host_pro,            dpm_host_del_msg,                   body)    \
+    ROW (10, DPM_MSG_SYNC_ADD_HOST,       dpm_task_msg_sync_add_host_pro,       dpm_host_entry_add_sync_process,    body)    \
+    ROW (11, DPM_MSG_SYNC_DEL_HOST,       dpm_task_msg_sync_del_host_pro,       dpm_host_entry_del_sync_process,    body)    \
+    ROW (13, DPM_MSG_SYNC_ADD_NEXTHOP,    dpm_task_msg_sync_add_nexthop_pro,    dpm_nexthop_entry_add_sync_process, body)    \
+    ROW (14, DPM_MSG_SYNC_DEL_NEXTHOP,    dpm_task_msg_sync_del_nexthop_pro,    dpm_nexthop_entry_del_sync_process, body)    \
+    CALL(24, DPM_MSG_SLAVE_UP,                                                  dpm_slave_up_process,               slot)    \
+    CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                           dpm_slave_to_master_process,        signal)  \
+    CALL(69, DPM_MSG_PORT_DOWN,                                                 dpm_host_port_down,                 port)    \
+    CALL(70, DPM_MSG_PORT_UP,                                                   dpm_host_port_up,                   port)    \
+    ROW (86, DPM_MSG_TRUNK_MEMBER_CHANGE, dpm_task_msg_trunk_member_change_pro, dpm_trunk_member_change_notify,     trunk)   \
+    CALL(87, DPM_MSG_SLAVE_UP_OVER,                                             dpm_slave_up_pro_over_sync_process, signal)  \
+    CALL(88, DPM_MSG_PROXY_PACKET,                                              dpm_proxy_msg_packet_recv,          owned)   \
+    CALL(89, DPM_MSG_PROXY_TIMER,                                               dpm_proxy_msg_timer,                signal)  \
+    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                          dpm_proxy_msg_slave_sync,           owned)
 // clang-format on
 
 enum dpm_msg_code : std::uint32_t {
