@@ -1,0 +1,192 @@
+// The command language: one list of commands, from which parsing, help and completion are made.
+//
+// A command is a path of literal words and a pattern of arguments:
+//
+//   NAME            an argument of that type (types.cpp), in this place
+//   {dev NAME}      an attribute that must be there; attributes stand in any order
+//   [vlan VLAN]     an attribute that may be there        [--json]   the same without a value
+//   [via IP]*       the same, as often as wanted
+//   ...             what ip(8) prints and means nothing here (proto, scope, metric ...) is skipped
+//
+// A new command is one line in CTL_COMMANDS and, unless it is the client's own, one handler of that
+// name in the card.
+#pragma once
+
+#include "chassis/ctl/words.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ctl {
+
+// Where a command runs when the user names no card, and what it waits for.
+enum class Kind {
+    config, // on every card that is up: interfaces and settings are not mirrored
+    change, // on the master: requests and events
+    read,   // on the master, when everything asked before has been carried out
+    ask,    // on the master, at once
+    local,  // in the client
+};
+
+#define CTL_SHOW "[vrf VRF] [SUBNET] [--count] [--json]"
+#define CTL_NEIGHBOUR                                                                              \
+    "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
+
+// One row per command: its name (and that of its handler), path, arguments, kind, help.
+#define CTL_COMMANDS(ROW)                                                                          \
+    ROW(if_add, "if add", "NAME [vlan VLAN] [super]", config,                                      \
+        "Add a VLAN interface or, with super, the interface of a super-VLAN")                      \
+    ROW(if_del, "if del", "NAME", config, "Delete an interface")                                   \
+    ROW(if_vrf, "if vrf", "NAME VRF", config, "Move an interface to a VRF")                        \
+    ROW(if_list, "if list", "", ask, "Print the names of the interfaces")                          \
+    ROW(addr_add, "addr add", "PREFIX {dev NAME}", config, "Add an address to an interface")       \
+    ROW(addr_del, "addr del", "PREFIX {dev NAME}", config, "Take an address from an interface")    \
+    ROW(sub_add, "sub add", "SUPERVLAN VLAN", config, "Make a VLAN a sub-VLAN of a super-VLAN")    \
+    ROW(sub_del, "sub del", "SUPERVLAN VLAN", config, "Take a sub-VLAN from its super-VLAN")       \
+    ROW(vrf_enable, "vrf enable", "VRF", config, "Enable a VRF")                                   \
+    ROW(vrf_disable, "vrf disable", "VRF", config, "Disable a VRF")                                \
+    ROW(hash, "hash", "NUMBER", config, "Set the mode by which the chip spreads over a group")     \
+    ROW(ospf, "ospf", "PREFIX", config, "Say that OSPF runs on a network")                         \
+    ROW(neigh_add, "neigh add", CTL_NEIGHBOUR " [nud NUD] [NUD] ...", change,                      \
+        "The IP stack learns a neighbour")                                                         \
+    ROW(neigh_del, "neigh del", "IP {dev NAME} [lladdr MAC] [vlan VLAN] [nud NUD] [NUD] ...",      \
+        change, "The IP stack loses a neighbour")                                                  \
+    ROW(neigh_reachable, "neigh reachable", CTL_NEIGHBOUR, config,                                 \
+        "From now on this neighbour answers probes")                                               \
+    ROW(neigh_silent, "neigh silent", "IP {dev NAME}", config,                                     \
+        "From now on this neighbour answers no probe")                                             \
+    ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
+    ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
+    ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
+    ROW(trunk_down, "trunk down", "TRUNK", change, "A trunk's link goes down")                     \
+    ROW(trunk_join, "trunk join", "TRUNK {port PORT}", change, "A port joins a trunk")             \
+    ROW(trunk_leave, "trunk leave", "TRUNK {port PORT}", change, "A port leaves a trunk")          \
+    ROW(card_status, "card status", "[--json]", ask, "Slot, role, peer, queue, chip mistakes")     \
+    ROW(card_role, "card role", "", ask, "Print master or standby")                                \
+    ROW(card_master, "card master", "", ask, "The card becomes master; with --card")               \
+    ROW(card_standby_lost, "card standby-lost", "", change,                                        \
+        "The standby card is no longer fit for use: mirroring stops at the next check")            \
+    ROW(card_standby_usable, "card standby-usable", "", change,                                    \
+        "The standby is fit for use again")                                                        \
+    ROW(card_slot_up, "card slot-up", "SLOT", change, "The card in a slot comes up")               \
+    ROW(card_quit, "card quit", "", ask, "The card's process ends")                                \
+    ROW(chip_lookup, "chip lookup", "IP [vrf VRF]", read, "Where the chip would forward to")       \
+    ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \
+    ROW(chip_check, "chip check", "", read, "Compare the tables with the chip")                    \
+    ROW(chip_journal, "chip journal", "[STATE]", read,                                             \
+        "Print the requests made of the chip; on, off and clear govern the recording")             \
+    ROW(chip_mistakes, "chip mistakes", "", read, "Requests that a chip would not understand")     \
+    ROW(chip_refuse, "chip refuse", "REQUEST COUNT [skip COUNT] [code NUMBER]", change,            \
+        "The chip refuses the next requests of a kind")                                            \
+    ROW(show_interfaces, "show interfaces", CTL_SHOW, read, "L3 interfaces with their addresses")  \
+    ROW(show_hosts, "show hosts", CTL_SHOW, read, "Resolved neighbours")                           \
+    ROW(show_nexthops, "show nexthops", "[--count] [--json]", read,                                \
+        "The chip's next hops, shared by the hosts behind them")                                   \
+    ROW(show_hold, "show hold", CTL_SHOW, read, "Neighbours held since their port went down")      \
+    ROW(show_unreachable, "show unreachable", CTL_SHOW, read, "Addresses that are waited for")     \
+    ROW(show_timers, "show timers", CTL_SHOW, read, "Timers that run, by what they wait for")      \
+    ROW(show_neighbours, "show neighbours", CTL_SHOW, read, "The IP stack's own cache")            \
+    ROW(show_probes, "show probes", CTL_SHOW " [clear]", read,                                     \
+        "Probes that the IP stack was asked to send")                                              \
+    ROW(show_deletions, "show deletions", CTL_SHOW " [clear]", read,                               \
+        "Neighbours that the IP stack was asked to forget")                                        \
+    ROW(show_memory, "show memory", "[--count] [--json]", read, "Live heap blocks by place")       \
+    ROW(show_counters, "show counters", "[--json]", read, "Requests made of the chip, and others") \
+    ROW(show_log, "show log", "[last COUNT]", ask, "The last lines of the card's log")             \
+    ROW(log_level, "log level", "NUMBER", config, "Log lines of this level and above only")        \
+    ROW(clock_show, "clock show", "", ask, "The card's clock")                                     \
+    ROW(clock_advance, "clock advance", "DURATION", config, "Move the clock forward")              \
+    ROW(fault, "fault", "FAULT COUNT [times COUNT]", change,                                       \
+        "The Nth operation of a kind from now on fails; 0 disarms")                                \
+    ROW(digest, "digest", "[TABLE]", read, "A digest of each mirrored table, or of its records")   \
+    ROW(settle, "settle", "", read, "Wait until everything asked before has been carried out")     \
+    ROW(why, "why", "IP [vrf VRF]", read,                                                          \
+        "Whether the chip has an address, and if not what it waits for and since when")            \
+    ROW(verify, "verify", "", local,                                                               \
+        "Compare the two cards, and the master's tables and its chip")                             \
+    ROW(import, "import", "[--dev-map DEVMAP]* [--port PORT] [--reachable] [file PATH]", local,    \
+        "Feed the lines of ip neigh show or ip monitor neigh, from stdin or a file")               \
+    ROW(help, "help", "[TOPIC]*", local, "What there is to type")                                  \
+    ROW(quit, "quit", "", local, "Leave the prompt")
+
+enum class Verb {
+#define CTL_ROW(name, path, arguments, kind, help) name,
+    CTL_COMMANDS(CTL_ROW)
+#undef CTL_ROW
+};
+
+struct Command {
+    Verb verb;
+    const char *name;
+    std::string_view path;
+    std::string_view arguments;
+    Kind kind;
+    std::string_view help;
+};
+
+std::string command_line_of(const Command &command); // its path and arguments
+const std::vector<Command> &commands();
+
+// --- types of arguments ----------------------------------------------------------------------
+
+struct Type {
+    std::string_view name;
+    std::string_view expected;              // what an error says
+    bool (*accepts)(std::string_view text); // null: the values below
+    std::vector<std::string_view> values;   // all of them, or empty when there are too many
+
+    bool takes(std::string_view text) const;
+};
+
+const Type &type_named(std::string_view name);
+std::size_t skipped_words(std::string_view word); // 1 or 2 words of ip(8) mean nothing here, else 0
+
+// --- parsing ---------------------------------------------------------------------------------
+
+struct Error {
+    std::size_t column; // from 1
+    std::string text;
+};
+
+// An argument: its key is the literal word in front of it, or its type when there is none.
+struct Argument {
+    std::string_view key;
+    std::string_view value; // empty for a literal alone
+};
+
+// What may stand in a place: a literal word, or a value of a type.
+struct Expected {
+    std::string_view literal; // empty: a value
+    const Type *type = nullptr;
+
+    bool takes(std::string_view text) const { return type ? type->takes(text) : text == literal; }
+    std::string text() const;
+};
+
+struct Parsed {
+    const Command *command = nullptr; // null: an empty line, or no such command
+    std::vector<Argument> arguments;  // views of the line, in the order given
+    std::optional<Error> error;
+    std::vector<Expected> expected; // what could stand behind the last word
+
+    bool has(std::string_view key) const;
+    std::string_view value(std::string_view key) const; // empty when it is not there
+    std::vector<std::string_view> values(std::string_view key) const;
+    // Of an argument that was checked as a number; `otherwise` when it is not there.
+    std::uint64_t number(std::string_view key, std::uint64_t otherwise = 0) const;
+};
+
+// The line must outlive what is parsed from it.
+Parsed parse(std::string_view line);
+
+// The words that may stand in place of the last, begun one.  `values_of` supplies values of types
+// that the language cannot list (interface names).
+using Values = std::function<std::vector<std::string>(std::string_view type)>;
+std::vector<std::string> complete(std::string_view line, const Values &values_of = {});
+
+// All commands, or those that begin with these words; empty when there is none.
+std::string help(std::string_view topic = {});
+
+} // namespace ctl

@@ -1,0 +1,227 @@
+// The chip: what it holds, what it would do with a packet, what it refuses; and whether it holds
+// what the tables say.
+
+#include "chassis/ctl/server/request.h"
+
+#include <cstring>
+
+namespace ctl::server {
+
+namespace {
+
+using chassis::chip::Address;
+using chassis::chip::Answer;
+using chassis::chip::Chip;
+using chassis::chip::NextHop;
+
+constexpr std::uint32_t to_cpu = 2;
+
+std::string entry_text(const Address &entry) {
+    return "vrf " + std::to_string(entry.vrf) + " " +
+           address_text(entry.family, entry.bytes.data()) + "/" + std::to_string(entry.prefix_len);
+}
+
+std::string nexthop_text(const NextHop &nexthop) {
+    std::string text = mac_text(nexthop.mac.data()) + " port " +
+                       port_text(nexthop.port_type, nexthop.port_id, nexthop.port_id) + " vlan " +
+                       std::to_string(nexthop.svlan);
+    return nexthop.cvlan ? text + " cvlan " + std::to_string(nexthop.cvlan) : text;
+}
+
+// Where an index leads; the caller holds the chip's lock.
+std::string target_text(const Chip &chip, std::uint32_t index) {
+    if (index == to_cpu)
+        return "to the CPU";
+    const auto nexthop = chip.nexthops.find(index);
+    if (nexthop != chip.nexthops.end())
+        return "next hop " + std::to_string(index) + ": " + nexthop_text(nexthop->second);
+    return (chip.groups.contains(index) ? "group " : "index ") + std::to_string(index);
+}
+
+std::string answer_text(const Chip &chip, const Answer &found) {
+    std::string text = entry_text(found.entry) + " -> " + target_text(chip, found.index) + "\n";
+    if (found.group)
+        for (const std::uint32_t member : found.members)
+            text += "    " + target_text(chip, member) + "\n";
+    return text;
+}
+
+// What the tables say that the chip holds.  A table adds its own in a function beside expect_hosts.
+struct Expectation {
+    std::map<Address, std::uint32_t> entries;
+    std::map<std::uint32_t, NextHop> nexthops;
+    std::set<std::uint16_t> interfaces, arp_rules;
+};
+
+Address host_key(const dpm_host_entry &host) {
+    Address key{std::int32_t(host.vrf), host.ip.family, {}, host_length(host.ip.family)};
+    std::memcpy(key.bytes.data(), host.ip.address, key.bytes.size());
+    return key;
+}
+
+void expect_hosts(Expectation &expected) {
+    each_host([&](const dpm_host_entry &host) {
+        const bool link_local = host.ip.family == DPM_FAMILY_IPV6 && host.ip.address[0] == 0xFE &&
+                                host.ip.address[1] == 0x80;
+        if (!link_local) // those have a next hop and no entry
+            expected.entries.emplace(host_key(host), host.sdk_index);
+    });
+}
+
+void expect_nexthops(Expectation &expected) {
+    each_nexthop([&](const dpm_nexthop_entry &entry) {
+        NextHop nexthop{entry.port_type,
+                        entry.port_id,
+                        std::uint16_t(entry.svlan),
+                        std::uint16_t(entry.cvlan),
+                        {}};
+        std::copy(std::begin(entry.mac), std::end(entry.mac), nexthop.mac.begin());
+        expected.nexthops.emplace(entry.sdk_index, nexthop);
+    });
+}
+
+void expect_interfaces(Expectation &expected) {
+    each_interface([&](const dpm_if_entry &entry) {
+        if (entry.l3_programmed)
+            expected.interfaces.insert(entry.if_id);
+        if (entry.arp_programmed)
+            expected.arp_rules.insert(entry.if_id);
+    });
+}
+
+template <class Held, class Expected, class Text>
+void compare_maps(const char *what, const Held &held, const Expected &expected, Text text,
+                  std::string &differences) {
+    for (const auto &[key, value] : expected) {
+        const auto found = held.find(key);
+        if (found == held.end())
+            differences += std::string("the chip lacks ") + what + " " + text(key) + "\n";
+        else if (found->second != value)
+            differences += std::string("the chip has another ") + what + " " + text(key) + "\n";
+    }
+    for (const auto &[key, value] : held)
+        if (!expected.contains(key))
+            differences += std::string("no table has ") + what + " " + text(key) + "\n";
+}
+
+template <class Held, class Key>
+void compare_sets(const char *what, const Held &held, const std::set<Key> &expected,
+                  std::string &differences) {
+    for (const Key key : expected)
+        if (!held.contains(key))
+            differences += std::string("the chip lacks ") + what + " " + std::to_string(key) + "\n";
+}
+
+// The caller holds both locks.  Entries to the CPU belong to the platform as well and are left out.
+std::string differences_of(const Chip &chip, const Expectation &expected) {
+    std::string differences;
+    std::map<Address, std::uint32_t> forwarding;
+    for (const auto &[key, index] : chip.entries)
+        if (index != to_cpu)
+            forwarding.emplace(key, index);
+    const auto number = [](std::uint32_t index) { return std::to_string(index); };
+    compare_maps("entry", forwarding, expected.entries, entry_text, differences);
+    compare_maps("next hop", chip.nexthops, expected.nexthops, number, differences);
+    compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
+    compare_sets("ARP rule of VLAN", chip.arp_rules, expected.arp_rules, differences);
+    return differences;
+}
+
+} // namespace
+
+Reply chip_lookup(Request &request) {
+    const Prefix ip = address_argument(request);
+    const std::int32_t vrf = std::int32_t(request.line.number("vrf"));
+    const Chip &chip = request.card.chip;
+    const auto found = chip.lookup(vrf, ip.family, ip.address.data());
+    const auto lock = chip.lock();
+    const std::string question = std::string(request.line.value("IP")) + ": ";
+    if (found)
+        return done(question + answer_text(chip, *found));
+    const auto standard = chip.cpu_default.find({ip.family, std::uint16_t(vrf)});
+    const bool cpu = standard != chip.cpu_default.end() && standard->second;
+    return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
+}
+
+Reply chip_show(Request &request) {
+    const Chip &chip = request.card.chip;
+    Table table({"object", "key", "leads_to"});
+    const auto lock = chip.lock();
+    for (const auto &[vlan, interface] : chip.interfaces)
+        table.row(
+            {std::string("interface"), "vlan " + std::to_string(vlan),
+             "vrf " + std::to_string(interface.vrf) + " mac " + mac_text(interface.mac.data())});
+    for (const std::uint16_t vlan : chip.arp_rules)
+        table.row(
+            {std::string("arp rule"), "vlan " + std::to_string(vlan), std::string("to the CPU")});
+    for (const auto &[index, nexthop] : chip.nexthops)
+        table.row({std::string("next hop"), std::to_string(index), nexthop_text(nexthop)});
+    for (const auto &[index, members] : chip.groups) {
+        std::vector<std::string> names;
+        for (const std::uint32_t member : members)
+            names.push_back(std::to_string(member));
+        table.row({std::string("group"), std::to_string(index), names});
+    }
+    for (const auto &[key, index] : chip.entries)
+        table.row({std::string("entry"), entry_text(key), target_text(chip, index)});
+    for (const auto &[key, cpu] : chip.cpu_default)
+        table.row({std::string("default"),
+                   "vrf " + std::to_string(key.second) + (key.first == 1 ? " IPv4" : " IPv6"),
+                   std::string(cpu ? "to the CPU" : "dropped")});
+    return done(request.line.has("--json") ? table.json() : table.text());
+}
+
+Reply chip_check(Request &request) {
+    const TableLock tables;
+    const Chip &chip = request.card.chip;
+    Expectation expected;
+    expect_hosts(expected);
+    expect_nexthops(expected);
+    expect_interfaces(expected);
+    std::string differences;
+    {
+        const auto lock = chip.lock();
+        differences = differences_of(chip, expected);
+    }
+    if (const std::uint64_t mistakes = chip.mistakes())
+        differences += std::to_string(mistakes) + " requests that a chip would not understand\n";
+    if (!differences.empty())
+        return refused(differences);
+    return done("chip and tables agree: " + std::to_string(expected.entries.size()) + " entries, " +
+                std::to_string(expected.nexthops.size()) + " next hops, " +
+                std::to_string(expected.interfaces.size()) + " interfaces\n");
+}
+
+Reply chip_journal(Request &request) {
+    Chip &chip = request.card.chip;
+    const std::string_view state = request.line.value("STATE");
+    if (state == "clear")
+        chip.clear_journal();
+    else if (!state.empty())
+        chip.record(state == "on");
+    if (!state.empty())
+        return done();
+    std::string text;
+    for (const std::string &line : chip.journal())
+        text += line + "\n";
+    return done(text);
+}
+
+Reply chip_mistakes(Request &request) {
+    std::string text;
+    for (const std::string &line : request.card.chip.mistake_lines())
+        text += line + "\n";
+    return done(text);
+}
+
+Reply chip_refuse(Request &request) {
+    const auto kind = chassis::chip::request_named(request.line.value("REQUEST"));
+    if (!kind)
+        return refused("the chip knows no such request");
+    const Parsed &line = request.line;
+    request.card.chip.refuse(*kind, unsigned(line.number("COUNT")), int(line.number("code", -1)),
+                             unsigned(line.number("skip")));
+    return done();
+}
+
+} // namespace ctl::server

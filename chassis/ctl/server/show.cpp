@@ -1,0 +1,253 @@
+// The tables, through the library's exported walkers and under its lock; and what the chassis
+// counts.
+
+#include "chassis/ctl/server/request.h"
+
+#include <cstring>
+
+namespace ctl::server {
+
+namespace {
+
+// The rows that were asked for.
+class Filter {
+public:
+    explicit Filter(const Parsed &line) : vrf_(parse_number(line.value("vrf"))) {
+        const std::string_view subnet = line.value("SUBNET");
+        subnet_ = parse_prefix(subnet);
+        if (!subnet_)
+            subnet_ = parse_address(subnet);
+    }
+
+    bool takes(std::uint32_t vrf, std::uint32_t family, const std::uint8_t *address) const {
+        if (vrf_ && *vrf_ != vrf)
+            return false;
+        return !subnet_ || (subnet_->family == family && is_inside(address));
+    }
+    bool takes(std::uint32_t vrf, const dpm_prefix &ip) const {
+        return takes(vrf, ip.family, ip.address);
+    }
+    bool takes_address() const { return subnet_.has_value(); }
+
+private:
+    bool is_inside(const std::uint8_t *address) const {
+        const unsigned bytes = subnet_->length / 8, bits = subnet_->length % 8;
+        const std::uint8_t mask = std::uint8_t(0xFF00 >> bits);
+        return std::memcmp(address, subnet_->address.data(), bytes) == 0 &&
+               (bits == 0 || ((address[bytes] ^ subnet_->address[bytes]) & mask) == 0);
+    }
+
+    std::optional<std::uint64_t> vrf_;
+    std::optional<Prefix> subnet_;
+};
+
+Reply print(const Request &request, const Table &table) {
+    if (request.line.has("--count"))
+        return done(std::to_string(table.rows()) + "\n");
+    return done(request.line.has("--json") ? table.json() : table.text());
+}
+
+std::string prefix_text(const dpm_prefix &prefix) {
+    return text_of(prefix) + "/" + std::to_string(prefix.prefix_len);
+}
+
+std::string interface_name(const chassis::Card &card, std::uint32_t ifindex) {
+    const auto interface = card.suite.find(ifindex);
+    return interface ? interface->name : "";
+}
+
+std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface) {
+    std::vector<const dpm_if_ip_entry *> all;
+    for (const list_head *list : {&interface.ipv4_list, &interface.ipv6_list})
+        for (const list_head *link = list->next; link != list; link = link->next)
+            all.push_back(reinterpret_cast<const dpm_if_ip_entry *>(link));
+    return all;
+}
+
+std::vector<std::string> sub_vlans_of(const dpm_if_entry &interface) {
+    std::vector<std::string> all;
+    for (const list_head *link = interface.sub_list.next; link != &interface.sub_list;
+         link = link->next)
+        all.push_back(std::to_string(reinterpret_cast<const dpm_if_entry *>(link)->if_id));
+    return all;
+}
+
+bool takes(const Filter &filter, const dpm_if_entry &interface) {
+    if (!filter.takes_address())
+        return filter.takes(interface.vrf, DPM_FAMILY_NONE, nullptr);
+    for (const dpm_if_ip_entry *address : addresses_of(interface))
+        if (filter.takes(interface.vrf, address->ip))
+            return true;
+    return false;
+}
+
+// Seconds until an armed timer is due, rounded up.
+std::int64_t due_in_sec(const chassis::Card &card, const dpm_timer_node &timer) {
+    const std::int64_t due = timer.expiry_sec * 1'000'000'000LL + timer.expiry_nsec;
+    return (due - card.os.now_nsec() + 999'999'999) / 1'000'000'000;
+}
+
+std::int64_t waited_sec(const chassis::Card &card, const dpm_unreachable_entry &entry) {
+    return card.os.now_nsec() / 1'000'000'000 - dpm_api_get_unreachable_since(entry.vrf, &entry.ip);
+}
+
+Reply probes_table(Request &request, const std::vector<chassis::stack::Probe> &probes) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "interface", "ago_sec"});
+    for (const auto &probe : probes)
+        if (filter.takes(probe.key.vrf, probe.key.family, probe.key.address.data()))
+            table.row({std::int64_t(probe.key.vrf),
+                       address_text(probe.key.family, probe.key.address.data()),
+                       interface_name(request.card, probe.ifindex),
+                       (request.card.os.now_nsec() - probe.at_nsec) / 1'000'000'000});
+    return print(request, table);
+}
+
+} // namespace
+
+Reply show_interfaces(Request &request) {
+    static constexpr const char *types[] = {"vlan", "?", "super", "sub"};
+    const Filter filter(request.line);
+    Table table({"interface", "vrf", "vlan", "type", "ifindex", "mac", "chip", "arp", "addresses",
+                 "sub_vlans", "+mtu", "+l3_intf_id"});
+    const TableLock lock;
+    each_interface([&](const dpm_if_entry &entry) {
+        if (!takes(filter, entry))
+            return;
+        std::vector<std::string> addresses;
+        for (const dpm_if_ip_entry *address : addresses_of(entry))
+            addresses.push_back(prefix_text(address->ip));
+        table.row({std::string(entry.ifname), entry.vrf, entry.if_id,
+                   std::string(entry.if_type < 4 ? types[entry.if_type] : "?"), entry.if_index,
+                   mac_text(entry.mac), std::string(entry.l3_programmed ? "yes" : "no"),
+                   std::string(entry.arp_programmed ? "yes" : "no"), addresses, sub_vlans_of(entry),
+                   entry.mtu, entry.l3_intf_id});
+    });
+    return print(request, table);
+}
+
+Reply show_hosts(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "mac", "port", "vlan", "cvlan", "nexthop", "interface",
+                 "ifindex", "+supervlan", "+port_type", "+log_port_id", "+phy_port_id"});
+    const TableLock lock;
+    each_host([&](const dpm_host_entry &host) {
+        if (filter.takes(host.vrf, host.ip))
+            table.row({host.vrf, text_of(host.ip), mac_text(host.mac),
+                       port_text(host.port_type, host.log_port_id, host.phy_port_id), host.svlan,
+                       host.cvlan, host.sdk_index, std::string(host.ifname), host.ifindex,
+                       host.supervlan, host.port_type, host.log_port_id, host.phy_port_id});
+    });
+    return print(request, table);
+}
+
+Reply show_nexthops(Request &request) {
+    Table table({"nexthop", "mac", "port", "vlan", "cvlan", "hosts", "+port_type", "+port_id"});
+    const TableLock lock;
+    each_nexthop([&](const dpm_nexthop_entry &entry) {
+        table.row({entry.sdk_index, mac_text(entry.mac),
+                   port_text(entry.port_type, entry.port_id, entry.port_id), entry.svlan,
+                   entry.cvlan, entry.cnt, entry.port_type, entry.port_id});
+    });
+    return print(request, table);
+}
+
+Reply show_hold(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "mac", "port", "vlan", "interface", "forgotten_in_sec"});
+    const TableLock lock;
+    each_hold([&](const dpm_hold_entry &entry) {
+        if (filter.takes(entry.vrf, entry.ip))
+            table.row({entry.vrf, text_of(entry.ip), mac_text(entry.mac),
+                       port_text(entry.port_type, entry.log_port_id, entry.phy_port_id),
+                       entry.svlan, interface_name(request.card, entry.ifindex),
+                       due_in_sec(request.card, entry.timer)});
+    });
+    return print(request, table);
+}
+
+Reply show_unreachable(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "interface", "waited_sec", "probes_left", "next_probe_in_sec"});
+    const TableLock lock;
+    each_unreachable([&](const dpm_unreachable_entry &entry) {
+        if (filter.takes(entry.vrf, entry.ip))
+            table.row({entry.vrf, text_of(entry.ip), interface_name(request.card, entry.ifindex),
+                       waited_sec(request.card, entry), entry.probe_cnt,
+                       due_in_sec(request.card, entry.timer)});
+    });
+    return print(request, table);
+}
+
+Reply show_timers(Request &request) {
+    const Filter filter(request.line);
+    Table table({"timer", "vrf", "address", "due_in_sec"});
+    const auto add = [&](const char *timer, const auto &entry) {
+        if (filter.takes(entry.vrf, entry.ip))
+            table.row({std::string(timer), entry.vrf, text_of(entry.ip),
+                       due_in_sec(request.card, entry.timer)});
+    };
+    const TableLock lock;
+    each_unreachable([&](const dpm_unreachable_entry &entry) { add("probe", entry); });
+    each_hold([&](const dpm_hold_entry &entry) { add("hold", entry); });
+    return print(request, table);
+}
+
+Reply show_neighbours(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "mac", "port", "vlan", "interface"});
+    for (const dpm_host_info &info : request.card.stack.cache())
+        if (filter.takes(info.vrf, info.family, info.address))
+            table.row({info.vrf, address_text(info.family, info.address), mac_text(info.mac),
+                       port_text(info.port_type, info.log_port_id, info.phy_port_id), info.svlan,
+                       interface_name(request.card, info.ifindex)});
+    return print(request, table);
+}
+
+Reply show_probes(Request &request) {
+    const Reply reply = probes_table(request, request.card.stack.probes());
+    if (request.line.has("clear"))
+        request.card.stack.clear_history();
+    return reply;
+}
+
+Reply show_deletions(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "address", "interface"});
+    for (const auto &key : request.card.stack.deletions())
+        if (filter.takes(key.vrf, key.family, key.address.data()))
+            table.row({key.vrf, address_text(key.family, key.address.data()),
+                       interface_name(request.card, key.ifindex)});
+    if (request.line.has("clear"))
+        request.card.stack.clear_history();
+    return print(request, table);
+}
+
+Reply show_memory(Request &request) {
+    Table table({"file", "line", "blocks", "bytes"});
+    for (const auto &[place, use] : request.card.os.live_by_place())
+        table.row({place.file, place.line, std::int64_t(use.blocks), std::int64_t(use.bytes)});
+    return print(request, table);
+}
+
+Reply show_counters(Request &request) {
+    using chassis::chip::Request;
+    const chassis::Card &card = request.card;
+    Table table({"counter", "value"});
+    const auto count = [&](std::string name, std::uint64_t value) {
+        table.row({std::move(name), std::int64_t(value)});
+    };
+    for (unsigned kind = 0; kind < unsigned(Request::count); kind++)
+        count("chip " + std::string(name_of(Request(kind))), card.chip.requests(Request(kind)));
+    count("chip mistakes", card.chip.mistakes());
+    count("messages queued", card.os.queued());
+    count("live blocks", card.os.live_blocks());
+    count("live bytes", card.os.live_bytes());
+    count("bad frees", card.os.bad_frees());
+    count("handle errors", card.os.handle_errors());
+    count("delays", card.os.delays());
+    count("clock reads", card.os.clock_reads());
+    return print(request, table);
+}
+
+} // namespace ctl::server

@@ -1,0 +1,112 @@
+// The types of arguments, and the words of ip(8) that are skipped.
+
+#include "chassis/ctl/grammar.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+
+namespace ctl {
+
+namespace {
+
+template <std::uint64_t first, std::uint64_t last> bool in_range(std::string_view text) {
+    const auto number = parse_number(text);
+    return number && *number >= first && *number <= last;
+}
+
+bool is_name(std::string_view text) {
+    return text.size() < 64 && std::all_of(text.begin(), text.end(), [](char character) {
+               return character > ' ' && character < 127 && character != '"' && character != '\\';
+           });
+}
+
+bool is_any(std::string_view) {
+    return true;
+}
+
+const std::vector<std::string_view> states = {"REACHABLE", "STALE",  "PERMANENT",  "DELAY", "PROBE",
+                                              "NOARP",     "FAILED", "INCOMPLETE", "NONE"};
+
+// As ip(8) prints them, or as it reads them.
+bool is_state(std::string_view text) {
+    return std::ranges::any_of(states, [text](std::string_view state) {
+        return std::ranges::equal(
+            text, state, [](char a, char b) { return std::toupper((unsigned char)(a)) == b; });
+    });
+}
+
+bool is_subnet(std::string_view text) {
+    return parse_prefix(text) || parse_address(text);
+}
+
+bool is_dev_map(std::string_view text) {
+    const std::size_t equals = text.find('=');
+    return equals != text.npos && equals > 0 && equals + 1 < text.size();
+}
+
+template <auto parse_value> bool reads(std::string_view text) {
+    return parse_value(text).has_value();
+}
+
+const std::vector<Type> types = {
+    {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
+    {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
+    {"PREFIX", "an address with its length, as 10.1.1.1/24", reads<parse_prefix>, {}},
+    {"SUBNET", "an address or a prefix", is_subnet, {}},
+    {"MAC", "a MAC address, as 02:00:00:00:01:02", reads<parse_mac>, {}},
+    {"VLAN", "a VLAN id (1 to 4094)", in_range<1, max_vlan>, {}},
+    {"SUPERVLAN", "the VLAN id of a super-VLAN (1 to 4094)", in_range<1, max_vlan>, {}},
+    {"VRF", "a VRF id (0 to 255)", in_range<0, max_vrf>, {}},
+    {"PORT", "a port (1 to 64)", in_range<1, max_port>, {}},
+    {"TRUNK", "a trunk (1 to 16)", in_range<1, max_trunk>, {}},
+    {"SLOT", "a slot (1 to 20)", in_range<1, 20>, {}},
+    {"COUNT", "a count", in_range<0, 1'000'000'000>, {}},
+    {"NUMBER", "a number", in_range<0, 0xFFFFFFFF>, {}},
+    {"DURATION", "a time, as 30s, 5m, 2h or 1d", reads<parse_duration>, {}},
+    {"NUD", "the state of a neighbour", is_state, states},
+    {"REQUEST",
+     "a kind of chip request",
+     nullptr,
+     {"interface", "interface-del", "vrf", "mpls", "route", "route-del", "default-route", "nexthop",
+      "nexthop-del", "group", "group-member", "group-del", "hash", "arp-rule", "ospf-rule",
+      "nd-rule", "other"}},
+    {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
+    {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
+    {"TABLE", "a mirrored table", nullptr, {"nexthops", "hosts"}},
+    {"DEVMAP", "a device and an interface, as eth0=vlanif100", is_dev_map, {}},
+    {"PATH", "the name of a file", is_any, {}},
+    {"TOPIC", "a word of a command", is_any, {}},
+};
+
+// What `ip route show` and `ip neigh show` print besides.
+constexpr std::string_view skipped_pairs[] = {
+    "proto",   "scope", "metric", "src",  "pref",     "table", "type",   "realm", "realms",
+    "advmss",  "mtu",   "rtt",    "cwnd", "hoplimit", "used",  "probes", "ref",   "refcnt",
+    "expires", "error", "weight", "nhid", "cache",    "uid",   "mark",   "iif",   "rto_min"};
+constexpr std::string_view skipped_alone[] = {
+    "router", "proxy", "extern_learn", "offload",    "managed", "extern_valid", "linkdown",
+    "onlink", "dead",  "pervasive",    "rt_offload", "trap",    "rt_trap",      "offload_failed"};
+
+} // namespace
+
+bool Type::takes(std::string_view text) const {
+    return accepts ? accepts(text) : std::ranges::find(values, text) != values.end();
+}
+
+const Type &type_named(std::string_view name) {
+    for (const Type &type : types)
+        if (type.name == name)
+            return type;
+    std::fprintf(stderr, "no type of argument is called %.*s\n", int(name.size()), name.data());
+    std::abort();
+}
+
+std::size_t skipped_words(std::string_view word) {
+    if (std::ranges::find(skipped_pairs, word) != std::end(skipped_pairs))
+        return 2;
+    return std::ranges::find(skipped_alone, word) != std::end(skipped_alone) ? 1 : 0;
+}
+
+} // namespace ctl

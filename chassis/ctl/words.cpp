@@ -1,0 +1,117 @@
+// Splitting a line, and reading and writing values.
+
+#include "chassis/ctl/words.h"
+
+#include <arpa/inet.h>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+namespace ctl {
+
+namespace {
+
+bool is_blank(char character) {
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+template <class Number> bool read_number(std::string_view text, Number &number, int base = 10) {
+    const char *const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number, base);
+    return !text.empty() && read.ec == std::errc() && read.ptr == end;
+}
+
+} // namespace
+
+std::vector<Word> split_words(std::string_view line) {
+    std::vector<Word> words;
+    for (std::size_t at = 0; at < line.size();) {
+        if (is_blank(line[at])) {
+            at++;
+            continue;
+        }
+        if (line[at] == '#')
+            break;
+        const std::size_t start = at;
+        while (at < line.size() && !is_blank(line[at]))
+            at++;
+        words.push_back({line.substr(start, at - start), start + 1});
+    }
+    return words;
+}
+
+std::optional<std::uint64_t> parse_number(std::string_view text) {
+    const bool hex = text.starts_with("0x");
+    std::uint64_t number = 0;
+    if (!read_number(hex ? text.substr(2) : text, number, hex ? 16 : 10))
+        return std::nullopt;
+    return number;
+}
+
+std::optional<Prefix> parse_address(std::string_view text) {
+    const std::string copy(text);
+    Prefix prefix{text.find(':') == text.npos ? 1u : 2u, {}, 0};
+    prefix.length = host_length(prefix.family);
+    const int family = prefix.family == 1 ? AF_INET : AF_INET6;
+    if (inet_pton(family, copy.c_str(), prefix.address.data()) != 1)
+        return std::nullopt;
+    return prefix;
+}
+
+std::optional<Prefix> parse_prefix(std::string_view text) {
+    const std::size_t slash = text.find('/');
+    if (slash == text.npos)
+        return std::nullopt;
+    std::optional<Prefix> prefix = parse_address(text.substr(0, slash));
+    unsigned length = 0;
+    if (!prefix || !read_number(text.substr(slash + 1), length) || length > prefix->length)
+        return std::nullopt;
+    prefix->length = length;
+    return prefix;
+}
+
+std::optional<Mac> parse_mac(std::string_view text) {
+    Mac mac{};
+    if (text.size() != 3 * mac.size() - 1)
+        return std::nullopt;
+    for (std::size_t i = 0; i < mac.size(); i++) {
+        const bool separated = i + 1 == mac.size() || text[3 * i + 2] == ':';
+        if (!separated || !read_number(text.substr(3 * i, 2), mac[i], 16))
+            return std::nullopt;
+    }
+    return mac;
+}
+
+std::optional<std::int64_t> parse_duration(std::string_view text) {
+    static constexpr struct {
+        std::string_view unit;
+        std::int64_t nsec;
+    } units[] = {{"ms", 1'000'000},
+                 {"s", 1'000'000'000},
+                 {"m", 60'000'000'000},
+                 {"h", 3'600'000'000'000},
+                 {"d", 86'400'000'000'000}};
+    std::int32_t number = 0;
+    for (const auto &[unit, nsec] : units)
+        if (text.ends_with(unit) && number >= 0 &&
+            read_number(text.substr(0, text.size() - unit.size()), number) && number >= 0 &&
+            number <= 100'000'000'000'000'000 / nsec)
+            return number * nsec;
+    return std::nullopt;
+}
+
+std::string address_text(std::uint32_t family, const std::uint8_t *address) {
+    char text[INET6_ADDRSTRLEN] = "?";
+    if (family == 1 || family == 2)
+        inet_ntop(family == 1 ? AF_INET : AF_INET6, address, text, sizeof text);
+    return text;
+}
+
+std::string mac_text(const std::uint8_t *mac) {
+    char text[18];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
+                  mac[3], mac[4], mac[5]);
+    return text;
+}
+
+} // namespace ctl

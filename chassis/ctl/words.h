@@ -1,0 +1,48 @@
+// The words of a command line and the values that they stand for.
+//
+// Nothing here depends on the library or the chassis: the client is built for any ABI.  Addresses
+// are in network order, everything else in host order.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ctl {
+
+inline constexpr std::size_t max_line_bytes = 4096; // of a command; a longer one is refused
+inline constexpr unsigned max_port = 64, max_trunk = 16, max_vlan = 4094, max_vrf = 255;
+
+struct Word {
+    std::string_view text;
+    std::size_t column; // of its first character, from 1
+};
+
+// The words of a line.  A '#' at the start of a word begins a comment.
+std::vector<Word> split_words(std::string_view line);
+
+using Mac = std::array<std::uint8_t, 6>;
+
+struct Prefix {
+    std::uint32_t family; // 1 IPv4, 2 IPv6
+    std::array<std::uint8_t, 16> address;
+    unsigned length; // bits
+};
+
+constexpr unsigned host_length(std::uint32_t family) {
+    return family == 1 ? 32 : 128;
+}
+
+std::optional<std::uint64_t> parse_number(std::string_view text); // decimal, or 0x and hexadecimal
+std::optional<Prefix> parse_address(std::string_view text);       // with the host length
+std::optional<Prefix> parse_prefix(std::string_view text);        // with its "/length"
+std::optional<Mac> parse_mac(std::string_view text);
+std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
+std::string address_text(std::uint32_t family, const std::uint8_t *address);
+std::string mac_text(const std::uint8_t *mac);
+
+} // namespace ctl
