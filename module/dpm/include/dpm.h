@@ -60,10 +60,19 @@ extern DPM_STATE dpm_global g_dpm_global;
 
 // Card-local indexes beside the tables: they make a search by something that is not a table's key
 // cheap, yield the table's own order, and are never mirrored.
+struct dpm_route_index {
+    dpm_avl_tree by_gateway;
+    dpm_avl_tree by_network;
+    std::uint32_t of_length[129]; // routes of each prefix length, in all VRFs
+};
+
 struct dpm_index {
     dpm_avl_tree unreachable_by_address;
     dpm_avl_tree hold_by_address;
     dpm_avl_tree nexthop_by_sdk_index;
+    dpm_avl_tree ftn_by_fec;
+    dpm_route_index ipv4_routes;
+    dpm_route_index ipv6_routes;
 };
 
 extern DPM_STATE dpm_index g_dpm_index;

@@ -195,6 +195,121 @@ struct dpm_host_info {
     uint32_t phy_port_id;
 };
 
+/* A group of next hops in the chip, up to eight of them recorded. */
+struct dpm_ecmp_entry {
+    struct dpm_avl_node node;
+    uint32_t ecmp_type;   /* DPM_FAMILY_* */
+    int32_t sdk_index;    /* the chip's index */
+    uint32_t host_sdk[8]; /* next hops of the members; 0: a free slot */
+    uint32_t host_cnt;    /* members recorded */
+};
+
+#define DPM_ROUTE_GATEWAYS 8
+
+#define DPM_ROUTE_SINGLE 2 /* ecmp_enable: one next hop */
+#define DPM_ROUTE_ECMP 1   /* ecmp_enable: a group */
+
+/* A unicast route. */
+struct dpm_route_entry {
+    struct dpm_avl_node node;
+    uint32_t vrf;
+    uint32_t route_type;          /* origin, as the routing suite numbers it */
+    struct dpm_prefix destination; /* as given, host bits included */
+    struct dpm_prefix np[DPM_ROUTE_GATEWAYS]; /* gateways; family 0: no address */
+    uint32_t np_ifindex[DPM_ROUTE_GATEWAYS];  /* card-local: others on the peer card */
+    char np_ifname[DPM_ROUTE_GATEWAYS][DPM_IFNAME_BYTES];
+    uint32_t np_num;                        /* gateways in use */
+    int32_t sdk_index;                      /* next hop or group; 0: not programmed */
+    int32_t host_index[DPM_ROUTE_GATEWAYS]; /* next hop a gateway; -1 unresolved, 2 no address */
+    uint32_t ecmp_enable;                   /* DPM_ROUTE_SINGLE or DPM_ROUTE_ECMP */
+    struct dpm_timer_node delete_timer;     /* end of a route that nobody renews */
+};
+
+/* What the routing suite tells about a route (224 bytes). */
+struct dpm_route_msg {
+    uint32_t vrf;
+    uint32_t route_type;
+    struct dpm_prefix destination;
+    struct dpm_prefix np[DPM_ROUTE_GATEWAYS];
+    uint32_t np_ifindex[DPM_ROUTE_GATEWAYS];
+    uint32_t np_num; /* 8 at most */
+};
+
+#define DPM_LABEL_NEW 0        /* flags of a label entry: not tried yet */
+#define DPM_LABEL_PROGRAMMED 1 /* in the chip */
+#define DPM_LABEL_WAITING 2    /* on the pend list */
+
+#define DPM_FTN_MSG_BYTES 114 /* the routing suite's FTN request */
+#define DPM_ILM_MSG_BYTES 165 /* the routing suite's ILM request */
+
+/* FEC to label: to reach this prefix, push these labels and send to this neighbour.  Addresses are 16 bytes, IPv4 in
+ * the first four with the rest zero. */
+struct dpm_ftn {
+    struct dpm_avl_node node;
+    struct list_head pend; /* place on the pend list; linked to itself when on none */
+    uint32_t ftn_ix;       /* the routing suite's index */
+    uint8_t owner;         /* owning protocol, the suite's number */
+    uint8_t ip_type;       /* DPM_FAMILY_* of the FEC */
+    uint8_t prefixlen;     /* bits of the FEC */
+    uint8_t reserved;
+    uint8_t fec_prefix[16];
+    uint32_t tunnel_label;   /* outer label */
+    uint8_t tunnel_ip_type;  /* family of the next hop */
+    uint8_t tunnel_nhop[16]; /* the neighbour */
+    uint32_t vrf_id;         /* 0: a tunnel; other: a VPN route */
+    uint32_t vpn_label;      /* inner label; 0 for a tunnel */
+    uint8_t vpn_nhop_af;
+    uint8_t vpn_nhop[16]; /* the remote PE */
+    uint8_t vpn_prefixlen;
+    uint8_t ftn_type; /* the suite's number */
+    uint8_t pro_type; /* the suite's number */
+    uint8_t flags;    /* DPM_LABEL_* */
+    int32_t sdk_result; /* last failure of the driver; 0: none */
+    uint8_t mac[DPM_MAC_BYTES];
+    uint32_t svlan;
+    uint32_t out_port;
+    uint32_t host_word;
+    uint32_t fec_route_deleted; /* 1: the FEC's route left the chip for this entry */
+    uint32_t nhid;              /* the chip's next hop; 0: not programmed */
+    uint32_t tunnel_id;         /* the chip's tunnel; 0: not programmed */
+    uint32_t port_type;         /* DPM_PORT_* */
+    uint32_t stale;             /* card-local: being added again */
+} __attribute__((packed));
+
+/* Incoming label: swap, pop or terminate. */
+struct dpm_ilm {
+    struct dpm_avl_node node;
+    struct list_head pend;
+    uint32_t ilm_ix;
+    uint32_t in_label; /* the key */
+    uint32_t vrf_id;
+    uint8_t ip_type;
+    uint8_t prefixlen;
+    uint8_t protocol; /* the suite's number */
+    uint8_t opcode;   /* the suite's number */
+    uint8_t fec_prefix[16];
+    uint8_t tunnel_ip_type;
+    uint8_t tunnel_nhop[16];
+    uint32_t in_ifindex;
+    uint32_t out_ifindex; /* card-local: another on the peer card */
+    char out_ifname[DPM_IFNAME_BYTES];
+    uint32_t swap_label;
+    uint32_t word; /* the suite's, kept as it is */
+    uint32_t tunnel_label;
+    uint32_t tnl_ix;
+    int32_t sdk_result;
+    uint8_t is_egress; /* 1: this router pops the label */
+    uint8_t owner;
+    uint16_t flags; /* DPM_LABEL_* */
+    uint8_t mac[DPM_MAC_BYTES];
+    uint32_t svlan;
+    uint32_t out_port;
+    uint32_t host_word;
+    uint32_t nhid;
+    uint32_t tunnel_id;
+    uint32_t port_type;
+} __attribute__((packed));
+
 /* ---- start-up and locks
  * ---------------------------------------------------------------------------------------- */
 
@@ -362,6 +477,56 @@ dpm_api_get_nexthop_entry_next(const struct dpm_nexthop_entry *entry);
 
 DPM_API void dpm_nexthop_show(void);
 
+/* ---- ECMP groups ------------------------------------------------------------------------------- */
+
+/* First group of a family (1 or 2), and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(uint32_t family);
+DPM_API const struct dpm_ecmp_entry *
+dpm_api_get_ecmp_entry_next(const struct dpm_ecmp_entry *entry);
+
+DPM_API void dpm_ipv4_ecmp_show(void);
+
+/* ---- routes ------------------------------------------------------------------------------------ */
+
+/* Installs or withdraws a route.  Any thread; 0 or -1. */
+DPM_API int dpm_api_route_pro(const struct dpm_route_msg *route, uint32_t oper);
+
+/* First route of a family (1 or 2), and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_route_entry *dpm_api_get_route_entry_first(uint32_t family);
+DPM_API const struct dpm_route_entry *
+dpm_api_get_route_entry_next(const struct dpm_route_entry *entry);
+
+/* Writes the IPv4 routes of VRF 0 over VLAN interfaces into a new block, `record_bytes` apart (52 or more): thirteen
+ * words each, the rest zero.  The caller gives the block back with the platform's free.  The number of records (0: no
+ * block), or -1.  Takes the DPM lock. */
+DPM_API int dpm_snmp_get_route_table(void **out, uint32_t record_bytes);
+
+DPM_API void dpm_ipv4_route_show(void);
+DPM_API void dpm_ipv6_route_show(void);
+
+/* Number of routes of a family.  Take the DPM lock. */
+DPM_API int dpm_ipv4_route_cnt_show(void);
+DPM_API int dpm_ipv6_route_cnt_show(void);
+
+/* ---- labels ------------------------------------------------------------------------------------ */
+
+/* Adds or deletes a label entry: the suite's request record of DPM_FTN_MSG_BYTES or DPM_ILM_MSG_BYTES.  Any thread; 0
+ * or -1. */
+DPM_API int dpm_api_set_mpls_ftn_proc(const void *request, uint32_t oper);
+DPM_API int dpm_api_set_mpls_ilm_proc(const void *request, uint32_t oper);
+
+/* First label entry, and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_ftn *dpm_api_ftn_entry_first(void);
+DPM_API const struct dpm_ftn *dpm_api_ftn_entry_next(const struct dpm_ftn *entry);
+DPM_API const struct dpm_ilm *dpm_api_ilm_entry_first(void);
+DPM_API const struct dpm_ilm *dpm_api_ilm_entry_next(const struct dpm_ilm *entry);
+
+/* Tables and single entries; an IPv4 address in host order. */
+DPM_API void dpm_mpls_ftn_table_show(void);
+DPM_API void dpm_mpls_ftn_table_detail_show(uint32_t vrf_id, uint32_t address, uint32_t prefix_len);
+DPM_API void dpm_mpls_ilm_table_show(void);
+DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
+
 /* ---- receivers of the peer card
  * -------------------------------------------------------------------------------- */
 
@@ -377,6 +542,18 @@ DPM_RECEIVER(dpm_nexthop_entry_sync_all_receive);
 DPM_RECEIVER(dpm_host_entry_add_sync_receive);
 DPM_RECEIVER(dpm_host_entry_del_sync_receive);
 DPM_RECEIVER(dpm_host_entry_sync_all_receive);
+DPM_RECEIVER(dpm_ecmp_entry_add_sync_receive);
+DPM_RECEIVER(dpm_ecmp_entry_del_sync_receive);
+DPM_RECEIVER(dpm_ecmp_entry_sync_all_receive);
+DPM_RECEIVER(dpm_route_entry_add_sync_receive);
+DPM_RECEIVER(dpm_route_entry_del_sync_receive);
+DPM_RECEIVER(dpm_route_entry_sync_all_receive);
+DPM_RECEIVER(dpm_mpls_ftn_add_sync_receive);
+DPM_RECEIVER(dpm_mpls_ftn_del_sync_receive);
+DPM_RECEIVER(dpm_mpls_ftn_sync_all_receive);
+DPM_RECEIVER(dpm_mpls_ilm_add_sync_receive);
+DPM_RECEIVER(dpm_mpls_ilm_del_sync_receive);
+DPM_RECEIVER(dpm_mpls_ilm_sync_all_receive);
 #undef DPM_RECEIVER
 
 /* ---- result callbacks of the chip driver

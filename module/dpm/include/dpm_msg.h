@@ -38,8 +38,18 @@
     ROW (11, DPM_MSG_SYNC_DEL_HOST,       dpm_task_msg_sync_del_host_pro,       dpm_host_entry_del_sync_process,    body)    \
     ROW (13, DPM_MSG_SYNC_ADD_NEXTHOP,    dpm_task_msg_sync_add_nexthop_pro,    dpm_nexthop_entry_add_sync_process, body)    \
     ROW (14, DPM_MSG_SYNC_DEL_NEXTHOP,    dpm_task_msg_sync_del_nexthop_pro,    dpm_nexthop_entry_del_sync_process, body)    \
+    ROW (16, DPM_MSG_SYNC_ADD_ECMP,       dpm_task_msg_sync_add_ecmp_pro,       dpm_ecmp_entry_add_sync_process,    body)    \
+    ROW (17, DPM_MSG_SYNC_DEL_ECMP,       dpm_task_msg_sync_del_ecmp_pro,       dpm_ecmp_entry_del_sync_process,    body)    \
+    ROW (19, DPM_MSG_ADD_ROUTE,           dpm_task_msg_add_route_pro,           dpm_route_add_msg,                  body)    \
+    ROW (20, DPM_MSG_DEL_ROUTE,           dpm_task_msg_del_route_pro,           dpm_route_del_msg,                  body)    \
+    ROW (21, DPM_MSG_SYNC_ADD_ROUTE,      dpm_task_msg_sync_add_route_pro,      dpm_route_entry_add_sync_process,   body)    \
+    ROW (22, DPM_MSG_SYNC_DEL_ROUTE,      dpm_task_msg_sync_del_route_pro,      dpm_route_entry_del_sync_process,   body)    \
     CALL(24, DPM_MSG_SLAVE_UP,                                                  dpm_slave_up_process,               slot)    \
     CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                           dpm_slave_to_master_process,        signal)  \
+    ROW (32, DPM_MSG_SYNC_FTN_ADD,        dpm_task_msg_sync_ftn_add_pro,        dpm_mpls_ftn_add_sync_process,      body)    \
+    ROW (33, DPM_MSG_SYNC_FTN_DEL,        dpm_task_msg_sync_ftn_del_pro,        dpm_mpls_ftn_del_sync_process,      body)    \
+    ROW (37, DPM_MSG_SYNC_ILM_ADD,        dpm_task_msg_sync_ilm_add_pro,        dpm_mpls_ilm_add_sync_process,      body)    \
+    ROW (38, DPM_MSG_SYNC_ILM_DEL,        dpm_task_msg_sync_ilm_del_pro,        dpm_mpls_ilm_del_sync_process,      body)    \
     CALL(69, DPM_MSG_PORT_DOWN,                                                 dpm_host_port_down,                 port)    \
     CALL(70, DPM_MSG_PORT_UP,                                                   dpm_host_port_up,                   port)    \
     ROW (86, DPM_MSG_TRUNK_MEMBER_CHANGE, dpm_task_msg_trunk_member_change_pro, dpm_trunk_member_change_notify,     trunk)   \
@@ -50,6 +60,12 @@
 // clang-format on
 
 enum dpm_msg_code : std::uint32_t {
+    // posted for the label tables, whose handlers are not there yet: dropped like a code without a row
+    DPM_MSG_FTN_ADD = 30,
+    DPM_MSG_FTN_DEL = 31,
+    DPM_MSG_ILM_ADD = 35,
+    DPM_MSG_ILM_DEL = 36,
+
 #define DPM_ROW(code, name, handler, owner, shape) name = code,
 #define DPM_CALL(code, name, owner, shape) name = code,
     DPM_MESSAGES(DPM_ROW, DPM_CALL)

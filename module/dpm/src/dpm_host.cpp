@@ -13,6 +13,7 @@
 #include "dpm_if.h"
 #include "dpm_mirror.h"
 #include "dpm_nexthop.h"
+#include "dpm_route.h"
 #include "dpm_trace.h"
 
 namespace {
@@ -131,6 +132,18 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
     host.log_port_id = body.log_port_id;
     host.phy_port_id = body.phy_port_id;
     return host;
+}
+
+// A host wins over a route to its very address.
+void displace_route(const dpm_host_entry &host, const dpm::shell &caller)
+{
+    dpm_route_entry *route = dpm::find_route(host.vrf, host.ip);
+    if (route == nullptr)
+        return;
+    const dpm::address_text prefix(host.ip);
+    DPM_SHELL_LOG(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
+    if (dpm_route_del(route) != 0)
+        DPM_SHELL_LOG(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
 }
 
 // The entry that a report replaces is deleted in full, its dependants told.  0, or -1 when it would
@@ -391,6 +404,7 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     dpm::egress out;
     if (!is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_SHELL))
         return -1;
+    displace_route(host, DPM_SHELL);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
         (void)dpm_host_hold_entry_del(held);
     if (present != nullptr && dpm_host_entry_is_same(present, &host)) {

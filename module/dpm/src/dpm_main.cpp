@@ -7,10 +7,13 @@
 
 #include "dpm.h"
 #include "dpm_bridge.h"
+#include "dpm_ecmp.h"
 #include "dpm_events.h"
 #include "dpm_host.h"
 #include "dpm_msg.h"
 #include "dpm_nexthop.h"
+#include "dpm_route.h"
+#include "dpm_vpn.h"
 #include "dpm_vrf.h"
 #include "platform/hal.h"
 #include "platform/hss.h"
@@ -77,8 +80,10 @@ void init_lists() {
 }
 
 void create_tables() {
+    dpm::ecmp_tables_create();
     dpm::host_tables_create();
     dpm::host_hold_indexes_create();
+    dpm::route_tables_create();
     dpm::nexthop_tables_create();
 }
 
@@ -112,7 +117,9 @@ int dpm_main_init() {
     g_dpm_global.timer_list =
         dpm_timer_list_create(); // without one nothing is timed, but everything else works
     (void)dpm_timer_node_init(&g_dpm_global.peer_timer);
+    dpm_vpn_main_init();
     register_callbacks();
+    dpm_host_notify_register(dpm_route_host_notify);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
     (void)rqzt_task_spawn(task_name, task_priority, task_options, task_stack_bytes, dpm_task, 0, 0,

@@ -8,10 +8,13 @@
 
 #include "dpm.h"
 #include "dpm_bridge.h"
+#include "dpm_ecmp.h"
 #include "dpm_host.h"
+#include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
 #include "dpm_nexthop.h"
+#include "dpm_route.h"
 #include "dpm_trace.h"
 #include "dpm_vrf.h"
 
@@ -33,6 +36,10 @@ constexpr int (*table_senders[])(std::uint32_t slot) = {
     dpm_main_entry_sync_all_send,
     dpm_nexthop_entry_sync_all_send,
     dpm_host_entry_sync_all_send,
+    dpm_ecmp_entry_sync_all_send,
+    dpm_route_entry_sync_all_send,
+    dpm_mpls_ftn_sync_all_send,
+    dpm_mpls_ilm_sync_all_send,
 };
 
 } // namespace
@@ -123,5 +130,6 @@ int dpm_peer_can_be_use() {
 
 int dpm_slave_to_master_process() {
     (void)dpm_host_start_delete_time();
+    (void)dpm_route_start_delete_time();
     return 0;
 }

@@ -7,11 +7,14 @@
 #include "dpm_main.h"
 
 #include "dpm.h"
+#include "dpm_ecmp.h"
 #include "dpm_host.h"
 #include "dpm_if.h"
+#include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
 #include "dpm_nexthop.h"
+#include "dpm_route.h"
 #include "platform/host.h"
 
 namespace {

@@ -1,0 +1,54 @@
+// ECMP groups: the chip's groups of next hops, one for each route with several gateways.  On the
+// worker, under the DPM lock.
+//
+// The caller keeps the group's index and passes it by reference: 0 means that there is no group
+// yet.  It is written here when the first member creates the group and when the last one ends it.
+#pragma once
+
+#include "dpm_address.h"
+#include "dpm_api.h"
+#include "dpm_avltree.h"
+#include "dpm_trace.h"
+
+#include <cstddef>
+#include <cstdint>
+
+static_assert(sizeof(dpm_ecmp_entry) == 60);
+static_assert(offsetof(dpm_ecmp_entry, sdk_index) == 20);
+static_assert(offsetof(dpm_ecmp_entry, host_cnt) == 56);
+
+inline constexpr std::uint32_t DPM_ECMP_CAPACITY = 1024; // groups of both families
+inline constexpr std::uint32_t DPM_ECMP_MEMBERS = 8;     // recorded in a group
+
+int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index);
+int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index);
+int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index);
+dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key);
+
+// Mirroring.
+int dpm_ecmp_entry_add_sync_send(const dpm_ecmp_entry *entry);
+int dpm_ecmp_entry_del_sync_send(const dpm_ecmp_entry *entry);
+int dpm_ecmp_entry_sync_all_send(std::uint32_t slot);
+int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry);
+int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry);
+
+// Order of the trees: the chip's index as a signed number.
+inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b)
+{
+    if (a == nullptr || b == nullptr)
+        return dpm::null_parameter(__func__, __LINE__);
+    return dpm::three_way(a->sdk_index, b->sdk_index);
+}
+
+namespace dpm {
+
+inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b)
+{
+    return dpm_ecmp_compare(&a, &b);
+}
+using ecmp_table = avl_table<dpm_ecmp_entry, ecmp_order>;
+
+ecmp_table ecmp_groups(std::uint32_t ecmp_type); // of a known family
+void ecmp_tables_create();
+
+} // namespace dpm

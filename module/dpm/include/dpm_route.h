@@ -1,0 +1,77 @@
+// Routes: the unicast routes that the routing suite installs.  On the worker, under the DPM lock.
+#pragma once
+
+#include "dpm_address.h"
+#include "dpm_api.h"
+#include "dpm_avltree.h"
+
+#include <cstddef>
+#include <cstdint>
+
+static_assert(sizeof(dpm_route_entry) == 824);
+static_assert(offsetof(dpm_route_entry, destination) == 24);
+static_assert(offsetof(dpm_route_entry, np) == 44);
+static_assert(offsetof(dpm_route_entry, np_ifname) == 236);
+static_assert(offsetof(dpm_route_entry, np_num) == 748);
+static_assert(offsetof(dpm_route_entry, host_index) == 756);
+static_assert(offsetof(dpm_route_entry, delete_timer) == 792);
+static_assert(sizeof(dpm_route_msg) == 224);
+
+inline constexpr std::uint32_t DPM_ROUTE_CAPACITY = 16384; // an IPv6 route counts twice
+inline constexpr std::uint32_t DPM_ROUTE_DELETE_SEC = 600; // a dynamic route after a switch-over
+inline constexpr std::int32_t DPM_ROUTE_UNRESOLVED = -1;   // host_index: no host, or excluded
+inline constexpr std::int32_t DPM_ROUTE_NO_ADDRESS = 2;    // host_index: no gateway address
+
+// Orders of the two trees: VRF, then the destination.
+int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b);
+int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b);
+
+// Owners of the messages; 0 or -1.
+int dpm_route_add_msg(const dpm_route_msg *body);
+int dpm_route_del_msg(const dpm_route_msg *body);
+
+// Changes; 0 or -1.
+int dpm_route_add(const dpm_route_entry *entry);
+int dpm_route_del(dpm_route_entry *entry);
+int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entry);
+
+// Lookups; null when there is none.
+dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key);
+dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *address);
+int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b);
+int dpm_route_dynamic_type_check(std::uint32_t route_type); // 1 for a dynamic type, else 0
+
+// Events: a host came or went (a dependant of the host table); this card became master.
+int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event);
+int dpm_route_start_delete_time();
+
+// Mirroring.
+int dpm_route_entry_add_sync_send(const dpm_route_entry *entry);
+int dpm_route_entry_del_sync_send(const dpm_route_entry *entry);
+int dpm_route_entry_sync_all_send(std::uint32_t slot);
+int dpm_route_entry_add_sync_process(const dpm_route_entry *entry);
+int dpm_route_entry_del_sync_process(const dpm_route_entry *entry);
+
+namespace dpm {
+
+using ipv4_route_table = avl_table<dpm_route_entry, dpm_route_ipv4_compare>;
+using ipv6_route_table = avl_table<dpm_route_entry, dpm_route_ipv6_compare>;
+ipv4_route_table ipv4_routes();
+ipv6_route_table ipv6_routes();
+
+// The tree of a known family.  Both orders are one, so either view serves both.
+ipv4_route_table routes_of(std::uint32_t family);
+void route_tables_create();
+
+// The route of a VRF to exactly this destination, or null.
+dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination);
+
+// A route over a tunnel is the tunnel table's.
+bool is_over_tunnel(const dpm_route_entry &route);
+
+// A label entry took over a route's destination in the chip, or gave it back.  0, or the driver's
+// answer when the chip refused; the route itself stays as it is.
+int route_leave_to_label(dpm_route_entry &route);
+int route_take_from_label(dpm_route_entry &route);
+
+} // namespace dpm

@@ -1,0 +1,23 @@
+// A route's entry in the chip.  For the sources of the route table alone.
+#pragma once
+
+#include "dpm_route_record.h"
+#include "dpm_trace.h"
+
+namespace dpm {
+
+// Puts a route that points somewhere into the chip, unless a label entry stands in its place.  A
+// default route takes the CPU's place first.  0, or the driver's answer: then the CPU default is
+// the caller's to restore.
+int program_route(route_record &record, const shell &caller);
+
+// Takes what the chip holds of a route out of it.  0, or the driver's answer.
+int withdraw_route(route_record &record, const shell &caller);
+
+// What no entry matches goes to the CPU again, now that a default route is not programmed.
+void restore_cpu_default(const dpm_route_entry &route);
+
+// What the chip holds of a route that another card has programmed.
+void adopt_chip_entry(route_record &record);
+
+} // namespace dpm

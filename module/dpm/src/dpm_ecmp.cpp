@@ -1,0 +1,270 @@
+// ECMP groups: one record for each group of next hops in the chip, with up to eight members.
+//
+// A group comes with its first member and goes with its last; what points to it keeps its index.
+// Duplicates are not looked for.  A ninth member is in the chip but not in the record, and goes
+// with the group.  What the chip refuses leaves the record as it was, and is no failure of the
+// caller's: the route then waits unprogrammed.
+#include "dpm_ecmp.h"
+
+#include "dpm.h"
+#include "dpm_driver.h"
+#include "dpm_memory.h"
+#include "dpm_mirror.h"
+
+namespace {
+
+constexpr std::uint32_t free_slot = 0;
+
+// A family other than the two is told in the log; what was asked for then counts as done.
+bool is_known_type(std::uint32_t ecmp_type, const dpm::shell &caller)
+{
+    if (dpm::is_known_family(ecmp_type))
+        return true;
+    DPM_SHELL_LOG(caller, "%s %d::ecmp_type = %d is err!\r\n", ecmp_type);
+    return false;
+}
+
+dpm_ecmp_entry *find(std::uint32_t ecmp_type, std::int32_t sdk_index)
+{
+    dpm_ecmp_entry key = {};
+    key.sdk_index = sdk_index;
+    return dpm::ecmp_groups(ecmp_type).find(key);
+}
+
+std::uint32_t group_count()
+{
+    return g_dpm_global.ecmp_ipv4_tree.numnodes + g_dpm_global.ecmp_ipv6_tree.numnodes;
+}
+
+std::uint32_t *slot_holding(dpm_ecmp_entry &group, std::uint32_t host_index)
+{
+    for (std::uint32_t &slot : group.host_sdk)
+        if (slot == host_index)
+            return &slot;
+    return nullptr;
+}
+
+void add_member(dpm_ecmp_entry &group, std::uint32_t host_index)
+{
+    if (dpm_driver_ecmp_add(group.ecmp_type, group.sdk_index, host_index, DPM_SLOT_ALL_BITS) != 0)
+        return;
+    std::uint32_t *slot = slot_holding(group, free_slot);
+    if (slot == nullptr)
+        return; // deliberate: the chip has a ninth member that the record does not show
+    *slot = host_index;
+    group.host_cnt++;
+}
+
+void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index)
+{
+    std::uint32_t *slot = slot_holding(group, host_index);
+    if (slot == nullptr)
+        return;
+    *slot = free_slot;
+    group.host_cnt--;
+}
+
+// The last member has gone: the group ends in the chip, on the peer and here.
+void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index)
+{
+    const std::uint32_t ecmp_type = group.ecmp_type;
+    (void)dpm_driver_ecmp_destory(ecmp_type, group.sdk_index, DPM_SLOT_ALL_BITS);
+    (void)dpm_ecmp_entry_del_sync_send(&group);
+    dpm::ecmp_groups(ecmp_type).remove(group);
+    dpm::free_zeroed(&group);
+    *sdk_index = 0;
+}
+
+dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, int &result,
+                             const dpm::shell &caller)
+{
+    result = -1;
+    if (group_count() >= DPM_ECMP_CAPACITY) {
+        DPM_SHELL_LOG(caller, "%s %d::ecmp entry is full!!!\r\n");
+        return nullptr;
+    }
+    if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index == 0) {
+        DPM_SHELL_LOG(caller, "%s %d::driver create ecmp failed!\r\n");
+        *sdk_index = 0;
+        result = 0; // the route waits unprogrammed
+        return nullptr;
+    }
+    dpm::block<dpm_ecmp_entry> group;
+    if (!group) {
+        (void)dpm_driver_ecmp_destory(ecmp_type, *sdk_index, DPM_SLOT_ALL_BITS);
+        *sdk_index = 0;
+        return nullptr;
+    }
+    group->ecmp_type = ecmp_type;
+    group->sdk_index = *sdk_index;
+    return group.release();
+}
+
+struct ecmp_mirror {
+    using entry = dpm_ecmp_entry;
+    static constexpr auto add_code = DPM_MSG_SYNC_ADD_ECMP, del_code = DPM_MSG_SYNC_DEL_ECMP;
+    static constexpr std::uint32_t batch_entries = 100;
+    static constexpr const char *driver_sync_text =
+        "%s %d::slot_bit = %d, ecmp driver sync.\r\n";
+    static constexpr const char *empty_first_text = "%s %d::ipv4 ecmp tree is null.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, ecmp table sync.\r\n";
+    static std::span<dpm_avl_tree *const> trees()
+    {
+        static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.ecmp_ipv4_tree,
+                                                       &g_dpm_global.ecmp_ipv6_tree};
+        return list;
+    }
+    static bool reprogram(const dpm_ecmp_entry &group, std::uint32_t slot_bits)
+    {
+        std::int32_t sdk_index = group.sdk_index; // the slot's group takes the index that is known
+        (void)dpm_driver_ecmp_creat(group.ecmp_type, &sdk_index, slot_bits);
+        for (const std::uint32_t member : group.host_sdk)
+            if (member != free_slot)
+                (void)dpm_driver_ecmp_add(group.ecmp_type, group.sdk_index, member, slot_bits);
+        return true;
+    }
+};
+
+} // namespace
+
+#define LOG_MEMBERS(format, ...)                                                                   \
+    DPM_TRACE(format, __VA_ARGS__, group->host_sdk[0], group->host_sdk[1], group->host_sdk[2],     \
+              group->host_sdk[3], group->host_sdk[4], group->host_sdk[5], group->host_sdk[6],      \
+              group->host_sdk[7])
+
+// clang-format off
+DPM_MIRRORED_TABLE(ecmp_mirror,
+                   dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_add_sync_receive,
+                   dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_del_sync_receive,
+                   dpm_ecmp_entry_sync_all_send, dpm_ecmp_entry_sync_all_receive)
+// clang-format on
+
+namespace dpm {
+
+ecmp_table ecmp_groups(std::uint32_t ecmp_type)
+{
+    return ecmp_table(ecmp_type == DPM_FAMILY_IPV4 ? g_dpm_global.ecmp_ipv4_tree
+                                                   : g_dpm_global.ecmp_ipv6_tree);
+}
+
+void ecmp_tables_create()
+{
+    ecmp_groups(DPM_FAMILY_IPV4).create();
+    ecmp_groups(DPM_FAMILY_IPV6).create();
+}
+
+} // namespace dpm
+
+int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index)
+{
+    if (!is_known_type(ecmp_type, DPM_SHELL))
+        return 0;
+    dpm_ecmp_entry *group;
+    if (*sdk_index == 0) {
+        int result;
+        group = create_group(ecmp_type, sdk_index, result, DPM_SHELL);
+        if (group == nullptr)
+            return result;
+        add_member(*group, host_index);
+        (void)dpm::ecmp_groups(ecmp_type).add(*group);
+    } else {
+        group = find(ecmp_type, *sdk_index);
+        if (group == nullptr) {
+            DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry!\r\n", *sdk_index);
+            return -1;
+        }
+        add_member(*group, host_index);
+    }
+    LOG_MEMBERS("%s %d::sdk_index %d host_cnt %d host_sdk %d/%d/%d/%d/%d/%d/%d/%d\r\n",
+                group->sdk_index, group->host_cnt);
+    (void)dpm_ecmp_entry_add_sync_send(group);
+    return 0;
+}
+
+int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index)
+{
+    if (!is_known_type(ecmp_type, DPM_SHELL))
+        return 0;
+    dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);
+    if (group == nullptr) {
+        DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry in ecmp_tree!\r\n",
+                  *sdk_index);
+        return -1;
+    }
+    LOG_MEMBERS("%s %d::sdk_index = %d, host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+                group->sdk_index);
+    if (dpm_driver_ecmp_del(ecmp_type, group->sdk_index, host_index, DPM_SLOT_ALL_BITS) == 0) {
+        forget_member(*group, host_index);
+        if (group->host_cnt == 0)
+            end_group(*group, sdk_index);
+    }
+    if (*sdk_index != 0)
+        (void)dpm_ecmp_entry_add_sync_send(group);
+    return 0;
+}
+
+int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index)
+{
+    if (!dpm::is_known_family(ecmp_type))
+        return 0;
+    dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);
+    if (group == nullptr) {
+        DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry.\r\n", *sdk_index);
+        return -1;
+    }
+    LOG_MEMBERS("%s %d::ecmp_type %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+                ecmp_type, group->sdk_index);
+    for (std::uint32_t &slot : group->host_sdk) {
+        if (slot == free_slot)
+            continue;
+        if (dpm_driver_ecmp_del(ecmp_type, group->sdk_index, slot, DPM_SLOT_ALL_BITS) != 0)
+            DPM_LOG(DPM_LEVEL_ERROR,
+                    "%s %d:: driver_ecmp_del failed! ecmp_type %d sdk_index %d host_index %d\r\n",
+                    ecmp_type, group->sdk_index, slot);
+        slot = free_slot;
+        group->host_cnt--;
+    }
+    end_group(*group, sdk_index);
+    return 0;
+}
+
+dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key)
+{
+    if (!is_known_type(ecmp_type, DPM_SHELL))
+        return nullptr;
+    return dpm::ecmp_groups(ecmp_type).find(*key);
+}
+
+int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry)
+{
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    if (!is_known_type(entry->ecmp_type, DPM_SHELL))
+        return -1;
+    const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
+    if (dpm_ecmp_entry *present = groups.find(*entry)) {
+        std::memcpy(present->host_sdk, entry->host_sdk, sizeof present->host_sdk);
+        present->host_cnt = entry->host_cnt;
+        return 0;
+    }
+    dpm::block<dpm_ecmp_entry> copy;
+    if (!copy)
+        return -1;
+    *copy = *entry;
+    (void)groups.add(*copy.release());
+    return 0;
+}
+
+int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry)
+{
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    if (!is_known_type(entry->ecmp_type, DPM_SHELL))
+        return -1;
+    const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
+    if (dpm_ecmp_entry *present = groups.find(*entry)) {
+        groups.remove(*present);
+        dpm::free_zeroed(present);
+    }
+    return 0;
+}

@@ -1,0 +1,124 @@
+// Questions to the label tables: which labels lead to an address, and where a label leads.
+#include "dpm_l3vpn.h"
+
+#include "dpm_trace.h"
+
+#include <arpa/inet.h>
+
+namespace {
+
+// A key with an IPv4 FEC (a word in network order) and no tunnel next hop.
+dpm_ftn ipv4_key(std::uint32_t vrf_id, std::uint32_t fec, std::uint32_t prefix_len)
+{
+    dpm_ftn key = {};
+    key.vrf_id = vrf_id;
+    key.prefixlen = static_cast<std::uint8_t>(prefix_len);
+    std::memcpy(key.fec_prefix, &fec, sizeof fec);
+    return key;
+}
+
+bool covers(const dpm_ftn &ftn, std::uint32_t address)
+{
+    const std::uint32_t mask = dpm_get_netmask_addr(ftn.prefixlen);
+    return ((dpm::address_word(ftn.fec_prefix) ^ address) & mask) == 0;
+}
+
+// The longest prefix of the VRF that covers the address; the first in table order among equals.
+const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address)
+{
+    const dpm_ftn *best = nullptr;
+    for (const dpm_ftn &ftn : dpm::ftns())
+        if (ftn.vrf_id == vrf_id && covers(ftn, address) &&
+            (best == nullptr || ftn.prefixlen > best->prefixlen))
+            best = &ftn;
+    return best;
+}
+
+} // namespace
+
+std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len)
+{
+    if (prefix_len == 0 || prefix_len > DPM_IPV4_BITS)
+        return 0;
+    return htonl(0xFFFFFFFFu << (DPM_IPV4_BITS - prefix_len));
+}
+
+dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address)
+{
+    for (dpm_ftn &ftn : dpm::ftns()) {
+        if (ftn.vrf_id != 0)
+            return nullptr; // the tunnels stand first
+        const bool matches =
+            dpm::is_known_family(ftn.ip_type) &&
+            std::memcmp(ftn.fec_prefix, address, dpm::address_bytes(ftn.ip_type)) == 0;
+        if (matches)
+            return &ftn;
+    }
+    return nullptr;
+}
+
+int dpm_get_mpls_ftn_info(std::uint32_t vrf_id, std::uint32_t address, std::uint32_t *tunnel_label,
+                          std::uint32_t *vpn_label, std::uint32_t *tunnel_nhop)
+{
+    if (tunnel_label == nullptr || vpn_label == nullptr || tunnel_nhop == nullptr)
+        return -1;
+    const dpm_ftn *ftn = dpm::ftns().find(ipv4_key(vrf_id, address, DPM_IPV4_BITS));
+    if (ftn == nullptr)
+        ftn = longest_match(vrf_id, address);
+    if (ftn == nullptr)
+        return -1;
+    *tunnel_label = ftn->tunnel_label;
+    *vpn_label = ftn->vpn_label;
+    *tunnel_nhop = dpm::address_word(ftn->tunnel_nhop);
+    return 0;
+}
+
+int dpm_mpls_ftn_tnl_nexthop_get(std::uint32_t vrf_id, std::uint32_t address,
+                                 std::uint32_t prefix_len, std::uint32_t *tunnel_nhop,
+                                 std::uint32_t *tunnel_label)
+{
+    if (tunnel_nhop == nullptr || tunnel_label == nullptr)
+        return dpm::null_parameter();
+    const std::uint32_t network = htonl(address) & dpm_get_netmask_addr(prefix_len);
+    for (const dpm_ftn &ftn : dpm::ftns()) {
+        if (ftn.ip_type != DPM_FAMILY_IPV4 || ftn.vrf_id != vrf_id || ftn.prefixlen != prefix_len ||
+            dpm::address_word(ftn.fec_prefix) != network)
+            continue;
+        *tunnel_nhop = dpm::address_word(ftn.tunnel_nhop);
+        *tunnel_label = ftn.tunnel_label;
+        return 0;
+    }
+    return -1;
+}
+
+int dpm_ilm_info_get_by_lbl(std::uint32_t in_label, std::uint32_t *out_ifindex,
+                            std::uint32_t *tunnel_nhop, std::uint32_t *swap_label,
+                            std::uint32_t *vrf_id)
+{
+    if (out_ifindex == nullptr || tunnel_nhop == nullptr || swap_label == nullptr ||
+        vrf_id == nullptr)
+        return 0;
+    dpm_ilm key = {};
+    key.in_label = in_label;
+    const dpm_ilm *ilm = dpm::ilms().find(key);
+    if (ilm == nullptr)
+        return 0;
+    *vrf_id = ilm->vrf_id;
+    *out_ifindex = ilm->out_ifindex;
+    *swap_label = ilm->swap_label;
+    *tunnel_nhop = dpm::address_word(ilm->tunnel_nhop);
+    return 0;
+}
+
+dpm_ftn *dpm_mpls_ftn_table_get(std::uint32_t vrf_id, const std::uint8_t *fec,
+                                std::uint32_t prefix_len, const std::uint8_t *tunnel_nhop)
+{
+    if (fec == nullptr || tunnel_nhop == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
+    }
+    DPM_PLAIN("fec_prefix = %d.%d.%d.%d", fec[0], fec[1], fec[2], fec[3]);
+    dpm_ftn key = ipv4_key(vrf_id, dpm::address_word(fec), prefix_len);
+    std::memcpy(key.tunnel_nhop, tunnel_nhop, 4);
+    return dpm::ftns().find(key);
+}

@@ -1,0 +1,377 @@
+// Routes: the unicast routes that the routing suite installs, each with up to eight gateways.
+//
+// A route is in the chip only while at least one gateway is a resolved host: with one gateway it
+// points at that host's next hop, with several at an ECMP group of the resolved ones.  It follows
+// its gateways through the host table's notices (dpm_route_follow), gives way to a host entry or a
+// tunnel FTN for the same destination, and ages out after a switch-over unless it is installed
+// again.  A route that the chip refuses stays in the table, unprogrammed.
+//
+// sdk_index tells what the route points at, also while a label entry stands in its place; what the
+// chip itself holds is remembered beside the record, so that a delete is sent exactly when there is
+// something to delete.
+#include "dpm_route.h"
+
+#include "dpm_bridge.h"
+#include "dpm_driver.h"
+#include "dpm_ecmp.h"
+#include "dpm_host.h"
+#include "dpm_if.h"
+#include "dpm_l3vpn.h"
+#include "dpm_mirror.h"
+#include "dpm_route_program.h"
+#include "dpm_route_record.h"
+#include "dpm_trace.h"
+#include "platform/hal.h"
+
+namespace {
+
+constexpr std::uint32_t static_route_origin = 15; // as the IP stack numbers it
+constexpr char tunnel_prefix[] = "tunnel";
+
+std::uint32_t occupied()
+{
+    return dpm::ipv4_routes().count() + 2 * dpm::ipv6_routes().count();
+}
+
+// Refusals about tunnels carry no function and line: the text is format and argument at once.
+int refuse(const char *text)
+{
+    // deliberate: those who watch the logs know these two lines so
+    ulogPrintf(g_dpm_global.module_id, DPM_LEVEL_TRACE, text, text);
+    return -1;
+}
+
+bool is_sound(const dpm_route_msg &body, const dpm::shell &caller)
+{
+    if (body.np_num > DPM_ROUTE_GATEWAYS) {
+        DPM_SHELL_LOG(caller, "%s %d::np_num %d is err!\r\n", body.np_num);
+        return false;
+    }
+    const dpm_prefix &destination = body.destination;
+    if (dpm::is_known_family(destination.family) &&
+        destination.prefix_len > dpm::host_bits(destination.family)) {
+        DPM_SHELL_LOG(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
+        return false;
+    }
+    return true;
+}
+
+void fill_route(dpm_route_entry &route, const dpm_route_msg &body)
+{
+    route.vrf = body.vrf;
+    route.route_type = body.route_type;
+    route.destination = body.destination;
+    std::memcpy(route.np, body.np, sizeof route.np);
+    std::memcpy(route.np_ifindex, body.np_ifindex, sizeof route.np_ifindex);
+    route.np_num = body.np_num;
+    route.ecmp_enable = body.np_num == 1 ? DPM_ROUTE_SINGLE : DPM_ROUTE_ECMP;
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        (void)dpm_if_get_ifnamebyindex(route.np_ifindex[i], route.np_ifname[i]);
+}
+
+// A host route whose address is already a host is not added: the host's entry wins.
+bool is_taken_by_host(const dpm_route_entry &route)
+{
+    const dpm_prefix &destination = route.destination;
+    return dpm::is_known_family(destination.family) &&
+           destination.prefix_len == dpm::host_bits(destination.family) &&
+           dpm_host_find_by_ip(route.vrf, &destination, route.np_ifindex[0]) != nullptr;
+}
+
+// What the chip shall point to for one gateway.
+std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position)
+{
+    const dpm_prefix &gateway = route.np[position];
+    if (gateway.family == DPM_FAMILY_NONE)
+        return DPM_ROUTE_NO_ADDRESS;
+    if (dpm_if_is_manage_vlan(route.np_ifname[position]))
+        return DPM_ROUTE_UNRESOLVED;
+    return static_cast<std::int32_t>(
+        dpm_host_get_index_by_ip(route.vrf, route.np_ifindex[position], &gateway));
+}
+
+void resolve_gateways(dpm_route_entry &route)
+{
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        route.host_index[i] = resolve(route, i);
+        if (route.ecmp_enable == DPM_ROUTE_ECMP && route.host_index[i] != DPM_ROUTE_UNRESOLVED)
+            (void)dpm_ecmp_add(route.destination.family, &route.sdk_index,
+                               static_cast<std::uint32_t>(route.host_index[i]));
+    }
+    if (route.ecmp_enable == DPM_ROUTE_SINGLE && route.host_index[0] > 0)
+        route.sdk_index = route.host_index[0];
+}
+
+// The chip refused the route: it stays in the table as one that points nowhere.
+void unresolve(dpm_route_entry &route)
+{
+    if (route.ecmp_enable == DPM_ROUTE_ECMP) {
+        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
+    } else {
+        route.host_index[0] = DPM_ROUTE_UNRESOLVED;
+        route.sdk_index = 0;
+    }
+    dpm::restore_cpu_default(route);
+}
+
+void leave_groups(dpm_route_entry &route)
+{
+    if (route.ecmp_enable != DPM_ROUTE_ECMP || route.sdk_index <= 0)
+        return;
+    for (const std::int32_t host_index : route.host_index)
+        if (host_index > 0)
+            (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
+                               static_cast<std::uint32_t>(host_index));
+}
+
+int delete_expired(std::uintptr_t route, std::uintptr_t, std::uintptr_t)
+{
+    if (dpm_bridge_self_is_slave()) // a timer that finds its card on standby does nothing
+        return 0;
+    return dpm_route_del(reinterpret_cast<dpm_route_entry *>(route));
+}
+
+// The IP stack's own routes over the old gateways go too.
+void tell_ip_stack(const dpm_route_entry &route)
+{
+    const dpm_prefix &destination = route.destination;
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        if (destination.family == DPM_FAMILY_IPV4)
+            (void)hal_ipstack_static_route_process(
+                static_route_origin, dpm::address_word(destination.address),
+                destination.prefix_len, dpm::address_word(route.np[i].address), 0);
+        else
+            (void)hal_ipstack_ipv6_static_route_process(static_route_origin, destination.address,
+                                                        destination.prefix_len,
+                                                        route.np[i].address, 0);
+}
+
+// Adds a route whose block is at hand; the block is released when the table takes it.
+int add_route(dpm::block<route_record> &record, const dpm::shell &caller)
+{
+    dpm_route_entry &route = record->entry;
+    resolve_gateways(route);
+    const std::int32_t *host = route.host_index;
+    DPM_SHELL_LOG(caller,
+                  "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d "
+                  "host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+                  dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
+                  route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2],
+                  host[3], host[4], host[5], host[6], host[7]);
+    if (route.sdk_index > 0 && dpm::program_route(*record, caller) != 0)
+        unresolve(route);
+    dpm::link_route(*record.release());
+    (void)dpm_route_entry_add_sync_send(&route);
+    return 0;
+}
+
+bool has_room(const dpm::shell &caller)
+{
+    if (occupied() < DPM_ROUTE_CAPACITY)
+        return true;
+    DPM_SHELL_LOG(caller, "%s %d::route entry is full!!!\r\n");
+    return false;
+}
+
+void copy_route(route_record &record, const dpm_route_entry &route)
+{
+    record.entry = route;
+    (void)dpm_timer_node_init(&record.entry.delete_timer);
+}
+
+void take_over(dpm_route_entry &route)
+{
+    dpm::adopt_chip_entry(record_of(route)); // the former master has programmed it
+    if (dpm_route_dynamic_type_check(route.route_type))
+        (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
+                              delete_expired, reinterpret_cast<std::uintptr_t>(&route), 0, 0);
+}
+
+} // namespace
+
+namespace dpm {
+
+ipv4_route_table ipv4_routes() { return ipv4_route_table(g_dpm_global.route_ipv4_tree); }
+ipv6_route_table ipv6_routes() { return ipv6_route_table(g_dpm_global.route_ipv6_tree); }
+
+ipv4_route_table routes_of(std::uint32_t family)
+{
+    return ipv4_route_table(family == DPM_FAMILY_IPV4 ? g_dpm_global.route_ipv4_tree
+                                                      : g_dpm_global.route_ipv6_tree);
+}
+
+void route_tables_create()
+{
+    ipv4_routes().create();
+    ipv6_routes().create();
+    route_indexes_create();
+}
+
+dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination)
+{
+    route_record key; // only what the compare reads is set
+    key.entry.vrf = vrf;
+    key.entry.destination = destination;
+    return routes_of(destination.family).find(key.entry);
+}
+
+bool is_over_tunnel(const dpm_route_entry &route)
+{
+    return std::strncmp(route.np_ifname[0], tunnel_prefix, sizeof tunnel_prefix - 1) == 0;
+}
+
+} // namespace dpm
+
+int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b)
+{
+    if (a.vrf != b.vrf)
+        return dpm::three_way(a.vrf, b.vrf);
+    return dpm_prefix_compare(a.destination, b.destination);
+}
+
+int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b)
+{
+    return dpm_route_ipv4_compare(a, b);
+}
+
+dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key)
+{
+    if (dpm::is_known_family(key->destination.family))
+        return dpm::routes_of(key->destination.family).find(*key);
+    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
+    return nullptr;
+}
+
+int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b)
+{
+    if (a->vrf != b->vrf || a->destination.family != b->destination.family ||
+        dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
+        return 0;
+    return std::memcmp(a->np, b->np, a->np_num * sizeof a->np[0]) == 0;
+}
+
+// Static and directly connected routes are not; what a protocol learnt is.
+int dpm_route_dynamic_type_check(std::uint32_t route_type)
+{
+    return route_type <= 12 && route_type != 2 && route_type != 3;
+}
+
+int dpm_route_add(const dpm_route_entry *entry)
+{
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    if (!has_room(DPM_SHELL))
+        return -1;
+    if (!dpm::is_known_family(entry->destination.family)) {
+        DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
+        return 0;
+    }
+    dpm::block<route_record> record;
+    if (!record)
+        return -1;
+    copy_route(*record, *entry);
+    return add_route(record, DPM_SHELL);
+}
+
+int dpm_route_del(dpm_route_entry *entry)
+{
+    if (entry == nullptr) {
+        (void)dpm::null_parameter();
+        return 0;
+    }
+    if (!dpm::is_known_family(entry->destination.family)) {
+        DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
+        return 0;
+    }
+    DPM_TRACE("%s %d::prefix %s prefixlen %d sdk_index %d route_type %d ecmp_enable %d.\r\n",
+              dpm::address_text(entry->destination).c_str(), entry->destination.prefix_len,
+              entry->sdk_index, entry->route_type, entry->ecmp_enable);
+    route_record &record = record_of(*entry);
+    const bool was_programmed = entry->sdk_index != 0 || record.chip_index != 0;
+    if (dpm::withdraw_route(record, DPM_SHELL) != 0)
+        return -1;
+    if (was_programmed)
+        dpm::restore_cpu_default(*entry);
+    leave_groups(*entry);
+    (void)dpm_timer_stop(g_dpm_global.timer_list, &entry->delete_timer);
+    (void)dpm_route_entry_del_sync_send(entry);
+    dpm::unlink_route(record);
+    dpm::free_zeroed(&record);
+    return 0;
+}
+
+int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entry)
+{
+    if (old_entry == nullptr || new_entry == nullptr)
+        return dpm::null_parameter();
+    if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
+        return dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer);
+    dpm::block<route_record> record; // taken before the old route goes
+    if (!record)
+        return -1;
+    copy_route(*record, *new_entry);
+    tell_ip_stack(*old_entry);
+    if (dpm_route_del(old_entry) != 0)
+        return -1;
+    return add_route(record, DPM_SHELL);
+}
+
+int dpm_route_add_msg(const dpm_route_msg *body)
+{
+    if (body == nullptr)
+        return dpm::null_parameter();
+    if (dpm_bridge_self_is_slave()) {
+        DPM_TRACE("%s %d::it is slave.\r\n");
+        return 0;
+    }
+    if (!is_sound(*body, DPM_SHELL))
+        return -1;
+    dpm_route_entry route = {};
+    fill_route(route, *body);
+    if (is_taken_by_host(route)) {
+        DPM_TRACE("%s %d::ip_str %s exist in fib host\r\n",
+                  dpm::address_text(route.destination).c_str());
+        return 0;
+    }
+    dpm_route_entry *present = dpm_route_find_by_entry(&route);
+    if (present == nullptr) {
+        DPM_TRACE("%s %d::prefix not exit in route table.\r\n");
+        return dpm_route_add(&route);
+    }
+    DPM_TRACE("%s %d::find same prefix and mask in route table.\r\n");
+    if (dpm::is_over_tunnel(*present))
+        return refuse("exist route nexthop is tunnel!\r\n");
+    return dpm_route_update(present, &route);
+}
+
+int dpm_route_del_msg(const dpm_route_msg *body)
+{
+    if (body == nullptr)
+        return dpm::null_parameter();
+    if (dpm_bridge_self_is_slave()) {
+        DPM_TRACE("%s %d::it is slave.\r\n");
+        return 0;
+    }
+    if (!dpm::is_known_family(body->destination.family)) {
+        DPM_TRACE("%s %d::iptype = %d is err!\r\n", body->destination.family);
+        return 0;
+    }
+    dpm_route_entry *present = dpm::find_route(body->vrf, body->destination);
+    if (present == nullptr)
+        return 0;
+    DPM_TRACE("%s %d::find same prefix and mask in route table.\r\n");
+    if (dpm::is_over_tunnel(*present))
+        return refuse("route nexthop is tunnel, not delelte!\r\n");
+    return dpm_route_del(present);
+}
+
+int dpm_route_start_delete_time()
+{
+    if (dpm::ipv4_routes().empty())
+        DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
+    for (dpm_route_entry &route : dpm::ipv4_routes())
+        take_over(route);
+    for (dpm_route_entry &route : dpm::ipv6_routes())
+        take_over(route);
+    return 0;
+}

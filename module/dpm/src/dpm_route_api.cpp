@@ -1,0 +1,171 @@
+// Route requests of the routing suite, and readers of the route table.
+#include "dpm_route.h"
+
+#include "dpm_locks.h"
+#include "dpm_memory.h"
+#include "dpm_msg.h"
+#include "dpm_trace.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr char vlanif_prefix[] = "vlanif";
+constexpr std::size_t vlanif_length = sizeof vlanif_prefix - 1;
+
+// A route as the management export tells it.
+struct export_record {
+    std::uint32_t destination_type = 1;
+    std::uint32_t destination_bytes = 4;
+    std::uint8_t destination[4];
+    std::uint32_t prefix_len;
+    std::uint32_t reserved0 = 0;
+    std::uint32_t reserved1 = 0;
+    std::uint32_t gateway_type = 1;
+    std::uint32_t gateway_bytes = 4;
+    std::uint8_t gateway[4];
+    std::uint32_t reserved2 = 0;
+    std::uint32_t state; // 2: the first gateway is not resolved
+    std::uint32_t reserved3 = 0;
+    std::uint32_t vlan;
+};
+static_assert(sizeof(export_record) == 13 * sizeof(std::uint32_t));
+
+export_record export_of(const dpm_route_entry &route)
+{
+    export_record record;
+    std::memcpy(record.destination, route.destination.address, sizeof record.destination);
+    record.prefix_len = route.destination.prefix_len;
+    std::memcpy(record.gateway, route.np[0].address, sizeof record.gateway);
+    record.state = route.host_index[0] < 0 ? 2 : 0;
+    record.vlan =
+        static_cast<std::uint32_t>(std::strtoul(route.np_ifname[0] + vlanif_length, nullptr, 10));
+    return record;
+}
+
+bool is_exported(const dpm_route_entry &route)
+{
+    return route.vrf == 0 && std::strncmp(route.np_ifname[0], vlanif_prefix, vlanif_length) == 0;
+}
+
+std::uint32_t export_count()
+{
+    std::uint32_t count = 0;
+    for (const dpm_route_entry &route : dpm::ipv4_routes())
+        count += is_exported(route);
+    return count;
+}
+
+bool is_known(std::uint32_t family, const dpm::shell &caller)
+{
+    if (dpm::is_known_family(family))
+        return true;
+    DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", family);
+    return false;
+}
+
+} // namespace
+
+int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper)
+{
+    if (dpm_get_ipv6_ready_test_switch_state() == 1)
+        return 0;
+    if (route == nullptr)
+        return dpm::null_parameter();
+    if (oper != DPM_OPER_ADD && oper != DPM_OPER_DEL) {
+        DPM_TRACE("%s %d::rev msg from norix, unkown oper %d !\r\n", oper);
+        return -1;
+    }
+    dpm::request<dpm_route_msg> body;
+    if (!body)
+        return -1;
+    *body = *route;
+    return body.post(oper == DPM_OPER_ADD ? DPM_MSG_ADD_ROUTE : DPM_MSG_DEL_ROUTE,
+                     DPM_SEND_ERROR("%s %d::send msg err!\r\n", DPM_LEVEL_ERROR));
+}
+
+const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family)
+{
+    return is_known(family, DPM_SHELL) ? dpm::routes_of(family).first() : nullptr;
+}
+
+const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry)
+{
+    if (entry == nullptr || !is_known(entry->destination.family, DPM_SHELL))
+        return nullptr;
+    return dpm::routes_of(entry->destination.family).next(*entry);
+}
+
+int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes)
+{
+    if (out == nullptr) {
+        DPM_PLAIN("the parameter is null!\r\n");
+        return -1;
+    }
+    const dpm::dpm_lock lock;
+    const std::uint32_t count = export_count();
+    if (count == 0)
+        return 0;
+    if (record_bytes < sizeof(export_record) || record_bytes > UINT32_MAX / count)
+        return -1;
+    auto *bytes = static_cast<unsigned char *>(dpm_malloc(count * record_bytes));
+    if (bytes == nullptr) {
+        DPM_PLAIN("malloc failed!\r\n");
+        return -1;
+    }
+    *out = bytes;
+    std::memset(bytes, 0, count * record_bytes);
+    for (const dpm_route_entry &route : dpm::ipv4_routes()) {
+        if (!is_exported(route))
+            continue;
+        const export_record record = export_of(route);
+        std::memcpy(bytes, &record, sizeof record);
+        bytes += record_bytes;
+    }
+    return static_cast<int>(count);
+}
+
+void dpm_ipv4_route_show()
+{
+    const dpm::dpm_lock lock;
+    for (const dpm_route_entry &route : dpm::ipv4_routes()) {
+        const std::uint8_t *ip = route.destination.address;
+        const std::uint8_t *np = route.np[0].address;
+        std::printf("\n\r route entry vrf %d ip %x.%x.%x.%x masklen %d                  "
+                    "np %x.%x.%x.%x np_index %d np_ifname %s np_num %d sdk_index %d\n\r",
+                    route.vrf, ip[0], ip[1], ip[2], ip[3], route.destination.prefix_len, np[0],
+                    np[1], np[2], np[3], route.np_ifindex[0], route.np_ifname[0], route.np_num,
+                    route.sdk_index);
+    }
+}
+
+void dpm_ipv6_route_show()
+{
+    const dpm::dpm_lock lock;
+    for (const dpm_route_entry &route : dpm::ipv6_routes()) {
+        const std::uint8_t *ip = route.destination.address;
+        const std::uint8_t *np = route.np[0].address;
+        std::printf("\n\r route entry vrf %d ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x "
+                    "masklen %d                  np "
+                    "%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x np_ifindex %d np_ifname %s "
+                    "np_num %d sdk_index %d\n\r",
+                    route.vrf, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9],
+                    ip[10], ip[11], ip[12], ip[13], ip[14], ip[15], route.destination.prefix_len,
+                    np[0], np[1], np[2], np[3], np[4], np[5], np[6], np[7], np[8], np[9], np[10],
+                    np[11], np[12], np[13], np[14], np[15], route.np_ifindex[0],
+                    route.np_ifname[0], route.np_num, route.sdk_index);
+    }
+}
+
+int dpm_ipv4_route_cnt_show()
+{
+    const dpm::dpm_lock lock;
+    return static_cast<int>(dpm::ipv4_routes().count());
+}
+
+int dpm_ipv6_route_cnt_show()
+{
+    const dpm::dpm_lock lock;
+    return static_cast<int>(dpm::ipv6_routes().count());
+}

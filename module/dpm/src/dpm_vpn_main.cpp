@@ -1,0 +1,19 @@
+// The VPN context and its start-up.  A table joins with its owner.
+#include "dpm_vpn.h"
+
+#include "dpm_l3vpn.h"
+#include "dpm_list.h"
+
+#include <initializer_list>
+
+DPM_STATE dpm_vpn g_dpm_vpn;
+
+void dpm_vpn_main_init()
+{
+    g_dpm_vpn = {};
+    for (list_head *pend : {&g_dpm_vpn.pend_ftn_list, &g_dpm_vpn.pend_ilm_list,
+                            &g_dpm_vpn.pend_vpws_vc_fib_list, &g_dpm_vpn.pend_vpws_vc_ilm_list,
+                            &g_dpm_vpn.pend_vpls_vc_fib_list, &g_dpm_vpn.pend_vpls_vc_ilm_list})
+        INIT_LIST_HEAD(pend);
+    dpm::label_tables_create();
+}
