@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int reply_msec = 60'000; // a read waits for the worker, and the worker for the chip
 constexpr int role_msec = 2'000;
 constexpr std::size_t head_bytes = 40;
-constexpr unsigned narrow_terminal = 80, no_terminal = 160;
+constexpr unsigned narrow_terminal = 80, no_terminal = 200;
 
 // Waits for bytes and appends them to `text`; false when none come in time, or the card hung up.
 bool receive(int socket, std::string &text, Clock::time_point deadline) {
@@ -58,6 +58,12 @@ std::optional<Reply> receive_reply(int socket, int timeout_msec) {
         if (!receive(socket, text, deadline))
             return std::nullopt;
     return Reply{head->status, text};
+}
+
+// A card says nothing unasked: what can be read now is its end.
+bool has_ended(int socket) {
+    pollfd polled{socket, POLLIN, 0};
+    return poll(&polled, 1, 0) != 0;
 }
 
 bool send_line(int socket, std::string_view line) {
@@ -144,6 +150,8 @@ bool complain(const std::string &origin, const std::string &text) {
 
 std::optional<Reply> Shelf::ask_once(unsigned slot, std::string_view line, int timeout_msec) {
     Descriptor &socket = connections_[slot];
+    if (socket && has_ended(socket.get()))
+        socket.reset();
     if (!socket)
         socket = connect_to(control_path(directory_, slot));
     if (!socket)
@@ -160,11 +168,8 @@ std::optional<Reply> Shelf::ask(unsigned slot, std::string_view line) {
     return ask_once(slot, line, reply_msec);
 }
 
-// Asked again on a new connection: the card may have been started anew since the last command.
 std::string Shelf::role(unsigned slot) {
-    std::optional<Reply> reply = ask_once(slot, "card role", role_msec);
-    if (!reply)
-        reply = ask_once(slot, "card role", role_msec);
+    const std::optional<Reply> reply = ask_once(slot, "card role", role_msec);
     return reply && reply->status == Status::ok ? reply->text.substr(0, reply->text.find('\n'))
                                                 : "";
 }

@@ -13,7 +13,7 @@
 
 namespace ctl {
 
-// Connections to the cards of one directory.  A connection that broke is made again when the card
+// Connections to the cards of one directory.  A connection that ended is made again when the card
 // is asked next.
 class Shelf {
 public:

@@ -79,7 +79,7 @@ bool compare_cards(Shelf &shelf, unsigned master, unsigned standby) {
     std::string summary;
     bool equal = true;
     for (const auto &[table, digest] : mine) {
-        summary += " " + table + digest.substr(0, digest.rfind(' ')) + ",";
+        summary += (summary.empty() ? " " : ", ") + table + digest.substr(0, digest.rfind(' '));
         if (const auto found = other.find(table); found != other.end() && found->second == digest)
             continue;
         std::fprintf(stderr, "verify: %s differs between slot %u and slot %u\n", table.c_str(),
@@ -88,8 +88,7 @@ bool compare_cards(Shelf &shelf, unsigned master, unsigned standby) {
         equal = false;
     }
     if (equal)
-        std::printf("slot %u and slot %u agree:%s card-local fields apart\n", master, standby,
-                    summary.c_str());
+        std::printf("slot %u and slot %u agree:%s\n", master, standby, summary.c_str());
     return equal;
 }
 
