@@ -2,6 +2,7 @@
 // column inside it or where the next word would stand.
 #include "chassis/ctl/grammar.h"
 #include "fuzz/input.h"
+#include "fuzz/words.h"
 
 namespace {
 
@@ -28,12 +29,8 @@ void check(const ctl::Parsed &parsed, std::string_view line) {
 
 } // namespace
 
-// A first byte from 128 up stands for the words of a command, so that arguments are reached soon.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    const auto &commands = ctl::commands();
-    std::string text(reinterpret_cast<const char *>(data), size);
-    if (size > 0 && data[0] >= 128)
-        text.replace(0, 1, std::string(commands[data[0] % commands.size()].path) + " ");
+    const std::string text = fuzz::expand({reinterpret_cast<const char *>(data), size});
     const fuzz::Block block = fuzz::exact_block(text.size());
     std::copy(text.begin(), text.end(), block.get());
     const std::string_view line(reinterpret_cast<const char *>(block.get()), text.size());
