@@ -55,7 +55,7 @@ Card::Card(const CardOptions &options)
     : os(options.mode), peer(*this), suite(options.slot * 100), options_(options),
       library_state_(pristine_state()) {
     if (!current())
-        load(), current_card = this;
+        make_current(*this);
 }
 
 Card::~Card() {
@@ -102,10 +102,12 @@ unsigned Card::pump() {
     return handled;
 }
 
-CardScope::CardScope(Card &card) : former_(current()) {
+void make_current(Card &card) {
     card.load();
     current_card = &card;
 }
+
+CardScope::CardScope(Card &card) : former_(current()) { make_current(card); }
 
 CardScope::~CardScope() {
     if (former_)

@@ -53,6 +53,7 @@ public:
 
 private:
     friend class CardScope;
+    friend void make_current(Card &card);
     void load();
     CardOptions options_;
     std::vector<std::byte> library_state_; // the library's section while this card is not current
@@ -61,6 +62,8 @@ private:
 // The current card of this process; null before the first.
 Card *current();
 Card &card(); // the same where there must be one
+// Makes a card current for good; for a rig whose cards come and go.
+void make_current(Card &card);
 
 // Makes a card current for a scope, and the former one current again at its end.  Nests.
 class CardScope {

@@ -312,6 +312,72 @@ TEST(Frames, are_taken_whole_from_any_cuts_and_malformed_ones_are_told) {
 
 namespace {
 
+// Starts other cards as processes of their own.  It is forked while this process has one thread, and forks again for
+// each card, because a fork of many threads is nothing to build on.
+class Spawner {
+public:
+    explicit Spawner(std::string path) : path_(std::move(path)) {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
+        spawner_ = fork();
+        if (spawner_ != 0) {
+            close(ends_[1]);
+            return;
+        }
+        close(ends_[0]);
+        signal(SIGCHLD, SIG_IGN); // nobody waits for a card
+        for (unsigned slot; read(ends_[1], &slot, sizeof slot) == sizeof slot;) {
+            const pid_t card = fork();
+            if (card == 0)
+                run_card(slot);
+            [[maybe_unused]] const ssize_t told = write(ends_[1], &card, sizeof card);
+        }
+        _exit(0);
+    }
+
+    ~Spawner() {
+        for (const pid_t card : std::vector(cards_))
+            end(card);
+        close(ends_[0]);
+        waitpid(spawner_, nullptr, 0);
+    }
+
+    pid_t start(unsigned slot) {
+        pid_t card = -1;
+        EXPECT_EQ(write(ends_[0], &slot, sizeof slot), ssize_t(sizeof slot));
+        EXPECT_EQ(read(ends_[0], &card, sizeof card), ssize_t(sizeof card));
+        cards_.push_back(card);
+        return card;
+    }
+
+    void end(pid_t card) {
+        kill(card, SIGKILL);
+        EXPECT_TRUE(eventually([card] { return kill(card, 0) != 0; }));
+        std::erase(cards_, card);
+    }
+
+    void end_all() {
+        while (!cards_.empty())
+            end(cards_.back());
+    }
+
+private:
+    // Answers every call by one back, until it is killed.
+    [[noreturn]] void run_card(unsigned slot) {
+        Card card({.slot = slot, .mode = os::Mode::threaded});
+        card.peer.open(path_);
+        for (unsigned answered = 0;;) {
+            if (answered < received_count && card.peer.call("dpm_test_sync_receive", {}) == 0)
+                ++answered;
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+
+    std::string path_;
+    int ends_[2] = {-1, -1};
+    pid_t spawner_ = -1;
+    std::vector<pid_t> cards_;
+};
+
 class Socket : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -321,43 +387,24 @@ protected:
         path_ = name + "/peer";
         received.clear();
         received_count = 0;
+        others_ = std::make_unique<Spawner>(path_);
     }
 
     void TearDown() override {
-        for (const pid_t child : children_)
-            end(child);
-        EXPECT_TRUE(std::filesystem::is_empty(directory_)) << "something was left behind";
+        others_.reset();
         std::filesystem::remove_all(directory_);
     }
 
-    // Another card as a process: it answers every call by one back, until it is killed.
-    pid_t start_other(unsigned slot) {
-        const pid_t child = fork();
-        if (child == 0) {
-            {
-                Card card({.slot = slot, .mode = os::Mode::threaded});
-                card.peer.open(path_);
-                for (unsigned answered = 0;;) {
-                    if (answered < received_count &&
-                        card.peer.call("dpm_test_sync_receive", {}) == 0)
-                        ++answered;
-                    std::this_thread::sleep_for(1ms);
-                }
-            }
-        }
-        children_.push_back(child);
-        return child;
-    }
-
-    void end(pid_t child) {
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-        std::erase(children_, child);
+    // The last card clears away what those before it left.
+    void close_as_last(Card &card) {
+        others_->end_all();
+        card.peer.close();
+        EXPECT_TRUE(std::filesystem::is_empty(directory_));
     }
 
     std::filesystem::path directory_;
     std::string path_;
-    std::vector<pid_t> children_;
+    std::unique_ptr<Spawner> others_;
 };
 
 std::atomic<int> connections, promotions;
@@ -371,7 +418,7 @@ int count_promotion() {
 } // namespace
 
 TEST_F(Socket, two_cards_agree_on_the_lower_slot_and_calls_pass_both_ways_in_order) {
-    start_other(10);
+    others_->start(10);
     Card card({.slot = 9, .mode = os::Mode::threaded});
     connections = 0;
     hss_backupConnectedRegister(11, count_connection);
@@ -384,12 +431,12 @@ TEST_F(Socket, two_cards_agree_on_the_lower_slot_and_calls_pass_both_ways_in_ord
         EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", big.data(), big.size()), 0);
     EXPECT_EQ(hss_TellBackToExcuteSpe("dpm_test_sync_receive", big.data(), big.size() + 1), -1);
     EXPECT_TRUE(eventually([] { return received_count >= 20; }));
-    card.peer.close();
+    close_as_last(card);
 }
 
 TEST_F(Socket,
        a_standby_becomes_master_when_the_master_is_killed_and_a_restarted_card_joins_again) {
-    const pid_t master = start_other(9);
+    const pid_t master = others_->start(9);
     Card card({.slot = 10, .mode = os::Mode::threaded});
     promotions = connections = 0;
     hssSlaveToMasterRtnReg(count_promotion);
@@ -399,7 +446,7 @@ TEST_F(Socket,
     EXPECT_EQ(card.peer.role(), peer::Role::standby);
     EXPECT_EQ(promotions, 0);
 
-    end(master);
+    others_->end(master);
     ASSERT_TRUE(eventually([] { return promotions == 1; }));
     EXPECT_EQ(card.peer.role(), peer::Role::master);
     EXPECT_FALSE(card.peer.exists());
@@ -407,18 +454,18 @@ TEST_F(Socket,
 
     // The lower slot comes back and finds a master: it stays standby.  Again and again.
     for (int round = 1; round <= 3; ++round) {
-        const pid_t returned = start_other(9);
+        const pid_t returned = others_->start(9);
         ASSERT_TRUE(eventually([&] { return card.peer.exists() && connections == round; }));
         EXPECT_EQ(card.peer.role(), peer::Role::master);
-        end(returned);
+        others_->end(returned);
         ASSERT_TRUE(eventually([&] { return !card.peer.exists(); }));
     }
     EXPECT_EQ(promotions, 1);
-    card.peer.close();
+    close_as_last(card);
 }
 
 TEST_F(Socket, a_silent_peer_is_lost_by_its_heartbeat) {
-    const pid_t master = start_other(9);
+    const pid_t master = others_->start(9);
     Card card({.slot = 10, .mode = os::Mode::threaded});
     card.peer.open(path_);
     ASSERT_TRUE(eventually([&] { return card.peer.exists(); }));
@@ -426,8 +473,8 @@ TEST_F(Socket, a_silent_peer_is_lost_by_its_heartbeat) {
     EXPECT_TRUE(eventually([&] { return card.peer.role() == peer::Role::master; }));
     EXPECT_FALSE(card.peer.exists());
     kill(master, SIGCONT);
-    end(master);
-    card.peer.close();
+    others_->end(master);
+    close_as_last(card);
 }
 
 TEST_F(Socket, a_stranger_who_sends_garbage_is_closed_and_the_real_peer_still_gets_in) {
@@ -458,9 +505,9 @@ TEST_F(Socket, a_stranger_who_sends_garbage_is_closed_and_the_real_peer_still_ge
     }
     EXPECT_EQ(received_count, 0u);
     EXPECT_FALSE(card.peer.exists());
-    start_other(10);
+    others_->start(10);
     EXPECT_TRUE(eventually([&] { return card.peer.exists(); }));
-    card.peer.close();
+    close_as_last(card);
 }
 
 TEST(Threads, a_card_that_ends_takes_its_waiting_task_with_it) {

@@ -264,8 +264,7 @@ Chip::Outcome Chip::add_nexthop(const NextHop &nexthop, std::uint32_t *id, bool 
         return {};
     }
     *id = new_index();
-    nexthops.emplace(*id, nexthop);
-    index_of_.emplace(nexthop, *id);
+    put_nexthop(*id, nexthop);
     return {};
 }
 
@@ -275,10 +274,7 @@ Chip::Outcome Chip::delete_nexthop(std::uint32_t id) {
         return {-1, "no such next hop"};
     if (const auto users = uses_.find(id); users != uses_.end() && users->second > 0)
         return {-1, "the next hop is in use"};
-    const auto [first, last] = index_of_.equal_range(found->second);
-    index_of_.erase(std::find_if(first, last, [&](auto &pair) { return pair.second == id; }));
-    nexthops.erase(found);
-    uses_.erase(id);
+    drop_nexthop(id);
     return {};
 }
 
@@ -291,9 +287,7 @@ Chip::Outcome Chip::add_group(std::int32_t *group, const Members &members, bool 
     if (!std::all_of(members.begin(), members.end(), is_member))
         return {-1, "no such next hop"};
     const std::uint32_t index = new_index();
-    groups.emplace(index, members);
-    for (const std::uint32_t member : members)
-        use(member, 1);
+    put_group(index, members);
     *group = std::int32_t(index);
     return {};
 }
@@ -318,9 +312,8 @@ Chip::Outcome Chip::update_group(std::int32_t group, bool adding, const Members 
     }
     if (changed.size() > group_members)
         return {-1};
-    for (const std::uint32_t member : members)
-        use(member, again ? 0 : adding ? 1 : -1);
-    found->second = std::move(changed);
+    if (!again)
+        put_group(found->first, changed);
     return {};
 }
 
@@ -329,9 +322,7 @@ Chip::Outcome Chip::delete_group(std::int32_t group) {
     const auto found = groups.find(std::uint32_t(group));
     if (found == groups.end())
         return {-1, "no such group"};
-    for (const std::uint32_t member : found->second)
-        use(member, -1);
-    groups.erase(found);
+    drop_group(found->first);
     return {};
 }
 
@@ -379,6 +370,7 @@ Chip::Outcome Chip::delete_entry(const Address &key, std::uint32_t index) {
 void Chip::keep_entry(const Address &key, std::uint32_t index) {
     entries.emplace(key, index);
     use(index, 1);
+    tell(entry_change(key, index, true));
     if (is_host(key))
         return;
     masked_[masked(key)].push_back(key);
@@ -387,6 +379,7 @@ void Chip::keep_entry(const Address &key, std::uint32_t index) {
 
 void Chip::drop_entry(const Address &key) {
     const auto present = entries.find(key);
+    tell(entry_change(key, present->second, false));
     use(present->second, -1);
     entries.erase(present);
     if (is_host(key))

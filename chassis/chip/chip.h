@@ -12,6 +12,7 @@
 #include <compare>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -71,6 +72,24 @@ struct Interface {
     std::uint16_t vrf;
 };
 
+// One change of what the chip forwards by, as plain bytes: what line cards remember while control
+// cards come and go.
+struct Change {
+    enum class Kind : std::uint32_t { nexthop, group, entry, cpu_default, hash } kind;
+    std::uint32_t there; // 1: set to what follows; 0: gone
+    std::uint32_t index; // of the next hop or group; what the entry leads to; the mode
+    Address key;         // of the entry; family and VRF of the default, its length 1: to the CPU
+    NextHop nexthop;
+    std::uint32_t member_count;
+    std::array<std::uint32_t, 65> members;
+};
+
+Change nexthop_change(std::uint32_t index, const NextHop &nexthop, bool there);
+Change group_change(std::uint32_t index, const std::vector<std::uint32_t> &members, bool there);
+Change entry_change(const Address &key, std::uint32_t index, bool there);
+Change default_change(std::uint32_t family, std::uint16_t vrf, bool cpu);
+Change hash_change(std::uint32_t mode);
+
 struct Answer { // of a lookup
     Address entry;
     std::uint32_t index; // next hop or group
@@ -126,6 +145,13 @@ public:
     // hash mode): line cards keep their tables when the control card changes.
     void take_over(const Chip &other);
 
+    // Is told of every change, on the requester's thread with the lock held.
+    void observe(std::function<void(const Change &)> observer);
+    // Makes a change that a chip told; nobody asks and nobody is told.
+    void apply(const Change &change);
+    // Everything as changes, in an order that can be applied.  The caller holds the lock.
+    std::vector<Change> forwarding() const;
+
     std::unique_lock<std::mutex> lock() const { return std::unique_lock(mutex_); }
 
     // Carrying out requests; the caller holds the lock.  `again`: a slot is programmed with what is
@@ -145,6 +171,8 @@ public:
     Outcome update_group(std::int32_t group, bool adding, const Members &members, bool again);
     Outcome delete_group(std::int32_t group);
     Outcome set_arp_rule(std::uint16_t vlan, bool on);
+    Outcome set_default(std::uint32_t family, std::uint16_t vrf, bool cpu);
+    Outcome set_hash(std::uint32_t mode);
     Outcome delete_other(std::uint32_t index);
 
 private:
@@ -162,12 +190,21 @@ private:
     void keep_entry(const Address &key, std::uint32_t index);
     void drop_entry(const Address &key);
     void use(std::uint32_t index, int change);
+    void tell(const Change &change) const {
+        if (observer_)
+            observer_(change);
+    }
+    void put_nexthop(std::uint32_t index, const NextHop &nexthop);
+    void put_group(std::uint32_t index, const Members &members);
+    void drop_nexthop(std::uint32_t index);
+    void drop_group(std::uint32_t index);
     std::optional<Address> match(std::int32_t vrf, std::uint32_t family,
                                  const std::uint8_t *address, unsigned prefix_len) const;
 
     mutable std::mutex mutex_;
     std::uint32_t next_index_ = 16;
     bool null_ = false;
+    std::function<void(const Change &)> observer_;
 
     // Beside the public maps, so that a request costs what it changes: users of a next hop
     // (entries and group members), next hops by what they are, entries shorter than a host by

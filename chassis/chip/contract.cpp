@@ -197,10 +197,7 @@ int dal_driver_del_ip_entry(int32_t vrf, uint32_t family, const void *address, u
 
 int dal_driver_default_route_set(uint32_t family, uint16_t vrf, uint32_t to_cpu, uint32_t cpu_queue,
                                  uint32_t cpu_rate, uint32_t slot_bits) {
-    const auto set_default = [&](Chip &chip) {
-        chip.cpu_default[{family, vrf}] = to_cpu == 1;
-        return Outcome{};
-    };
+    const auto set_default = [&](Chip &chip) { return chip.set_default(family, vrf, to_cpu == 1); };
     const auto describe = [&] {
         return text("vrf %u family %u %s queue %u rate %u", vrf, family,
                     to_cpu == 1 ? "to-cpu" : "drop", cpu_queue, cpu_rate);
@@ -272,10 +269,7 @@ int dal_driver_del_ecmp_nexthop(int32_t group, uint32_t slot_bits) {
 }
 
 int dal_driver_set_ecmp_hash_ctl(uint32_t hash_mode, uint32_t slot_bits) {
-    const auto set_mode = [&](Chip &chip) {
-        chip.hash_mode = hash_mode;
-        return Outcome{};
-    };
+    const auto set_mode = [&](Chip &chip) { return chip.set_hash(hash_mode); };
     return Contract::perform({Request::set_ecmp_hash_ctl, __func__, slot_bits, {}}, {}, set_mode,
                              [&] { return text("mode %u", hash_mode); })
         .report(dpm_driver_set_ecmp_hash_ctl_result, hash_mode);

@@ -20,6 +20,7 @@ namespace chassis::os {
 enum class Mode { threaded, pumped };
 
 inline constexpr int ticks_per_second = 1000;
+inline constexpr std::int64_t nsec_per_sec = 1'000'000'000;
 
 // Kinds of operation that can be told to fail.
 enum class Fault { allocation, semaphore, queue, send };

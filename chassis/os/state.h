@@ -18,7 +18,6 @@
 
 namespace chassis::os {
 
-inline constexpr std::int64_t nsec_per_sec = 1'000'000'000;
 inline constexpr std::int64_t nsec_per_tick = nsec_per_sec / ticks_per_second;
 
 // The kernel's clock, whatever the current card's clock says; every wait of the chassis is measured

@@ -78,6 +78,9 @@ void Link::stop() {
     cut();
     keeper_.join();
     pulse_.join();
+    // Whoever can have the lock is the last one here and clears away.
+    if (!lock_)
+        lock_ = try_lock();
     if (lock_) {
         unlink(path_.c_str());
         unlink((path_ + ".lock").c_str());
@@ -126,15 +129,22 @@ Descriptor Link::try_connect() const {
     return socket;
 }
 
-// Takes the lock and listens.  The lock file may have been removed by a card that closed while this
-// one waited: the lock counts only while the file still stands under its name.
-bool Link::try_listen() {
+// The lock file may have been removed by a card that closed while this one waited: the lock counts
+// only while the file still stands under its name.
+Descriptor Link::try_lock() const {
     const std::string lock_path = path_ + ".lock";
     Descriptor lock(::open(lock_path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
     struct stat mine {
     }, named{};
-    if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &mine) != 0 ||
-        ::stat(lock_path.c_str(), &named) != 0 || mine.st_ino != named.st_ino)
+    if (lock && (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &mine) != 0 ||
+                 ::stat(lock_path.c_str(), &named) != 0 || mine.st_ino != named.st_ino))
+        lock.reset();
+    return lock;
+}
+
+bool Link::try_listen() {
+    Descriptor lock = try_lock();
+    if (!lock)
         return false;
     unlink(path_.c_str());
     Descriptor socket(new_socket());

@@ -55,6 +55,7 @@ private:
     void pulse();
     Descriptor connect_or_accept();
     Descriptor try_connect() const;
+    Descriptor try_lock() const;
     bool try_listen();
     void alone_too_long();
     void serve(int socket);

@@ -153,7 +153,13 @@ void Peer::connected() {
     });
 }
 
+void Peer::before_master(std::function<void()> hook) {
+    state_->before_master = std::move(hook);
+}
+
 void Peer::become_master() {
+    if (state_->before_master && state_->role != Role::master)
+        state_->before_master();
     if (state_->role.exchange(Role::master) == Role::master || !state_->to_master)
         return;
     CardScope scope(card_);

@@ -58,6 +58,8 @@ public:
     // slave confirms; in pumped mode at once, with the slot-up take answered without waiting.
     void connected();
     void become_master();
+    // Is called before a card becomes master, on the thread that makes it one.
+    void before_master(std::function<void()> hook);
 
     // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
     int call(std::string_view name, std::span<const std::byte> payload);

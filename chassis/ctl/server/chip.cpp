@@ -187,9 +187,9 @@ Reply chip_check(Request &request) {
         differences += std::to_string(mistakes) + " requests that a chip would not understand\n";
     if (!differences.empty())
         return refused(differences);
-    return done("chip and tables agree: " + std::to_string(expected.entries.size()) + " entries, " +
-                std::to_string(expected.nexthops.size()) + " next hops, " +
-                std::to_string(expected.interfaces.size()) + " interfaces\n");
+    return done("chip and tables agree: entries " + std::to_string(expected.entries.size()) +
+                ", next hops " + std::to_string(expected.nexthops.size()) + ", interfaces " +
+                std::to_string(expected.interfaces.size()) + "\n");
 }
 
 Reply chip_journal(Request &request) {

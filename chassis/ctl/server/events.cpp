@@ -67,6 +67,8 @@ Reply card_role(Request &request) {
 }
 
 Reply card_master(Request &request) {
+    if (request.card.peer.exists() && role_text(request.card) == "standby")
+        return refused("the other card is master and must go first");
     request.card.peer.become_master();
     return done();
 }

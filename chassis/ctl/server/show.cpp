@@ -20,13 +20,14 @@ public:
     }
 
     bool takes(std::uint32_t vrf, std::uint32_t family, const std::uint8_t *address) const {
-        if (vrf_ && *vrf_ != vrf)
+        if (!takes_vrf(vrf))
             return false;
         return !subnet_ || (subnet_->family == family && is_inside(address));
     }
     bool takes(std::uint32_t vrf, const dpm_prefix &ip) const {
         return takes(vrf, ip.family, ip.address);
     }
+    bool takes_vrf(std::uint32_t vrf) const { return !vrf_ || *vrf_ == vrf; }
     bool takes_address() const { return subnet_.has_value(); }
 
 private:
@@ -74,7 +75,7 @@ std::vector<std::string> sub_vlans_of(const dpm_if_entry &interface) {
 
 bool takes(const Filter &filter, const dpm_if_entry &interface) {
     if (!filter.takes_address())
-        return filter.takes(interface.vrf, DPM_FAMILY_NONE, nullptr);
+        return filter.takes_vrf(interface.vrf);
     for (const dpm_if_ip_entry *address : addresses_of(interface))
         if (filter.takes(interface.vrf, address->ip))
             return true;

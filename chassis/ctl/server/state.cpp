@@ -61,8 +61,8 @@ std::string hash_text(std::uint64_t hash) {
 
 // --- why -------------------------------------------------------------------------------------
 
-std::string since_text(std::int64_t seconds) {
-    return std::to_string(seconds) + " seconds";
+std::string seconds_text(std::int64_t seconds) {
+    return std::to_string(seconds) + " s";
 }
 
 bool is_address(const dpm_prefix &prefix, const Prefix &ip) {
@@ -97,16 +97,16 @@ std::string why_waiting(const Request &request, std::uint32_t vrf, const Prefix 
     const std::int64_t now = request.card.os.now_nsec() / 1'000'000'000;
     each_unreachable([&](const dpm_unreachable_entry &entry) {
         if (entry.vrf == vrf && is_address(entry.ip, ip))
-            text += "waits for the neighbour to answer, since " +
-                    since_text(now - dpm_api_get_unreachable_since(vrf, &entry.ip)) + "; " +
+            text += "waits for the neighbour to answer since " +
+                    seconds_text(now - dpm_api_get_unreachable_since(vrf, &entry.ip)) + "; " +
                     std::to_string(entry.probe_cnt) + " probes left, the next in " +
-                    since_text(entry.timer.expiry_sec - now) + "\n";
+                    seconds_text(entry.timer.expiry_sec - now) + "\n";
     });
     each_hold([&](const dpm_hold_entry &entry) {
         if (entry.vrf == vrf && is_address(entry.ip, ip))
             text += "held since port " +
                     port_text(entry.port_type, entry.log_port_id, entry.phy_port_id) +
-                    " went down; forgotten in " + since_text(entry.timer.expiry_sec - now) + "\n";
+                    " went down; forgotten in " + seconds_text(entry.timer.expiry_sec - now) + "\n";
     });
     return text;
 }

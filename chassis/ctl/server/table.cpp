@@ -8,6 +8,7 @@ namespace ctl::server {
 namespace {
 
 template <class... Cases> struct Overloaded : Cases... { using Cases::operator()...; };
+template <class... Cases> Overloaded(Cases...) -> Overloaded<Cases...>; // clang 14 needs it
 
 std::string plain(const Cell &cell) {
     return std::visit(

@@ -1,7 +1,8 @@
 // The global context: all that the tables share.
 //
-// Built once by dpm_main_init, on the start-up thread; from then on changed by the worker alone,
-// under the DPM lock. slave_up, the locks and the queue are also read by other threads.
+// Built once by dpm_main_init, on the start-up thread; from then on changed under the DPM lock: by
+// the worker, and the card's settings (VRFs, hash mode, MAC) also by the threads that set them.
+// slave_up, the locks and the queue are read by other threads without it.
 #pragma once
 
 #include "dpm_api.h"

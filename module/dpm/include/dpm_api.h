@@ -358,15 +358,21 @@ DPM_API int dpm_api_set_if_proc(const char *ifname, uint32_t if_type, uint32_t i
 DPM_API int dpm_api_set_if_ip_proc(uint16_t vrf, uint32_t ifindex, uint8_t family,
                                    const void *address, uint16_t prefix_len, uint32_t oper);
 
-/* Moves an interface to a VRF (its low 16 bits).  Any thread; 0 or -1. */
+/* Moves an interface to a VRF (its low 16 bits; the platform is told all of them).  Any thread; 0 or -1. */
 DPM_API int dpm_api_set_if_vrf_proc(uint32_t ifindex, uint32_t vrf);
 
-/* Adds or deletes a sub-VLAN of a super-VLAN.  Any thread; 0 or -1. */
+/* Adds or deletes a sub-VLAN (1 to 4094) of a super-VLAN.  Any thread; 0 or -1.  An unknown oper is
+ * logged and posted all the same; the worker drops it. */
 DPM_API int dpm_api_super_sub_proc(uint32_t super_vlan, uint32_t sub_vlan, uint32_t oper);
 
 /* Adds or deletes the super-VLAN interface of a VLAN.  Any thread; always 0. */
 DPM_API int dpm_api_set_super_add(uint32_t vlan);
 DPM_API int dpm_api_set_super_del(uint32_t vlan);
+
+/* A port joined (or left, as `action` says) the trunk with index 91 to 106; the platform's callback.
+ * Any thread; 0 or -1. */
+DPM_API int dpm_trunk_member_change_func(uint32_t type, uint32_t trunk_index, uint32_t port,
+                                         uint32_t action);
 
 /* The VRF of a VLAN's interface (the VLAN's low 16 bits), 0 if there is none.  Takes the DPM lock.
  */
@@ -391,7 +397,7 @@ DPM_API const struct dpm_if_entry *dpm_api_get_if_entry_next(const struct dpm_if
 DPM_API void dpm_if_show(void);
 
 /* Enables (1) or disables (any other value) a VRF, 0 to 255.  Acts at once on the caller's thread,
- * which must not race with another such call; 0 or -1. */
+ * under the DPM lock; 0 or -1. */
 DPM_API int dpm_api_set_vrf_enable(uint32_t vrf, uint32_t enable);
 
 /* Sets the chip's ECMP hash mode, at once on the caller's thread; 0, or -1 when the chip refused.

@@ -1,10 +1,10 @@
 // Requests to the chip: arguments are narrowed to the driver's widths, the slot restriction is
-// added, and the driver's answer comes back unchanged (0 success).  Nothing is checked, logged or
-// tried again here.
+// added, and the driver's answer comes back unchanged (0 success).  Nothing is checked or tried
+// again here.
 //
-// On the worker under the DPM lock, and from dpm_main_init before there is a worker.  Callers pass
-// slot bits -1 in normal operation.  MACs are 6 bytes, addresses as long as their family says, in
-// network order.
+// Under the DPM lock: on the worker, and on a requester's thread for the card's settings; also from
+// dpm_main_init before there is a worker.  Tables pass slot bits -1 in normal operation, settings 0.
+// MACs are 6 bytes, addresses as long as their family says, in network order.
 #pragma once
 
 #include "dpm_api.h"

@@ -7,10 +7,6 @@
 // A link changed: a port, or a trunk by its index; `state` 0 down, 1 up.  Always 0.
 int dpm_port_link_func(std::uint32_t port, std::uint32_t state);
 
-// A port joined or left a trunk, named by its index.  0 or -1.
-int dpm_trunk_member_change_func(std::uint32_t type, std::uint32_t trunk_index, std::uint32_t port,
-                                 std::uint32_t action);
-
 // Post one event; 0, or -1 when the post failed.
 int dpm_port_down_func(std::uint32_t port);
 int dpm_port_up_func(std::uint32_t port);

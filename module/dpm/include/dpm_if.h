@@ -69,7 +69,7 @@ int dpm_if_get_ifnamebyindex(std::uint32_t ifindex,
                              char *name);                  // `name` takes DPM_IFNAME_BYTES; -1
 std::uint32_t dpm_if_get_ifindexbyname(const char *name);  // all ones
 std::uint32_t dpm_if_get_vrf(std::uint32_t ifindex);       // 0
-std::uint32_t dpm_if_get_vlanid(std::uint32_t ifindex);    // 0; also called on requesters' threads
+std::uint32_t dpm_if_get_vlanid(std::uint32_t ifindex);    // 0
 std::uint32_t dpm_if_get_vrf_by_vlan(std::uint32_t vlan);  // 0
 std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan); // 0
 std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix); // 0
@@ -82,6 +82,16 @@ void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 void dpm_network_ipv6_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 
 namespace dpm {
+
+// A name of 64 bytes that may lack its end, cut to 63 and ended.
+class bounded_name {
+public:
+    explicit bounded_name(const char *name);
+    const char *c_str() const { return text_; }
+
+private:
+    char text_[DPM_IFNAME_BYTES];
+};
 
 // The name of a VLAN's interface: "vlanif%d".
 class vlanif_name {

@@ -5,8 +5,9 @@
 // worker, in arrival order.  Records travel byte for byte; what is card-local in them is cleared or
 // looked up again by the process functions.
 //
-// A table joins with a description (see mirrored_table), its two process functions, and one
-// DPM_MIRRORED_TABLE row. Senders run on the worker, receivers on the hot-standby service's thread.
+// A table joins with a description (see mirrored_table), its two process functions and one
+// DPM_MIRRORED_TABLE row; its messages join DPM_MESSAGES, its receivers dpm_api.h, and its
+// whole-table sender the order of the slave-up process. Senders run on the worker, receivers on the hot-standby service's thread.
 #pragma once
 
 #include "dpm_avltree.h"
@@ -163,10 +164,12 @@ int mirror_send_table(std::uint32_t slot, const char *receiver, const shell &cal
     mirror_batch<Table> batch(receiver);
     if (!batch)
         return -1;
-    const peer_watch peer(caller);
     mirror_walk<Table>([&](const typename Table::entry &entry) {
         batch.put(entry);
-        return !peer.lost();
+        if (dpm_bridge_peer_is_exist() == 1)
+            return true;
+        DPM_SHELL_LOG(caller, "%s %d::peer is not exist!\r\n");
+        return false;
     });
     batch.flush();
     return 0;

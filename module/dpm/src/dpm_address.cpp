@@ -26,7 +26,7 @@ int dpm_ipv6_net_addr_calc(const std::uint8_t *address, std::uint32_t prefix_len
 }
 
 int dpm_get_linklocal(std::uint8_t *out, const std::uint8_t *mac) {
-    if (out == nullptr)
+    if (out == nullptr || mac == nullptr)
         return -1;
     constexpr std::uint8_t universal_bit =
         0x02; // inverted in an interface identifier made from a MAC

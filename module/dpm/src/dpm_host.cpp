@@ -124,6 +124,8 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
     host.vrf =
         dpm_if_get_vrf_by_vlan(body.svlan); // the VLAN tells the VRF, whatever the reporter thinks
     host.ip = body.ip;
+    if (dpm::is_known_family(host.ip.family))
+        host.ip.prefix_len = dpm::host_bits(host.ip.family);
     std::memcpy(host.mac, body.mac, sizeof host.mac);
     host.svlan = body.svlan;
     host.cvlan = body.cvlan;
@@ -144,6 +146,13 @@ void displace_route(const dpm_host_entry &host, const dpm::shell &caller)
     DPM_SHELL_LOG(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
     if (dpm_route_del(route) != 0)
         DPM_SHELL_LOG(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
+}
+
+// A repeated report changes nothing, unless a delete of the host was left half done.
+bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported)
+{
+    return dpm_host_entry_is_same(&present, &reported) &&
+           (record_of(present).in_chip || dpm::is_linklocal(present.ip));
 }
 
 // The entry that a report replaces is deleted in full, its dependants told.  0, or -1 when it would
@@ -180,6 +189,7 @@ bool localise(dpm_host_entry &host, const dpm::shell &caller) {
         DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
         return false;
     }
+    host.ip.prefix_len = dpm::host_bits(host.ip.family);
     host.ifname[sizeof host.ifname - 1] = '\0';
     host.ifindex = dpm_if_get_ifindexbyname(host.ifname);
     host.node = {};
@@ -401,13 +411,15 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
         return 0;
     }
     dpm_host_entry *present = dpm_host_find_by_entry(&host);
+    const bool is_same = present != nullptr && is_settled(*present, host);
     dpm::egress out;
-    if (!is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_SHELL))
+    if (!is_same &&
+        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_SHELL))
         return -1;
     displace_route(host, DPM_SHELL);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
         (void)dpm_host_hold_entry_del(held);
-    if (present != nullptr && dpm_host_entry_is_same(present, &host)) {
+    if (is_same) {
         DPM_TRACE("%s %d::find same node in host table.\r\n");
         return dpm_host_unreachable_del(host.vrf, &host.ip);
     }

@@ -27,7 +27,7 @@ std::uint32_t host_code(std::uint32_t oper) {
     return oper == DPM_OPER_ADD ? DPM_MSG_ADD_HOST : DPM_MSG_DEL_HOST;
 }
 
-// The steps that every report begins with; false when the call ends with `result`.
+// What every report looks at first; false when the call ends with `result`.
 bool may_report(const void *record, const dpm::shell &caller, int &result) {
     if (is_test_running()) {
         result = 0;
@@ -152,9 +152,13 @@ int dpm_api_host_msg_send(const dpm_host_entry *entry, std::uint32_t oper) {
     dpm::request<dpm_host_msg> body;
     if (!body)
         return -1;
+    if (!dpm::is_known_family(entry->ip.family)) {
+        DPM_TRACE("%s %d::iptype = %d is err!\r\n", entry->ip.family);
+        return -1;
+    }
     body->vrf = entry->vrf;
     body->ifindex = entry->ifindex;
-    body->ip = entry->ip;
+    body->ip = dpm::host_prefix(entry->ip.family, entry->ip.address);
     fill_ports(*body, *entry);
     return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
@@ -216,8 +220,10 @@ const dpm_host_entry *dpm_api_get_host_entry_first(std::uint32_t family) {
 }
 
 const dpm_host_entry *dpm_api_get_host_entry_next(const dpm_host_entry *entry) {
-    // both trees keep their header in the same place, so either finds the successor
-    return entry != nullptr ? dpm::ipv4_hosts().next(*entry) : nullptr;
+    if (entry == nullptr)
+        return nullptr;
+    return entry->ip.family == DPM_FAMILY_IPV4 ? dpm::ipv4_hosts().next(*entry)
+                                               : dpm::ipv6_hosts().next(*entry);
 }
 
 int dpm_host_start_delete_time_test() {

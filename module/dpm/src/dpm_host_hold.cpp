@@ -63,17 +63,18 @@ unreachable_record &record_of(dpm_unreachable_entry &entry) {
     return reinterpret_cast<unreachable_record &>(entry);
 }
 
-// A timer that finds its card on standby does nothing.
 int hold_expired(std::uintptr_t entry, std::uintptr_t, std::uintptr_t) {
-    if (dpm_bridge_self_is_slave())
-        return 0;
     return dpm_host_hold_entry_del(reinterpret_cast<dpm_hold_entry *>(entry));
 }
 
-int probe_due(std::uintptr_t entry, std::uintptr_t, std::uintptr_t) {
+// On a card that has become standby a probe is left out and not counted, but stays due: the card
+// may become master again.
+int probe_due(std::uintptr_t arg, std::uintptr_t, std::uintptr_t) {
+    auto *entry = reinterpret_cast<dpm_unreachable_entry *>(arg);
     if (dpm_bridge_self_is_slave())
-        return 0;
-    return dpm_host_unreachable_send(reinterpret_cast<dpm_unreachable_entry *>(entry));
+        return dpm_timer_restart(g_dpm_global.timer_list, &entry->timer,
+                                 DPM_UNREACHABLE_PERIOD_SEC);
+    return dpm_host_unreachable_send(entry);
 }
 
 void forget(dpm_unreachable_entry &entry) {
@@ -127,7 +128,7 @@ void host_hold_indexes_create() {
 } // namespace dpm
 
 dpm_hold_entry *dpm_host_hold_find_by_entry(const dpm_host_entry *host) {
-    if (g_dpm_global.hold_count == 0)
+    if (host == nullptr || g_dpm_global.hold_count == 0)
         return nullptr;
     hold_record key = {};
     copy_host(key.entry, *host);
@@ -136,6 +137,8 @@ dpm_hold_entry *dpm_host_hold_find_by_entry(const dpm_host_entry *host) {
 }
 
 int dpm_host_hold_entry_add(const dpm_host_entry *host) {
+    if (host == nullptr)
+        return dpm::null_parameter();
     if (dpm_host_hold_find_by_entry(host) != nullptr)
         return 0;
     dpm::block<hold_record> record;
@@ -164,6 +167,8 @@ int dpm_host_hold_entry_del(dpm_hold_entry *entry) {
 }
 
 dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, const dpm_prefix *ip) {
+    if (ip == nullptr)
+        return nullptr;
     unreachable_record key = {};
     key.entry.vrf = vrf;
     key.entry.ip = *ip;
@@ -173,6 +178,8 @@ dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, const dpm_pr
 
 int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix *ip,
                              std::uint32_t probe_count) {
+    if (ip == nullptr)
+        return dpm::null_parameter();
     if (!dpm::is_known_family(ip->family)) { // such an address would never be found again
         DPM_TRACE("%s %d::iptype = %d is err!\r\n", ip->family);
         return -1;
@@ -191,8 +198,9 @@ int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm
     (void)dpm_timer_node_init(&entry.timer);
     (void)dpm_timer_start(g_dpm_global.timer_list, &entry.timer, DPM_UNREACHABLE_PERIOD_SEC,
                           probe_due, reinterpret_cast<std::uintptr_t>(&entry), 0, 0);
-    record_of(entry).since_sec =
-        entry.timer.expiry_sec - static_cast<std::int32_t>(DPM_UNREACHABLE_PERIOD_SEC);
+    if (entry.timer.expiry_sec != 0) // else there is no timer list
+        record_of(entry).since_sec =
+            entry.timer.expiry_sec - static_cast<std::int32_t>(DPM_UNREACHABLE_PERIOD_SEC);
     (void)unreachables_by_address().add(record_of(entry));
     list_add(&entry.link, &g_dpm_global.unreachable_list);
     return 0;
@@ -210,6 +218,8 @@ int dpm_host_unreachable_send(dpm_unreachable_entry *entry) {
 }
 
 int dpm_host_unreachable_del(std::uint32_t vrf, const dpm_prefix *ip) {
+    if (ip == nullptr)
+        return dpm::null_parameter();
     if (dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ip))
         forget(*entry);
     return 0;

@@ -77,7 +77,7 @@ int failed(on_failure action, const dpm::shell &caller) {
     if (action == on_failure::log)
         DPM_SHELL_LOG(caller, "%s %d::set ipstack errno %d errstring %s\r\n", error,
                       ipcomx_strerror(error));
-    return -error;
+    return error > 0 ? -error : -1;
 }
 
 // One call on a socket of its own; 0, or the negated error number of the step that failed.

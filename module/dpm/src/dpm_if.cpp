@@ -45,7 +45,7 @@ void fill_interface(dpm_if_entry &entry, const dpm_if_msg &body) {
     entry.if_id = body.vlan;
     entry.if_index = body.if_index;
     entry.if_type = body.if_type;
-    std::memcpy(entry.ifname, body.ifname, sizeof entry.ifname - 1); // the last byte stays the end
+    std::memcpy(entry.ifname, dpm::bounded_name(body.ifname).c_str(), sizeof entry.ifname);
     std::memcpy(entry.mac, dpm_bridge_virtual_mac_get(), sizeof entry.mac);
     entry.status = status_up;
     entry.mtu = default_mtu_bytes;
@@ -119,7 +119,7 @@ void arp_rule_with_last_address(dpm_if_entry &entry, std::uint16_t family) {
 int dpm_if_add(const dpm_if_msg *body) {
     if (body == nullptr)
         return dpm::null_parameter();
-    if (dpm_if_find_by_ifname(body->ifname) != nullptr) {
+    if (dpm_if_find_by_ifname(dpm::bounded_name(body->ifname).c_str()) != nullptr) {
         DPM_TRACE("%s %d::if_index %d, find same if_entry!\r\n", body->if_index);
         return 0;
     }
@@ -140,7 +140,7 @@ int dpm_if_add(const dpm_if_msg *body) {
 int dpm_if_del(const dpm_if_msg *body) {
     if (body == nullptr)
         return dpm::null_parameter();
-    dpm_if_entry *entry = dpm_if_find_by_ifname(body->ifname);
+    dpm_if_entry *entry = dpm_if_find_by_ifname(dpm::bounded_name(body->ifname).c_str());
     if (entry == nullptr) {
         DPM_TRACE("%s %d::if_index %d, can not find same if_entry!\r\n", body->if_index);
         return -1;

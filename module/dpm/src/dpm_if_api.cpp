@@ -22,6 +22,13 @@ bool is_known_oper(std::uint32_t oper) {
     return oper == DPM_OPER_ADD || oper == DPM_OPER_DEL;
 }
 
+// The worker may free the interface meanwhile: the lock is held for the lookup, not for what follows.
+std::uint32_t vlan_of(std::uint32_t ifindex)
+{
+    const dpm::dpm_lock lock;
+    return dpm_if_get_vlanid(ifindex);
+}
+
 void show_interface(dpm_if_entry &entry) {
     using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
     using sub_list = dpm::list_view<dpm_if_entry, &dpm_if_entry::link>;
@@ -79,7 +86,7 @@ int dpm_api_set_if_ip_proc(std::uint16_t vrf, std::uint32_t ifindex, std::uint8_
     body->vrf = vrf;
     body->ip = dpm::host_prefix(family, address);
     body->ip.prefix_len = prefix_len;
-    if (const std::uint32_t vlan = dpm_if_get_vlanid(ifindex))
+    if (const std::uint32_t vlan = vlan_of(ifindex))
         (void)hal_ns_vlanif_ip_proc(vlan, family, address, prefix_len, oper);
     return body.post(oper == DPM_OPER_ADD ? DPM_MSG_ADD_IF_IP : DPM_MSG_DEL_IF_IP,
                      DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
@@ -91,7 +98,7 @@ int dpm_api_set_if_vrf_proc(std::uint32_t ifindex, std::uint32_t vrf) {
         return -1;
     body->if_index = ifindex;
     body->vrf = static_cast<std::uint16_t>(vrf);
-    if (const std::uint32_t vlan = dpm_if_get_vlanid(ifindex))
+    if (const std::uint32_t vlan = vlan_of(ifindex))
         (void)hal_ns_vlanif_vrf_proc(vlan, vrf, DPM_OPER_ADD);
     return body.post(DPM_MSG_IF_VRF, DPM_SEND_ERROR("%s %d::the msg send err!\r\n"));
 }

@@ -61,6 +61,13 @@ dpm_if_entry *find_by_vlan(std::uint32_t vlan, std::uint32_t if_type) {
 
 namespace dpm {
 
+bounded_name::bounded_name(const char *name)
+{
+    const std::size_t length = strnlen(name, sizeof text_ - 1);
+    std::memcpy(text_, name, length);
+    std::memset(text_ + length, 0, sizeof text_ - length);
+}
+
 vlanif_name::vlanif_name(std::uint32_t vlan) {
     std::snprintf(text_, sizeof text_, "vlanif%d", static_cast<int>(vlan));
 }
@@ -81,7 +88,7 @@ dpm_if_entry *dpm_if_find_by_ifname(const char *name) {
         return nullptr;
     }
     return find_interface([=](const dpm_if_entry &entry) {
-        return std::strncmp(entry.ifname, name, sizeof entry.ifname - 1) == 0;
+        return std::strcmp(entry.ifname, name) == 0;
     });
 }
 

@@ -13,6 +13,8 @@ using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
 
 enum class ospf_change { add, remove };
 
+constexpr std::uint32_t vlan_max = 4094;
+
 dpm_if_entry *super_vlan(std::uint32_t vlan) {
     dpm_if_entry *entry = dpm_if_find_by_ifname(dpm::vlanif_name(vlan).c_str());
     return entry != nullptr && entry->if_type == DPM_IF_SUPERVLAN ? entry : nullptr;
@@ -40,6 +42,10 @@ int dpm_super_sub_ospf_notice(const dpm_if_entry *super, std::uint32_t sub_vlan,
 int dpm_super_add_sub(const dpm_super_sub_msg *body) {
     if (body == nullptr) {
         DPM_TRACE("%s %d::msg is null!\r\n");
+        return -1;
+    }
+    if (body->sub_vlan == 0 || body->sub_vlan > vlan_max) { // readers have room for these
+        DPM_TRACE("%s %d::subvlan%d is err!\r\n", body->sub_vlan);
         return -1;
     }
     if (dpm_if_find_by_ifname(dpm::vlanif_name(body->sub_vlan).c_str()) != nullptr) {

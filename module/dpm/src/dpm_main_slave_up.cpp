@@ -109,7 +109,7 @@ int dpm_main_entry_sync_all_receive(const void *buffer, std::uint32_t length_byt
         return 0;
     }
     if (length_bytes != DPM_MAC_BYTES)
-        return -1;
+        return dpm::null_parameter();
     const dpm::dpm_lock lock;
     std::uint8_t mac[DPM_MAC_BYTES];
     std::memcpy(mac, buffer, sizeof mac);

@@ -125,6 +125,8 @@ int dpm_nexthop_compare(const dpm_nexthop_entry &a, const dpm_nexthop_entry &b) 
 int dpm_nexthop_add(std::uint32_t port_type, std::uint32_t port_id, const std::uint8_t *mac,
                     std::uint32_t svlan, std::uint32_t cvlan, std::uint32_t *sdk_index,
                     std::uint32_t slot_bits) {
+    if (mac == nullptr || sdk_index == nullptr)
+        return dpm::null_parameter();
     dpm_nexthop_entry key = nexthop_key(port_type, port_id, mac, svlan, cvlan);
     dpm_nexthop_entry *entry = dpm::nexthops().find(key);
     if (entry != nullptr) {
@@ -149,6 +151,8 @@ int dpm_nexthop_add(std::uint32_t port_type, std::uint32_t port_id, const std::u
 int dpm_nexthop_del(std::uint32_t port_type, std::uint32_t port_id, const std::uint8_t *mac,
                     std::uint32_t svlan, std::uint32_t cvlan, std::uint32_t sdk_index,
                     std::uint32_t slot_bits) {
+    if (mac == nullptr)
+        return dpm::null_parameter();
     dpm_nexthop_entry *entry =
         dpm::nexthops().find(nexthop_key(port_type, port_id, mac, svlan, cvlan));
     if (entry == nullptr || entry->sdk_index != sdk_index)

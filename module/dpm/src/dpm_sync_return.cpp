@@ -39,16 +39,26 @@ int32_t read(const void *index) {
     return index != nullptr ? *static_cast<const int32_t *>(index) : 0;
 }
 
-void detail_mac(const uint8_t *mac) {
-    if (mac != nullptr)
-        DPM_PLAIN("\t mac %02x-%02x-%02x-%02x-%02x-%02x \n\r", mac[0], mac[1], mac[2], mac[3],
-                  mac[4], mac[5]);
+// The bytes behind a pointer of the request; zeros for none, so that the line is not lost.
+const uint8_t *bytes_of(const void *bytes) {
+    static constexpr uint8_t none[16] = {};
+    return bytes != nullptr ? static_cast<const uint8_t *>(bytes) : none;
+}
+
+void detail_mac(const uint8_t *request_mac) {
+    const uint8_t *mac = bytes_of(request_mac);
+    DPM_PLAIN("\t mac %02x-%02x-%02x-%02x-%02x-%02x \n\r", mac[0], mac[1], mac[2], mac[3], mac[4],
+              mac[5]);
+}
+
+void detail_vlan_mac(uint16_t vlan, const uint8_t *request_mac) {
+    const uint8_t *mac = bytes_of(request_mac);
+    DPM_PLAIN("\t vid %d mac %02x-%02x-%02x-%02x-%02x-%02x \n\r", vlan, mac[0], mac[1], mac[2],
+              mac[3], mac[4], mac[5]);
 }
 
 void detail_address(uint32_t family, const void *address, uint32_t prefix_len) {
-    const auto *ip = static_cast<const uint8_t *>(address);
-    if (ip == nullptr)
-        return;
+    const uint8_t *ip = bytes_of(address);
     if (family == DPM_FAMILY_IPV4)
         DPM_PLAIN("\t ip %x.%x.%x.%x mask_len %d \n\r", ip[0], ip[1], ip[2], ip[3], prefix_len);
     else if (family == DPM_FAMILY_IPV6)
@@ -118,8 +128,7 @@ RESULT(dpm_driver_add_l3_intf_result,
 
 RESULT(dpm_driver_delete_l3_intf_result,
        (const uint8_t *mac, uint16_t vlan, uint32_t obj_bit, int result),
-       if (mac != nullptr) DPM_PLAIN("\t vid %d mac %02x-%02x-%02x-%02x-%02x-%02x \n\r", vlan,
-                                     mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]))
+       detail_vlan_mac(vlan, mac))
 
 RESULT(dpm_driver_interface_vrf_set_result,
        (int32_t vlan, uint16_t vrf, uint32_t obj_bit, int result),
@@ -213,31 +222,36 @@ int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, in
     return 0;
 }
 
+// clang-format off
 #define GRE_TUNNEL_RESULT(name)                                                                    \
     int name(uint32_t vrf, const uint8_t *source, const uint8_t *destination, uint32_t key,        \
-             uint32_t checksum, uint32_t obj_bit, int result) {                                    \
-        if (result != 0 && source != nullptr && destination != nullptr)                            \
-            DPM_TRACE("%s %d:: vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d obj_bit " \
-                      "%x result %d\r\n",                                                          \
-                      vrf, source[0], source[1], source[2], source[3], destination[0],             \
-                      destination[1], destination[2], destination[3], key, checksum, obj_bit,      \
-                      result);                                                                     \
+             uint32_t checksum, uint32_t obj_bit, int result)                                      \
+    {                                                                                              \
+        const uint8_t *sip = bytes_of(source), *dip = bytes_of(destination);                       \
+        if (result != 0)                                                                           \
+            DPM_TRACE("%s %d:: vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d "         \
+                      "obj_bit %x result %d\r\n",                                                  \
+                      vrf, sip[0], sip[1], sip[2], sip[3], dip[0], dip[1], dip[2], dip[3], key,    \
+                      checksum, obj_bit, result);                                                  \
         return 0;                                                                                  \
     }
 #define GRE_NEXTHOP_RESULT(name)                                                                   \
-    int name(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid,               \
+    int name(uint32_t port_type, uint32_t port_id, const uint8_t *request_mac, uint32_t vid,       \
              uint32_t ivid, uint32_t vrf, const uint8_t *source, const uint8_t *destination,       \
-             uint32_t key, uint32_t checksum, const uint32_t *id, uint32_t obj_bit, int result) {  \
-        if (result != 0 && mac != nullptr && source != nullptr && destination != nullptr)          \
+             uint32_t key, uint32_t checksum, const uint32_t *id, uint32_t obj_bit, int result)    \
+    {                                                                                              \
+        const uint8_t *mac = bytes_of(request_mac);                                                \
+        const uint8_t *sip = bytes_of(source), *dip = bytes_of(destination);                       \
+        if (result != 0)                                                                           \
             DPM_TRACE("%s %d:: porttype %d port_tgid %d mac %x-%x-%x-%x-%x-%x vid %d ivid %d "     \
                       "vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d "                 \
                       "sdk_index %d obj_bit %x result %d\r\n",                                     \
                       port_type, port_id, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5], vid,     \
-                      ivid, vrf, source[0], source[1], source[2], source[3], destination[0],       \
-                      destination[1], destination[2], destination[3], key, checksum, read(id),     \
-                      obj_bit, result);                                                            \
+                      ivid, vrf, sip[0], sip[1], sip[2], sip[3], dip[0], dip[1], dip[2], dip[3],   \
+                      key, checksum, read(id), obj_bit, result);                                   \
         return 0;                                                                                  \
     }
+// clang-format on
 
 GRE_TUNNEL_RESULT(dpm_driver_add_gre_tunnel_result)
 GRE_TUNNEL_RESULT(dpm_driver_del_gre_tunnel_result)

@@ -1,0 +1,62 @@
+// Command lines in few bytes, so that a fuzzer gets past the words soon.
+//
+// A byte from 128 up stands for the path of a command, a control byte (but for the line's end) for a word that commands
+// take; everything else stands for itself.
+#pragma once
+
+#include "chassis/ctl/grammar.h"
+
+#include <cstdint>
+#include <string>
+
+namespace fuzz {
+
+inline constexpr std::string_view common_words[] = {
+    "10.1.1.2",
+    "10.1.1.1/24",
+    "dev",
+    "vlanif100",
+    "lladdr",
+    "02:00:00:00:01:02",
+    "vlan",
+    "100",
+    "port",
+    "3",
+    "10.1.1.3",
+    "trunk",
+    "vrf",
+    "1",
+    "--json",
+    "2001:db8::2",
+    "2001:db8::1/64",
+    "fe80::2",
+    "02:00:00:00:01:03",
+    "vlanif200",
+    "200",
+    "30s",
+    "nud",
+    "FAILED",
+    "route",
+    "nexthop",
+    "allocation",
+    "skip",
+    "super",
+    "60000s",
+    "clear",
+};
+
+inline std::string expand(std::string_view bytes) {
+    std::string line;
+    for (const char character : bytes) {
+        const auto byte = std::uint8_t(character);
+        if (byte >= 128)
+            line += std::string(ctl::commands()[(byte - 128u) % ctl::commands().size()].path) + " ";
+        else if (byte < ' ' && byte != '\n')
+            line += std::string(common_words[byte % std::size(common_words)]) + " ";
+        else
+            line += character;
+    }
+    return line;
+}
+
+} // namespace fuzz

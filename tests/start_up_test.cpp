@@ -1,0 +1,195 @@
+// Start-up: what is asked of the platform and in which order, what is given back when a step fails;
+// and the settings and small address functions that start-up uses.
+
+#include "dpm.h"
+#include "dpm_address.h"
+#include "dpm_vrf.h"
+#include "support/shelf.h"
+
+#include <arpa/inet.h>
+
+extern "C" {
+int c_reports_a_neighbour(unsigned char last_byte, std::uint32_t ifindex);
+unsigned c_counts_hosts(void);
+}
+
+namespace {
+
+using chassis::chip::Request;
+using chassis::os::Fault;
+using Lines = std::vector<std::string>;
+
+struct BareCard : ::testing::Test {
+    BareCard() {
+        card.chip.record(true);
+        card.os.log_to([this](const chassis::os::LogLine &line) { log.push_back(line); });
+    }
+    chassis::Card card{{.slot = 9, .mode = chassis::os::Mode::pumped, .mac = {2, 0, 0, 0, 0, 9}}};
+    std::vector<chassis::os::LogLine> log;
+};
+
+class Settings : public rig::LoneShelf {};
+
+} // namespace
+
+TEST_F(BareCard, StartUpSetsTheChipsDefaultsSpawnsTheWorkerAndRegistersTheModuleLast) {
+    ASSERT_EQ(card.start(), 0);
+    EXPECT_EQ(card.chip.journal(),
+              (Lines{"default_route_set vrf 0 family 1 to-cpu queue 10 rate 64 slots 0x0 -> 0",
+                     "default_route_set vrf 0 family 2 to-cpu queue 10 rate 64 slots 0x0 -> 0",
+                     "add_ip_entry vrf 0 fe80::ff:fe00:9/128 nexthop 2 slots 0x0 -> 0",
+                     "set_ecmp_hash_ctl mode 6 slots 0x0 -> 0"}));
+    ASSERT_EQ(card.os.tasks().size(), 1u);
+    const chassis::os::Task task = card.os.tasks()[0];
+    EXPECT_EQ(task.name, "dpm_task");
+    EXPECT_EQ(task.priority, 55);
+    EXPECT_EQ(task.options, 8);
+    EXPECT_EQ(task.stack_bytes, 204800);
+    EXPECT_EQ(task.entry, &dpm_task);
+    const chassis::CardScope scope(card);
+    EXPECT_EQ(card.os.module_version(g_dpm_global.module_id).size(), 20u) << "date, blank, time";
+    EXPECT_EQ(card.os.live_blocks(), 0u) << "the tables are empty";
+}
+
+TEST_F(BareCard, EventsReachTheWorkerThroughTheCallbacksThatStartUpRegistered) {
+    EXPECT_EQ(card.hal.port_link(1, true), -1) << "nobody is there yet";
+    ASSERT_EQ(card.start(), 0);
+    card.peer.set_role(chassis::peer::Role::master);
+    EXPECT_EQ(card.hal.port_link(1, false), 0);
+    EXPECT_EQ(card.hal.trunk_link(1, false), 0);
+    EXPECT_EQ(card.hal.trunk_member(0, 1, 3, 1), 0);
+    EXPECT_EQ(card.stack.learn(rig::info_of(card, {})), 0);
+    card.peer.connected();
+    EXPECT_EQ(card.os.queued(), 5u);
+    card.peer.set_role(chassis::peer::Role::standby);
+    card.peer.become_master();
+    EXPECT_EQ(card.os.queued(), 6u);
+    card.pump();
+    EXPECT_EQ(card.os.live_blocks(), 0u);
+}
+
+// The first lock is deleted once for every lock that is there, the others never; then what else is.
+TEST_F(BareCard, AStepThatFailsGivesBackWhatWasMadeAndRegistersNothing) {
+    struct Case {
+        Fault kind;
+        unsigned nth;
+        std::vector<unsigned> deleted;
+    };
+    const Case cases[] = {
+        {Fault::semaphore, 1, {}},       {Fault::semaphore, 2, {1}},
+        {Fault::semaphore, 3, {1, 1}},   {Fault::semaphore, 4, {1, 1, 1}},
+        {Fault::queue, 1, {1, 1, 1, 4}},
+    };
+    for (const Case &failing : cases) {
+        chassis::Card other({.slot = 10, .mode = chassis::os::Mode::pumped, .mac = {}});
+        const chassis::CardScope scope(other);
+        other.os.log_to([this](const chassis::os::LogLine &line) { log.push_back(line); });
+        other.os.fail(failing.kind, failing.nth);
+        EXPECT_EQ(other.start(), -1);
+        EXPECT_EQ(other.os.deleted_semaphores(), failing.deleted);
+        EXPECT_EQ(other.os.tasks().size(), 0u);
+        EXPECT_EQ(other.hal.port_link(1, true), -1);
+        EXPECT_EQ(other.chip.requests(Request::default_route_set), 0u);
+        EXPECT_TRUE(log.empty());
+    }
+}
+
+TEST_F(Settings, ACardWithoutTimerListWorksButTimesNothing) {
+    dpm_timer_list_delete(std::exchange(g_dpm_global.timer_list, nullptr));
+    add_interface("vlanif100", 100);
+    learn_host({.port = 3});
+    port_down(3);
+    EXPECT_EQ(hosts(master()).size(), 1u);
+    EXPECT_EQ(holds(master()).size(), 1u) << "and it stays";
+    EXPECT_EQ(logged(master(), "dpm_timer_start"), 1u);
+    forget_host({.port = 3});
+    EXPECT_EQ(hosts(master()).size(), 0u);
+    learn_host({.port = 3});
+    EXPECT_EQ(holds(master()).size(), 0u);
+}
+
+TEST_F(Settings, AVrfIsEnabledAndDisabledOnceEach) {
+    EXPECT_EQ(dpm_api_set_vrf_enable(5, 1), 0);
+    EXPECT_EQ(dpm_api_set_vrf_enable(5, 1), 0);
+    EXPECT_EQ(chip_calls(master()).size(), 3u);
+    EXPECT_TRUE((master().chip.cpu_default[{DPM_FAMILY_IPV6, 5}]));
+    clear_journal();
+    EXPECT_EQ(dpm_api_set_vrf_enable(5, 77), 0) << "anything but 1 disables";
+    EXPECT_EQ(chip_calls(master()),
+              (Lines{"default_route_set vrf 5 family 1 drop queue 10 rate 64 slots 0x0 -> 0",
+                     "default_route_set vrf 5 family 2 drop queue 10 rate 64 slots 0x0 -> 0",
+                     "del_ip_entry vrf 5 fe80::ff:fe00:9/128 nexthop 2 slots 0x0 -> 0"}));
+    EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
+    clear_journal();
+    EXPECT_EQ(dpm_api_set_vrf_enable(256, 1), -1);
+    EXPECT_EQ(dpm_vrf_enable(5, 3), -1);
+    EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
+    EXPECT_EQ(chip_calls(master()).size(), 0u);
+    EXPECT_EQ(dpm_vrf_enable(7, 0), 0) << "the state that a VRF begins with";
+    EXPECT_EQ(dpm_api_set_vrf_enable(255, 1), 0);
+}
+
+TEST_F(Settings, TheHashModeIsSetWhenItChangesAndKeptWhenTheChipRefuses) {
+    EXPECT_EQ(dpm_api_set_ecmp_hash(6), 0);
+    EXPECT_EQ(chip_calls(master()).size(), 0u);
+    refuse(Request::set_ecmp_hash_ctl);
+    EXPECT_EQ(dpm_api_set_ecmp_hash(3), -1);
+    EXPECT_EQ(dpm_api_get_ecmp_hash(), 6u);
+    EXPECT_EQ(dpm_api_set_ecmp_hash(3), 0);
+    EXPECT_EQ(dpm_api_get_ecmp_hash(), 3u);
+    EXPECT_EQ(master().chip.hash_mode, 3u);
+}
+
+TEST_F(Settings, TheExportedHeaderServesACallerInC) {
+    add_interface("vlanif100", 100);
+    const std::uint32_t ifindex = master().suite.find("vlanif100")->ifindex;
+    EXPECT_EQ(c_reports_a_neighbour(7, ifindex), 0);
+    EXPECT_EQ(c_reports_a_neighbour(8, ifindex), 0);
+    settle();
+    EXPECT_EQ(c_counts_hosts(), 2u);
+}
+
+TEST(Addresses, PrefixesCompareByLengthAndThenByTheFamilysBytes) {
+    const auto compare = [](const char *a, const char *b) {
+        return dpm_prefix_compare(rig::prefix_of(a), rig::prefix_of(b));
+    };
+    EXPECT_EQ(compare("10.0.0.0/24", "200.0.0.0/16"), 1);
+    EXPECT_EQ(compare("200.0.0.0/16", "10.0.0.0/24"), -1);
+    EXPECT_EQ(compare("2001:db8::/64", "2001:db8::/64"), 0);
+    EXPECT_EQ(compare("2001:db8::1", "2001:db8::100"), -1);
+    EXPECT_EQ(compare("10.0.0.2", "10.0.0.1"), 1);
+    EXPECT_EQ(compare("1.0.0.2", "2.0.0.1"), 1) << "the word as it is stored";
+    const dpm_prefix unknown{};
+    EXPECT_EQ(dpm_prefix_compare(unknown, unknown), -1);
+}
+
+TEST(Addresses, NetworksAreMaskedToTheirLengthAndLongerOnesRefused) {
+    std::uint32_t ipv4 = 0;
+    const auto network4 = [&ipv4](std::uint32_t length) {
+        return dpm_ipv4_net_addr_calc(inet_addr("10.255.255.255"), length, &ipv4) == 0 ? ipv4 : 1;
+    };
+    EXPECT_EQ(network4(0), 0u);
+    EXPECT_EQ(network4(9), 0x0A800000u);
+    EXPECT_EQ(network4(32), 0x0AFFFFFFu);
+    EXPECT_EQ(network4(33), 1u);
+
+    std::uint8_t ones[16], network[16];
+    std::fill_n(ones, 16, std::uint8_t(0xFF));
+    for (std::uint32_t length = 0; length <= 128; ++length) {
+        std::fill_n(network, 16, std::uint8_t(0x5A));
+        ASSERT_EQ(dpm_ipv6_net_addr_calc(ones, length, network), 0);
+        for (std::uint32_t bit = 0; bit < 128; ++bit)
+            ASSERT_EQ(network[bit / 8] >> (7 - bit % 8) & 1, bit < length) << length << " " << bit;
+    }
+    EXPECT_EQ(dpm_ipv6_net_addr_calc(ones, 129, network), -1);
+}
+
+TEST(Addresses, TheLinkLocalAddressComesFromTheMac) {
+    const std::uint8_t mac[6] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    dpm_prefix made = rig::prefix_of("::");
+    EXPECT_EQ(dpm_get_linklocal(nullptr, mac), -1);
+    EXPECT_EQ(dpm_get_linklocal(made.address, mac), 0);
+    EXPECT_EQ(rig::text_of(made), "fe80::211:22ff:fe33:4455");
+    EXPECT_STREQ(dpm::address_text(made).c_str(), "fe80::211:22ff:fe33:4455");
+    EXPECT_STREQ(dpm::address_text(dpm_prefix{}).c_str(), "-");
+}

@@ -1,0 +1,398 @@
+// The shelf: its cards' lives, its verbs, and the end of a test.
+
+#include "support/shelf.h"
+
+#include "dpm.h"
+#include "support/laws.h"
+
+#include <algorithm>
+
+// The head of the timer list comes from the system's allocator and lives as long as the process.
+extern "C" const char *__lsan_default_suppressions() {
+    return "leak:dpm_timer_list_create\n";
+}
+
+namespace rig {
+
+using namespace chassis;
+
+namespace {
+
+constexpr std::size_t max_log_lines = 100'000;
+constexpr unsigned max_rounds = 10'000; // of settling
+
+template <class Entry, class First, class Next> std::vector<Entry> walk(First first, Next next) {
+    std::vector<Entry> entries;
+    for (const Entry *entry = first(); entry; entry = next(entry))
+        entries.push_back(*entry);
+    return entries;
+}
+
+void expect_lawful(const laws::Lines &lines, const char *law) {
+    std::string text;
+    for (const std::string &line : lines)
+        text += "\n  " + line;
+    EXPECT_TRUE(lines.empty()) << law << ":" << text;
+}
+
+} // namespace
+
+// --- cards ---
+
+Shelf::Shelf(Start start) {
+    start_card(0).peer.set_role(peer::Role::master);
+    make_current(master());
+    if (start == Start::joined)
+        standby_starts();
+    if (start == Start::mirroring)
+        standby_connects();
+    clear_journal();
+}
+
+Shelf::~Shelf() = default;
+
+std::vector<Card *> Shelf::cards() {
+    std::vector<Card *> present{&master()};
+    if (has_standby())
+        present.push_back(&standby());
+    return present;
+}
+
+Card &Shelf::start_card(unsigned index) {
+    const unsigned slot = 9 + index;
+    CardOptions options{.slot = slot, .mode = os::Mode::pumped, .mac = {}};
+    options.mac = {0x02, 0, 0, 0, 0, std::uint8_t(slot)};
+    cards_[index] = std::make_unique<Card>(options);
+    Card &card = *cards_[index];
+    if (const Card *const other = cards_[1 - index].get())
+        card.os.advance(other->os.now_nsec() - card.os.now_nsec());
+    logs_[index].clear();
+    card.os.log_to([this, index](const os::LogLine &line) {
+        if (logs_[index].size() == max_log_lines)
+            logs_[index].pop_front();
+        logs_[index].push_back(line.text);
+    });
+    card.os.log_level(keep_log_ ? 0 : 100);
+    card.chip.record(keep_log_);
+    EXPECT_EQ(card.start(), 0);
+    blocks_at_start_[index] = card.os.live_blocks();
+    return card;
+}
+
+void Shelf::end_card(unsigned index) {
+    Card &card = *cards_[index];
+    past_mistakes_ += card.chip.mistakes();
+    past_failed_checks_ += laws::failed_checks(card);
+    card.peer.cut();
+    cards_[index].reset();
+}
+
+void Shelf::standby_starts() {
+    Card &card = start_card(1 - master_);
+    card.peer.set_role(peer::Role::standby);
+    replay(card);
+    card.peer.join(master().peer);
+    settle();
+}
+
+void Shelf::standby_connects() {
+    if (!has_standby())
+        standby_starts();
+    master().peer.connected();
+    settle();
+}
+
+void Shelf::standby_lost() {
+    end_card(1 - master_);
+    settle();
+}
+
+void Shelf::switch_over() {
+    standby().chip.take_over(master().chip);
+    const unsigned former = master_;
+    master_ = 1 - master_;
+    make_current(master());
+    end_card(former);
+    master().peer.become_master();
+    settle();
+}
+
+// --- interfaces ---
+
+template <class Request> int Shelf::on_both(Request request) {
+    int result = 0;
+    for (Card *card : cards()) {
+        CardScope scope(*card);
+        const int answer = request(*card);
+        result = card == &master() ? answer : result;
+    }
+    settle_verb();
+    return result;
+}
+
+Shelf::Configured *Shelf::configured(const std::string &name) {
+    const auto found =
+        std::find_if(configured_.begin(), configured_.end(),
+                     [&name](const Configured &entry) { return entry.name == name; });
+    return found == configured_.end() ? nullptr : &*found;
+}
+
+int Shelf::add_interface(const std::string &name, unsigned vlan, std::uint32_t type) {
+    if (!configured(name))
+        configured_.push_back({name, type, vlan, 0, {}, {}});
+    return on_both([&](Card &card) { return card.suite.add_interface(name, type, vlan); });
+}
+
+int Shelf::del_interface(const std::string &name) {
+    std::erase_if(configured_, [&name](const Configured &entry) { return entry.name == name; });
+    return on_both([&](Card &card) { return card.suite.del_interface(name); });
+}
+
+int Shelf::add_address(const std::string &name, const std::string &prefix) {
+    const dpm_prefix ip = prefix_of(prefix);
+    if (Configured *const entry = configured(name))
+        entry->addresses.push_back(prefix);
+    return on_both([&](Card &card) {
+        return card.suite.add_address(name, ip.family, ip.address, ip.prefix_len);
+    });
+}
+
+int Shelf::del_address(const std::string &name, const std::string &prefix) {
+    const dpm_prefix ip = prefix_of(prefix);
+    if (Configured *const entry = configured(name))
+        std::erase(entry->addresses, prefix);
+    return on_both([&](Card &card) {
+        return card.suite.del_address(name, ip.family, ip.address, ip.prefix_len);
+    });
+}
+
+int Shelf::set_vrf(const std::string &name, unsigned vrf) {
+    if (Configured *const entry = configured(name))
+        entry->vrf = vrf;
+    return on_both([&](Card &card) { return card.suite.set_vrf(name, vrf); });
+}
+
+int Shelf::add_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
+    if (Configured *const entry = configured("vlanif" + std::to_string(super_vlan)))
+        entry->sub_vlans.insert(sub_vlan);
+    return on_both(
+        [&](Card &) { return dpm_api_super_sub_proc(super_vlan, sub_vlan, DPM_OPER_ADD); });
+}
+
+int Shelf::del_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
+    if (Configured *const entry = configured("vlanif" + std::to_string(super_vlan)))
+        entry->sub_vlans.erase(sub_vlan);
+    return on_both(
+        [&](Card &) { return dpm_api_super_sub_proc(super_vlan, sub_vlan, DPM_OPER_DEL); });
+}
+
+// The suite tells a card that comes later what it has; each step is worked off before the next,
+// since an address is accepted only in the interface's VRF.
+void Shelf::replay(Card &card) {
+    CardScope scope(card);
+    for (const Configured &entry : configured_) {
+        card.suite.add_interface(entry.name, entry.type, entry.vlan);
+        card.pump();
+        if (entry.vrf)
+            card.suite.set_vrf(entry.name, entry.vrf);
+        card.pump();
+        for (const std::string &prefix : entry.addresses) {
+            const dpm_prefix ip = prefix_of(prefix);
+            card.suite.add_address(entry.name, ip.family, ip.address, ip.prefix_len);
+        }
+        for (const unsigned sub_vlan : entry.sub_vlans)
+            dpm_api_super_sub_proc(entry.vlan, sub_vlan, DPM_OPER_ADD);
+        card.pump();
+    }
+}
+
+// --- neighbours, links ---
+
+int Shelf::learn_host(const Neighbour &neighbour) {
+    CardScope scope(master());
+    const int result = master().stack.learn(info_of(master(), neighbour));
+    settle_verb();
+    return result;
+}
+
+int Shelf::forget_host(const Neighbour &neighbour) {
+    CardScope scope(master());
+    const int result = master().stack.lose(info_of(master(), neighbour));
+    settle_verb();
+    return result;
+}
+
+void Shelf::answers_probes(const Neighbour &neighbour) {
+    for (Card *card : cards())
+        card->stack.declare_reachable(info_of(*card, neighbour));
+}
+
+void Shelf::port_down(unsigned port) {
+    on_both([port](Card &card) { return card.hal.port_link(port, false); });
+}
+void Shelf::port_up(unsigned port) {
+    on_both([port](Card &card) { return card.hal.port_link(port, true); });
+}
+void Shelf::trunk_down(unsigned trunk) {
+    on_both([trunk](Card &card) { return card.hal.trunk_link(trunk, false); });
+}
+void Shelf::trunk_up(unsigned trunk) {
+    on_both([trunk](Card &card) { return card.hal.trunk_link(trunk, true); });
+}
+
+// --- time and work ---
+
+std::int64_t Shelf::nsec_to_next_timer() {
+    std::int64_t nearest = INT64_MAX;
+    for (Card *card : cards()) {
+        CardScope scope(*card);
+        const dpm_timer_list *const timers = g_dpm_global.timer_list;
+        if (!timers || list_empty(&timers->head))
+            continue;
+        using view = dpm::list_view<dpm_timer_node, &dpm_timer_node::link>;
+        const dpm_timer_node &first = view::entry_of(timers->head.next);
+        const std::int64_t due = first.expiry_sec * os::nsec_per_sec + first.expiry_nsec;
+        nearest = std::min(nearest, due - card->os.now_nsec());
+    }
+    return std::max<std::int64_t>(nearest, 0);
+}
+
+void Shelf::advance(unsigned seconds) {
+    settle();
+    for (std::int64_t left = seconds * os::nsec_per_sec; left > 0;) {
+        const std::int64_t step = std::clamp<std::int64_t>(nsec_to_next_timer(), 1, left);
+        for (Card *card : cards())
+            card->os.advance(step);
+        settle();
+        left -= step;
+    }
+}
+
+void Shelf::settle() {
+    for (unsigned round = 0; round < max_rounds; ++round) {
+        unsigned handled = 0;
+        for (Card *card : cards())
+            handled += card->pump();
+        if (handled == 0)
+            return;
+    }
+    ADD_FAILURE() << "the cards do not come to rest";
+}
+
+void Shelf::refuse(chip::Request kind, unsigned count, int code, unsigned skip) {
+    master().chip.refuse(kind, count, code, skip);
+}
+
+void Shelf::fail(os::Fault kind, unsigned nth, unsigned count) {
+    master().os.fail(kind, nth, count);
+}
+
+// --- journal and tables ---
+
+const std::deque<std::string> &Shelf::log(const Card &card) const {
+    return logs_[card.slot() - 9];
+}
+
+unsigned Shelf::logged(const Card &card, const std::string &substring) const {
+    const auto &lines = log(card);
+    return unsigned(std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
+        return line.find(substring) != std::string::npos;
+    }));
+}
+
+void Shelf::clear_journal() {
+    for (unsigned index : {0u, 1u}) {
+        logs_[index].clear();
+        if (cards_[index]) {
+            cards_[index]->chip.clear_journal();
+            cards_[index]->peer.clear_calls();
+        }
+    }
+}
+
+void Shelf::keep_log(bool on) {
+    keep_log_ = on;
+    for (Card *card : cards()) {
+        card->os.log_level(on ? 0 : 100);
+        card->chip.record(on);
+    }
+}
+
+std::vector<dpm_host_entry> Shelf::hosts(Card &card) {
+    CardScope scope(card);
+    std::vector<dpm_host_entry> all;
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6}) {
+        const auto some = walk<dpm_host_entry>(
+            [family] { return dpm_api_get_host_entry_first(family); }, dpm_api_get_host_entry_next);
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    return all;
+}
+
+std::vector<dpm_nexthop_entry> Shelf::nexthops(Card &card) {
+    CardScope scope(card);
+    return walk<dpm_nexthop_entry>(dpm_api_get_nexthop_entry_first, dpm_api_get_nexthop_entry_next);
+}
+
+std::vector<dpm_if_entry> Shelf::interfaces(Card &card) {
+    CardScope scope(card);
+    return walk<dpm_if_entry>(dpm_api_get_if_entry_first, dpm_api_get_if_entry_next);
+}
+
+std::vector<dpm_unreachable_entry> Shelf::unreachables(Card &card) {
+    CardScope scope(card);
+    return walk<dpm_unreachable_entry>(dpm_api_get_unreachable_entry_first,
+                                       dpm_api_get_unreachable_entry_next);
+}
+
+std::vector<dpm_hold_entry> Shelf::holds(Card &card) {
+    CardScope scope(card);
+    return walk<dpm_hold_entry>(dpm_api_get_hold_entry_first, dpm_api_get_hold_entry_next);
+}
+
+std::vector<std::string> Shelf::host_texts(Card &card) {
+    std::vector<std::string> texts;
+    for (const dpm_host_entry &host : hosts(card))
+        texts.push_back(text_of(host));
+    return texts;
+}
+
+const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {
+    CardScope scope(card);
+    const dpm_prefix wanted = prefix_of(ip);
+    for (const dpm_host_entry *host = dpm_api_get_host_entry_first(wanted.family); host;
+         host = dpm_api_get_host_entry_next(host))
+        if (std::equal(wanted.address, wanted.address + 16, host->ip.address))
+            return host;
+    return nullptr;
+}
+
+// --- the laws ---
+
+void Shelf::check_laws() {
+    settle();
+    std::uint64_t mistakes = past_mistakes_, failed = past_failed_checks_;
+    std::string mistake_text;
+    for (Card *card : cards()) {
+        const std::string who = "slot " + std::to_string(card->slot());
+        expect_lawful(laws::tables_are_sound(*card), (who + " tables are sound").c_str());
+        expect_lawful(laws::heap_is_explained(*card, blocks_at_start_[card->slot() - 9],
+                                              card == &master() ? exceptions_.blocks : 0),
+                      (who + " heap is explained").c_str());
+        EXPECT_EQ(card->os.bad_frees(), 0u) << who;
+        EXPECT_EQ(card->os.handle_errors(), 0u) << who;
+        mistakes += card->chip.mistakes();
+        failed += laws::failed_checks(*card);
+        for (const std::string &line : card->chip.mistake_lines())
+            mistake_text += "\n  " + who + ": " + line;
+    }
+    EXPECT_EQ(mistakes, exceptions_.mistakes) << "mistakes of the chip:" << mistake_text;
+    EXPECT_EQ(failed, exceptions_.failed_checks) << "failed checks of the library";
+    if (!exceptions_.chip_differs)
+        expect_lawful(laws::chip_equals_tables(master(), exceptions_.nexthop_leaks),
+                      "chip = tables");
+    if (!exceptions_.standby_differs && has_standby() && laws::is_mirroring(master()))
+        expect_lawful(laws::standby_equals_master(master(), standby()), "standby = master");
+}
+
+} // namespace rig

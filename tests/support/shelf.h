@@ -1,0 +1,171 @@
+// The test rig: a shelf of two control cards in one process, and the verbs that scenarios are told
+// with.
+//
+// Both cards run pumped: a verb makes its requests, lets both cards work until they are quiet, and
+// comes back.  The clock stands still until advance().  One card is the master, and current, so
+// that a test may call dpm_api_* directly; `as(card)` makes the other one current for a scope.
+//
+// A card that is lost is gone for good, with its memory; the next one in its slot starts empty, and
+// is told the interfaces again as the routing suite would.  The chip's tables live on line cards:
+// they outlive a master.
+//
+// At the end of every test the laws are checked (laws.h).  A test that breaks one on purpose says
+// so with allow_*().
+#pragma once
+
+#include "chassis/chassis.h"
+
+#include <deque>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace rig {
+
+using chassis::Card;
+
+// A neighbour as a scenario tells it; unnamed fields keep these values.
+struct Neighbour {
+    std::string ip = "10.1.1.2"; // either family
+    std::string mac = "02:00:00:00:01:02";
+    unsigned vlan = 100; // outer VLAN
+    unsigned cvlan = 0;
+    unsigned port = 1;       // physical
+    unsigned trunk = 0;      // when not 0, the neighbour is behind this trunk
+    std::string ifname = ""; // when empty, "vlanif" and the VLAN
+    unsigned vrf = 0;        // that the IP stack knows it in
+};
+
+// Records from text; a text that cannot be read fails the test.
+dpm_prefix prefix_of(const std::string &text); // "10.1.1.2" or "2001:db8::/64"
+std::array<std::uint8_t, DPM_MAC_BYTES> mac_of(const std::string &text);
+std::string text_of(const dpm_prefix &ip);
+std::string
+text_of(const dpm_host_entry &host); // "10.1.1.2 02:00:00:00:01:02 vlanif100 vlan 100 port 3"
+dpm_host_info info_of(const Card &card, const Neighbour &neighbour);
+
+// Exceptions to the laws that a test states.
+struct Exceptions {
+    unsigned mistakes = 0;        // that the chip counted, on all cards together
+    unsigned failed_checks = 0;   // of the library, on all cards together
+    unsigned nexthop_leaks = 0;   // references of next hops without a host
+    unsigned blocks = 0;          // live on the master and held by the test
+    bool chip_differs = false;    // the chip is not what the tables say
+    bool standby_differs = false; // the standby is not what the master says
+};
+
+enum class Start {
+    alone,     // the master alone
+    joined,    // both cards started and joined, nothing mirrored yet
+    mirroring, // and the standby has connected
+};
+
+class Shelf : public ::testing::Test {
+public:
+    explicit Shelf(Start start = Start::mirroring);
+    ~Shelf() override;
+
+    Card &master() { return *cards_[master_]; }
+    Card &standby() { return *cards_[1 - master_]; } // while there is one
+    bool has_standby() const { return cards_[1 - master_] != nullptr; }
+    std::vector<Card *> cards();
+    [[nodiscard]] chassis::CardScope as(Card &card) { return chassis::CardScope(card); }
+
+    // Interfaces, on both cards.  The results are the master's.
+    int add_interface(const std::string &name, unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
+    int del_interface(const std::string &name);
+    int add_address(const std::string &name, const std::string &prefix);
+    int del_address(const std::string &name, const std::string &prefix);
+    int set_vrf(const std::string &name, unsigned vrf);
+    int add_sub_vlan(unsigned super_vlan, unsigned sub_vlan);
+    int del_sub_vlan(unsigned super_vlan, unsigned sub_vlan);
+
+    // Neighbours, reported by the master's IP stack.
+    int learn_host(const Neighbour &neighbour);
+    int forget_host(const Neighbour &neighbour);
+    void answers_probes(const Neighbour &neighbour); // from now on
+
+    // Links, seen by both cards.
+    void port_down(unsigned port);
+    void port_up(unsigned port);
+    void trunk_down(unsigned trunk);
+    void trunk_up(unsigned trunk);
+
+    // Moves both clocks; the timers of both cards fire at their time, in order.
+    void advance(unsigned seconds);
+    // Lets both cards work until both are quiet.
+    void settle();
+    // While held, verbs post and do not settle.
+    void hold(bool on) { held_ = on; }
+
+    void standby_connects(); // a new card where none is, and the tables travel
+    void standby_starts();   // the same without the connection: joined, nothing mirrored
+    void standby_lost();
+    void switch_over(); // the master is gone and the standby takes its place
+
+    // Faults on the master.
+    void refuse(chassis::chip::Request kind, unsigned count = 1, int code = -1, unsigned skip = 0);
+    void fail(chassis::os::Fault kind, unsigned nth = 1, unsigned count = 1);
+
+    // What was logged and asked of the chip since the last clear_journal().
+    const std::deque<std::string> &log(const Card &card) const;
+    unsigned logged(const Card &card, const std::string &substring) const;
+    std::vector<std::string> chip_calls(const Card &card) const { return card.chip.journal(); }
+    void clear_journal();
+    void keep_log(bool on); // long walks do without
+
+    // The tables.
+    std::vector<dpm_host_entry> hosts(Card &card); // IPv4, then IPv6, in table order
+    std::vector<dpm_nexthop_entry> nexthops(Card &card);
+    std::vector<dpm_if_entry> interfaces(Card &card);
+    std::vector<dpm_unreachable_entry> unreachables(Card &card);
+    std::vector<dpm_hold_entry> holds(Card &card);
+    std::vector<std::string> host_texts(Card &card);
+    const dpm_host_entry *host(Card &card, const std::string &ip); // the first with this address
+
+    Exceptions &allow() { return exceptions_; }
+    void allow_mistakes(unsigned count) { exceptions_.mistakes = count; }
+    void check_laws();
+
+protected:
+    void TearDown() override { check_laws(); }
+
+private:
+    struct Configured { // an interface as the suite would tell it again
+        std::string name;
+        std::uint32_t type;
+        unsigned vlan, vrf = 0;
+        std::vector<std::string> addresses;
+        std::set<unsigned> sub_vlans;
+    };
+    Card &start_card(unsigned index);
+    void replay(Card &card);
+    void end_card(unsigned index);
+    void settle_verb() { held_ ? void() : settle(); }
+    Configured *configured(const std::string &name);
+    template <class Request> int on_both(Request request);
+    std::int64_t nsec_to_next_timer();
+
+    std::unique_ptr<Card> cards_[2]; // slots 9 and 10
+    std::deque<std::string> logs_[2];
+    std::size_t blocks_at_start_[2] = {};
+    unsigned master_ = 0;
+    bool held_ = false, keep_log_ = true;
+    std::vector<Configured> configured_;
+    Exceptions exceptions_;
+    std::uint64_t past_mistakes_ = 0, past_failed_checks_ = 0; // of cards that are gone
+};
+
+class LoneShelf : public Shelf {
+protected:
+    LoneShelf() : Shelf(Start::alone) {}
+};
+
+class JoinedShelf : public Shelf {
+protected:
+    JoinedShelf() : Shelf(Start::joined) {}
+};
+
+} // namespace rig
