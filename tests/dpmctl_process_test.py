@@ -1,0 +1,354 @@
+#!/usr/bin/env python3
+"""dpm-card and dpmctl driven as processes, as people and scripts drive them.
+
+Each test has a shelf of its own in a fresh directory.  The programs are those of $DPM_BIN, run
+through $DPM_EMULATOR where they are another machine's.
+"""
+import json
+import os
+import pty
+import shlex
+import shutil
+import signal
+import socket
+import stat
+import subprocess
+import tempfile
+import time
+import unittest
+
+BIN = os.environ.get("DPM_BIN", "build/i386")
+EMULATOR = shlex.split(os.environ.get("DPM_EMULATOR", ""))
+PATIENCE_SEC = 30
+SETTINGS = """\
+if add vlanif100 vlan 100
+addr add 10.1.1.1/24 dev vlanif100   # the first interface
+addr add fd00:100::1/64 dev vlanif100
+"""
+
+
+class Shelf(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="dpm-test.")
+        self.cards = {}
+
+    def tearDown(self):
+        try:
+            for slot, card in list(self.cards.items()):
+                card.send_signal(signal.SIGTERM)
+                self.assertEqual(card.wait(PATIENCE_SEC), 0, f"the card in slot {slot} ends badly: {self.log(slot)}")
+        finally:
+            for card in self.cards.values():
+                if card.poll() is None:
+                    card.kill()
+                    card.wait()
+            shutil.rmtree(self.dir)
+
+    def log(self, slot):
+        with open(f"{self.dir}/stderr-{slot}") as file:
+            return file.read()[-4000:]
+
+    def wait_until(self, what, predicate):
+        deadline = time.monotonic() + PATIENCE_SEC
+        while not predicate():
+            self.assertLess(time.monotonic(), deadline, what)
+            time.sleep(0.05)
+
+    def start_card(self, slot, *arguments):
+        with open(f"{self.dir}/stderr-{slot}", "w") as errors:
+            command = [*EMULATOR, f"{BIN}/dpm-card", "--slot", str(slot), "--dir", self.dir]
+            self.cards[slot] = subprocess.Popen(
+                [*command, "--log", f"{self.dir}/log-{slot}", *arguments], stderr=errors
+            )
+        self.wait_until(f"slot {slot} answers", lambda: self.run_ctl("--card", str(slot), "card", "role").returncode == 0)
+        return self.cards[slot]
+
+    def start_master(self):
+        self.start_card(9)
+        self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
+
+    def start_shelf(self, configured=True):
+        self.start_master()
+        self.start_card(10)
+        self.wait_until("slot 10 sees its peer", lambda: self.status(10)["peer"] == "yes")
+        if configured:
+            self.ctl(input=SETTINGS)
+
+    def kill_card(self, slot):
+        card = self.cards.pop(slot)
+        card.kill()
+        card.wait()
+
+    def run_ctl(self, *arguments, input=""):
+        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *arguments]
+        return subprocess.run(command, input=input, capture_output=True, text=True, timeout=120)
+
+    def ctl(self, *arguments, input=""):
+        """The output of a command that must succeed and say nothing on stderr."""
+        done = self.run_ctl(*arguments, input=input)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), (arguments, input))
+        return done.stdout
+
+    def refused(self, *arguments, input=""):
+        """What stderr says of a command that must fail without output."""
+        done = self.run_ctl(*arguments, input=input)
+        self.assertEqual((done.returncode, done.stdout), (1, ""), (arguments, input))
+        return done.stderr
+
+    def words(self, line, card=None):
+        target = ["--card", str(card)] if card else []
+        return self.ctl(*target, *line.split())
+
+    def role(self, slot):
+        return self.run_ctl("--card", str(slot), "card", "role").stdout.strip()
+
+    def status(self, slot):
+        return json.loads(self.words("card status --json", slot))[0]
+
+    def addresses(self, slot=None):
+        return [host["address"] for host in json.loads(self.words("show hosts --json", slot))]
+
+    def learn(self, ip, mac="02:00:00:00:01:02", port=3):
+        self.words(f"neigh add {ip} lladdr {mac} dev vlanif100 port {port}")
+
+
+class Commands(Shelf):
+    def test_come_from_arguments_a_file_or_a_pipe(self):
+        self.start_shelf(configured=False)
+        self.words("if add vlanif100 vlan 100")
+        path = f"{self.dir}/commands"
+        with open(path, "w") as file:
+            file.write("# a comment\n\naddr add 10.1.1.1/24 dev vlanif100\nif list\n")
+        self.assertEqual(self.ctl("-f", path), "vlanif100\n")
+        self.assertEqual(self.ctl(input="show interfaces --count\nquit\nnonsense\n"), "1\n")
+
+    def test_are_refused_with_their_place_on_stderr(self):
+        self.start_master()
+        self.assertTrue(self.refused("shwo").startswith("dpmctl: column 1: unknown word 'shwo'; expected if,"))
+        self.assertIn("column 11: unknown word '65'; expected a port", self.refused("port", "down", "65"))
+        self.assertIn("unknown interface 'vlanif9'", self.refused("if", "del", "vlanif9"))
+        done = self.run_ctl(input="card role\nbad\ncard role\n")
+        self.assertEqual(done.returncode, 1)
+        self.assertTrue(done.stderr.startswith("stdin:2: column 1: "), done.stderr)
+        self.assertEqual(done.stdout.count("\n"), 1, "the first error ends a script")
+        done = self.run_ctl("-k", input="card role\nbad\ncard role\n")
+        self.assertEqual((done.returncode, done.stdout.count("\n")), (1, 2))
+
+    def test_need_a_card(self):
+        self.assertIn("no card runs in", self.refused("show", "hosts"))
+        self.assertIn("slot 10 does not answer", self.refused("--card", "10", "show", "hosts"))
+
+    def test_can_be_typed_at_a_prompt(self):
+        self.start_master()
+        terminal, inner = pty.openpty()
+        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir]
+        child = subprocess.Popen(command, stdin=inner, stdout=inner, stderr=inner, env={**os.environ, "HOME": self.dir})
+        os.close(inner)
+        os.write(terminal, b"show hosts --count\nshwo\nquit\n")
+        self.assertEqual(child.wait(PATIENCE_SEC), 0)
+        said = os.read(terminal, 65536).decode()
+        os.close(terminal)
+        self.assertIn("dpm> ", said)
+        self.assertIn("\n0\r\n", said)
+        self.assertIn("unknown word 'shwo'", said)
+
+    def test_show_every_table_as_json(self):
+        self.start_shelf()
+        self.learn("10.1.1.2")
+        self.words("port down 3")
+        for line in self.ctl("help", "show").splitlines():
+            if line.startswith("show") and "--json" in line:
+                rows = json.loads(self.words(f"show {line.split()[1]} --json"))
+                self.assertIsInstance(rows, list, line)
+        host = json.loads(self.words("show hosts --json"))[0]
+        self.assertEqual((host["address"], host["mac"], host["log_port_id"]), ("10.1.1.2", "02:00:00:00:01:02", 3))
+        self.assertEqual(json.loads(self.words("show hold --json"))[0]["address"], "10.1.1.2")
+
+
+class TwoCards(Shelf):
+    def test_hold_the_same_tables_under_their_own_indexes(self):
+        self.start_shelf()
+        for ip in ["10.1.1.2", "10.1.1.3", "fd00:100::2"]:
+            self.learn(ip)
+        said = self.ctl("verify")
+        self.assertIn("slot 9 and slot 10 agree: hosts 3, nexthops 1", said)
+        self.assertIn("slot 9: chip and tables agree: entries 3, next hops 1, interfaces 1", said)
+        self.assertEqual(self.addresses(9), self.addresses(10))
+        indexes = [json.loads(self.words("show interfaces --json", slot))[0]["ifindex"] for slot in (9, 10)]
+        self.assertNotEqual(*indexes)
+        both = self.ctl("--card", "both", "show", "hosts", "--count")
+        self.assertEqual(both.split("\n")[0].split(" | "), ["slot 9 (master)", "slot 10 (standby)"])
+
+    def test_verify_names_the_table_and_the_record_that_differ(self):
+        self.start_shelf()
+        self.learn("10.1.1.2")
+        self.ctl("verify")
+        self.words("fault alloc 2", 10)  # the standby takes the next hop and loses the host
+        self.learn("10.1.1.3", "02:00:00:00:01:03")
+        said = self.run_ctl("verify")
+        self.assertEqual(said.returncode, 1)
+        self.assertIn("verify: hosts differs between slot 9 and slot 10", said.stderr)
+        self.assertIn("verify: hosts: vrf 0 10.1.1.3 dev vlanif100: on slot 9 only", said.stderr)
+        self.assertNotIn("nexthops differs", said.stderr)
+
+    def test_carry_on_when_the_master_is_killed(self):
+        self.start_shelf()
+        for last in range(2, 12):
+            self.learn(f"10.1.1.{last}", f"02:00:00:00:01:{last:02x}", last)
+        self.ctl("verify")
+        digest = self.words("digest", 9)
+        self.kill_card(9)
+        self.wait_until("slot 10 is master", lambda: self.role(10) == "master")
+        self.assertEqual(self.words("digest"), digest)
+        self.assertIn("next hop", self.words("chip lookup 10.1.1.5"))
+        self.assertEqual(self.words("show probes --count"), "10\n")
+        self.assertEqual(self.words("show unreachable --count"), "10\n")
+        self.assertIn("waits for the neighbour to answer", self.words("why 10.1.1.5"))
+        self.learn("10.1.1.5", "02:00:00:00:01:05", 5)  # as before: it answers the probe
+        self.words("neigh del 10.1.1.6 dev vlanif100")
+        self.words("clock advance 30s")
+        self.wait_until("the others are probed again", lambda: self.words("show probes --count") == "19\n")
+        self.assertIn("slot 10: chip and tables agree: entries 9", self.ctl("verify"))
+        self.start_card(9, "--config", self.settings_file())
+        self.assertEqual(self.role(9), "standby", "the card that comes back does not take over")
+        self.assertIn("slot 10 and slot 9 agree: hosts 9", self.ctl("verify"))
+        self.kill_card(10)
+        self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
+        self.assertIn("slot 9: chip and tables agree: entries 9", self.ctl("verify"))
+
+    def settings_file(self):
+        path = f"{self.dir}/settings"
+        with open(path, "w") as file:
+            file.write(SETTINGS)
+        return path
+
+
+class Import(Shelf):
+    LINES = """\
+10.1.1.2 dev vlanif100 lladdr 02:00:00:00:01:02 REACHABLE
+10.1.1.3 dev vlanif100 lladdr 02:00:00:00:01:03 router STALE
+10.1.1.4 dev eth0 lladdr 02:00:00:00:01:04 PERMANENT
+fd00:100::2 dev vlanif100 lladdr 02:00:00:00:01:02 proto kernel DELAY
+10.1.1.5 dev vlanif100  INCOMPLETE
+10.1.1.6 dev wlan0 lladdr 02:00:00:00:01:06 PROBE
+224.0.0.1 dev vlanif100 lladdr 01:00:5e:00:00:01 NOARP
+10.1.1.2 dev vlanif100  FAILED
+Deleted 10.1.1.3 dev vlanif100 lladdr 02:00:00:00:01:03 STALE
+not a line of ip
+10.1.1.7 dev vlanif100 lladdr 02:00:00:00:01:07 used 10/5/1 probes 1 REACHABLE
+"""
+
+    def test_takes_the_lines_of_ip_as_they_stand(self):
+        self.start_shelf()
+        done = self.run_ctl("import", "--dev-map", "eth0=vlanif100", "--port", "7", input=self.LINES)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(done.stdout, "11 lines: 5 added, 2 removed, 4 skipped, 0 refused\n")
+        self.assertIn("lines of 'wlan0' are skipped", done.stderr)
+        self.assertIn("not a neighbour: not a line of ip", done.stderr)
+        self.assertEqual(self.addresses(), ["10.1.1.4", "10.1.1.7", "fd00:100::2"])
+        self.assertEqual(json.loads(self.words("show hosts 10.1.1.4 --json"))[0]["port"], "7")
+        self.ctl("verify")
+        self.assertEqual(self.words("show nexthops --count", 10), "3\n")
+
+    def test_applies_each_line_as_it_arrives_and_follows_the_master(self):
+        self.start_shelf()
+        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, "import"]
+        importer = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+
+        def report(last):
+            importer.stdin.write(f"10.1.1.{last} dev vlanif100 lladdr 02:00:00:00:01:{last:02x} REACHABLE\n")
+            importer.stdin.flush()
+            self.wait_until(f"10.1.1.{last} is there", lambda: self.role(10) and f"10.1.1.{last}" in self.addresses(10))
+
+        report(2)
+        self.ctl("verify")
+        self.kill_card(9)
+        report(3)
+        said, _ = importer.communicate(timeout=PATIENCE_SEC)
+        self.assertEqual((importer.returncode, said), (0, "2 lines: 2 added, 0 removed, 0 skipped, 0 refused\n"))
+        self.assertEqual(self.role(10), "master")
+
+
+class Sockets(Shelf):
+    def connect(self, slot=9):
+        client = socket.socket(socket.AF_UNIX)
+        client.connect(f"{self.dir}/card-{slot}.sock")
+        client.settimeout(PATIENCE_SEC)
+        return client
+
+    @staticmethod
+    def read_to_end(client):
+        said = b""
+        try:
+            while part := client.recv(65536):
+                said += part
+        except ConnectionResetError:
+            pass
+        return said
+
+    def test_survive_clients_of_every_kind(self):
+        self.start_shelf()
+        self.learn("10.1.1.2")
+        with self.connect() as client:  # a line that does not end
+            client.sendall(b"x" * 5000)
+            self.assertIn(b"the line is too long", self.read_to_end(client))
+        with self.connect() as client:  # a megabyte of it: the card hangs up
+            with self.assertRaises((BrokenPipeError, ConnectionResetError)):
+                client.sendall(b"x" * 1_000_000)
+                self.read_to_end(client)
+                client.sendall(b"x")
+        with self.connect() as client:  # gone in the middle of a line
+            client.sendall(b"show ho")
+        for _ in range(20):  # gone before the answer
+            with self.connect() as client:
+                client.sendall(b"show hosts\n" * 50)
+        with self.connect() as client:  # bytes that are no words
+            client.sendall(bytes(range(256)).replace(b"\n", b"") + b"\n\0\n")
+            self.assertTrue(client.recv(10).startswith(b"1 "))
+        crowd = [self.connect() for _ in range(80)]
+        self.assertIn(b"too many clients", self.read_to_end(crowd[-1]))
+        for client in crowd:
+            client.close()
+        with self.connect() as client:  # two commands in one packet, one in two
+            client.sendall(b"if list\nif ")
+            time.sleep(0.1)
+            client.sendall(b"list\n")
+            client.shutdown(socket.SHUT_WR)
+            self.assertEqual(self.read_to_end(client), b"0 10\nvlanif100\n" * 2)
+        self.assertEqual(self.addresses(), ["10.1.1.2"])
+        self.ctl("verify")
+
+    def test_are_their_owners_and_go_with_the_card(self):
+        self.start_shelf()
+        self.assertEqual(stat.S_IMODE(os.stat(self.dir).st_mode), 0o700)
+        for name in ("card-9.sock", "card-10.sock", "shelf.sock"):
+            self.assertEqual(stat.S_IMODE(os.stat(f"{self.dir}/{name}").st_mode), 0o600, name)
+        self.words("card quit", 10)
+        self.assertEqual(self.cards.pop(10).wait(PATIENCE_SEC), 0)
+        card = self.cards.pop(9)
+        card.send_signal(signal.SIGINT)
+        self.assertEqual(card.wait(PATIENCE_SEC), 0)
+        self.assertEqual([name for name in os.listdir(self.dir) if "sock" in name or "line" in name], [])
+
+    def test_of_a_dead_card_are_replaced_and_of_a_living_one_are_not(self):
+        self.start_master()
+        second = subprocess.run(
+            [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir], capture_output=True, text=True, timeout=60
+        )
+        self.assertEqual(second.returncode, 1)
+        self.assertIn("slot 9 runs already", second.stderr)
+        self.kill_card(9)
+        self.assertTrue(os.path.exists(f"{self.dir}/card-9.sock"))
+        self.start_master()
+
+    def test_are_not_put_where_others_can_write(self):
+        os.chmod(self.dir, 0o777)
+        done = subprocess.run(
+            [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir], capture_output=True, text=True, timeout=60
+        )
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("not a directory of this user's own", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
