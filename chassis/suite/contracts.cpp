@@ -150,6 +150,20 @@ int hal_ns_vlanif_vrf_proc(uint32_t vlan, uint32_t vrf, uint32_t oper) {
     return notice("vlan %u vrf %u oper %u", vlan, vrf, oper);
 }
 
+int hal_ipstack_static_route_process(uint32_t origin, uint32_t destination, uint32_t prefix_len,
+                                     uint32_t gateway, uint32_t) {
+    return notice("static route origin %u %s/%u via %s goes", origin,
+                  address_text(DPM_FAMILY_IPV4, &destination).c_str(), prefix_len,
+                  address_text(DPM_FAMILY_IPV4, &gateway).c_str());
+}
+
+int hal_ipstack_ipv6_static_route_process(uint32_t origin, const void *destination,
+                                          uint32_t prefix_len, const void *gateway, uint32_t) {
+    return notice("static route origin %u %s/%u via %s goes", origin,
+                  address_text(DPM_FAMILY_IPV6, destination).c_str(), prefix_len,
+                  address_text(DPM_FAMILY_IPV6, gateway).c_str());
+}
+
 void dpm_proxy_msg_packet_recv(void *packet) {
     Contract::count(&Suite::ProxyCounts::packets);
     bep_freeEx(packet, __FILE__, __LINE__);
