@@ -160,7 +160,6 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
         {"no such next hop", [&] { return dal_driver_del_ip_nexthop(99, 0); }},
         {"no such group", [&] { return change_group(99, 1, member); }},
         {"a member that is no next hop", [&] { return change_group(group, 1, 99); }},
-        {"no such member", [&] { return change_group(group, 2, spare); }},
         {"deleting no group", [&] { return dal_driver_del_ecmp_nexthop(99, 0); }},
         {"an interface that is there", [&] { return new_interface(100); }},
         {"no such interface", [&] { return dal_driver_delete_l3_intf(mac, 101, 0); }},
@@ -170,6 +169,7 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
         {"a slot's next hop that is not there", [&] { return new_nexthop(9, slot_3) ? 0 : -1; }},
         {"a slot's member that is not there", [&] { return change_group(group, 1, used, slot_3); }},
     };
+    EXPECT_EQ(change_group(group, 2, spare), -1) << "no member: refused, and no mistake";
     std::uint64_t count = 0;
     for (const auto &mistake : mistakes) {
         EXPECT_EQ(mistake.make(), -1) << mistake.what;
@@ -179,6 +179,33 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
     EXPECT_EQ(chip.entries, entries);
     EXPECT_EQ(chip.nexthops, nexthops);
     EXPECT_EQ(chip.groups, groups);
+}
+
+// What was kept on order keeps its next hop, and nobody is to blame for trying to delete that.
+TEST_F(ChipTest, ARefusedRemovalExcusesTheNextHopsDelete) {
+    const std::uint32_t member = new_nexthop(1), target = new_nexthop(2);
+    const std::int32_t group = new_group();
+    ASSERT_EQ(change_group(group, 1, member), 0);
+    ASSERT_EQ(add("10.1.1.2", 32, target), 0);
+    chip.refuse(Request::update_ecmp_nexthop, 1);
+    chip.refuse(Request::del_ip_entry, 1);
+    EXPECT_EQ(change_group(group, 2, member), -1);
+    EXPECT_EQ(del("10.1.1.2", 32, target), -1);
+    EXPECT_EQ(dal_driver_del_ip_nexthop(member, 0), -1);
+    EXPECT_EQ(dal_driver_del_ip_nexthop(target, 0), -1);
+    EXPECT_EQ(chip.mistakes(), 0u);
+}
+
+TEST_F(ChipTest, AnEntryOfAGroupThatHasGoneForwardsNowhereUntilItIsDeleted) {
+    const std::int32_t group = new_group();
+    ASSERT_EQ(add("10.2.0.0", 16, std::uint32_t(group)), 0);
+    ASSERT_EQ(dal_driver_del_ecmp_nexthop(group, 0), 0);
+    const std::uint32_t inside = htonl(0x0A020304);
+    const auto answer = chip.lookup(0, 1, reinterpret_cast<const std::uint8_t *>(&inside));
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->members.empty());
+    EXPECT_EQ(del("10.2.0.0", 16, std::uint32_t(group)), 0);
+    EXPECT_EQ(chip.mistakes(), 0u);
 }
 
 TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {

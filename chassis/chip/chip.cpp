@@ -119,6 +119,8 @@ std::optional<Answer> Chip::lookup(std::int32_t vrf, std::uint32_t family,
         const auto group = groups.find(index);
         if (group != groups.end())
             return Answer{*entry, index, true, group->second};
+        if (!is_target(index)) // a group that has gone: it forwards nowhere
+            return Answer{*entry, index, true, {}};
         return Answer{*entry, index, false, {index}};
     }
     return std::nullopt;
@@ -272,8 +274,11 @@ Chip::Outcome Chip::delete_nexthop(std::uint32_t id) {
     const auto found = nexthops.find(id);
     if (found == nexthops.end())
         return {-1, "no such next hop"};
-    if (const auto users = uses_.find(id); users != uses_.end() && users->second > 0)
-        return {-1, "the next hop is in use"};
+    if (const auto users = uses_.find(id); users != uses_.end() && users->second > 0) {
+        const bool kept_on_order = is_forgiven(Request::del_ip_entry, id) ||
+                                   is_forgiven(Request::update_ecmp_nexthop, id);
+        return {-1, kept_on_order ? nullptr : "the next hop is in use"};
+    }
     drop_nexthop(id);
     return {};
 }
@@ -307,7 +312,7 @@ Chip::Outcome Chip::update_group(std::int32_t group, bool adding, const Members 
         if (adding && !is_target(member))
             return {-1, "no such next hop"};
         if (!adding && place == changed.end())
-            return {-1, "no such member"};
+            return {-1}; // one that was refused, or whose group was full when it came
         adding ? changed.push_back(member) : void(changed.erase(place));
     }
     if (changed.size() > group_members)
@@ -406,6 +411,9 @@ void Chip::take_over(const Chip &other) {
     masked_ = other.masked_;
     lengths_ = other.lengths_;
     others_.insert(other.others_.begin(), other.others_.end());
+    for (const auto &[kind, key] : other.forgiven_)
+        if (kind == Request::del_ip_entry || kind == Request::update_ecmp_nexthop)
+            forgiven_.emplace(kind, key);
 }
 
 } // namespace chassis::chip

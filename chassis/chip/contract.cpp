@@ -255,8 +255,9 @@ int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t c
         return text("group %d %s %s", group, operation == 1 ? "add" : "remove",
                     members_text(list).c_str());
     };
-    return Contract::perform({Request::update_ecmp_nexthop, __func__, slot_bits, {}}, {}, update,
-                             describe)
+    const auto forgiven = list.empty() ? std::nullopt : std::optional(list.front());
+    return Contract::perform({Request::update_ecmp_nexthop, __func__, slot_bits, forgiven}, {},
+                             update, describe)
         .report(dpm_driver_update_ecmp_nexthop_result, group, operation, count, members);
 }
 

@@ -31,6 +31,7 @@ enum class Kind {
 };
 
 #define CTL_SHOW "[vrf VRF] [SUBNET] [--count] [--json]"
+#define CTL_ROUTE "DEST [nexthop]* [via IP]* [dev NAME]* [vrf VRF] [type NUMBER] ..."
 #define CTL_NEIGHBOUR                                                                              \
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
 
@@ -57,6 +58,13 @@ enum class Kind {
         "From now on this neighbour answers probes")                                               \
     ROW(neigh_silent, "neigh silent", "IP {dev NAME}", config,                                     \
         "From now on this neighbour answers no probe")                                             \
+    ROW(route_add, "route add", CTL_ROUTE, change,                                                 \
+        "Install a route; each via, with its dev, is a gateway")                                   \
+    ROW(route_del, "route del", CTL_ROUTE, change, "Withdraw a route")                             \
+    ROW(route_show, "route show", CTL_SHOW, read, "As show routes")                                \
+    ROW(ecmp_show, "ecmp show", "[--count] [--json]", read, "As show ecmp")                        \
+    ROW(ftn_show, "ftn show", CTL_SHOW, read, "As show ftn")                                       \
+    ROW(ilm_show, "ilm show", "[--count] [--json]", read, "As show ilm")                           \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
@@ -84,6 +92,10 @@ enum class Kind {
     ROW(show_hosts, "show hosts", CTL_SHOW, read, "Resolved neighbours")                           \
     ROW(show_nexthops, "show nexthops", "[--count] [--json]", read,                                \
         "The chip's next hops, shared by the hosts behind them")                                   \
+    ROW(show_routes, "show routes", CTL_SHOW, read, "Routes, with what each gateway resolved to")  \
+    ROW(show_ecmp, "show ecmp", "[--count] [--json]", read, "Groups of next hops")                 \
+    ROW(show_ftn, "show ftn", CTL_SHOW, read, "Label entries by prefix")                           \
+    ROW(show_ilm, "show ilm", "[--count] [--json]", read, "Label entries by incoming label")       \
     ROW(show_hold, "show hold", CTL_SHOW, read, "Neighbours held since their port went down")      \
     ROW(show_unreachable, "show unreachable", CTL_SHOW, read, "Addresses that are waited for")     \
     ROW(show_timers, "show timers", CTL_SHOW, read, "Timers that run, by what they wait for")      \
@@ -102,12 +114,12 @@ enum class Kind {
         "The Nth operation of a kind from now on fails; 0 disarms")                                \
     ROW(digest, "digest", "[TABLE]", read, "A digest of each mirrored table, or of its records")   \
     ROW(settle, "settle", "", read, "Wait until everything asked before has been carried out")     \
-    ROW(why, "why", "IP [vrf VRF]", read,                                                          \
-        "Whether the chip has an address, and if not what it waits for and since when")            \
+    ROW(why, "why", "SUBNET [vrf VRF]", read,                                                      \
+        "Whether the chip has an address or a prefix, and if not what it waits for and since when") \
     ROW(verify, "verify", "", local,                                                               \
         "Compare the two cards, and the master's tables and its chip")                             \
     ROW(import, "import", "[--dev-map DEVMAP]* [--port PORT] [--reachable] [file PATH]", local,    \
-        "Feed the lines of ip neigh show or ip monitor neigh, from stdin or a file")               \
+        "Feed the lines of ip neigh, ip route and ip monitor, from stdin or a file")               \
     ROW(help, "help", "[TOPIC]*", local, "What there is to type")                                  \
     ROW(quit, "quit", "", local, "Leave the prompt")
 

@@ -41,6 +41,10 @@ bool is_subnet(std::string_view text) {
     return parse_prefix(text) || parse_address(text);
 }
 
+bool is_destination(std::string_view text) {
+    return text == "default" || is_subnet(text);
+}
+
 bool is_dev_map(std::string_view text) {
     const std::size_t equals = text.find('=');
     return equals != text.npos && equals > 0 && equals + 1 < text.size();
@@ -55,6 +59,7 @@ const std::vector<Type> types = {
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
     {"PREFIX", "an address with its length, as 10.1.1.1/24", reads<parse_prefix>, {}},
     {"SUBNET", "an address or a prefix", is_subnet, {}},
+    {"DEST", "a prefix, an address or default", is_destination, {}},
     {"MAC", "a MAC address, as 02:00:00:00:01:02", reads<parse_mac>, {}},
     {"VLAN", "a VLAN id (1 to 4094)", in_range<1, max_vlan>, {}},
     {"SUPERVLAN", "the VLAN id of a super-VLAN (1 to 4094)", in_range<1, max_vlan>, {}},
@@ -74,7 +79,7 @@ const std::vector<Type> types = {
       "nd-rule", "other"}},
     {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
     {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
-    {"TABLE", "a mirrored table", nullptr, {"nexthops", "hosts"}},
+    {"TABLE", "a mirrored table", nullptr, {"nexthops", "hosts", "ecmp", "routes", "ftn", "ilm"}},
     {"DEVMAP", "a device and an interface, as eth0=vlanif100", is_dev_map, {}},
     {"PATH", "the name of a file", is_any, {}},
     {"TOPIC", "a word of a command", is_any, {}},

@@ -7,7 +7,9 @@
 #include "dpm_host.h"
 #include "dpm_if.h"
 #include "dpm_nexthop.h"
+#include "dpm_vpn.h"
 #include "platform/dal.h"
+#include "support/laws_support.h"
 #include "support/shelf.h"
 #include "support/soundness.h"
 
@@ -34,12 +36,6 @@ template <class Visitor> void each_nexthop(Visitor visit) {
         visit(*entry);
 }
 
-chip::Address chip_key(const dpm_host_entry &host) {
-    chip::Address key{std::int32_t(host.vrf), host.ip.family, {}, host.ip.prefix_len};
-    std::copy_n(host.ip.address, host.ip.family == DPM_FAMILY_IPV4 ? 4 : 16, key.bytes.begin());
-    return key;
-}
-
 std::string text_of(const chip::Address &key) {
     dpm_prefix ip{std::uint16_t(key.family), std::uint16_t(key.prefix_len), {}};
     std::copy(key.bytes.begin(), key.bytes.end(), ip.address);
@@ -56,8 +52,9 @@ void compare_entries(const chip::Chip &chip, Lines &lines) {
     std::map<chip::Address, std::uint32_t> wanted;
     each_host([&](const dpm_host_entry &host) {
         if (!dpm_host_is_linklocal(&host.ip))
-            wanted[chip_key(host)] = host.sdk_index;
+            wanted[chip_key(host.vrf, host.ip)] = host.sdk_index;
     });
+    want_routes(wanted, lines);
     for (const auto &[key, index] : wanted) {
         const auto found = chip.entries.find(key);
         if (found == chip.entries.end())
@@ -67,7 +64,7 @@ void compare_entries(const chip::Chip &chip, Lines &lines) {
     }
     for (const auto &[key, index] : chip.entries)
         if (index != DAL_NEXTHOP_TO_CPU && !wanted.contains(key))
-            lines.push_back("the chip has no host's entry " + text_of(key));
+            lines.push_back("the chip has nobody's entry " + text_of(key));
 }
 
 void compare_nexthops(const chip::Chip &chip, unsigned leaks, Lines &lines) {
@@ -95,15 +92,6 @@ void compare_nexthops(const chip::Chip &chip, unsigned leaks, Lines &lines) {
     if (unused != leaks)
         lines.push_back(std::to_string(unused) + " references of next hops have no host, " +
                         std::to_string(leaks) + " were allowed");
-}
-
-// Records as bytes without what is card-local, in an order of their own, since a card-local part
-// may order the table.
-using Records = std::multimap<std::string, std::string>; // bytes to name
-
-template <class Entry> std::string bytes_of(Entry entry) {
-    entry.node = {};
-    return {reinterpret_cast<const char *>(&entry), sizeof entry};
 }
 
 Records host_records(Card &card) {
@@ -163,6 +151,13 @@ void check_trees(Lines &lines) {
         {"unreachable index", &g_dpm_index.unreachable_by_address},
         {"hold index", &g_dpm_index.hold_by_address},
         {"nexthop index", &g_dpm_index.nexthop_by_sdk_index},
+        {"ftn", &g_dpm_vpn.ftn_tree},
+        {"ilm", &g_dpm_vpn.ilm_tree},
+        {"ftn index", &g_dpm_index.ftn_by_fec},
+        {"route ipv4 by gateway", &g_dpm_index.ipv4_routes.by_gateway},
+        {"route ipv4 by network", &g_dpm_index.ipv4_routes.by_network},
+        {"route ipv6 by gateway", &g_dpm_index.ipv6_routes.by_gateway},
+        {"route ipv6 by network", &g_dpm_index.ipv6_routes.by_network},
     };
     for (const auto &[name, tree] : trees)
         if (const std::string problem = tree_problem(*tree); !problem.empty())
@@ -174,12 +169,6 @@ unsigned checked_length(const char *name, const list_head &head, Lines &lines) {
     if (const std::string problem = list_problem(head, &count); !problem.empty())
         lines.push_back(std::string("list ") + name + ": " + problem);
     return count;
-}
-
-void expect_equal(const char *what, unsigned left, unsigned right, Lines &lines) {
-    if (left != right)
-        lines.push_back(std::string(what) + ": " + std::to_string(left) + " and " +
-                        std::to_string(right));
 }
 
 void check_lists(Lines &lines) {
@@ -196,11 +185,13 @@ void check_lists(Lines &lines) {
                  g_dpm_index.unreachable_by_address.numnodes, lines);
     expect_equal("next hops and their index", global.nexthop_tree.numnodes,
                  g_dpm_index.nexthop_by_sdk_index.numnodes, lines);
+    check_route_indexes(lines);
     if (!global.timer_list)
         return;
     const unsigned timers = checked_length("timers", global.timer_list->head, lines);
     expect_equal("timers and those that hold one", timers,
-                 unreachable + holds + (global.peer_timer.expiry_sec != 0), lines);
+                 unreachable + holds + route_timers() + (global.peer_timer.expiry_sec != 0),
+                 lines);
 }
 
 void check_timer_order(Lines &lines) {
@@ -244,7 +235,10 @@ Lines standby_equals_master(Card &master, Card &standby) {
     Lines lines;
     compare_records(host_records(master), host_records(standby), lines);
     compare_records(nexthop_records(master), nexthop_records(standby), lines);
+    compare_records(route_records(master), route_records(standby), lines);
+    compare_records(label_records(master), label_records(standby), lines);
     check_local_ifindexes(standby, lines);
+    check_routes_ifindexes(standby, lines);
     return lines;
 }
 
@@ -269,6 +263,7 @@ Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     each_host([&](const dpm_host_entry &) { ++held; });
     each_nexthop([&](const dpm_nexthop_entry &) { ++held; });
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
+    held += blocks_of_routes();
     const std::size_t live = card.os.live_blocks();
     if (live == held)
         return {};

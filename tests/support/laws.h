@@ -12,9 +12,16 @@ namespace rig::laws {
 
 using Lines = std::vector<std::string>;
 
-// The chip holds an entry for each host that is not link-local, no other host's, and the next hops
-// of the table; each next hop counts the hosts behind it, but for `leaks` references.
+// The chip holds an entry for each host that is not link-local and for each route that is said to
+// be there, no others, and the next hops of the table; each next hop counts the hosts behind it,
+// but for `leaks` references.
 Lines chip_equals_tables(chassis::Card &card, unsigned leaks);
+
+// Groups are in the chip as they are in the table, each route over one has its own, and all but
+// `group_leaks` have a route; the CPU default is off exactly where a default route stands.  Unless
+// a refusal set them adrift, routes point to what the host table resolves their gateways to, and
+// stand in the chip so, but for those that a label entry stands for.
+Lines routes_follow_hosts(chassis::Card &card, unsigned group_leaks, bool adrift);
 
 // The standby's records are the master's, but for what is card-local.
 Lines standby_equals_master(chassis::Card &master, chassis::Card &standby);

@@ -18,6 +18,7 @@
 #include <deque>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -38,6 +39,38 @@ struct Neighbour {
     unsigned vrf = 0;        // that the IP stack knows it in
 };
 
+// A gateway of a route; an empty address leaves the interface alone.
+struct Gateway {
+    std::string ip = "10.1.1.2";
+    std::string ifname = "vlanif100";
+};
+
+// A route as a scenario tells it.
+struct Route {
+    std::string prefix = "10.2.0.0/16"; // either family, host bits as given
+    std::vector<Gateway> via = {{}};
+    unsigned vrf = 0;
+    unsigned type = 1;              // dynamic
+    std::optional<unsigned> np_num; // when it is not the number of gateways
+};
+
+// A label entry for a prefix: a tunnel in VRF 0, a VPN route in another.
+struct Ftn {
+    std::string prefix = "10.2.0.0/16";
+    std::string nhop = "10.1.1.2";
+    unsigned vrf = 0;
+    unsigned label = 1000;
+    unsigned flags = DPM_LABEL_PROGRAMMED;
+};
+
+struct Ilm {
+    unsigned label = 2000;
+    std::string nhop = "10.1.1.2";
+    std::string ifname = "vlanif100"; // outgoing
+    unsigned flags = DPM_LABEL_PROGRAMMED;
+    bool egress = false;
+};
+
 // Records from text; a text that cannot be read fails the test.
 dpm_prefix prefix_of(const std::string &text); // "10.1.1.2" or "2001:db8::/64"
 std::array<std::uint8_t, DPM_MAC_BYTES> mac_of(const std::string &text);
@@ -45,12 +78,17 @@ std::string text_of(const dpm_prefix &ip);
 std::string
 text_of(const dpm_host_entry &host); // "10.1.1.2 02:00:00:00:01:02 vlanif100 vlan 100 port 3"
 dpm_host_info info_of(const Card &card, const Neighbour &neighbour);
+dpm_route_msg msg_of(const Card &card, const Route &route);
+dpm_ftn record_of(const Ftn &ftn);
+dpm_ilm record_of(const Card &card, const Ilm &ilm);
 
 // Exceptions to the laws that a test states.
 struct Exceptions {
     unsigned mistakes = 0;        // that the chip counted, on all cards together
     unsigned failed_checks = 0;   // of the library, on all cards together
     unsigned nexthop_leaks = 0;   // references of next hops without a host
+    unsigned group_leaks = 0;     // groups that no route points to
+    bool routes_adrift = false;   // a refusal left routes that do not follow their hosts
     unsigned blocks = 0;          // live on the master and held by the test
     bool chip_differs = false;    // the chip is not what the tables say
     bool standby_differs = false; // the standby is not what the master says
@@ -86,6 +124,17 @@ public:
     int learn_host(const Neighbour &neighbour);
     int forget_host(const Neighbour &neighbour);
     void answers_probes(const Neighbour &neighbour); // from now on
+
+    // Routes, installed in the master by the routing suite.
+    int add_route(const Route &route);
+    int del_route(const Route &route);
+
+    // Label entries, changed on the master's worker as its label code does it: the table, the route
+    // to the same prefix, the mirror.  Nothing stands for their own programming in the chip.
+    int add_ftn(const Ftn &ftn); // -1 when the chip would not let the route go: the entry waits
+    int del_ftn(const Ftn &ftn);
+    int add_ilm(const Ilm &ilm);
+    int del_ilm(const Ilm &ilm);
 
     // Links, seen by both cards.
     void port_down(unsigned port);
@@ -124,6 +173,15 @@ public:
     std::vector<dpm_hold_entry> holds(Card &card);
     std::vector<std::string> host_texts(Card &card);
     const dpm_host_entry *host(Card &card, const std::string &ip); // the first with this address
+    std::vector<dpm_route_entry> routes(Card &card);               // IPv4, then IPv6
+    std::vector<dpm_ecmp_entry> groups(Card &card);                // IPv4, then IPv6
+    std::vector<dpm_ftn> ftns(Card &card);
+    std::vector<dpm_ilm> ilms(Card &card);
+    // The record in the table, or null.
+    dpm_route_entry *route(Card &card, const std::string &prefix, unsigned vrf = 0);
+    // What the chip answers for an address: "10.2.0.0/16 -> 10.1.1.2 10.1.1.3", the hosts by
+    // address; "cpu" and "nowhere" stand for themselves, "" for no entry.
+    std::string forwards(const std::string &address, unsigned vrf = 0);
 
     Exceptions &allow() { return exceptions_; }
     void allow_mistakes(unsigned count) { exceptions_.mistakes = count; }

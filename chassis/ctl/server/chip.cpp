@@ -3,6 +3,7 @@
 
 #include "chassis/ctl/server/request.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace ctl::server {
@@ -50,6 +51,8 @@ std::string answer_text(const Chip &chip, const Answer &found) {
 struct Expectation {
     std::map<Address, std::uint32_t> entries;
     std::map<std::uint32_t, NextHop> nexthops;
+    std::map<std::uint32_t, std::vector<std::uint32_t>> groups; // members in rising order
+    std::set<std::pair<std::uint32_t, std::uint16_t>> default_routes; // (family, VRF)
     std::set<std::uint16_t> interfaces, arp_rules;
 };
 
@@ -65,6 +68,32 @@ void expect_hosts(Expectation &expected) {
                                 host.ip.address[1] == 0x80;
         if (!link_local) // those have a next hop and no entry
             expected.entries.emplace(host_key(host), host.sdk_index);
+    });
+}
+
+// A route that a label entry stands in for is the label entry's to program.
+void expect_routes(Expectation &expected) {
+    each_route([&](const dpm_route_entry &route) {
+        if (route.sdk_index <= 0)
+            return;
+        const dpm_prefix &destination = route.destination;
+        if (destination.prefix_len == 0)
+            expected.default_routes.emplace(destination.family, std::uint16_t(route.vrf));
+        if (route.sdk_index == int(to_cpu) || label_in_place_of(route))
+            return;
+        Address key{std::int32_t(route.vrf), destination.family, {}, destination.prefix_len};
+        std::memcpy(key.bytes.data(), destination.address, key.bytes.size());
+        expected.entries.emplace(key, std::uint32_t(route.sdk_index));
+    });
+}
+
+void expect_groups(Expectation &expected) {
+    each_group([&](const dpm_ecmp_entry &group) {
+        auto &members = expected.groups[std::uint32_t(group.sdk_index)];
+        for (const std::uint32_t member : group.host_sdk)
+            if (member != 0)
+                members.push_back(member);
+        std::ranges::sort(members);
     });
 }
 
@@ -120,8 +149,17 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
         if (index != to_cpu)
             forwarding.emplace(key, index);
     const auto number = [](std::uint32_t index) { return std::to_string(index); };
+    auto groups = chip.groups;
+    for (auto &[index, members] : groups)
+        std::ranges::sort(members);
     compare_maps("entry", forwarding, expected.entries, entry_text, differences);
     compare_maps("next hop", chip.nexthops, expected.nexthops, number, differences);
+    compare_maps("group", groups, expected.groups, number, differences);
+    for (const auto &[family, vrf] : expected.default_routes)
+        if (const auto found = chip.cpu_default.find({family, vrf});
+            found != chip.cpu_default.end() && found->second)
+            differences += "the CPU takes the place of the default route of vrf " +
+                           std::to_string(vrf) + "\n";
     compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
     compare_sets("ARP rule of VLAN", chip.arp_rules, expected.arp_rules, differences);
     return differences;
@@ -176,6 +214,8 @@ Reply chip_check(Request &request) {
     const Chip &chip = request.card.chip;
     Expectation expected;
     expect_hosts(expected);
+    expect_routes(expected);
+    expect_groups(expected);
     expect_nexthops(expected);
     expect_interfaces(expected);
     std::string differences;
@@ -188,7 +228,8 @@ Reply chip_check(Request &request) {
     if (!differences.empty())
         return refused(differences);
     return done("chip and tables agree: entries " + std::to_string(expected.entries.size()) +
-                ", next hops " + std::to_string(expected.nexthops.size()) + ", interfaces " +
+                ", next hops " + std::to_string(expected.nexthops.size()) + ", groups " +
+                std::to_string(expected.groups.size()) + ", interfaces " +
                 std::to_string(expected.interfaces.size()) + "\n");
 }
 

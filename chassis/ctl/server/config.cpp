@@ -17,10 +17,6 @@ using chassis::suite::Interface;
 
 constexpr unsigned default_port = 1;
 
-Reply unknown_interface(std::string_view name) {
-    return {Status::no_interface, "unknown interface '" + std::string(name) + "'"};
-}
-
 // Runs `act(interface)` for the interface that an argument names.
 template <class Act> Reply with_interface(Request &request, std::string_view key, Act act) {
     const std::string name(request.line.value(key));
@@ -95,6 +91,10 @@ Reply change_vrf(Request &request, std::uint32_t state) {
 }
 
 } // namespace
+
+Reply unknown_interface(std::string_view name) {
+    return {Status::no_interface, "unknown interface '" + std::string(name) + "'"};
+}
 
 Reply if_add(Request &request) {
     const std::string name(request.line.value("NAME"));

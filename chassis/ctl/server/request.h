@@ -36,9 +36,13 @@ inline Reply answer(int result) {
     return result == 0 ? done() : refused("the library refused the request; see the log");
 }
 
+Reply unknown_interface(std::string_view name);
 Prefix address_argument(const Request &request, std::string_view key = "IP");
 std::string text_of(const dpm_prefix &prefix); // without its length
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);
+
+// The tunnel label entry that stands in a route's place in the chip; null when there is none.
+const dpm_ftn *label_in_place_of(const dpm_route_entry &route);
 
 // Holds the DPM lock, which guards every table.
 class TableLock {
@@ -56,6 +60,18 @@ template <class Visit> void each_host(Visit visit) {
              host = dpm_api_get_host_entry_next(host))
             visit(*host);
 }
+template <class Visit> void each_group(Visit visit) {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (const dpm_ecmp_entry *group = dpm_api_get_ecmp_entry_first(family); group;
+             group = dpm_api_get_ecmp_entry_next(group))
+            visit(*group);
+}
+template <class Visit> void each_route(Visit visit) {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (const dpm_route_entry *route = dpm_api_get_route_entry_first(family); route;
+             route = dpm_api_get_route_entry_next(route))
+            visit(*route);
+}
 #define CTL_WALKER(name, entry, first, next)                                                       \
     template <class Visit> void name(Visit visit) {                                                \
         for (const entry *each = first(); each; each = next(each))                                 \
@@ -67,6 +83,8 @@ CTL_WALKER(each_nexthop, dpm_nexthop_entry, dpm_api_get_nexthop_entry_first,
 CTL_WALKER(each_unreachable, dpm_unreachable_entry, dpm_api_get_unreachable_entry_first,
            dpm_api_get_unreachable_entry_next)
 CTL_WALKER(each_hold, dpm_hold_entry, dpm_api_get_hold_entry_first, dpm_api_get_hold_entry_next)
+CTL_WALKER(each_ftn, dpm_ftn, dpm_api_ftn_entry_first, dpm_api_ftn_entry_next)
+CTL_WALKER(each_ilm, dpm_ilm, dpm_api_ilm_entry_first, dpm_api_ilm_entry_next)
 #undef CTL_WALKER
 
 } // namespace ctl::server

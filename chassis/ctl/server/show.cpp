@@ -1,56 +1,11 @@
 // The tables, through the library's exported walkers and under its lock; and what the chassis
 // counts.
 
-#include "chassis/ctl/server/request.h"
-
-#include <cstring>
+#include "chassis/ctl/server/filter.h"
 
 namespace ctl::server {
 
 namespace {
-
-// The rows that were asked for.
-class Filter {
-public:
-    explicit Filter(const Parsed &line) : vrf_(parse_number(line.value("vrf"))) {
-        const std::string_view subnet = line.value("SUBNET");
-        subnet_ = parse_prefix(subnet);
-        if (!subnet_)
-            subnet_ = parse_address(subnet);
-    }
-
-    bool takes(std::uint32_t vrf, std::uint32_t family, const std::uint8_t *address) const {
-        if (!takes_vrf(vrf))
-            return false;
-        return !subnet_ || (subnet_->family == family && is_inside(address));
-    }
-    bool takes(std::uint32_t vrf, const dpm_prefix &ip) const {
-        return takes(vrf, ip.family, ip.address);
-    }
-    bool takes_vrf(std::uint32_t vrf) const { return !vrf_ || *vrf_ == vrf; }
-    bool takes_address() const { return subnet_.has_value(); }
-
-private:
-    bool is_inside(const std::uint8_t *address) const {
-        const unsigned bytes = subnet_->length / 8, bits = subnet_->length % 8;
-        const std::uint8_t mask = std::uint8_t(0xFF00 >> bits);
-        return std::memcmp(address, subnet_->address.data(), bytes) == 0 &&
-               (bits == 0 || ((address[bytes] ^ subnet_->address[bytes]) & mask) == 0);
-    }
-
-    std::optional<std::uint64_t> vrf_;
-    std::optional<Prefix> subnet_;
-};
-
-Reply print(const Request &request, const Table &table) {
-    if (request.line.has("--count"))
-        return done(std::to_string(table.rows()) + "\n");
-    return done(request.line.has("--json") ? table.json() : table.text());
-}
-
-std::string prefix_text(const dpm_prefix &prefix) {
-    return text_of(prefix) + "/" + std::to_string(prefix.prefix_len);
-}
 
 std::string interface_name(const chassis::Card &card, std::uint32_t ifindex) {
     const auto interface = card.suite.find(ifindex);
@@ -191,6 +146,11 @@ Reply show_timers(Request &request) {
     const TableLock lock;
     each_unreachable([&](const dpm_unreachable_entry &entry) { add("probe", entry); });
     each_hold([&](const dpm_hold_entry &entry) { add("hold", entry); });
+    each_route([&](const dpm_route_entry &route) {
+        if (route.delete_timer.expiry_sec != 0 && filter.takes(route.vrf, route.destination))
+            table.row({std::string("route-delete"), route.vrf, prefix_text(route.destination),
+                       due_in_sec(request.card, route.delete_timer)});
+    });
     return print(request, table);
 }
 

@@ -45,12 +45,59 @@ void visit_nexthops(const VisitRecord &visit) {
     });
 }
 
+void visit_groups(const VisitRecord &visit) {
+    each_group([&](const dpm_ecmp_entry &group) {
+        dpm_ecmp_entry copy = group;
+        copy.node = {};
+        visit("group " + std::to_string(group.sdk_index), &copy, sizeof copy);
+    });
+}
+
+void visit_routes(const VisitRecord &visit) {
+    each_route([&](const dpm_route_entry &route) {
+        dpm_route_entry copy = route;
+        copy.node = {};
+        std::memset(copy.np_ifindex, 0, sizeof copy.np_ifindex);
+        copy.delete_timer = {};
+        visit("vrf " + std::to_string(route.vrf) + " " + text_of(route.destination) + "/" +
+                  std::to_string(route.destination.prefix_len),
+              &copy, sizeof copy);
+    });
+}
+
+void visit_ftns(const VisitRecord &visit) {
+    each_ftn([&](const dpm_ftn &ftn) {
+        dpm_ftn copy = ftn;
+        copy.node = {};
+        copy.pend = {};
+        copy.stale = 0;
+        visit("vrf " + std::to_string(ftn.vrf_id) + " " + address_text(ftn.ip_type, ftn.fec_prefix) +
+                  "/" + std::to_string(ftn.prefixlen) + " via " +
+                  address_text(ftn.tunnel_ip_type, ftn.tunnel_nhop),
+              &copy, sizeof copy);
+    });
+}
+
+void visit_ilms(const VisitRecord &visit) {
+    each_ilm([&](const dpm_ilm &ilm) {
+        dpm_ilm copy = ilm;
+        copy.node = {};
+        copy.pend = {};
+        copy.out_ifindex = 0;
+        visit("label " + std::to_string(ilm.in_label), &copy, sizeof copy);
+    });
+}
+
 constexpr struct {
     std::string_view name; // a value of the language's type TABLE
     void (*visit)(const VisitRecord &visit);
 } mirrored_tables[] = {
     {"nexthops", visit_nexthops},
     {"hosts", visit_hosts},
+    {"ecmp", visit_groups},
+    {"routes", visit_routes},
+    {"ftn", visit_ftns},
+    {"ilm", visit_ilms},
 };
 
 std::string hash_text(std::uint64_t hash) {
@@ -111,6 +158,48 @@ std::string why_waiting(const Request &request, std::uint32_t vrf, const Prefix 
     return text;
 }
 
+// A route's line and, unless it is in the chip, one for each of its gateways.
+std::string why_route(const Request &request, const dpm_route_entry &route) {
+    std::string text = "route " + text_of(route.destination) + "/" +
+                       std::to_string(route.destination.prefix_len) + ": ";
+    if (label_in_place_of(route))
+        return text + "a label entry for the same prefix stands in its place\n";
+    if (route.sdk_index > 0)
+        text += std::string("in the chip, by ") +
+                (route.ecmp_enable == DPM_ROUTE_ECMP ? "group " : "next hop ") +
+                std::to_string(route.sdk_index) + "\n";
+    else
+        text += route.np_num == 0 ? "not in the chip: it has no gateway\n"
+                                  : "not in the chip: no gateway leads anywhere\n";
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        const dpm_prefix &gateway = route.np[i];
+        if (gateway.family == DPM_FAMILY_NONE) {
+            text += std::string("    ") + route.np_ifname[i] + ": directly connected, to the CPU\n";
+            continue;
+        }
+        Prefix ip{gateway.family, {}, host_length(gateway.family)};
+        std::memcpy(ip.address.data(), gateway.address, ip.address.size());
+        std::string state = why_host(request, route.vrf, ip) + why_waiting(request, route.vrf, ip);
+        if (state.empty())
+            state = "not a neighbour, and nothing waits for it any more\n";
+        text += "    gateway " + text_of(gateway) + " on " + route.np_ifname[i] + ": " + state;
+        if (route.host_index[i] == -1 && !why_host(request, route.vrf, ip).empty())
+            text += "        the route does not use it: the chip refused, or its interface manages the device\n";
+    }
+    return text;
+}
+
+// The routes to exactly this prefix.
+std::string why_routes(const Request &request, std::uint32_t vrf, const Prefix &prefix) {
+    std::string text;
+    each_route([&](const dpm_route_entry &route) {
+        if (route.vrf == vrf && route.destination.prefix_len == prefix.length &&
+            is_address(route.destination, prefix))
+            text += why_route(request, route);
+    });
+    return text;
+}
+
 std::string why_absent(const Request &request, std::uint32_t vrf, const Prefix &ip) {
     const auto covering = request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
     for (const dpm_host_info &info : request.card.stack.cache())
@@ -149,13 +238,17 @@ Reply digest(Request &request) {
 }
 
 Reply why(Request &request) {
-    const Prefix ip = address_argument(request);
+    const std::string question(request.line.value("SUBNET"));
+    const auto address = parse_address(question);
+    const Prefix ip = address ? *address : *parse_prefix(question); // the language has checked it
     const std::uint32_t vrf = std::uint32_t(request.line.number("vrf"));
     const TableLock lock;
-    std::string text = why_host(request, vrf, ip) + why_waiting(request, vrf, ip);
+    std::string text = why_routes(request, vrf, ip);
+    if (ip.length == host_length(ip.family))
+        text = why_host(request, vrf, ip) + why_waiting(request, vrf, ip) + text;
     if (text.empty())
         text = why_absent(request, vrf, ip);
-    return done(std::string(request.line.value("IP")) + ": " + text);
+    return done(question + ": " + text);
 }
 
 // --- what the handlers share -----------------------------------------------------------------

@@ -1,0 +1,197 @@
+// Routes, groups and label entries: requests as the routing suite makes them, and the tables.
+
+#include "chassis/ctl/server/filter.h"
+
+namespace ctl::server {
+
+namespace {
+
+constexpr std::uint32_t learnt_by_protocol = 9; // a dynamic route type
+
+struct Gateway {
+    std::optional<Prefix> address;
+    std::string_view device;
+};
+
+// Each via begins a gateway, and so does a dev that belongs to none.
+std::vector<Gateway> gateways_of(const Parsed &line) {
+    std::vector<Gateway> gateways;
+    for (const Argument &argument : line.arguments) {
+        if (argument.key == "via")
+            gateways.push_back({parse_address(argument.value), {}});
+        else if (argument.key == "dev" && (gateways.empty() || !gateways.back().device.empty()))
+            gateways.push_back({std::nullopt, argument.value});
+        else if (argument.key == "dev")
+            gateways.back().device = argument.value;
+    }
+    return gateways;
+}
+
+dpm_prefix record_of(const Prefix &prefix) {
+    dpm_prefix record{};
+    record.family = std::uint16_t(prefix.family);
+    record.prefix_len = std::uint16_t(prefix.length);
+    std::memcpy(record.address, prefix.address.data(), sizeof record.address);
+    return record;
+}
+
+// "default" is of the family of its gateways.
+Prefix destination_of(const Parsed &line, const std::vector<Gateway> &gateways) {
+    const std::string_view text = line.value("DEST");
+    if (const auto prefix = parse_prefix(text))
+        return *prefix;
+    if (const auto address = parse_address(text))
+        return *address;
+    const bool is_ipv6 = !gateways.empty() && gateways.front().address &&
+                         gateways.front().address->family == DPM_FAMILY_IPV6;
+    return {std::uint32_t(is_ipv6 ? DPM_FAMILY_IPV6 : DPM_FAMILY_IPV4), {}, 0};
+}
+
+Reply change_route(Request &request, std::uint32_t oper) {
+    const Parsed &line = request.line;
+    const std::vector<Gateway> gateways = gateways_of(line);
+    if (gateways.size() > DPM_ROUTE_GATEWAYS)
+        return refused("a route has at most 8 gateways");
+    dpm_route_msg route{};
+    route.route_type = std::uint32_t(line.number("type", learnt_by_protocol));
+    route.destination = record_of(destination_of(line, gateways));
+    route.np_num = std::uint32_t(gateways.size());
+    for (std::size_t i = 0; i < gateways.size(); i++) {
+        const std::string name(gateways[i].device);
+        if (oper == DPM_OPER_ADD && name.empty())
+            return refused("which dev is gateway " + std::to_string(i + 1) + " on?");
+        const auto interface = request.card.suite.find(name);
+        if (!name.empty() && !interface)
+            return unknown_interface(name);
+        if (interface) {
+            route.np_ifindex[i] = interface->ifindex;
+            route.vrf = interface->vrf;
+        }
+        if (gateways[i].address)
+            route.np[i] = record_of(*gateways[i].address);
+    }
+    route.vrf = std::uint32_t(line.number("vrf", route.vrf));
+    return answer(dpm_api_route_pro(&route, oper));
+}
+
+std::string gateway_text(const dpm_route_entry &route, std::uint32_t i) {
+    const std::string address = route.np[i].family == DPM_FAMILY_NONE ? "-" : text_of(route.np[i]);
+    const std::int32_t index = route.host_index[i];
+    return address + " " + route.np_ifname[i] + " " +
+           (index == -1 ? "unresolved" : std::to_string(index));
+}
+
+const char *state_of(const dpm_route_entry &route) {
+    return route.sdk_index <= 0        ? "waits"
+           : label_in_place_of(route) ? "label"
+                                      : "chip";
+}
+
+dpm_prefix fec_of(const dpm_ftn &ftn) {
+    dpm_prefix prefix{ftn.ip_type, ftn.prefixlen, {}};
+    std::memcpy(prefix.address, ftn.fec_prefix, sizeof prefix.address);
+    return prefix;
+}
+
+template <class Entry> const char *label_state(const Entry &entry) {
+    return entry.flags == DPM_LABEL_PROGRAMMED ? "chip"
+           : entry.flags == DPM_LABEL_WAITING  ? "waits"
+                                               : "new";
+}
+
+} // namespace
+
+const dpm_ftn *label_in_place_of(const dpm_route_entry &route) {
+    const dpm_ftn *found = nullptr;
+    each_ftn([&](const dpm_ftn &ftn) {
+        if (ftn.vrf_id == 0 && ftn.ip_type == route.destination.family &&
+            ftn.prefixlen == route.destination.prefix_len &&
+            std::memcmp(ftn.fec_prefix, route.destination.address, sizeof ftn.fec_prefix) == 0)
+            found = &ftn;
+    });
+    return found;
+}
+
+Reply route_add(Request &request) {
+    return change_route(request, DPM_OPER_ADD);
+}
+Reply route_del(Request &request) {
+    return change_route(request, DPM_OPER_DEL);
+}
+
+Reply show_routes(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "destination", "state", "index", "gateways", "type", "+ecmp"});
+    const TableLock lock;
+    each_route([&](const dpm_route_entry &route) {
+        if (!filter.takes(route.vrf, route.destination))
+            return;
+        std::vector<std::string> gateways;
+        for (std::uint32_t i = 0; i < route.np_num; i++)
+            gateways.push_back(gateway_text(route, i));
+        table.row({route.vrf, prefix_text(route.destination), std::string(state_of(route)),
+                   route.sdk_index, gateways, route.route_type,
+                   std::string(route.ecmp_enable == DPM_ROUTE_ECMP ? "yes" : "no")});
+    });
+    return print(request, table);
+}
+
+Reply show_ecmp(Request &request) {
+    Table table({"group", "family", "members", "nexthops"});
+    const TableLock lock;
+    each_group([&](const dpm_ecmp_entry &group) {
+        std::vector<std::string> members;
+        for (const std::uint32_t member : group.host_sdk)
+            if (member != 0)
+                members.push_back(std::to_string(member));
+        table.row({group.sdk_index,
+                   std::string(group.ecmp_type == DPM_FAMILY_IPV4 ? "IPv4" : "IPv6"),
+                   group.host_cnt, members});
+    });
+    return print(request, table);
+}
+
+Reply show_ftn(Request &request) {
+    const Filter filter(request.line);
+    Table table({"vrf", "fec", "state", "tunnel_label", "vpn_label", "nexthop", "+nhid",
+                 "+tunnel_id", "+sdk_result"});
+    const TableLock lock;
+    each_ftn([&](const dpm_ftn &ftn) {
+        const dpm_prefix fec = fec_of(ftn);
+        if (filter.takes(ftn.vrf_id, fec))
+            table.row({std::uint32_t(ftn.vrf_id), prefix_text(fec), std::string(label_state(ftn)),
+                       std::uint32_t(ftn.tunnel_label), std::uint32_t(ftn.vpn_label),
+                       address_text(ftn.tunnel_ip_type, ftn.tunnel_nhop), std::uint32_t(ftn.nhid),
+                       std::uint32_t(ftn.tunnel_id), std::int32_t(ftn.sdk_result)});
+    });
+    return print(request, table);
+}
+
+Reply show_ilm(Request &request) {
+    Table table({"label", "vrf", "state", "swap", "nexthop", "interface", "+nhid", "+tunnel_id",
+                 "+sdk_result"});
+    const TableLock lock;
+    each_ilm([&](const dpm_ilm &ilm) {
+        table.row({std::uint32_t(ilm.in_label), std::uint32_t(ilm.vrf_id),
+                   std::string(label_state(ilm)), std::uint32_t(ilm.swap_label),
+                   address_text(ilm.tunnel_ip_type, ilm.tunnel_nhop), std::string(ilm.out_ifname),
+                   std::uint32_t(ilm.nhid), std::uint32_t(ilm.tunnel_id),
+                   std::int32_t(ilm.sdk_result)});
+    });
+    return print(request, table);
+}
+
+Reply route_show(Request &request) {
+    return show_routes(request);
+}
+Reply ecmp_show(Request &request) {
+    return show_ecmp(request);
+}
+Reply ftn_show(Request &request) {
+    return show_ftn(request);
+}
+Reply ilm_show(Request &request) {
+    return show_ilm(request);
+}
+
+} // namespace ctl::server
