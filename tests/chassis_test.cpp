@@ -7,6 +7,7 @@
 #include "chassis/peer/frame.h"
 #include "platform/bep.h"
 #include "platform/hss.h"
+#include "platform/ipcomx.h"
 #include "platform/rqzt.h"
 
 #include <atomic>
@@ -528,4 +529,39 @@ TEST(Threads, a_card_that_ends_takes_its_waiting_task_with_it) {
         EXPECT_EQ(card.os.tasks()[0].priority, 55);
     }
     EXPECT_EQ(rounds, 1);
+}
+
+TEST(Threads, a_probe_of_a_reachable_neighbour_is_answered_on_the_stacks_own_thread) {
+    static std::atomic<unsigned> answers;
+    static std::atomic<bool> on_own_thread;
+    static const std::thread::id tester = std::this_thread::get_id();
+    answers = 0;
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    ipstack_no_nbase_func_register([](const dpm_host_info *info) {
+        on_own_thread = std::this_thread::get_id() != tester;
+        return answers += info->oper == DPM_OPER_ADD && info->mac[5] == 7, 0;
+    });
+    dpm_host_info neighbour{};
+    neighbour.vrf = 3;
+    neighbour.family = DPM_FAMILY_IPV4;
+    neighbour.address[0] = 10;
+    neighbour.mac[5] = 7;
+    card.stack.declare_reachable(neighbour);
+
+    std::uint8_t block[IPCOMX_REQUEST_BYTES] = {16, IPCOMX_AF_INET, 0, 0, 10};
+    const int socket = ipcomx_socket(IPCOMX_AF_INET, IPCOMX_SOCK_DGRAM, 0);
+    EXPECT_EQ(ipcomx_socketioctl(socket, IPCOMX_ARP_REQUEST, block), 0) << "silent in VRF 0";
+    const std::uint32_t vrf = 3;
+    EXPECT_EQ(ipcomx_setsockopt(socket, IPCOMX_SOL_SOCKET, IPCOMX_SO_VRF, &vrf, sizeof vrf), 0);
+    EXPECT_EQ(ipcomx_socketioctl(socket, IPCOMX_ARP_GET, block), -1) << "not learnt yet";
+    EXPECT_EQ(ipcomx_errno_get(), ENXIO);
+    EXPECT_EQ(ipcomx_socketioctl(socket, IPCOMX_ARP_REQUEST, block), 0);
+    EXPECT_TRUE(eventually([] { return answers == 1; }));
+    EXPECT_TRUE(on_own_thread);
+    EXPECT_EQ(ipcomx_socketioctl(socket, IPCOMX_ARP_GET, block), 0);
+    EXPECT_EQ(block[31], 7) << "the last byte of the MAC";
+    EXPECT_EQ(ipcomx_socketclose(socket), 0);
+    EXPECT_EQ(ipcomx_socketclose(socket), -1);
+    EXPECT_EQ(card.stack.probes().size(), 2u);
+    EXPECT_EQ(card.stack.open_sockets(), 0u);
 }

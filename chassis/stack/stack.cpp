@@ -109,6 +109,11 @@ unsigned Stack::deliver() {
     return unsigned(answers.size());
 }
 
+std::size_t Stack::open_sockets() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->sockets.size();
+}
+
 void Stack::fail_next(unsigned count, int error) {
     std::lock_guard lock(state_->mutex);
     state_->failures = count;

@@ -59,6 +59,8 @@ public:
     // Ends the thread of the stack, if there is one; for the end of a card.
     void stop();
 
+    std::size_t open_sockets() const;
+
     void fail_next(unsigned count, int error); // the next socket calls fail with this error number
 
     struct State;

@@ -381,6 +381,7 @@ void Shelf::check_laws() {
                       (who + " heap is explained").c_str());
         EXPECT_EQ(card->os.bad_frees(), 0u) << who;
         EXPECT_EQ(card->os.handle_errors(), 0u) << who;
+        EXPECT_EQ(card->stack.open_sockets(), 0u) << who;
         mistakes += card->chip.mistakes();
         failed += laws::failed_checks(*card);
         for (const std::string &line : card->chip.mistake_lines())
