@@ -198,7 +198,7 @@ TEST_F(Interfaces, BadRequestsAreRefusedAndPostNothing) {
         EXPECT_EQ(master().hal.trunk_member(0, index, 3, 1), -1);
     EXPECT_EQ(logged(master(), "] trunkindex 107 err."), 1u);
     EXPECT_EQ(master().os.queued(), 0u);
-    EXPECT_EQ(master().os.live_blocks(), 0u);
+    EXPECT_EQ(master().os.live_blocks(), 1u) << "the route table among the host table's dependants";
 }
 
 TEST_F(Interfaces, ATrunkMemberChangeReachesTheWorkerWithItsAction) {

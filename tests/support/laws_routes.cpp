@@ -55,8 +55,7 @@ Members resolved_gateways(const dpm_route_entry &route) {
 std::int32_t resolution(const dpm_route_entry &route, std::uint32_t i) {
     if (route.np[i].family == DPM_FAMILY_NONE)
         return DPM_ROUTE_NO_ADDRESS;
-    if (route.np[i].family != route.destination.family ||
-        dpm_if_is_manage_vlan(route.np_ifname[i]))
+    if (route.np[i].family != route.destination.family || dpm_if_is_manage_vlan(route.np_ifname[i]))
         return DPM_ROUTE_UNRESOLVED;
     const dpm_host_entry *const host =
         dpm_host_find_by_ip(route.vrf, &route.np[i], route.np_ifindex[i]);
@@ -216,8 +215,8 @@ void check_routes_ifindexes(Card &standby, Lines &lines) {
 
 void check_route_indexes(Lines &lines) {
     for (const std::uint32_t family : families) {
-        const dpm_route_index &index = family == DPM_FAMILY_IPV4 ? g_dpm_index.ipv4_routes
-                                                                 : g_dpm_index.ipv6_routes;
+        const dpm_route_index &index =
+            family == DPM_FAMILY_IPV4 ? g_dpm_index.ipv4_routes : g_dpm_index.ipv6_routes;
         unsigned routes = 0, gateways = 0, of_length[129] = {};
         for (const dpm_route_entry &route : dpm::routes_of(family)) {
             ++routes;
@@ -232,10 +231,10 @@ void check_route_indexes(Lines &lines) {
     expect_equal("tunnel FTNs and their index",
                  waiting(dpm::ftns(), [](const dpm_ftn &ftn) { return ftn.vrf_id == 0; }),
                  g_dpm_index.ftn_by_fec.numnodes, lines);
-    check_pend_list("pending FTNs", g_dpm_vpn.pend_ftn_list,
-                    waiting(dpm::ftns(),
-                            [](const dpm_ftn &ftn) { return ftn.flags == DPM_LABEL_WAITING; }),
-                    lines);
+    check_pend_list(
+        "pending FTNs", g_dpm_vpn.pend_ftn_list,
+        waiting(dpm::ftns(), [](const dpm_ftn &ftn) { return ftn.flags == DPM_LABEL_WAITING; }),
+        lines);
     check_pend_list("pending ILMs", g_dpm_vpn.pend_ilm_list,
                     waiting(dpm::ilms(),
                             [](const dpm_ilm &ilm) {

@@ -392,9 +392,9 @@ void Shelf::check_laws() {
     if (!exceptions_.chip_differs) {
         expect_lawful(laws::chip_equals_tables(master(), exceptions_.nexthop_leaks),
                       "chip = tables");
-        expect_lawful(laws::routes_follow_hosts(master(), exceptions_.group_leaks,
-                                                exceptions_.routes_adrift),
-                      "routes follow hosts");
+        expect_lawful(
+            laws::routes_follow_hosts(master(), exceptions_.group_leaks, exceptions_.routes_adrift),
+            "routes follow hosts");
     }
     if (!exceptions_.standby_differs && has_standby() && laws::is_mirroring(master()))
         expect_lawful(laws::standby_equals_master(master(), standby()), "standby = master");

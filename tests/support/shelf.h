@@ -50,8 +50,8 @@ struct Route {
     std::string prefix = "10.2.0.0/16"; // either family, host bits as given
     std::vector<Gateway> via = {{}};
     unsigned vrf = 0;
-    unsigned type = 1;              // dynamic
-    std::optional<unsigned> np_num; // when it is not the number of gateways
+    unsigned type = 1;                   // dynamic
+    std::optional<unsigned> np_num = {}; // when it is not the number of gateways
 };
 
 // A label entry for a prefix: a tunnel in VRF 0, a VPN route in another.

@@ -84,7 +84,8 @@ std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position)
     const dpm_prefix &gateway = route.np[position];
     if (gateway.family == DPM_FAMILY_NONE)
         return DPM_ROUTE_NO_ADDRESS;
-    if (dpm_if_is_manage_vlan(route.np_ifname[position]))
+    if (gateway.family != route.destination.family || // its hosts would not be followed
+        dpm_if_is_manage_vlan(route.np_ifname[position]))
         return DPM_ROUTE_UNRESOLVED;
     return static_cast<std::int32_t>(
         dpm_host_get_index_by_ip(route.vrf, route.np_ifindex[position], &gateway));

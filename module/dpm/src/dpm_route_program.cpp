@@ -74,6 +74,8 @@ void undo_arrival(const following &f)
                            static_cast<std::uint32_t>(route.host_index[f.position]));
     else
         route.sdk_index = 0;
+    if (route.sdk_index != 0) // the arrival made the group, and its member was refused as well
+        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
     route.host_index[f.position] = DPM_ROUTE_UNRESOLVED;
     dpm::restore_cpu_default(route);
 }
@@ -204,6 +206,8 @@ int program_route(route_record &record, const shell &caller)
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
     if (has_tunnel_ftn(route.destination))
         return 0; // the label entry owns the chip's entry
+    if (record.chip_index == route.sdk_index)
+        return 0; // the chip did not let it go
     const int result = chip_add(record, DPM_SLOT_ALL_BITS);
     if (result == 0)
         record.chip_index = route.sdk_index;
