@@ -152,6 +152,13 @@ class Commands(Shelf):
         self.assertRegex(said, r"(dpm> |\n)0\r\n")
         self.assertIn("unknown word 'shwo'", said)
 
+    def test_are_all_in_the_operating_page(self):
+        with open(os.path.join(os.path.dirname(__file__), "..", "docs", "operating.md")) as file:
+            page = file.read().replace("\\|", "|")
+        commands = [line for line in self.ctl("help").splitlines() if not line.startswith(" ")]
+        self.assertGreater(len(commands), 50)
+        self.assertEqual([line for line in commands if f"`{line}`" not in page], [])
+
     def test_show_every_table_as_json(self):
         self.start_shelf()
         self.learn("10.1.1.2")

@@ -172,8 +172,9 @@ int Peer::deliver(std::string_view name, std::span<const std::byte> payload) {
     const Receiver receiver = find_receiver(name);
     if (!receiver)
         return -1;
-    CardScope scope(card_);
+    // Copied first: the caller's bytes may stand in the library's state, which the scope exchanges.
     const std::vector<std::byte> copy(payload.begin(), payload.end());
+    CardScope scope(card_);
     return receiver(copy.data(), std::uint32_t(copy.size()));
 }
 
