@@ -39,6 +39,8 @@ constexpr Group groups[] = {
     {"host-table", measure_host_table},
     {"timers", measure_timers},
     {"mirroring", measure_mirroring},
+    {"routes", measure_routes},
+    {"daemon", measure_daemon},
 };
 
 [[noreturn]] void usage(const char *wrong) {

@@ -14,11 +14,20 @@ struct gateway_place {
     std::uint32_t position; // of the gateway in its route
 };
 
-struct route_record {
-    dpm_route_entry entry;    // first: the tables see this alone
-    std::int32_t chip_index;  // what the chip's entry points to; 0: the chip has none
+// The place of a route in the index by network.  The key stands beside the node, so that a search
+// touches one line of the cache a level.
+struct network_place {
+    dpm_avl_node node; // first
+    std::uint32_t vrf;
+    std::uint32_t prefix_len;
     std::uint32_t network[4]; // the destination without its host bits, bytes in network order
-    dpm_avl_node by_network;
+    route_record *route;
+};
+
+struct route_record {
+    dpm_route_entry entry;   // first: the tables see this alone
+    std::int32_t chip_index; // what the chip's entry points to; 0: the chip has none
+    network_place network;
     gateway_place gateways[DPM_ROUTE_GATEWAYS];
 };
 

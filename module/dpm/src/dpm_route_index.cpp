@@ -35,20 +35,21 @@ int gateway_order(const gateway_place &a, const gateway_place &b)
     return dpm::three_way(a.position, b.position);
 }
 
-int network_order(const route_record &a, const route_record &b)
+int network_order(const network_place &a, const network_place &b)
 {
-    if (a.entry.vrf != b.entry.vrf)
-        return dpm::three_way(a.entry.vrf, b.entry.vrf);
-    if (a.entry.destination.prefix_len != b.entry.destination.prefix_len)
-        return dpm::three_way(a.entry.destination.prefix_len, b.entry.destination.prefix_len);
+    if (a.vrf != b.vrf)
+        return dpm::three_way(a.vrf, b.vrf);
+    if (a.prefix_len != b.prefix_len)
+        return dpm::three_way(a.prefix_len, b.prefix_len);
     if (const int order = dpm::bytes_order(a.network, b.network, sizeof a.network))
         return order;
-    return dpm_prefix_compare(a.entry.destination, b.entry.destination);
+    if (a.route == nullptr || b.route == nullptr) // a key: before every route of its network
+        return a.route == b.route ? 0 : a.route == nullptr ? -1 : 1;
+    return dpm_prefix_compare(a.route->entry.destination, b.route->entry.destination);
 }
 
 using gateway_index = dpm::avl_table<gateway_place, gateway_order>;
-using network_index =
-    dpm::avl_table<route_record, network_order, offsetof(route_record, by_network)>;
+using network_index = dpm::avl_table<network_place, network_order>;
 
 dpm_route_index &index_of(std::uint32_t family)
 {
@@ -64,10 +65,12 @@ network_index by_network(std::uint32_t family)
     return network_index(index_of(family).by_network);
 }
 
-void set_network(route_record &record, const dpm_prefix &address, std::uint32_t prefix_len)
+network_place place_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len)
 {
-    std::memcpy(record.network, address.address, sizeof record.network);
-    dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(record.network), prefix_len);
+    network_place place = {{}, vrf, prefix_len, {}, nullptr};
+    std::memcpy(place.network, address.address, sizeof place.network);
+    dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(place.network), prefix_len);
+    return place;
 }
 
 void index_gateways(route_record &record)
@@ -85,24 +88,22 @@ bool is_candidate(const dpm_route_entry &route)
            route.sdk_index != DPM_ROUTE_NO_ADDRESS && !dpm::has_tunnel_ftn(route.destination);
 }
 
+bool is_same_network(const network_place &a, const network_place &b)
+{
+    return a.vrf == b.vrf && a.prefix_len == b.prefix_len &&
+           std::memcmp(a.network, b.network, sizeof a.network) == 0;
+}
+
 // The first candidate, in table order, of the network of this length that holds the address.
 dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
-                                 std::uint16_t prefix_len, route_record &key)
+                                 std::uint32_t prefix_len)
 {
     const network_index index = by_network(address.family);
-    key.entry.vrf = vrf;
-    key.entry.destination = {address.family, prefix_len, {}};
-    set_network(key, address, prefix_len);
-    for (route_record *record = index.find_from(key); record != nullptr;
-         record = index.next(*record)) {
-        const bool is_same_network =
-            record->entry.vrf == vrf && record->entry.destination.prefix_len == prefix_len &&
-            std::memcmp(record->network, key.network, sizeof key.network) == 0;
-        if (!is_same_network)
-            return nullptr;
-        if (is_candidate(record->entry))
-            return &record->entry;
-    }
+    const network_place key = place_of(vrf, address, prefix_len);
+    for (network_place *place = index.find_from(key);
+         place != nullptr && is_same_network(*place, key); place = index.next(*place))
+        if (is_candidate(place->route->entry))
+            return &place->route->entry;
     return nullptr;
 }
 
@@ -122,8 +123,9 @@ void link_route(route_record &record)
 {
     const dpm_prefix &destination = record.entry.destination;
     (void)routes_of(destination.family).add(record.entry);
-    set_network(record, destination, destination.prefix_len);
-    (void)by_network(destination.family).add(record);
+    record.network = place_of(record.entry.vrf, destination, destination.prefix_len);
+    record.network.route = &record;
+    (void)by_network(destination.family).add(record.network);
     index_of(destination.family).of_length[destination.prefix_len]++;
     index_gateways(record);
 }
@@ -134,7 +136,7 @@ void unlink_route(route_record &record)
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
         by_gateway(destination.family).remove(record.gateways[i]);
     index_of(destination.family).of_length[destination.prefix_len]--;
-    by_network(destination.family).remove(record);
+    by_network(destination.family).remove(record.network);
     routes_of(destination.family).remove(record.entry);
 }
 
@@ -171,12 +173,11 @@ dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *
         return nullptr;
     }
     const dpm_route_index &index = index_of(address->family);
-    route_record key;
     for (int prefix_len = dpm::host_bits(address->family); prefix_len >= 0; prefix_len--) {
         if (index.of_length[prefix_len] == 0)
             continue;
         if (dpm_route_entry *route =
-                match_of_length(vrf, *address, static_cast<std::uint16_t>(prefix_len), key))
+                match_of_length(vrf, *address, static_cast<std::uint32_t>(prefix_len)))
             return route;
     }
     return nullptr;

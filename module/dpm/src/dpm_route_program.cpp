@@ -138,6 +138,18 @@ bool stands_for(const gateway_place &place, const dpm_host_entry &host)
            dpm_prefix_compare(gateway, host.ip) == 0;
 }
 
+// Records are far apart: what the next one needs is asked for while this one is worked on.
+void fetch_ahead(const gateway_place *place)
+{
+    if (place == nullptr)
+        return;
+    const route_record &record = *place->route;
+    __builtin_prefetch(&record.entry);
+    __builtin_prefetch(&record.entry.np_ifindex);
+    __builtin_prefetch(&record.entry.sdk_index);
+    __builtin_prefetch(&record.chip_index);
+}
+
 struct route_mirror {
     using entry = dpm_route_entry;
     static constexpr auto add_code = DPM_MSG_SYNC_ADD_ROUTE, del_code = DPM_MSG_SYNC_DEL_ROUTE;
@@ -264,9 +276,11 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event)
     if (!dpm::is_known_family(host->ip.family))
         return -1;
     const route_record *handled = nullptr; // of a route's equal gateways the first alone counts
+    gateway_place *next = nullptr;
     for (gateway_place *place = dpm::first_by_gateway(host->ip.family, host->vrf, host->ip);
-         place != nullptr && stands_for(*place, *host);
-         place = dpm::next_by_gateway(host->ip.family, *place)) {
+         place != nullptr && stands_for(*place, *host); place = next) {
+        next = dpm::next_by_gateway(host->ip.family, *place);
+        fetch_ahead(next);
         if (place->route == handled || !is_gateway(*place, *host))
             continue;
         handled = place->route;

@@ -1,0 +1,344 @@
+// Routes: from the posting call to the table, at full tables and at a sixteenth; what a host event
+// and a lookup cost among many routes; and a whole switch-over.
+//
+// The chip is in null mode and the log is off, so that the figures are the library's.
+#include "bench/hosts.h"
+
+#include "dpm.h"
+#include "dpm_l3vpn.h"
+#include "dpm_main.h"
+#include "dpm_route.h"
+
+#include <boost/intrusive/avl_set.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+namespace bench {
+
+namespace {
+
+constexpr unsigned full = 16384, sixteenth = 1024;
+
+
+constexpr double paced_limit = 1.1;
+constexpr double record_limit = 4.0;
+constexpr double gateways_limit = 1.5;
+constexpr double event_limit = 1.6;
+constexpr double lookup_limit = 2.0;
+constexpr double labels_limit = 1.3;
+
+dpm_prefix host_address(unsigned number) { // as request_host() tells it
+    const unsigned place = number * 20011u % 32768u;
+    return {DPM_FAMILY_IPV4, 32, {10, 1, std::uint8_t(place >> 8), std::uint8_t(place)}};
+}
+
+// Spread over the tree; no destination comes twice.
+dpm_prefix destination(unsigned number) {
+    const unsigned place = number * 20011u % full;
+    return {DPM_FAMILY_IPV4, 24, {100, std::uint8_t(place >> 8), std::uint8_t(place)}};
+}
+
+dpm_route_msg route_message(std::uint32_t ifindex, unsigned number, unsigned first_gateway,
+                            unsigned gateways) {
+    dpm_route_msg message{};
+    message.route_type = 9;
+    message.destination = destination(number);
+    message.np_num = gateways;
+    for (unsigned i = 0; i < gateways; i++) {
+        message.np[i] = host_address(first_gateway + i);
+        message.np_ifindex[i] = ifindex;
+    }
+    return message;
+}
+
+void post_route(const dpm_route_msg &message, std::uint32_t oper) {
+    if (dpm_api_route_pro(&message, oper) != 0)
+        fail("a route request was refused");
+}
+
+// A pumped card with hosts and routes; everything happens pass by pass on this thread.
+class RouteCard {
+public:
+    RouteCard(unsigned slot, unsigned hosts) : master_(chassis::os::Mode::pumped, slot) {
+        const chassis::CardScope scope(master_.card);
+        for (unsigned i = 0; i < hosts; i++)
+            host(i, DPM_OPER_ADD);
+        check_hosts(hosts);
+        ifindex_ = master_.card.suite.find("vlanif100")->ifindex;
+    }
+
+    chassis::Card &card() { return master_.card; }
+
+    void host(unsigned number, std::uint32_t oper) {
+        request_host(number, oper);
+        dpm_task_pass();
+    }
+    void route(unsigned number, std::uint32_t oper, unsigned first_gateway = 0,
+               unsigned gateways = 1) {
+        post_route(route_message(ifindex_, number, first_gateway, gateways), oper);
+        dpm_task_pass();
+    }
+
+    // Nanoseconds a route for adding `count`, which are taken away again.
+    double add_routes(unsigned count, unsigned gateways = 1) {
+        const chassis::CardScope scope(master_.card);
+        const double nsec = time_of([&] {
+            for (unsigned i = 0; i < count; i++)
+                route(i, DPM_OPER_ADD, 0, gateways);
+        });
+        check(count);
+        for (unsigned i = 0; i < count; i++)
+            route(i, DPM_OPER_DEL);
+        check(0);
+        return nsec / count;
+    }
+
+    void check(unsigned count) const {
+        if (g_dpm_global.route_ipv4_tree.numnodes != count)
+            fail("the route table does not hold what was asked for");
+    }
+
+private:
+    MasterCard master_;
+    std::uint32_t ifindex_ = 0;
+};
+
+// The least that a route costs: a block of its size, a copy, and a place in a tree.
+double insert_records(unsigned count) {
+    struct Record {
+        boost::intrusive::avl_set_member_hook<> hook;
+        std::uint32_t vrf, type;
+        dpm_prefix destination;
+        unsigned char rest[824 - 16 - 28];
+        bool operator<(const Record &other) const {
+            return vrf != other.vrf ? vrf < other.vrf
+                                    : dpm_prefix_compare(destination, other.destination) < 0;
+        }
+    };
+    using Hook =
+        boost::intrusive::member_hook<Record, boost::intrusive::avl_set_member_hook<>, &Record::hook>;
+    boost::intrusive::avl_set<Record, Hook> set;
+    Record record{};
+    const double nsec = time_of([&] {
+        for (unsigned i = 0; i < count; i++) {
+            record.destination = destination(i);
+            auto *const copy = new (std::malloc(sizeof(Record))) Record;
+            copy->vrf = record.vrf, copy->type = record.type;
+            copy->destination = record.destination;
+            std::memcpy(copy->rest, record.rest, sizeof record.rest);
+            set.insert(*copy);
+        }
+    });
+    set.clear_and_dispose([](Record *each) { std::free(each); });
+    return nsec / count;
+}
+
+// --- with the worker on its own thread -------------------------------------------------------
+
+void wait_for_routes(unsigned count) {
+    while (__atomic_load_n(&g_dpm_global.route_ipv4_tree.numnodes, __ATOMIC_ACQUIRE) != count)
+        sched_yield();
+    norix_dpm_sem_take(); // the worker may not be through with the last one
+    norix_dpm_sem_give();
+}
+
+void measure_bursts(const Options &options, const Report &report, bool paced) {
+    MasterCard master(chassis::os::Mode::threaded);
+    request_host(0, DPM_OPER_ADD);
+    wait_for_hosts(1);
+    master.card.os.skip_delays(!paced);
+    const std::uint32_t ifindex = master.card.suite.find("vlanif100")->ifindex;
+    std::vector<double> seconds, drained;
+    for (unsigned round = 0; round < options.rounds; round++) {
+        double posting = 0;
+        const double all = time_of([&] {
+            posting = time_of([&] {
+                for (unsigned i = 0; i < full; i++)
+                    post_route(route_message(ifindex, i, 0, 1), DPM_OPER_ADD);
+            });
+            wait_for_routes(full);
+        });
+        seconds.push_back(all / 1e9);
+        drained.push_back(all / posting);
+        for (unsigned i = 0; i < full; i++)
+            post_route(route_message(ifindex, i, 0, 1), DPM_OPER_DEL);
+        wait_for_routes(0);
+    }
+    if (paced)
+        report({"routes with pacing, until applied / posting", full / median(seconds), "per s",
+                median(drained), paced_limit});
+    else
+        report({"16384 routes without pacing", median(seconds) * 1e3, "ms"});
+}
+
+// --- pass by pass ------------------------------------------------------------------------------
+
+void measure_adds(const Options &options, const Report &report) {
+    RouteCard card(9, 8);
+    Comparison record, gateways;
+    card.add_routes(full);
+    for (unsigned round = 0; round < options.rounds; round++)
+        record.round([&] { return card.add_routes(full); }, [] { return insert_records(full); });
+    report({"a route / a record of its size into a set", median(record.ours), "ns", record.ratio(),
+            record_limit});
+    for (unsigned round = 0; round < options.rounds; round++)
+        gateways.round([&] { return card.add_routes(sixteenth, 8); },
+                       [&] { return card.add_routes(sixteenth, 1); });
+    report({"a route over eight gateways / over one", median(gateways.ours), "ns",
+            gateways.ratio(), gateways_limit});
+}
+
+// A card with `routes` over one host, and one route over another.
+class EventCard {
+public:
+    EventCard(unsigned slot, unsigned routes) : card_(slot, 2), routes_(routes) {
+        const chassis::CardScope scope(card_.card());
+        for (unsigned i = 0; i + 1 < routes; i++)
+            card_.route(i, DPM_OPER_ADD, 0);
+        card_.route(routes - 1, DPM_OPER_ADD, 1);
+        card_.check(routes);
+    }
+
+    // Nanoseconds for a host that goes and comes.
+    double go_and_come(unsigned host, unsigned times) {
+        const chassis::CardScope scope(card_.card());
+        return time_of([&] {
+                   for (unsigned i = 0; i < times; i++) {
+                       card_.host(host, DPM_OPER_DEL);
+                       card_.host(host, DPM_OPER_ADD);
+                   }
+               }) /
+               times;
+    }
+    double used_by_one() { return go_and_come(1, 256); }
+    double used_by_all() { return go_and_come(0, 2) / routes_; }
+
+    // Nanoseconds a lookup of the longest match.
+    double look_up() {
+        const chassis::CardScope scope(card_.card());
+        constexpr unsigned lookups = 4096;
+        const double nsec = time_of([&] {
+            for (unsigned i = 0; i < lookups; i++) {
+                dpm_prefix address = destination(i * 7 % routes_);
+                address.prefix_len = 32;
+                address.address[3] = std::uint8_t(1 + i % 250);
+                if (dpm_route_find_best_route(0, &address) == nullptr)
+                    fail("a route is not found");
+            }
+        });
+        return nsec / lookups;
+    }
+
+private:
+    RouteCard card_;
+    const unsigned routes_;
+};
+
+void measure_events(const Options &options, const Report &report) {
+    EventCard large(9, full), small(10, sixteenth);
+    Comparison one, all, lookup;
+    for (unsigned round = 0; round < options.rounds; round++) {
+        one.round([&] { return large.used_by_one(); }, [&] { return small.used_by_one(); });
+        all.round([&] { return large.used_by_all(); }, [&] { return small.used_by_all(); });
+        lookup.round([&] { return large.look_up(); }, [&] { return small.look_up(); });
+    }
+    report({"a host of one route goes and comes, 16k / 1k routes", median(one.ours), "ns",
+            one.ratio(), event_limit});
+    report({"a host of all routes, a route, 16k / 1k", median(all.ours), "ns", all.ratio(),
+            event_limit});
+    report({"best route, 16k / 1k routes", median(lookup.ours), "ns", lookup.ratio(),
+            lookup_limit});
+}
+
+void measure_labels(const Options &options, const Report &report) {
+    RouteCard with(9, 1), without(10, 1);
+    {
+        const chassis::CardScope scope(with.card());
+        for (unsigned i = 0; i < 4096; i++) {
+            dpm_ftn ftn{};
+            const dpm_prefix fec = destination(i);
+            ftn.ip_type = DPM_FAMILY_IPV4;
+            ftn.prefixlen = 28; // beside the routes' own
+            std::memcpy(ftn.fec_prefix, fec.address, sizeof ftn.fec_prefix);
+            if (dpm_mpls_ftn_add(ftn) == nullptr)
+                fail("a label entry is refused");
+        }
+    }
+    Comparison comparison;
+    for (unsigned round = 0; round < options.rounds; round++)
+        comparison.round([&] { return with.add_routes(full); },
+                         [&] { return without.add_routes(full); });
+    report({"a route, 4096 FTNs present / none", median(comparison.ours), "ns", comparison.ratio(),
+            labels_limit});
+}
+
+// --- a whole switch-over -------------------------------------------------------------------------
+
+std::uint64_t chip_deletes(const chassis::chip::Chip &chip) {
+    using chassis::chip::Request;
+    return chip.requests(Request::del_ip_entry) + chip.requests(Request::del_ip_nexthop) +
+           chip.requests(Request::del_ecmp_nexthop);
+}
+
+// Milliseconds from the change of the role to the end of what the worker does about it.
+double switch_over(std::uint64_t &deletes) {
+    constexpr unsigned hosts = 18432;
+    auto master = std::make_unique<RouteCard>(9, 0);
+    MasterCard other(chassis::os::Mode::pumped, 10);
+    other.card.peer.set_role(chassis::peer::Role::standby);
+    {
+        const chassis::CardScope scope(master->card());
+        master->card().peer.join(other.card.peer);
+        master->card().peer.connected();
+        master->card().pump();
+        other.card.pump();
+        for (unsigned i = 0; i < hosts; i++) {
+            master->host(i, DPM_OPER_ADD);
+            if (i < full)
+                master->route(i, DPM_OPER_ADD, i);
+            if (i % 1024 == 0) // before its queue is full
+                other.card.pump();
+        }
+        master->check(full);
+    }
+    other.card.pump();
+    const chassis::CardScope scope(other.card);
+    check_hosts(hosts);
+    master->card().peer.cut();
+    deletes = chip_deletes(other.card.chip);
+    const double nsec = time_of([&] {
+        other.card.peer.become_master();
+        dpm_task_pass();
+    });
+    deletes = chip_deletes(other.card.chip) - deletes;
+    if (g_dpm_global.route_ipv4_tree.numnodes != full)
+        fail("the standby does not hold the routes");
+    return nsec / 1e6;
+}
+
+void measure_switch_over(const Options &options, const Report &report) {
+    std::vector<double> msec;
+    std::uint64_t deletes = 0, most = 0;
+    for (unsigned round = 0; round < options.rounds; round++) {
+        msec.push_back(switch_over(deletes));
+        most = std::max(most, deletes);
+    }
+    report({"switch-over, 18432 hosts and 16384 routes", median(msec), "ms"});
+    report({"chip deletes during a switch-over", double(most), "requests", double(most), 0.0});
+}
+
+} // namespace
+
+void measure_routes(const Options &options, const Report &report) {
+    measure_bursts(options, report, true);
+    measure_bursts(options, report, false);
+    measure_adds(options, report);
+    measure_events(options, report);
+    measure_labels(options, report);
+    measure_switch_over(options, report);
+}
+
+} // namespace bench
