@@ -101,9 +101,14 @@ dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
     const network_index index = by_network(address.family);
     const network_place key = place_of(vrf, address, prefix_len);
     for (network_place *place = index.find_from(key);
-         place != nullptr && is_same_network(*place, key); place = index.next(*place))
-        if (is_candidate(place->route->entry))
+         place != nullptr && is_same_network(*place, key); place = index.next(*place)) {
+        const dpm_route_entry &route = place->route->entry;
+        __builtin_prefetch(&route.destination); // three lines of the cache, asked for at once
+        __builtin_prefetch(&route.np_ifname);
+        __builtin_prefetch(&route.sdk_index);
+        if (is_candidate(route))
             return &place->route->entry;
+    }
     return nullptr;
 }
 
