@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <boost/intrusive/avl_set.hpp>
+#include <cstdlib>
+#include <memory>
 #include <numeric>
 #include <random>
+#include <sys/mman.h>
 
 namespace bench {
 
@@ -18,8 +21,9 @@ namespace {
 namespace bi = boost::intrusive;
 
 constexpr double limit = 1.15;
-constexpr unsigned operations =
-    65536; // of a measurement: a small table is filled and emptied several times
+constexpr std::size_t piece = 512; // operations on one container before the other has its turn
+constexpr std::size_t operations =
+    65536; // a round; it fills and empties a small table several times
 
 // A record with its header first, then a key of a VRF and an address, as most tables have.
 template <class Header, std::size_t Bytes> struct record {
@@ -84,56 +88,105 @@ Orders shuffled_orders(unsigned count) {
     return orders;
 }
 
-struct Times {
-    double find = 0, insert = 0, erase = 0; // nanoseconds in all
+// Memory in small pages, as the heap's blocks are: large ones, given to one side by luck, would decide the comparison.
+template <class Entry> class Records {
+public:
+    explicit Records(std::size_t count) : bytes_(count * sizeof(Entry)) {
+        void *const memory =
+            mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED)
+            std::abort();
+        (void)madvise(memory, bytes_, MADV_NOHUGEPAGE);
+        entries_ = static_cast<Entry *>(memory);
+        std::uninitialized_value_construct_n(entries_, count);
+    }
+    ~Records() { munmap(entries_, bytes_); }
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
+    Entry &operator[](std::size_t i) { return entries_[i]; }
+
+private:
+    const std::size_t bytes_;
+    Entry *entries_;
 };
 
-// One container with its records.
+// One container with its records, and what can be done with record i.
 template <class Tree> class Subject {
 public:
-    explicit Subject(const Orders &orders) : orders_(orders), records_(orders.keys.size()) {
-        for (std::size_t i = 0; i < records_.size(); i++) {
-            records_[i].vrf = orders.keys[i] % 4;
-            records_[i].address = orders.keys[i];
+    explicit Subject(const Orders &orders) : keys_(orders.keys), records_(keys_.size()) {
+        for (std::size_t i = 0; i < keys_.size(); i++) {
+            records_[i].vrf = keys_[i] % 4;
+            records_[i].address = keys_[i];
         }
     }
-
-    Times measure() {
-        Times times;
-        for (unsigned done = 0; done < operations; done += unsigned(records_.size())) {
-            times.insert += each(orders_.insert, [&](auto i) { tree_.insert(records_[i]); });
-            times.find += each(orders_.find, [&](auto i) {
-                key_.vrf = orders_.keys[i] % 4;
-                key_.address = orders_.keys[i];
-                found_ += tree_.find(key_);
-            });
-            times.erase += each(orders_.erase, [&](auto i) { tree_.erase(records_[i]); });
-        }
-        return times;
+    void insert(std::uint32_t i) { tree_.insert(records_[i]); }
+    void find(std::uint32_t i) {
+        key_.vrf = keys_[i] % 4;
+        key_.address = keys_[i];
+        found_ += tree_.find(key_);
     }
+    void erase(std::uint32_t i) { tree_.erase(records_[i]); }
     unsigned found() const { return found_; }
 
 private:
-    template <class Work> double each(const std::vector<std::uint32_t> &list, Work work) {
-        return time_of([&] {
-            for (const std::uint32_t i : list)
-                work(i);
-        });
-    }
-
-    const Orders &orders_;
-    std::vector<typename Tree::entry> records_;
+    const std::vector<std::uint32_t> &keys_;
+    Records<typename Tree::entry> records_;
     typename Tree::entry key_{};
     Tree tree_;
     unsigned found_ = 0;
 };
 
+struct Times { // nanoseconds in all
+    double ours = 0, theirs = 0;
+};
+
+// The same operations on both in pieces, turn and turn about, so that whatever else the machine
+// does meets both.
+template <class Ours, class Theirs>
+void in_turns(const std::vector<std::uint32_t> &list, Times &times, Ours ours, Theirs theirs) {
+    const auto run = [&list](std::size_t from, auto work) {
+        return time_of([&] {
+            for (std::size_t i = from; i < std::min(list.size(), from + piece); i++)
+                work(list[i]);
+        });
+    };
+    for (std::size_t from = 0; from < list.size(); from += piece) {
+        const bool ours_first = from / piece % 2 == 0;
+        if (ours_first)
+            times.ours += run(from, ours);
+        times.theirs += run(from, theirs);
+        if (!ours_first)
+            times.ours += run(from, ours);
+    }
+}
+
+struct Round {
+    Times insert, find, erase;
+};
+
+template <class Ours, class Theirs>
+Round measure_round(const Orders &orders, Ours &ours, Theirs &theirs) {
+    Round round;
+    for (std::size_t done = 0; done < operations; done += orders.keys.size()) {
+        in_turns(
+            orders.insert, round.insert, [&](auto i) { ours.insert(i); },
+            [&](auto i) { theirs.insert(i); });
+        in_turns(
+            orders.find, round.find, [&](auto i) { ours.find(i); },
+            [&](auto i) { theirs.find(i); });
+        in_turns(
+            orders.erase, round.erase, [&](auto i) { ours.erase(i); },
+            [&](auto i) { theirs.erase(i); });
+    }
+    return round;
+}
+
 struct Operation {
     const char *name;
-    double Times::*time;
+    Times Round::*times;
 };
 constexpr Operation operation_list[] = {
-    {"find", &Times::find}, {"insert", &Times::insert}, {"erase", &Times::erase}};
+    {"find", &Round::find}, {"insert", &Round::insert}, {"erase", &Round::erase}};
 
 template <std::size_t Bytes>
 void measure_size(unsigned count, const Options &options, const Report &report) {
@@ -141,18 +194,13 @@ void measure_size(unsigned count, const Options &options, const Report &report) 
     Subject<our_tree<Bytes>> ours(orders);
     Subject<reference_tree<Bytes>> theirs(orders);
     Comparison comparisons[std::size(operation_list)];
-    ours.measure(), theirs.measure(); // touch the memory
-    for (unsigned round = 0; round < options.rounds; round++) {
-        const bool ours_first = round % 2 == 0;
-        Times a, b;
-        if (ours_first)
-            a = ours.measure();
-        b = theirs.measure();
-        if (!ours_first)
-            a = ours.measure();
-        for (std::size_t i = 0; i < std::size(operation_list); i++) {
-            comparisons[i].ours.push_back(a.*operation_list[i].time / operations);
-            comparisons[i].theirs.push_back(b.*operation_list[i].time / operations);
+    (void)measure_round(orders, ours, theirs); // touch the memory
+    for (unsigned i = 0; i < options.rounds; i++) {
+        const Round round = measure_round(orders, ours, theirs);
+        for (std::size_t each = 0; each < std::size(operation_list); each++) {
+            const Times &times = round.*operation_list[each].times;
+            comparisons[each].ours.push_back(times.ours / operations);
+            comparisons[each].theirs.push_back(times.theirs / operations);
         }
     }
     if (ours.found() != theirs.found())

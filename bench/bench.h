@@ -23,7 +23,7 @@ struct Row {
 };
 
 struct Options {
-    unsigned rounds = 9;      // at least 7
+    unsigned rounds = 15;     // at least 7
     std::string only;         // part of the names of the rows' groups; empty: all
     std::string json_path;    // empty: none
     std::string standby_path; // set in the process that is the other card of the mirroring rows
