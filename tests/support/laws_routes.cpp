@@ -249,8 +249,8 @@ unsigned route_timers() {
     return armed;
 }
 
-std::size_t blocks_of_routes() {
-    return g_dpm_global.route_ipv4_tree.numnodes + g_dpm_global.route_ipv6_tree.numnodes +
+std::size_t blocks_of_routes() { // a route has its place in the index by network beside it
+    return 2 * (g_dpm_global.route_ipv4_tree.numnodes + g_dpm_global.route_ipv6_tree.numnodes) +
            g_dpm_global.ecmp_ipv4_tree.numnodes + g_dpm_global.ecmp_ipv6_tree.numnodes +
            g_dpm_vpn.ftn_tree.numnodes + g_dpm_vpn.ilm_tree.numnodes;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "dpm.h"
+#include "dpm_memory.h"
 #include "dpm_route.h"
 
 struct route_record;
@@ -14,8 +15,7 @@ struct gateway_place {
     std::uint32_t position; // of the gateway in its route
 };
 
-// The place of a route in the index by network.  The key stands beside the node, so that a search
-// touches one line of the cache a level.
+// The place of a route in the index by network, with the key in it.
 struct network_place {
     dpm_avl_node node; // first
     std::uint32_t vrf;
@@ -24,11 +24,23 @@ struct network_place {
     route_record *route;
 };
 
+// A route's places in the indexes: a small block of their own, so that a search or a walk stays
+// among few pages.  There are as many gateways as the route has.
+struct route_places {
+    network_place network;
+    gateway_place gateways[DPM_ROUTE_GATEWAYS];
+
+    static constexpr std::size_t size_bytes(std::uint32_t gateway_count)
+    {
+        return sizeof(network_place) + gateway_count * sizeof(gateway_place);
+    }
+};
+static_assert(sizeof(route_places) == route_places::size_bytes(DPM_ROUTE_GATEWAYS));
+
 struct route_record {
     dpm_route_entry entry;   // first: the tables see this alone
     std::int32_t chip_index; // what the chip's entry points to; 0: the chip has none
-    network_place network;
-    gateway_place gateways[DPM_ROUTE_GATEWAYS];
+    route_places *places;    // owned
 };
 
 inline route_record &record_of(dpm_route_entry &route)
@@ -41,6 +53,38 @@ inline const route_record &record_of(const dpm_route_entry &route)
 }
 
 namespace dpm {
+
+// A route's blocks before the table takes them.  False when memory had run out.
+class route_block {
+public:
+    explicit route_block(std::uint32_t gateway_count)
+        : places_(static_cast<route_places *>(dpm_malloc(route_places::size_bytes(gateway_count))))
+    {
+    }
+    ~route_block() { dpm_free(places_); }
+    route_block(const route_block &) = delete;
+    route_block &operator=(const route_block &) = delete;
+
+    explicit operator bool() const { return record_ && places_ != nullptr; }
+    route_record *operator->() const { return record_.get(); }
+    route_record &operator*() const { return *record_; }
+    route_record *release()
+    {
+        record_->places = places_;
+        places_ = nullptr;
+        return record_.release();
+    }
+
+private:
+    block<route_record> record_;
+    route_places *places_;
+};
+
+inline void free_route(route_record &record)
+{
+    dpm_free(record.places);
+    free_zeroed(&record);
+}
 
 // Put a route's record into the table and its indexes, or take it out.  No index is changed
 // elsewhere.

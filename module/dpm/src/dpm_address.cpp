@@ -4,6 +4,24 @@
 #include <arpa/inet.h>
 #include <cstdio>
 
+namespace {
+
+// At most 16 bytes with the end.
+void write_ipv4(const std::uint8_t *address, char *text)
+{
+    for (int i = 0; i < 4; i++) {
+        const unsigned number = address[i];
+        if (number >= 100)
+            *text++ = static_cast<char>('0' + number / 100);
+        if (number >= 10)
+            *text++ = static_cast<char>('0' + number / 10 % 10);
+        *text++ = static_cast<char>('0' + number % 10);
+        *text++ = i < 3 ? '.' : '\0';
+    }
+}
+
+} // namespace
+
 int dpm_ipv4_net_addr_calc(std::uint32_t address, std::uint32_t prefix_len, std::uint32_t *out) {
     if (prefix_len > DPM_IPV4_BITS)
         return -1;
@@ -51,10 +69,13 @@ dpm_prefix host_prefix(std::uint32_t family, const void *address) {
     return ip;
 }
 
-address_text::address_text(const dpm_prefix &ip) {
-    const int family = ip.family == DPM_FAMILY_IPV4 ? AF_INET : AF_INET6;
-    if (!is_known_family(ip.family) ||
-        inet_ntop(family, ip.address, text_, sizeof text_) == nullptr)
+// Log lines are made whether or not somebody reads them: the common case is formatted by hand.
+address_text::address_text(const dpm_prefix &ip)
+{
+    if (ip.family == DPM_FAMILY_IPV4)
+        write_ipv4(ip.address, text_);
+    else if (ip.family != DPM_FAMILY_IPV6 ||
+             inet_ntop(AF_INET6, ip.address, text_, sizeof text_) == nullptr)
         std::snprintf(text_, sizeof text_, "-");
 }
 

@@ -123,6 +123,8 @@ void leave_groups(dpm_route_entry &route)
         if (host_index > 0)
             (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
                                static_cast<std::uint32_t>(host_index));
+    if (route.sdk_index != 0) // members that the chip kept, or never took: nobody else ends it
+        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
 }
 
 int delete_expired(std::uintptr_t route, std::uintptr_t, std::uintptr_t)
@@ -148,7 +150,7 @@ void tell_ip_stack(const dpm_route_entry &route)
 }
 
 // Adds a route whose block is at hand; the block is released when the table takes it.
-int add_route(dpm::block<route_record> &record, const dpm::shell &caller)
+int add_route(dpm::route_block &record, const dpm::shell &caller)
 {
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
@@ -267,7 +269,7 @@ int dpm_route_add(const dpm_route_entry *entry)
         DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
         return 0;
     }
-    dpm::block<route_record> record;
+    dpm::route_block record(entry->np_num);
     if (!record)
         return -1;
     copy_route(*record, *entry);
@@ -297,7 +299,7 @@ int dpm_route_del(dpm_route_entry *entry)
     (void)dpm_timer_stop(g_dpm_global.timer_list, &entry->delete_timer);
     (void)dpm_route_entry_del_sync_send(entry);
     dpm::unlink_route(record);
-    dpm::free_zeroed(&record);
+    dpm::free_route(record);
     return 0;
 }
 
@@ -307,7 +309,7 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
         return dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer);
-    dpm::block<route_record> record; // taken before the old route goes
+    dpm::route_block record(new_entry->np_num); // taken before the old route goes
     if (!record)
         return -1;
     copy_route(*record, *new_entry);

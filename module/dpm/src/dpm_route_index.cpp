@@ -76,9 +76,10 @@ network_place place_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32
 void index_gateways(route_record &record)
 {
     for (std::uint32_t i = 0; i < record.entry.np_num; i++) {
-        record.gateways[i].route = &record;
-        record.gateways[i].position = i;
-        (void)by_gateway(record.entry.destination.family).add(record.gateways[i]);
+        gateway_place &place = record.places->gateways[i];
+        place.route = &record;
+        place.position = i;
+        (void)by_gateway(record.entry.destination.family).add(place);
     }
 }
 
@@ -128,9 +129,10 @@ void link_route(route_record &record)
 {
     const dpm_prefix &destination = record.entry.destination;
     (void)routes_of(destination.family).add(record.entry);
-    record.network = place_of(record.entry.vrf, destination, destination.prefix_len);
-    record.network.route = &record;
-    (void)by_network(destination.family).add(record.network);
+    network_place &place = record.places->network;
+    place = place_of(record.entry.vrf, destination, destination.prefix_len);
+    place.route = &record;
+    (void)by_network(destination.family).add(place);
     index_of(destination.family).of_length[destination.prefix_len]++;
     index_gateways(record);
 }
@@ -139,9 +141,9 @@ void unlink_route(route_record &record)
 {
     const dpm_prefix &destination = record.entry.destination;
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
-        by_gateway(destination.family).remove(record.gateways[i]);
+        by_gateway(destination.family).remove(record.places->gateways[i]);
     index_of(destination.family).of_length[destination.prefix_len]--;
-    by_network(destination.family).remove(record.network);
+    by_network(destination.family).remove(record.places->network);
     routes_of(destination.family).remove(record.entry);
 }
 

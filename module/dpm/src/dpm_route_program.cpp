@@ -198,7 +198,7 @@ void drop_mirrored(dpm_route_entry *present)
         return;
     (void)dpm_timer_stop(g_dpm_global.timer_list, &present->delete_timer);
     dpm::unlink_route(record_of(*present));
-    dpm::free_zeroed(&record_of(*present));
+    dpm::free_route(record_of(*present));
 }
 
 } // namespace
@@ -298,12 +298,13 @@ int dpm_route_entry_add_sync_process(const dpm_route_entry *entry)
 {
     if (entry == nullptr)
         return dpm::null_parameter();
-    dpm::block<route_record> record;
+    dpm_route_entry route = *entry;
+    if (!localise(route, DPM_SHELL))
+        return -1;
+    dpm::route_block record(route.np_num);
     if (!record)
         return -1;
-    record->entry = *entry;
-    if (!localise(record->entry, DPM_SHELL))
-        return -1;
+    record->entry = route;
     drop_mirrored(dpm_route_find_by_entry(&record->entry));
     dpm::adopt_chip_entry(*record);
     dpm::link_route(*record.release());
