@@ -365,4 +365,7 @@ TEST_F(FullTable, AnIpv6HostCountsTwice) {
     learn_host({.ip = "10.1.1.2"});
     learn_host({.ip = "2001:db8::1"}); // one place is left, and an IPv6 host may take it
     EXPECT_EQ(hosts(master()).size(), 9217u);
+    moved.ip = "2001:db8::1"; // and it gives back both when it is re-added
+    learn_host(moved);
+    EXPECT_EQ(host(master(), moved.ip)->mac[5], 9u);
 }
