@@ -87,7 +87,7 @@ TEST_P(Hosts, ANewHostTakesANextHopAndAnEntryAndThenItsDependantsHear) {
     EXPECT_EQ(told(), (Lines{"add_ip_nexthop", "add_ip_entry", "added " + own().ip}));
     EXPECT_EQ(host_texts(standby()),
               Lines{own().ip + " 02:00:00:00:01:02 vlanif100 vlan 100 port 3"});
-    const auto &host = hosts(master()).at(0);
+    const dpm_host_entry host = hosts(master()).at(0);
     EXPECT_EQ(host.ip.prefix_len, dpm::host_bits(host.ip.family));
     EXPECT_EQ(master().stack.probes().size(), host.ip.family == DPM_FAMILY_IPV6 ? 1u : 0u)
         << "the link-local neighbour is asked for";
@@ -365,4 +365,7 @@ TEST_F(FullTable, AnIpv6HostCountsTwice) {
     learn_host({.ip = "10.1.1.2"});
     learn_host({.ip = "2001:db8::1"}); // one place is left, and an IPv6 host may take it
     EXPECT_EQ(hosts(master()).size(), 9217u);
+    moved.ip = "2001:db8::1"; // and it gives back both when it is re-added
+    learn_host(moved);
+    EXPECT_EQ(host(master(), moved.ip)->mac[5], 9u);
 }
