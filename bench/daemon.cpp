@@ -106,8 +106,7 @@ double library_seconds() {
     message.np_ifindex[0] = master.card.suite.find("vlanif100")->ifindex;
     const double start = process_seconds();
     for (unsigned i = 0; i < routes; i++) {
-        message.destination = {
-            DPM_FAMILY_IPV4, 24, {100, std::uint8_t(i >> 8), std::uint8_t(i)}};
+        message.destination = {DPM_FAMILY_IPV4, 24, {100, std::uint8_t(i >> 8), std::uint8_t(i)}};
         if (dpm_api_route_pro(&message, DPM_OPER_ADD) != 0)
             fail("a route request was refused");
         if (i % 256 == 255)

@@ -22,7 +22,6 @@ namespace {
 
 constexpr unsigned full = 16384, sixteenth = 1024;
 
-
 constexpr double paced_limit = 1.1;
 constexpr double record_limit = 4.0;
 constexpr double gateways_limit = 1.5;
@@ -118,8 +117,8 @@ double insert_records(unsigned count) {
                                     : dpm_prefix_compare(destination, other.destination) < 0;
         }
     };
-    using Hook =
-        boost::intrusive::member_hook<Record, boost::intrusive::avl_set_member_hook<>, &Record::hook>;
+    using Hook = boost::intrusive::member_hook<Record, boost::intrusive::avl_set_member_hook<>,
+                                               &Record::hook>;
     boost::intrusive::avl_set<Record, Hook> set;
     Record record{};
     const double nsec = time_of([&] {
@@ -187,8 +186,8 @@ void measure_adds(const Options &options, const Report &report) {
     for (unsigned round = 0; round < options.rounds; round++)
         gateways.round([&] { return card.add_routes(sixteenth, 8); },
                        [&] { return card.add_routes(sixteenth, 1); });
-    report({"a route over eight gateways / over one", median(gateways.ours), "ns",
-            gateways.ratio(), gateways_limit});
+    report({"a route over eight gateways / over one", median(gateways.ours), "ns", gateways.ratio(),
+            gateways_limit});
 }
 
 // A card with `routes` over one host, and one route over another.
@@ -249,8 +248,8 @@ void measure_events(const Options &options, const Report &report) {
             one.ratio(), event_limit});
     report({"a host of all routes, a route, 16k / 1k", median(all.ours), "ns", all.ratio(),
             event_limit});
-    report({"best route, 16k / 1k routes", median(lookup.ours), "ns", lookup.ratio(),
-            lookup_limit});
+    report(
+        {"best route, 16k / 1k routes", median(lookup.ours), "ns", lookup.ratio(), lookup_limit});
 }
 
 void measure_labels(const Options &options, const Report &report) {

@@ -30,9 +30,7 @@ extern "C" {
 
 #define DPM_API __attribute__((visibility("default")))
 
-/* ---- constants
- * -------------------------------------------------------------------------------------------------
- */
+/* ---- constants ------------------------------------------------------------------------------- */
 
 #define DPM_FAMILY_NONE 0
 #define DPM_FAMILY_IPV4 1
@@ -54,9 +52,7 @@ extern "C" {
 #define DPM_IFNAME_BYTES 64
 #define DPM_MAC_BYTES 6
 
-/* ---- records
- * ---------------------------------------------------------------------------------------------------
- */
+/* ---- records --------------------------------------------------------------------------------- */
 
 /* Node of a circular doubly linked list; a head is one that holds no entry. */
 struct list_head {
@@ -213,8 +209,8 @@ struct dpm_ecmp_entry {
 struct dpm_route_entry {
     struct dpm_avl_node node;
     uint32_t vrf;
-    uint32_t route_type;          /* origin, as the routing suite numbers it */
-    struct dpm_prefix destination; /* as given, host bits included */
+    uint32_t route_type;                      /* origin, as the routing suite numbers it */
+    struct dpm_prefix destination;            /* as given, host bits included */
     struct dpm_prefix np[DPM_ROUTE_GATEWAYS]; /* gateways; family 0: no address */
     uint32_t np_ifindex[DPM_ROUTE_GATEWAYS];  /* card-local: others on the peer card */
     char np_ifname[DPM_ROUTE_GATEWAYS][DPM_IFNAME_BYTES];
@@ -242,8 +238,8 @@ struct dpm_route_msg {
 #define DPM_FTN_MSG_BYTES 114 /* the routing suite's FTN request */
 #define DPM_ILM_MSG_BYTES 165 /* the routing suite's ILM request */
 
-/* FEC to label: to reach this prefix, push these labels and send to this neighbour.  Addresses are 16 bytes, IPv4 in
- * the first four with the rest zero. */
+/* FEC to label: to reach this prefix, push these labels and send to this neighbour.  Addresses are
+ * 16 bytes, IPv4 in the first four with the rest zero. */
 struct dpm_ftn {
     struct dpm_avl_node node;
     struct list_head pend; /* place on the pend list; linked to itself when on none */
@@ -261,9 +257,9 @@ struct dpm_ftn {
     uint8_t vpn_nhop_af;
     uint8_t vpn_nhop[16]; /* the remote PE */
     uint8_t vpn_prefixlen;
-    uint8_t ftn_type; /* the suite's number */
-    uint8_t pro_type; /* the suite's number */
-    uint8_t flags;    /* DPM_LABEL_* */
+    uint8_t ftn_type;   /* the suite's number */
+    uint8_t pro_type;   /* the suite's number */
+    uint8_t flags;      /* DPM_LABEL_* */
     int32_t sdk_result; /* last failure of the driver; 0: none */
     uint8_t mac[DPM_MAC_BYTES];
     uint32_t svlan;
@@ -310,8 +306,7 @@ struct dpm_ilm {
     uint32_t port_type;
 } __attribute__((packed));
 
-/* ---- start-up and locks
- * ---------------------------------------------------------------------------------------- */
+/* ---- start-up and locks ---------------------------------------------------------------------- */
 
 /* Builds the library's state, registers its callbacks with the platform and starts the worker. Call
  * once, on the start-up thread, before anything else here; 0, or -1 when a lock or the queue could
@@ -344,9 +339,7 @@ DPM_API void dpm_slot_up_sem_give(void);
  * on the standby. */
 DPM_API int dpm_bridge_slot_up(uint32_t slot);
 
-/* ---- interfaces
- * ------------------------------------------------------------------------------------------------
- */
+/* ---- interfaces ------------------------------------------------------------------------------ */
 
 /* Adds or deletes an interface.  `ifname` is copied up to 63 bytes.  Any thread, both cards; 0 or
  * -1. */
@@ -358,7 +351,8 @@ DPM_API int dpm_api_set_if_proc(const char *ifname, uint32_t if_type, uint32_t i
 DPM_API int dpm_api_set_if_ip_proc(uint16_t vrf, uint32_t ifindex, uint8_t family,
                                    const void *address, uint16_t prefix_len, uint32_t oper);
 
-/* Moves an interface to a VRF (its low 16 bits; the platform is told all of them).  Any thread; 0 or -1. */
+/* Moves an interface to a VRF (its low 16 bits; the platform is told all of them).  Any thread; 0
+ * or -1. */
 DPM_API int dpm_api_set_if_vrf_proc(uint32_t ifindex, uint32_t vrf);
 
 /* Adds or deletes a sub-VLAN (1 to 4094) of a super-VLAN.  Any thread; 0 or -1.  An unknown oper is
@@ -369,8 +363,8 @@ DPM_API int dpm_api_super_sub_proc(uint32_t super_vlan, uint32_t sub_vlan, uint3
 DPM_API int dpm_api_set_super_add(uint32_t vlan);
 DPM_API int dpm_api_set_super_del(uint32_t vlan);
 
-/* A port joined (or left, as `action` says) the trunk with index 91 to 106; the platform's callback.
- * Any thread; 0 or -1. */
+/* A port joined (or left, as `action` says) the trunk with index 91 to 106; the platform's
+ * callback. Any thread; 0 or -1. */
 DPM_API int dpm_trunk_member_change_func(uint32_t type, uint32_t trunk_index, uint32_t port,
                                          uint32_t action);
 
@@ -405,9 +399,7 @@ DPM_API int dpm_api_set_vrf_enable(uint32_t vrf, uint32_t enable);
 DPM_API int dpm_api_set_ecmp_hash(uint32_t mode);
 DPM_API uint32_t dpm_api_get_ecmp_hash(void);
 
-/* ---- hosts
- * -----------------------------------------------------------------------------------------------------
- */
+/* ---- hosts ----------------------------------------------------------------------------------- */
 
 /* Reports a neighbour, oper DPM_OPER_ADD or DPM_OPER_DEL.  Any thread; 0 or -1. */
 DPM_API int dpm_api_host_pro(const struct dpm_host_info *info, uint32_t oper);
@@ -472,9 +464,7 @@ DPM_API int dpm_ipv6_ready_test_switch_open(void);
 DPM_API int dpm_ipv6_ready_test_switch_close(void);
 DPM_API uint32_t dpm_get_ipv6_ready_test_switch_state(void);
 
-/* ---- next hops
- * -------------------------------------------------------------------------------------------------
- */
+/* ---- next hops ------------------------------------------------------------------------------- */
 
 /* First next hop, and the one after `entry`; null at the end.  Walkers. */
 DPM_API const struct dpm_nexthop_entry *dpm_api_get_nexthop_entry_first(void);
@@ -483,7 +473,7 @@ dpm_api_get_nexthop_entry_next(const struct dpm_nexthop_entry *entry);
 
 DPM_API void dpm_nexthop_show(void);
 
-/* ---- ECMP groups ------------------------------------------------------------------------------- */
+/* ---- ECMP groups ----------------------------------------------------------------------------- */
 
 /* First group of a family (1 or 2), and the one after `entry`; null at the end.  Walkers. */
 DPM_API const struct dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(uint32_t family);
@@ -492,7 +482,7 @@ dpm_api_get_ecmp_entry_next(const struct dpm_ecmp_entry *entry);
 
 DPM_API void dpm_ipv4_ecmp_show(void);
 
-/* ---- routes ------------------------------------------------------------------------------------ */
+/* ---- routes ---------------------------------------------------------------------------------- */
 
 /* Installs or withdraws a route.  Any thread; 0 or -1. */
 DPM_API int dpm_api_route_pro(const struct dpm_route_msg *route, uint32_t oper);
@@ -502,9 +492,9 @@ DPM_API const struct dpm_route_entry *dpm_api_get_route_entry_first(uint32_t fam
 DPM_API const struct dpm_route_entry *
 dpm_api_get_route_entry_next(const struct dpm_route_entry *entry);
 
-/* Writes the IPv4 routes of VRF 0 over VLAN interfaces into a new block, `record_bytes` apart (52 or more): thirteen
- * words each, the rest zero.  The caller gives the block back with the platform's free.  The number of records (0: no
- * block), or -1.  Takes the DPM lock. */
+/* Writes the IPv4 routes of VRF 0 over VLAN interfaces into a new block, `record_bytes` apart (52
+ * or more): thirteen words each, the rest zero.  The caller gives the block back with the
+ * platform's free.  The number of records (0: no block), or -1.  Takes the DPM lock. */
 DPM_API int dpm_snmp_get_route_table(void **out, uint32_t record_bytes);
 
 DPM_API void dpm_ipv4_route_show(void);
@@ -514,10 +504,10 @@ DPM_API void dpm_ipv6_route_show(void);
 DPM_API int dpm_ipv4_route_cnt_show(void);
 DPM_API int dpm_ipv6_route_cnt_show(void);
 
-/* ---- labels ------------------------------------------------------------------------------------ */
+/* ---- labels ---------------------------------------------------------------------------------- */
 
-/* Adds or deletes a label entry: the suite's request record of DPM_FTN_MSG_BYTES or DPM_ILM_MSG_BYTES.  Any thread; 0
- * or -1. */
+/* Adds or deletes a label entry: the suite's request record of DPM_FTN_MSG_BYTES or
+ * DPM_ILM_MSG_BYTES.  Any thread; 0 or -1. */
 DPM_API int dpm_api_set_mpls_ftn_proc(const void *request, uint32_t oper);
 DPM_API int dpm_api_set_mpls_ilm_proc(const void *request, uint32_t oper);
 
@@ -533,8 +523,7 @@ DPM_API void dpm_mpls_ftn_table_detail_show(uint32_t vrf_id, uint32_t address, u
 DPM_API void dpm_mpls_ilm_table_show(void);
 DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
 
-/* ---- receivers of the peer card
- * -------------------------------------------------------------------------------- */
+/* ---- receivers of the peer card -------------------------------------------------------------- */
 
 /* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes`
  * is checked. 0 when the message was posted or dropped by role, -1 when it was refused. */
@@ -562,8 +551,7 @@ DPM_RECEIVER(dpm_mpls_ilm_del_sync_receive);
 DPM_RECEIVER(dpm_mpls_ilm_sync_all_receive);
 #undef DPM_RECEIVER
 
-/* ---- result callbacks of the chip driver
- * ------------------------------------------------------------------------ */
+/* ---- result callbacks of the chip driver ----------------------------------------------------- */
 
 /* A slot's answer to the request of the same name without "_result": the request's own arguments,
  * the bit of the slot that answered and its result.  Any thread, no lock; a result other than 0 is

@@ -3,8 +3,8 @@
 // again here.
 //
 // Under the DPM lock: on the worker, and on a requester's thread for the card's settings; also from
-// dpm_main_init before there is a worker.  Tables pass slot bits -1 in normal operation, settings 0.
-// MACs are 6 bytes, addresses as long as their family says, in network order.
+// dpm_main_init before there is a worker.  Tables pass slot bits -1 in normal operation, settings
+// 0. MACs are 6 bytes, addresses as long as their family says, in network order.
 #pragma once
 
 #include "dpm_api.h"

@@ -33,8 +33,7 @@ int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry);
 int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry);
 
 // Order of the trees: the chip's index as a signed number.
-inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b)
-{
+inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b) {
     if (a == nullptr || b == nullptr)
         return dpm::null_parameter(__func__, __LINE__);
     return dpm::three_way(a->sdk_index, b->sdk_index);
@@ -42,8 +41,7 @@ inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b)
 
 namespace dpm {
 
-inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b)
-{
+inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b) {
     return dpm_ecmp_compare(&a, &b);
 }
 using ecmp_table = avl_table<dpm_ecmp_entry, ecmp_order>;

@@ -97,8 +97,12 @@ int dpm_mpls_ilm_del_sync_process(const dpm_ilm *entry);
 
 namespace dpm {
 
-inline int ftn_order(const dpm_ftn &a, const dpm_ftn &b) { return dpm_mpls_ftn_compare(&a, &b); }
-inline int ilm_order(const dpm_ilm &a, const dpm_ilm &b) { return dpm_mpls_ilm_compare(&a, &b); }
+inline int ftn_order(const dpm_ftn &a, const dpm_ftn &b) {
+    return dpm_mpls_ftn_compare(&a, &b);
+}
+inline int ilm_order(const dpm_ilm &a, const dpm_ilm &b) {
+    return dpm_mpls_ilm_compare(&a, &b);
+}
 using ftn_table = avl_table<dpm_ftn, ftn_order>;
 using ilm_table = avl_table<dpm_ilm, ilm_order>;
 
@@ -107,14 +111,12 @@ ilm_table ilms();
 void label_tables_create();
 
 // The node of an entry on its pend list.
-template <class Entry> list_head *pend_link(Entry &entry)
-{
+template <class Entry> list_head *pend_link(Entry &entry) {
     return reinterpret_cast<list_head *>(reinterpret_cast<char *>(&entry) + offsetof(Entry, pend));
 }
 
 // The entry behind such a node.
-template <class Entry> Entry &pend_entry(list_head *link)
-{
+template <class Entry> Entry &pend_entry(list_head *link) {
     return *reinterpret_cast<Entry *>(reinterpret_cast<char *>(link) - offsetof(Entry, pend));
 }
 

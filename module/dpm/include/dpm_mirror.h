@@ -7,7 +7,9 @@
 //
 // A table joins with a description (see mirrored_table), its two process functions and one
 // DPM_MIRRORED_TABLE row; its messages join DPM_MESSAGES, its receivers dpm_api.h, and its
-// whole-table sender the order of the slave-up process. Senders run on the worker, receivers on the hot-standby service's thread.
+// whole-table sender the order of the slave-up process.
+//
+// Senders run on the worker, receivers on the hot-standby service's thread.
 #pragma once
 
 #include "dpm_avltree.h"

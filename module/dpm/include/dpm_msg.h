@@ -60,7 +60,8 @@
 // clang-format on
 
 enum dpm_msg_code : std::uint32_t {
-    // posted for the label tables, whose handlers are not there yet: dropped like a code without a row
+    // posted for the label tables, whose handlers are not there yet: dropped like a code without a
+    // row
     DPM_MSG_FTN_ADD = 30,
     DPM_MSG_FTN_DEL = 31,
     DPM_MSG_ILM_ADD = 35,

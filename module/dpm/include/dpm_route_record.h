@@ -30,8 +30,7 @@ struct route_places {
     network_place network;
     gateway_place gateways[DPM_ROUTE_GATEWAYS];
 
-    static constexpr std::size_t size_bytes(std::uint32_t gateway_count)
-    {
+    static constexpr std::size_t size_bytes(std::uint32_t gateway_count) {
         return sizeof(network_place) + gateway_count * sizeof(gateway_place);
     }
 };
@@ -43,12 +42,10 @@ struct route_record {
     route_places *places;    // owned
 };
 
-inline route_record &record_of(dpm_route_entry &route)
-{
+inline route_record &record_of(dpm_route_entry &route) {
     return reinterpret_cast<route_record &>(route);
 }
-inline const route_record &record_of(const dpm_route_entry &route)
-{
+inline const route_record &record_of(const dpm_route_entry &route) {
     return reinterpret_cast<const route_record &>(route);
 }
 
@@ -58,9 +55,8 @@ namespace dpm {
 class route_block {
 public:
     explicit route_block(std::uint32_t gateway_count)
-        : places_(static_cast<route_places *>(dpm_malloc(route_places::size_bytes(gateway_count))))
-    {
-    }
+        : places_(
+              static_cast<route_places *>(dpm_malloc(route_places::size_bytes(gateway_count)))) {}
     ~route_block() { dpm_free(places_); }
     route_block(const route_block &) = delete;
     route_block &operator=(const route_block &) = delete;
@@ -68,8 +64,7 @@ public:
     explicit operator bool() const { return record_ && places_ != nullptr; }
     route_record *operator->() const { return record_.get(); }
     route_record &operator*() const { return *record_; }
-    route_record *release()
-    {
+    route_record *release() {
         record_->places = places_;
         places_ = nullptr;
         return record_.release();
@@ -80,8 +75,7 @@ private:
     route_places *places_;
 };
 
-inline void free_route(route_record &record)
-{
+inline void free_route(route_record &record) {
     dpm_free(record.places);
     free_zeroed(&record);
 }

@@ -7,8 +7,7 @@
 namespace {
 
 // At most 16 bytes with the end.
-void write_ipv4(const std::uint8_t *address, char *text)
-{
+void write_ipv4(const std::uint8_t *address, char *text) {
     for (int i = 0; i < 4; i++) {
         const unsigned number = address[i];
         if (number >= 100)
@@ -70,8 +69,7 @@ dpm_prefix host_prefix(std::uint32_t family, const void *address) {
 }
 
 // Log lines are made whether or not somebody reads them: the common case is formatted by hand.
-address_text::address_text(const dpm_prefix &ip)
-{
+address_text::address_text(const dpm_prefix &ip) {
     if (ip.family == DPM_FAMILY_IPV4)
         write_ipv4(ip.address, text_);
     else if (ip.family != DPM_FAMILY_IPV6 ||

@@ -16,36 +16,31 @@ namespace {
 constexpr std::uint32_t free_slot = 0;
 
 // A family other than the two is told in the log; what was asked for then counts as done.
-bool is_known_type(std::uint32_t ecmp_type, const dpm::shell &caller)
-{
+bool is_known_type(std::uint32_t ecmp_type, const dpm::shell &caller) {
     if (dpm::is_known_family(ecmp_type))
         return true;
     DPM_SHELL_LOG(caller, "%s %d::ecmp_type = %d is err!\r\n", ecmp_type);
     return false;
 }
 
-dpm_ecmp_entry *find(std::uint32_t ecmp_type, std::int32_t sdk_index)
-{
+dpm_ecmp_entry *find(std::uint32_t ecmp_type, std::int32_t sdk_index) {
     dpm_ecmp_entry key = {};
     key.sdk_index = sdk_index;
     return dpm::ecmp_groups(ecmp_type).find(key);
 }
 
-std::uint32_t group_count()
-{
+std::uint32_t group_count() {
     return g_dpm_global.ecmp_ipv4_tree.numnodes + g_dpm_global.ecmp_ipv6_tree.numnodes;
 }
 
-std::uint32_t *slot_holding(dpm_ecmp_entry &group, std::uint32_t host_index)
-{
+std::uint32_t *slot_holding(dpm_ecmp_entry &group, std::uint32_t host_index) {
     for (std::uint32_t &slot : group.host_sdk)
         if (slot == host_index)
             return &slot;
     return nullptr;
 }
 
-void add_member(dpm_ecmp_entry &group, std::uint32_t host_index)
-{
+void add_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
     if (dpm_driver_ecmp_add(group.ecmp_type, group.sdk_index, host_index, DPM_SLOT_ALL_BITS) != 0)
         return;
     std::uint32_t *slot = slot_holding(group, free_slot);
@@ -55,8 +50,7 @@ void add_member(dpm_ecmp_entry &group, std::uint32_t host_index)
     group.host_cnt++;
 }
 
-void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index)
-{
+void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
     std::uint32_t *slot = slot_holding(group, host_index);
     if (slot == nullptr)
         return;
@@ -65,8 +59,7 @@ void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index)
 }
 
 // The last member has gone: the group ends in the chip, on the peer and here.
-void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index)
-{
+void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index) {
     const std::uint32_t ecmp_type = group.ecmp_type;
     (void)dpm_driver_ecmp_destory(ecmp_type, group.sdk_index, DPM_SLOT_ALL_BITS);
     (void)dpm_ecmp_entry_del_sync_send(&group);
@@ -76,8 +69,7 @@ void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index)
 }
 
 dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, int &result,
-                             const dpm::shell &caller)
-{
+                             const dpm::shell &caller) {
     result = -1;
     if (group_count() >= DPM_ECMP_CAPACITY) {
         DPM_SHELL_LOG(caller, "%s %d::ecmp entry is full!!!\r\n");
@@ -104,18 +96,15 @@ struct ecmp_mirror {
     using entry = dpm_ecmp_entry;
     static constexpr auto add_code = DPM_MSG_SYNC_ADD_ECMP, del_code = DPM_MSG_SYNC_DEL_ECMP;
     static constexpr std::uint32_t batch_entries = 100;
-    static constexpr const char *driver_sync_text =
-        "%s %d::slot_bit = %d, ecmp driver sync.\r\n";
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ecmp driver sync.\r\n";
     static constexpr const char *empty_first_text = "%s %d::ipv4 ecmp tree is null.\r\n";
     static constexpr const char *table_sync_text = "%s %d::slot %d, ecmp table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees()
-    {
+    static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.ecmp_ipv4_tree,
                                                        &g_dpm_global.ecmp_ipv6_tree};
         return list;
     }
-    static bool reprogram(const dpm_ecmp_entry &group, std::uint32_t slot_bits)
-    {
+    static bool reprogram(const dpm_ecmp_entry &group, std::uint32_t slot_bits) {
         std::int32_t sdk_index = group.sdk_index; // the slot's group takes the index that is known
         (void)dpm_driver_ecmp_creat(group.ecmp_type, &sdk_index, slot_bits);
         for (const std::uint32_t member : group.host_sdk)
@@ -141,22 +130,19 @@ DPM_MIRRORED_TABLE(ecmp_mirror,
 
 namespace dpm {
 
-ecmp_table ecmp_groups(std::uint32_t ecmp_type)
-{
+ecmp_table ecmp_groups(std::uint32_t ecmp_type) {
     return ecmp_table(ecmp_type == DPM_FAMILY_IPV4 ? g_dpm_global.ecmp_ipv4_tree
                                                    : g_dpm_global.ecmp_ipv6_tree);
 }
 
-void ecmp_tables_create()
-{
+void ecmp_tables_create() {
     ecmp_groups(DPM_FAMILY_IPV4).create();
     ecmp_groups(DPM_FAMILY_IPV6).create();
 }
 
 } // namespace dpm
 
-int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index)
-{
+int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
     if (!is_known_type(ecmp_type, DPM_SHELL))
         return 0;
     dpm_ecmp_entry *group;
@@ -181,8 +167,7 @@ int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t
     return 0;
 }
 
-int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index)
-{
+int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
     if (!is_known_type(ecmp_type, DPM_SHELL))
         return 0;
     dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);
@@ -203,8 +188,7 @@ int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t
     return 0;
 }
 
-int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index)
-{
+int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
     if (!dpm::is_known_family(ecmp_type))
         return 0;
     dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);
@@ -228,15 +212,13 @@ int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index)
     return 0;
 }
 
-dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key)
-{
+dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key) {
     if (!is_known_type(ecmp_type, DPM_SHELL))
         return nullptr;
     return dpm::ecmp_groups(ecmp_type).find(*key);
 }
 
-int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry)
-{
+int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (!is_known_type(entry->ecmp_type, DPM_SHELL))
@@ -255,8 +237,7 @@ int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry)
     return 0;
 }
 
-int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry)
-{
+int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (!is_known_type(entry->ecmp_type, DPM_SHELL))

@@ -7,8 +7,7 @@
 
 namespace {
 
-bool is_known(std::uint32_t family, const dpm::shell &caller)
-{
+bool is_known(std::uint32_t family, const dpm::shell &caller) {
     if (dpm::is_known_family(family))
         return true;
     DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", family);
@@ -17,20 +16,17 @@ bool is_known(std::uint32_t family, const dpm::shell &caller)
 
 } // namespace
 
-const dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(std::uint32_t family)
-{
+const dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(std::uint32_t family) {
     return is_known(family, DPM_SHELL) ? dpm::ecmp_groups(family).first() : nullptr;
 }
 
-const dpm_ecmp_entry *dpm_api_get_ecmp_entry_next(const dpm_ecmp_entry *entry)
-{
+const dpm_ecmp_entry *dpm_api_get_ecmp_entry_next(const dpm_ecmp_entry *entry) {
     if (entry == nullptr || !is_known(entry->ecmp_type, DPM_SHELL))
         return nullptr;
     return dpm::ecmp_groups(entry->ecmp_type).next(*entry);
 }
 
-void dpm_ipv4_ecmp_show()
-{
+void dpm_ipv4_ecmp_show() {
     const dpm::dpm_lock lock;
     for (const dpm_ecmp_entry &group : dpm::ecmp_groups(DPM_FAMILY_IPV4)) {
         const std::uint32_t *host = group.host_sdk;

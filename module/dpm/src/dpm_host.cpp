@@ -137,8 +137,7 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
 }
 
 // A host wins over a route to its very address.
-void displace_route(const dpm_host_entry &host, const dpm::shell &caller)
-{
+void displace_route(const dpm_host_entry &host, const dpm::shell &caller) {
     dpm_route_entry *route = dpm::find_route(host.vrf, host.ip);
     if (route == nullptr)
         return;
@@ -149,8 +148,7 @@ void displace_route(const dpm_host_entry &host, const dpm::shell &caller)
 }
 
 // A repeated report changes nothing, unless a delete of the host was left half done.
-bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported)
-{
+bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported) {
     return dpm_host_entry_is_same(&present, &reported) &&
            (record_of(present).in_chip || dpm::is_linklocal(present.ip));
 }

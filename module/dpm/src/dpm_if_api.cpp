@@ -22,9 +22,9 @@ bool is_known_oper(std::uint32_t oper) {
     return oper == DPM_OPER_ADD || oper == DPM_OPER_DEL;
 }
 
-// The worker may free the interface meanwhile: the lock is held for the lookup, not for what follows.
-std::uint32_t vlan_of(std::uint32_t ifindex)
-{
+// The worker may free the interface meanwhile: the lock is held for the lookup, not for what
+// follows.
+std::uint32_t vlan_of(std::uint32_t ifindex) {
     const dpm::dpm_lock lock;
     return dpm_if_get_vlanid(ifindex);
 }

@@ -61,8 +61,7 @@ dpm_if_entry *find_by_vlan(std::uint32_t vlan, std::uint32_t if_type) {
 
 namespace dpm {
 
-bounded_name::bounded_name(const char *name)
-{
+bounded_name::bounded_name(const char *name) {
     const std::size_t length = strnlen(name, sizeof text_ - 1);
     std::memcpy(text_, name, length);
     std::memset(text_ + length, 0, sizeof text_ - length);
@@ -87,9 +86,8 @@ dpm_if_entry *dpm_if_find_by_ifname(const char *name) {
         DPM_TRACE("%s %d:: the input parameter is null!\r\n");
         return nullptr;
     }
-    return find_interface([=](const dpm_if_entry &entry) {
-        return std::strcmp(entry.ifname, name) == 0;
-    });
+    return find_interface(
+        [=](const dpm_if_entry &entry) { return std::strcmp(entry.ifname, name) == 0; });
 }
 
 dpm_if_entry *dpm_if_get_by_vlan(std::uint32_t vlan) {

@@ -22,8 +22,7 @@ struct ftn_record {
     dpm_avl_node by_fec;
 };
 
-int fec_order(const ftn_record &a, const ftn_record &b)
-{
+int fec_order(const ftn_record &a, const ftn_record &b) {
     if (const int order = dpm_fec_addr_cmp(a.entry.fec_prefix, b.entry.fec_prefix))
         return order;
     return dpm_mpls_ftn_compare(&a.entry, &b.entry);
@@ -31,25 +30,24 @@ int fec_order(const ftn_record &a, const ftn_record &b)
 
 // Tunnel FTNs (VRF 0) by FEC, and by table order within one.
 using fec_index = dpm::avl_table<ftn_record, fec_order, offsetof(ftn_record, by_fec)>;
-fec_index by_fec() { return fec_index(g_dpm_index.ftn_by_fec); }
+fec_index by_fec() {
+    return fec_index(g_dpm_index.ftn_by_fec);
+}
 
 struct ftn_kind {
     using entry = dpm_ftn;
     using record = ftn_record;
     static dpm::ftn_table table() { return dpm::ftns(); }
     static list_head &pend_list() { return g_dpm_vpn.pend_ftn_list; }
-    static void index(ftn_record &record)
-    {
+    static void index(ftn_record &record) {
         if (record.entry.vrf_id == 0)
             (void)by_fec().add(record);
     }
-    static void unindex(ftn_record &record)
-    {
+    static void unindex(ftn_record &record) {
         if (record.entry.vrf_id == 0)
             by_fec().remove(record);
     }
-    static bool is_same_pending(const dpm_ftn &a, const dpm_ftn &b)
-    {
+    static bool is_same_pending(const dpm_ftn &a, const dpm_ftn &b) {
         return a.prefixlen == b.prefixlen && a.vrf_id == b.vrf_id &&
                dpm_fec_addr_cmp(a.fec_prefix, b.fec_prefix) == 0 &&
                dpm_fec_addr_cmp(a.tunnel_nhop, b.tunnel_nhop) == 0;
@@ -67,20 +65,17 @@ struct ilm_kind {
     static list_head &pend_list() { return g_dpm_vpn.pend_ilm_list; }
     static void index(ilm_record &) {}
     static void unindex(ilm_record &) {}
-    static bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b)
-    {
+    static bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b) {
         return a.in_label == b.in_label;
     }
 };
 
-template <class Kind> typename Kind::record &record_of(typename Kind::entry &entry)
-{
+template <class Kind> typename Kind::record &record_of(typename Kind::entry &entry) {
     return reinterpret_cast<typename Kind::record &>(entry);
 }
 
 // A copy of the record in the table; the present entry when the key is there; null without memory.
-template <class Kind> typename Kind::entry *insert(const typename Kind::entry &image)
-{
+template <class Kind> typename Kind::entry *insert(const typename Kind::entry &image) {
     dpm::block<typename Kind::record> record;
     if (!record)
         return nullptr;
@@ -92,8 +87,7 @@ template <class Kind> typename Kind::entry *insert(const typename Kind::entry &i
     return &record.release()->entry;
 }
 
-template <class Kind> typename Kind::entry *find_pending(const typename Kind::entry &key)
-{
+template <class Kind> typename Kind::entry *find_pending(const typename Kind::entry &key) {
     list_head &head = Kind::pend_list();
     for (list_head *link = head.next; link != &head; link = link->next) {
         auto &entry = dpm::pend_entry<typename Kind::entry>(link);
@@ -103,22 +97,18 @@ template <class Kind> typename Kind::entry *find_pending(const typename Kind::en
     return nullptr;
 }
 
-template <class Kind> void unpend(typename Kind::entry &entry)
-{
+template <class Kind> void unpend(typename Kind::entry &entry) {
     if (find_pending<Kind>(entry) != nullptr)
         list_del_init(dpm::pend_link(entry));
 }
 
-template <class Kind> void unlink_and_free(typename Kind::entry &entry)
-{
+template <class Kind> void unlink_and_free(typename Kind::entry &entry) {
     Kind::unindex(record_of<Kind>(entry));
     Kind::table().remove(entry);
     dpm::free_zeroed(&record_of<Kind>(entry));
 }
 
-template <class Kind>
-int pend_add(typename Kind::entry *entry, const dpm::shell &caller)
-{
+template <class Kind> int pend_add(typename Kind::entry *entry, const dpm::shell &caller) {
     if (entry == nullptr)
         return -1;
     list_head *link = dpm::pend_link(*entry);
@@ -128,8 +118,7 @@ int pend_add(typename Kind::entry *entry, const dpm::shell &caller)
     return 0;
 }
 
-template <class Kind> int pend_del(typename Kind::entry *entry)
-{
+template <class Kind> int pend_del(typename Kind::entry *entry) {
     if (entry == nullptr || list_empty(&Kind::pend_list()))
         return -1;
     list_del_init(dpm::pend_link(*entry));
@@ -137,14 +126,12 @@ template <class Kind> int pend_del(typename Kind::entry *entry)
 }
 
 // A mirrored address as it is kept: four bytes of an IPv4 address, the rest zero.
-void trim_address(std::uint8_t *address, std::uint8_t family)
-{
+void trim_address(std::uint8_t *address, std::uint8_t family) {
     if (family == DPM_FAMILY_IPV4)
         std::memset(address + 4, 0, 12);
 }
 
-template <class Entry> void clear_links(Entry &image)
-{
+template <class Entry> void clear_links(Entry &image) {
     image.node = {};
     image.pend = {};
 }
@@ -156,8 +143,7 @@ struct ftn_mirror {
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ftn driver sync.\r\n";
     static constexpr const char *empty_first_text = nullptr;
     static constexpr const char *table_sync_text = "%s %d::slot %d, ftn table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees()
-    {
+    static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ftn_tree};
         return list;
     }
@@ -172,8 +158,7 @@ struct ilm_mirror {
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ilm driver sync.\r\n";
     static constexpr const char *empty_first_text = nullptr;
     static constexpr const char *table_sync_text = "%s %d::slot %d, ilm table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees()
-    {
+    static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ilm_tree};
         return list;
     }
@@ -195,18 +180,20 @@ DPM_MIRRORED_TABLE(ilm_mirror,
 
 namespace dpm {
 
-ftn_table ftns() { return ftn_table(g_dpm_vpn.ftn_tree); }
-ilm_table ilms() { return ilm_table(g_dpm_vpn.ilm_tree); }
+ftn_table ftns() {
+    return ftn_table(g_dpm_vpn.ftn_tree);
+}
+ilm_table ilms() {
+    return ilm_table(g_dpm_vpn.ilm_tree);
+}
 
-void label_tables_create()
-{
+void label_tables_create() {
     ftns().create();
     ilms().create();
     by_fec().create();
 }
 
-bool has_tunnel_ftn(const dpm_prefix &destination)
-{
+bool has_tunnel_ftn(const dpm_prefix &destination) {
     if (ftns().empty())
         return false;
     ftn_record key = {};
@@ -224,15 +211,13 @@ bool has_tunnel_ftn(const dpm_prefix &destination)
 
 } // namespace dpm
 
-int dpm_fec_addr_cmp(const void *a, const void *b)
-{
+int dpm_fec_addr_cmp(const void *a, const void *b) {
     if (a == nullptr || b == nullptr)
         return a <= b ? -1 : 1;
     return dpm::bytes_order(a, b, 16);
 }
 
-int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b)
-{
+int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b) {
     if (a == nullptr || b == nullptr) {
         DPM_PLAIN("dpm_mpls_ftn_compare::the input parameter is null!\r\n");
         return -1;
@@ -246,8 +231,7 @@ int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b)
     return dpm_fec_addr_cmp(a->fec_prefix, b->fec_prefix);
 }
 
-int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b)
-{
+int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b) {
     if (a == nullptr || b == nullptr) {
         DPM_PLAIN("dpm_mpls_ilm_compare::the input parameter is null!\r\n");
         return -1;
@@ -255,12 +239,15 @@ int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b)
     return a->in_label < b->in_label ? -1 : a->in_label > b->in_label;
 }
 
-dpm_ftn *dpm_mpls_ftn_lookup(dpm_ftn key) { return dpm::ftns().find(key); }
+dpm_ftn *dpm_mpls_ftn_lookup(dpm_ftn key) {
+    return dpm::ftns().find(key);
+}
 
-dpm_ilm *dpm_mpls_ilm_lookup(dpm_ilm key) { return dpm::ilms().find(key); }
+dpm_ilm *dpm_mpls_ilm_lookup(dpm_ilm key) {
+    return dpm::ilms().find(key);
+}
 
-dpm_ftn *dpm_mpls_ftn_add(dpm_ftn record)
-{
+dpm_ftn *dpm_mpls_ftn_add(dpm_ftn record) {
     dpm_ftn *entry = insert<ftn_kind>(record);
     if (entry != nullptr)
         DPM_PLAIN("dpm_mpls_ftn_add::avl_count=%d\r\n", dpm::ftns().count());
@@ -268,8 +255,7 @@ dpm_ftn *dpm_mpls_ftn_add(dpm_ftn record)
 }
 
 // The outgoing interface travels to the peer by name: indexes are card-local.
-dpm_ilm *dpm_mpls_ilm_add(dpm_ilm record)
-{
+dpm_ilm *dpm_mpls_ilm_add(dpm_ilm record) {
     std::memset(record.out_ifname, 0, sizeof record.out_ifname);
     (void)dpm_if_get_ifnamebyindex(record.out_ifindex, record.out_ifname);
     record.owner = 0;
@@ -279,8 +265,7 @@ dpm_ilm *dpm_mpls_ilm_add(dpm_ilm record)
     return entry;
 }
 
-int dpm_mpls_ftn_del(dpm_ftn *entry)
-{
+int dpm_mpls_ftn_del(dpm_ftn *entry) {
     if (entry == nullptr)
         return -1;
     DPM_PLAIN("dpm_mpls_ftn_del::avl_count=%d ftn = %p list_empty=%d\r\n", dpm::ftns().count(),
@@ -294,8 +279,7 @@ int dpm_mpls_ftn_del(dpm_ftn *entry)
     return 0;
 }
 
-int dpm_mpls_ilm_del(dpm_ilm *entry)
-{
+int dpm_mpls_ilm_del(dpm_ilm *entry) {
     if (entry == nullptr)
         return -1;
     unpend<ilm_kind>(*entry);
@@ -305,20 +289,31 @@ int dpm_mpls_ilm_del(dpm_ilm *entry)
     return 0;
 }
 
-int dpm_mpls_pend_ftn_add(dpm_ftn *entry) { return pend_add<ftn_kind>(entry, DPM_SHELL); }
+int dpm_mpls_pend_ftn_add(dpm_ftn *entry) {
+    return pend_add<ftn_kind>(entry, DPM_SHELL);
+}
 
-int dpm_mpls_pend_ilm_add(dpm_ilm *entry) { return pend_add<ilm_kind>(entry, DPM_SHELL); }
+int dpm_mpls_pend_ilm_add(dpm_ilm *entry) {
+    return pend_add<ilm_kind>(entry, DPM_SHELL);
+}
 
-int dpm_mpls_pend_ftn_del(dpm_ftn *entry) { return pend_del<ftn_kind>(entry); }
+int dpm_mpls_pend_ftn_del(dpm_ftn *entry) {
+    return pend_del<ftn_kind>(entry);
+}
 
-int dpm_mpls_pend_ilm_del(dpm_ilm *entry) { return pend_del<ilm_kind>(entry); }
+int dpm_mpls_pend_ilm_del(dpm_ilm *entry) {
+    return pend_del<ilm_kind>(entry);
+}
 
-dpm_ftn *dpm_mpls_pend_ftn_lookup(dpm_ftn key) { return find_pending<ftn_kind>(key); }
+dpm_ftn *dpm_mpls_pend_ftn_lookup(dpm_ftn key) {
+    return find_pending<ftn_kind>(key);
+}
 
-dpm_ilm *dpm_mpls_pend_ilm_lookup(dpm_ilm key) { return find_pending<ilm_kind>(key); }
+dpm_ilm *dpm_mpls_pend_ilm_lookup(dpm_ilm key) {
+    return find_pending<ilm_kind>(key);
+}
 
-dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address)
-{
+dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address) {
     ftn_record key = {};
     std::memcpy(key.entry.fec_prefix, address, sizeof key.entry.fec_prefix);
     ftn_record *record = by_fec().find_from(key);
@@ -327,8 +322,7 @@ dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address)
     return &record->entry;
 }
 
-dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image)
-{
+dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image) {
     clear_links(image);
     image.stale = 0;
     trim_address(image.fec_prefix, image.ip_type);
@@ -343,8 +337,7 @@ dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image)
     return entry;
 }
 
-dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image)
-{
+dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image) {
     clear_links(image);
     trim_address(image.fec_prefix, image.ip_type);
     trim_address(image.tunnel_nhop, image.ip_type); // deliberate: the FEC's family speaks for both
@@ -358,8 +351,7 @@ dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image)
     return entry;
 }
 
-int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry)
-{
+int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (dpm_ftn *present = dpm::ftns().find(*entry))
@@ -367,8 +359,7 @@ int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry)
     return dpm_mpls_ftn_add_for_salve(*entry) != nullptr ? 0 : -1;
 }
 
-int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry)
-{
+int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (dpm_ftn *present = dpm::ftns().find(*entry))
@@ -376,20 +367,19 @@ int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry)
     return 0;
 }
 
-int dpm_mpls_ilm_add_sync_process(const dpm_ilm *entry)
-{
+int dpm_mpls_ilm_add_sync_process(const dpm_ilm *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (dpm_ilm *present = dpm::ilms().find(*entry))
         (void)dpm_mpls_ilm_del(present);
     dpm_ilm image = *entry;
     image.out_ifname[sizeof image.out_ifname - 1] = '\0';
-    image.out_ifindex = image.out_ifname[0] != '\0' ? dpm_if_get_ifindexbyname(image.out_ifname) : 0;
+    image.out_ifindex =
+        image.out_ifname[0] != '\0' ? dpm_if_get_ifindexbyname(image.out_ifname) : 0;
     return dpm_mpls_ilm_add_for_slave(image) != nullptr ? 0 : -1;
 }
 
-int dpm_mpls_ilm_del_sync_process(const dpm_ilm *entry)
-{
+int dpm_mpls_ilm_del_sync_process(const dpm_ilm *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (dpm_ilm *present = dpm::ilms().find(*entry))

@@ -9,9 +9,7 @@
 
 namespace {
 
-template <std::size_t Bytes> struct request_record {
-    std::uint8_t bytes[Bytes];
-};
+template <std::size_t Bytes> struct request_record { std::uint8_t bytes[Bytes]; };
 
 struct codes {
     std::uint32_t add;
@@ -20,8 +18,7 @@ struct codes {
 
 template <std::size_t Bytes>
 int post_label(const void *record, std::uint32_t oper, const codes &code,
-               const dpm::send_error &error)
-{
+               const dpm::send_error &error) {
     if (record == nullptr)
         return dpm::null_parameter(error.function, error.line);
     if (oper != DPM_OPER_ADD && oper != DPM_OPER_DEL)
@@ -35,32 +32,32 @@ int post_label(const void *record, std::uint32_t oper, const codes &code,
 
 } // namespace
 
-int dpm_api_set_mpls_ftn_proc(const void *request, std::uint32_t oper)
-{
+int dpm_api_set_mpls_ftn_proc(const void *request, std::uint32_t oper) {
     return post_label<DPM_FTN_MSG_BYTES>(request, oper, {DPM_MSG_FTN_ADD, DPM_MSG_FTN_DEL},
                                          DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
-int dpm_api_set_mpls_ilm_proc(const void *request, std::uint32_t oper)
-{
+int dpm_api_set_mpls_ilm_proc(const void *request, std::uint32_t oper) {
     return post_label<DPM_ILM_MSG_BYTES>(request, oper, {DPM_MSG_ILM_ADD, DPM_MSG_ILM_DEL},
                                          DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
-const dpm_ftn *dpm_api_ftn_entry_first() { return dpm::ftns().first(); }
+const dpm_ftn *dpm_api_ftn_entry_first() {
+    return dpm::ftns().first();
+}
 
-const dpm_ftn *dpm_api_ftn_entry_next(const dpm_ftn *entry)
-{
+const dpm_ftn *dpm_api_ftn_entry_next(const dpm_ftn *entry) {
     if (entry != nullptr)
         return dpm::ftns().next(*entry);
     (void)dpm::null_parameter();
     return nullptr;
 }
 
-const dpm_ilm *dpm_api_ilm_entry_first() { return dpm::ilms().first(); }
+const dpm_ilm *dpm_api_ilm_entry_first() {
+    return dpm::ilms().first();
+}
 
-const dpm_ilm *dpm_api_ilm_entry_next(const dpm_ilm *entry)
-{
+const dpm_ilm *dpm_api_ilm_entry_next(const dpm_ilm *entry) {
     if (entry != nullptr)
         return dpm::ilms().next(*entry);
     (void)dpm::null_parameter();

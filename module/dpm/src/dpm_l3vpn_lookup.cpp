@@ -8,8 +8,7 @@
 namespace {
 
 // A key with an IPv4 FEC (a word in network order) and no tunnel next hop.
-dpm_ftn ipv4_key(std::uint32_t vrf_id, std::uint32_t fec, std::uint32_t prefix_len)
-{
+dpm_ftn ipv4_key(std::uint32_t vrf_id, std::uint32_t fec, std::uint32_t prefix_len) {
     dpm_ftn key = {};
     key.vrf_id = vrf_id;
     key.prefixlen = static_cast<std::uint8_t>(prefix_len);
@@ -17,15 +16,13 @@ dpm_ftn ipv4_key(std::uint32_t vrf_id, std::uint32_t fec, std::uint32_t prefix_l
     return key;
 }
 
-bool covers(const dpm_ftn &ftn, std::uint32_t address)
-{
+bool covers(const dpm_ftn &ftn, std::uint32_t address) {
     const std::uint32_t mask = dpm_get_netmask_addr(ftn.prefixlen);
     return ((dpm::address_word(ftn.fec_prefix) ^ address) & mask) == 0;
 }
 
 // The longest prefix of the VRF that covers the address; the first in table order among equals.
-const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address)
-{
+const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address) {
     const dpm_ftn *best = nullptr;
     for (const dpm_ftn &ftn : dpm::ftns())
         if (ftn.vrf_id == vrf_id && covers(ftn, address) &&
@@ -36,15 +33,13 @@ const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address)
 
 } // namespace
 
-std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len)
-{
+std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len) {
     if (prefix_len == 0 || prefix_len > DPM_IPV4_BITS)
         return 0;
     return htonl(0xFFFFFFFFu << (DPM_IPV4_BITS - prefix_len));
 }
 
-dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address)
-{
+dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address) {
     for (dpm_ftn &ftn : dpm::ftns()) {
         if (ftn.vrf_id != 0)
             return nullptr; // the tunnels stand first
@@ -58,8 +53,7 @@ dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address)
 }
 
 int dpm_get_mpls_ftn_info(std::uint32_t vrf_id, std::uint32_t address, std::uint32_t *tunnel_label,
-                          std::uint32_t *vpn_label, std::uint32_t *tunnel_nhop)
-{
+                          std::uint32_t *vpn_label, std::uint32_t *tunnel_nhop) {
     if (tunnel_label == nullptr || vpn_label == nullptr || tunnel_nhop == nullptr)
         return -1;
     const dpm_ftn *ftn = dpm::ftns().find(ipv4_key(vrf_id, address, DPM_IPV4_BITS));
@@ -75,8 +69,7 @@ int dpm_get_mpls_ftn_info(std::uint32_t vrf_id, std::uint32_t address, std::uint
 
 int dpm_mpls_ftn_tnl_nexthop_get(std::uint32_t vrf_id, std::uint32_t address,
                                  std::uint32_t prefix_len, std::uint32_t *tunnel_nhop,
-                                 std::uint32_t *tunnel_label)
-{
+                                 std::uint32_t *tunnel_label) {
     if (tunnel_nhop == nullptr || tunnel_label == nullptr)
         return dpm::null_parameter();
     const std::uint32_t network = htonl(address) & dpm_get_netmask_addr(prefix_len);
@@ -93,8 +86,7 @@ int dpm_mpls_ftn_tnl_nexthop_get(std::uint32_t vrf_id, std::uint32_t address,
 
 int dpm_ilm_info_get_by_lbl(std::uint32_t in_label, std::uint32_t *out_ifindex,
                             std::uint32_t *tunnel_nhop, std::uint32_t *swap_label,
-                            std::uint32_t *vrf_id)
-{
+                            std::uint32_t *vrf_id) {
     if (out_ifindex == nullptr || tunnel_nhop == nullptr || swap_label == nullptr ||
         vrf_id == nullptr)
         return 0;
@@ -111,8 +103,7 @@ int dpm_ilm_info_get_by_lbl(std::uint32_t in_label, std::uint32_t *out_ifindex,
 }
 
 dpm_ftn *dpm_mpls_ftn_table_get(std::uint32_t vrf_id, const std::uint8_t *fec,
-                                std::uint32_t prefix_len, const std::uint8_t *tunnel_nhop)
-{
+                                std::uint32_t prefix_len, const std::uint8_t *tunnel_nhop) {
     if (fec == nullptr || tunnel_nhop == nullptr) {
         (void)dpm::null_parameter();
         return nullptr;

@@ -13,8 +13,7 @@ namespace {
 // The four numbers of an IPv4 address in a 16-byte field.
 #define IPV4_OF(field) (field)[0], (field)[1], (field)[2], (field)[3]
 
-void print_ftn(const dpm_ftn &ftn)
-{
+void print_ftn(const dpm_ftn &ftn) {
     std::printf("\n\r flags=%d  vrf_id=%d ftn_index=%d fec=%d.%d.%d.%d tunnel_nhop=%d.%d.%d.%d "
                 "\t\t\t\ttunnel_lbl=%d vpn_lbl=%d sdk_ret=%d vpn_nhop=%d.%d.%d.%d nhid=%d "
                 "tunnel_id=%d \n\r",
@@ -23,8 +22,7 @@ void print_ftn(const dpm_ftn &ftn)
                 IPV4_OF(ftn.vpn_nhop), ftn.nhid, ftn.tunnel_id);
 }
 
-void print_ilm(const dpm_ilm &ilm)
-{
+void print_ilm(const dpm_ilm &ilm) {
     std::printf("\n\r vrf_id=%d in_label=%d swap=%d tnl_lbl=%d flags=%d fec=%d.%d.%d.%d "
                 "\t\t\t\ttunnel_nhop=%d.%d.%d.%d in_ifindex=%d nhid=%d tunnel_id=%d sdk_ret=%d\n\r",
                 ilm.vrf_id, ilm.in_label, ilm.swap_label, ilm.tunnel_label, ilm.flags,
@@ -32,8 +30,7 @@ void print_ilm(const dpm_ilm &ilm)
                 ilm.tunnel_id, ilm.sdk_result);
 }
 
-template <class Entry, class Print> void each_pending(list_head &head, Print print)
-{
+template <class Entry, class Print> void each_pending(list_head &head, Print print) {
     for (list_head *link = head.next; link != &head; link = link->next) {
         const Entry &entry = dpm::pend_entry<Entry>(link);
         if (entry.ip_type == DPM_FAMILY_IPV4)
@@ -41,8 +38,7 @@ template <class Entry, class Print> void each_pending(list_head &head, Print pri
     }
 }
 
-void print_ftn_fields(const dpm_ftn &ftn)
-{
+void print_ftn_fields(const dpm_ftn &ftn) {
     std::printf("\n\r ftn_ix = %d", ftn.ftn_ix);
     std::printf("\n\r owner = %d", ftn.owner);
     std::printf("\n\r ip_type = %d", ftn.ip_type);
@@ -60,8 +56,7 @@ void print_ftn_fields(const dpm_ftn &ftn)
     std::printf("\n\r sdk_result = %d", ftn.sdk_result);
 }
 
-void print_ilm_fields(const dpm_ilm &ilm)
-{
+void print_ilm_fields(const dpm_ilm &ilm) {
     std::printf("\n\r ilm_ix = %d", ilm.ilm_ix);
     std::printf("\n\r in_label = %d", ilm.in_label);
     std::printf("\n\r vrf_id = %d", ilm.vrf_id);
@@ -85,8 +80,7 @@ void print_ilm_fields(const dpm_ilm &ilm)
 
 } // namespace
 
-void dpm_mpls_ftn_table_show()
-{
+void dpm_mpls_ftn_table_show() {
     const dpm::dpm_lock lock;
     std::printf("\n\r global ftn table: total count %d", dpm::ftns().count());
     for (const dpm_ftn &ftn : dpm::ftns())
@@ -102,8 +96,7 @@ void dpm_mpls_ftn_table_show()
 }
 
 void dpm_mpls_ftn_table_detail_show(std::uint32_t vrf_id, std::uint32_t address,
-                                    std::uint32_t prefix_len)
-{
+                                    std::uint32_t prefix_len) {
     const dpm::dpm_lock lock;
     dpm_ftn key = {};
     const std::uint32_t fec = htonl(address);
@@ -119,8 +112,7 @@ void dpm_mpls_ftn_table_detail_show(std::uint32_t vrf_id, std::uint32_t address,
         print_ftn_fields(*ftn);
 }
 
-void dpm_mpls_ilm_table_show()
-{
+void dpm_mpls_ilm_table_show() {
     const dpm::dpm_lock lock;
     std::printf("\n\r global ilm table: total count %d", dpm::ilms().count());
     for (const dpm_ilm &ilm : dpm::ilms())
@@ -131,8 +123,7 @@ void dpm_mpls_ilm_table_show()
     std::printf("\n\r ilm table info end!");
 }
 
-void dpm_mpls_ilm_table_detail_show(std::uint32_t in_label)
-{
+void dpm_mpls_ilm_table_detail_show(std::uint32_t in_label) {
     const dpm::dpm_lock lock;
     dpm_ilm key = {};
     key.in_label = in_label;

@@ -33,12 +33,8 @@ int check_peer(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
 // Re-program a slot's chip and send the table, one table after the other: an entry travels behind
 // what it points to.
 constexpr int (*table_senders[])(std::uint32_t slot) = {
-    dpm_main_entry_sync_all_send,
-    dpm_nexthop_entry_sync_all_send,
-    dpm_host_entry_sync_all_send,
-    dpm_ecmp_entry_sync_all_send,
-    dpm_route_entry_sync_all_send,
-    dpm_mpls_ftn_sync_all_send,
+    dpm_main_entry_sync_all_send, dpm_nexthop_entry_sync_all_send, dpm_host_entry_sync_all_send,
+    dpm_ecmp_entry_sync_all_send, dpm_route_entry_sync_all_send,   dpm_mpls_ftn_sync_all_send,
     dpm_mpls_ilm_sync_all_send,
 };
 

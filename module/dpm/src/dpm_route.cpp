@@ -28,21 +28,18 @@ namespace {
 constexpr std::uint32_t static_route_origin = 15; // as the IP stack numbers it
 constexpr char tunnel_prefix[] = "tunnel";
 
-std::uint32_t occupied()
-{
+std::uint32_t occupied() {
     return dpm::ipv4_routes().count() + 2 * dpm::ipv6_routes().count();
 }
 
 // Refusals about tunnels carry no function and line: the text is format and argument at once.
-int refuse(const char *text)
-{
+int refuse(const char *text) {
     // deliberate: those who watch the logs know these two lines so
     ulogPrintf(g_dpm_global.module_id, DPM_LEVEL_TRACE, text, text);
     return -1;
 }
 
-bool is_sound(const dpm_route_msg &body, const dpm::shell &caller)
-{
+bool is_sound(const dpm_route_msg &body, const dpm::shell &caller) {
     if (body.np_num > DPM_ROUTE_GATEWAYS) {
         DPM_SHELL_LOG(caller, "%s %d::np_num %d is err!\r\n", body.np_num);
         return false;
@@ -56,8 +53,7 @@ bool is_sound(const dpm_route_msg &body, const dpm::shell &caller)
     return true;
 }
 
-void fill_route(dpm_route_entry &route, const dpm_route_msg &body)
-{
+void fill_route(dpm_route_entry &route, const dpm_route_msg &body) {
     route.vrf = body.vrf;
     route.route_type = body.route_type;
     route.destination = body.destination;
@@ -70,8 +66,7 @@ void fill_route(dpm_route_entry &route, const dpm_route_msg &body)
 }
 
 // A host route whose address is already a host is not added: the host's entry wins.
-bool is_taken_by_host(const dpm_route_entry &route)
-{
+bool is_taken_by_host(const dpm_route_entry &route) {
     const dpm_prefix &destination = route.destination;
     return dpm::is_known_family(destination.family) &&
            destination.prefix_len == dpm::host_bits(destination.family) &&
@@ -79,8 +74,7 @@ bool is_taken_by_host(const dpm_route_entry &route)
 }
 
 // What the chip shall point to for one gateway.
-std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position)
-{
+std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position) {
     const dpm_prefix &gateway = route.np[position];
     if (gateway.family == DPM_FAMILY_NONE)
         return DPM_ROUTE_NO_ADDRESS;
@@ -91,8 +85,7 @@ std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position)
         dpm_host_get_index_by_ip(route.vrf, route.np_ifindex[position], &gateway));
 }
 
-void resolve_gateways(dpm_route_entry &route)
-{
+void resolve_gateways(dpm_route_entry &route) {
     for (std::uint32_t i = 0; i < route.np_num; i++) {
         route.host_index[i] = resolve(route, i);
         if (route.ecmp_enable == DPM_ROUTE_ECMP && route.host_index[i] != DPM_ROUTE_UNRESOLVED)
@@ -104,8 +97,7 @@ void resolve_gateways(dpm_route_entry &route)
 }
 
 // The chip refused the route: it stays in the table as one that points nowhere.
-void unresolve(dpm_route_entry &route)
-{
+void unresolve(dpm_route_entry &route) {
     if (route.ecmp_enable == DPM_ROUTE_ECMP) {
         (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
     } else {
@@ -115,8 +107,7 @@ void unresolve(dpm_route_entry &route)
     dpm::restore_cpu_default(route);
 }
 
-void leave_groups(dpm_route_entry &route)
-{
+void leave_groups(dpm_route_entry &route) {
     if (route.ecmp_enable != DPM_ROUTE_ECMP || route.sdk_index <= 0)
         return;
     for (const std::int32_t host_index : route.host_index)
@@ -127,31 +118,28 @@ void leave_groups(dpm_route_entry &route)
         (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
 }
 
-int delete_expired(std::uintptr_t route, std::uintptr_t, std::uintptr_t)
-{
+int delete_expired(std::uintptr_t route, std::uintptr_t, std::uintptr_t) {
     if (dpm_bridge_self_is_slave()) // a timer that finds its card on standby does nothing
         return 0;
     return dpm_route_del(reinterpret_cast<dpm_route_entry *>(route));
 }
 
 // The IP stack's own routes over the old gateways go too.
-void tell_ip_stack(const dpm_route_entry &route)
-{
+void tell_ip_stack(const dpm_route_entry &route) {
     const dpm_prefix &destination = route.destination;
     for (std::uint32_t i = 0; i < route.np_num; i++)
         if (destination.family == DPM_FAMILY_IPV4)
             (void)hal_ipstack_static_route_process(
-                static_route_origin, dpm::address_word(destination.address),
-                destination.prefix_len, dpm::address_word(route.np[i].address), 0);
+                static_route_origin, dpm::address_word(destination.address), destination.prefix_len,
+                dpm::address_word(route.np[i].address), 0);
         else
             (void)hal_ipstack_ipv6_static_route_process(static_route_origin, destination.address,
-                                                        destination.prefix_len,
-                                                        route.np[i].address, 0);
+                                                        destination.prefix_len, route.np[i].address,
+                                                        0);
 }
 
 // Adds a route whose block is at hand; the block is released when the table takes it.
-int add_route(dpm::route_block &record, const dpm::shell &caller)
-{
+int add_route(dpm::route_block &record, const dpm::shell &caller) {
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
     const std::int32_t *host = route.host_index;
@@ -168,22 +156,19 @@ int add_route(dpm::route_block &record, const dpm::shell &caller)
     return 0;
 }
 
-bool has_room(const dpm::shell &caller)
-{
+bool has_room(const dpm::shell &caller) {
     if (occupied() < DPM_ROUTE_CAPACITY)
         return true;
     DPM_SHELL_LOG(caller, "%s %d::route entry is full!!!\r\n");
     return false;
 }
 
-void copy_route(route_record &record, const dpm_route_entry &route)
-{
+void copy_route(route_record &record, const dpm_route_entry &route) {
     record.entry = route;
     (void)dpm_timer_node_init(&record.entry.delete_timer);
 }
 
-void take_over(dpm_route_entry &route)
-{
+void take_over(dpm_route_entry &route) {
     dpm::adopt_chip_entry(record_of(route)); // the former master has programmed it
     if (dpm_route_dynamic_type_check(route.route_type))
         (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
@@ -194,59 +179,55 @@ void take_over(dpm_route_entry &route)
 
 namespace dpm {
 
-ipv4_route_table ipv4_routes() { return ipv4_route_table(g_dpm_global.route_ipv4_tree); }
-ipv6_route_table ipv6_routes() { return ipv6_route_table(g_dpm_global.route_ipv6_tree); }
+ipv4_route_table ipv4_routes() {
+    return ipv4_route_table(g_dpm_global.route_ipv4_tree);
+}
+ipv6_route_table ipv6_routes() {
+    return ipv6_route_table(g_dpm_global.route_ipv6_tree);
+}
 
-ipv4_route_table routes_of(std::uint32_t family)
-{
+ipv4_route_table routes_of(std::uint32_t family) {
     return ipv4_route_table(family == DPM_FAMILY_IPV4 ? g_dpm_global.route_ipv4_tree
                                                       : g_dpm_global.route_ipv6_tree);
 }
 
-void route_tables_create()
-{
+void route_tables_create() {
     ipv4_routes().create();
     ipv6_routes().create();
     route_indexes_create();
 }
 
-dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination)
-{
+dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {
     route_record key; // only what the compare reads is set
     key.entry.vrf = vrf;
     key.entry.destination = destination;
     return routes_of(destination.family).find(key.entry);
 }
 
-bool is_over_tunnel(const dpm_route_entry &route)
-{
+bool is_over_tunnel(const dpm_route_entry &route) {
     return std::strncmp(route.np_ifname[0], tunnel_prefix, sizeof tunnel_prefix - 1) == 0;
 }
 
 } // namespace dpm
 
-int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b)
-{
+int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
     if (a.vrf != b.vrf)
         return dpm::three_way(a.vrf, b.vrf);
     return dpm_prefix_compare(a.destination, b.destination);
 }
 
-int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b)
-{
+int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
     return dpm_route_ipv4_compare(a, b);
 }
 
-dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key)
-{
+dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
     if (dpm::is_known_family(key->destination.family))
         return dpm::routes_of(key->destination.family).find(*key);
     DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
     return nullptr;
 }
 
-int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b)
-{
+int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
     if (a->vrf != b->vrf || a->destination.family != b->destination.family ||
         dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
         return 0;
@@ -254,13 +235,11 @@ int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b)
 }
 
 // Static and directly connected routes are not; what a protocol learnt is.
-int dpm_route_dynamic_type_check(std::uint32_t route_type)
-{
+int dpm_route_dynamic_type_check(std::uint32_t route_type) {
     return route_type <= 12 && route_type != 2 && route_type != 3;
 }
 
-int dpm_route_add(const dpm_route_entry *entry)
-{
+int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (!has_room(DPM_SHELL))
@@ -276,8 +255,7 @@ int dpm_route_add(const dpm_route_entry *entry)
     return add_route(record, DPM_SHELL);
 }
 
-int dpm_route_del(dpm_route_entry *entry)
-{
+int dpm_route_del(dpm_route_entry *entry) {
     if (entry == nullptr) {
         (void)dpm::null_parameter();
         return 0;
@@ -303,8 +281,7 @@ int dpm_route_del(dpm_route_entry *entry)
     return 0;
 }
 
-int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entry)
-{
+int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entry) {
     if (old_entry == nullptr || new_entry == nullptr)
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
@@ -319,8 +296,7 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
     return add_route(record, DPM_SHELL);
 }
 
-int dpm_route_add_msg(const dpm_route_msg *body)
-{
+int dpm_route_add_msg(const dpm_route_msg *body) {
     if (body == nullptr)
         return dpm::null_parameter();
     if (dpm_bridge_self_is_slave()) {
@@ -347,8 +323,7 @@ int dpm_route_add_msg(const dpm_route_msg *body)
     return dpm_route_update(present, &route);
 }
 
-int dpm_route_del_msg(const dpm_route_msg *body)
-{
+int dpm_route_del_msg(const dpm_route_msg *body) {
     if (body == nullptr)
         return dpm::null_parameter();
     if (dpm_bridge_self_is_slave()) {
@@ -368,8 +343,7 @@ int dpm_route_del_msg(const dpm_route_msg *body)
     return dpm_route_del(present);
 }
 
-int dpm_route_start_delete_time()
-{
+int dpm_route_start_delete_time() {
     if (dpm::ipv4_routes().empty())
         DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
     for (dpm_route_entry &route : dpm::ipv4_routes())

@@ -32,8 +32,7 @@ struct export_record {
 };
 static_assert(sizeof(export_record) == 13 * sizeof(std::uint32_t));
 
-export_record export_of(const dpm_route_entry &route)
-{
+export_record export_of(const dpm_route_entry &route) {
     export_record record;
     std::memcpy(record.destination, route.destination.address, sizeof record.destination);
     record.prefix_len = route.destination.prefix_len;
@@ -44,21 +43,18 @@ export_record export_of(const dpm_route_entry &route)
     return record;
 }
 
-bool is_exported(const dpm_route_entry &route)
-{
+bool is_exported(const dpm_route_entry &route) {
     return route.vrf == 0 && std::strncmp(route.np_ifname[0], vlanif_prefix, vlanif_length) == 0;
 }
 
-std::uint32_t export_count()
-{
+std::uint32_t export_count() {
     std::uint32_t count = 0;
     for (const dpm_route_entry &route : dpm::ipv4_routes())
         count += is_exported(route);
     return count;
 }
 
-bool is_known(std::uint32_t family, const dpm::shell &caller)
-{
+bool is_known(std::uint32_t family, const dpm::shell &caller) {
     if (dpm::is_known_family(family))
         return true;
     DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", family);
@@ -67,8 +63,7 @@ bool is_known(std::uint32_t family, const dpm::shell &caller)
 
 } // namespace
 
-int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper)
-{
+int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper) {
     if (dpm_get_ipv6_ready_test_switch_state() == 1)
         return 0;
     if (route == nullptr)
@@ -85,20 +80,17 @@ int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper)
                      DPM_SEND_ERROR("%s %d::send msg err!\r\n", DPM_LEVEL_ERROR));
 }
 
-const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family)
-{
+const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family) {
     return is_known(family, DPM_SHELL) ? dpm::routes_of(family).first() : nullptr;
 }
 
-const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry)
-{
+const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry) {
     if (entry == nullptr || !is_known(entry->destination.family, DPM_SHELL))
         return nullptr;
     return dpm::routes_of(entry->destination.family).next(*entry);
 }
 
-int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes)
-{
+int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes) {
     if (out == nullptr) {
         DPM_PLAIN("the parameter is null!\r\n");
         return -1;
@@ -126,8 +118,7 @@ int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes)
     return static_cast<int>(count);
 }
 
-void dpm_ipv4_route_show()
-{
+void dpm_ipv4_route_show() {
     const dpm::dpm_lock lock;
     for (const dpm_route_entry &route : dpm::ipv4_routes()) {
         const std::uint8_t *ip = route.destination.address;
@@ -140,8 +131,7 @@ void dpm_ipv4_route_show()
     }
 }
 
-void dpm_ipv6_route_show()
-{
+void dpm_ipv6_route_show() {
     const dpm::dpm_lock lock;
     for (const dpm_route_entry &route : dpm::ipv6_routes()) {
         const std::uint8_t *ip = route.destination.address;
@@ -153,19 +143,17 @@ void dpm_ipv6_route_show()
                     route.vrf, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9],
                     ip[10], ip[11], ip[12], ip[13], ip[14], ip[15], route.destination.prefix_len,
                     np[0], np[1], np[2], np[3], np[4], np[5], np[6], np[7], np[8], np[9], np[10],
-                    np[11], np[12], np[13], np[14], np[15], route.np_ifindex[0],
-                    route.np_ifname[0], route.np_num, route.sdk_index);
+                    np[11], np[12], np[13], np[14], np[15], route.np_ifindex[0], route.np_ifname[0],
+                    route.np_num, route.sdk_index);
     }
 }
 
-int dpm_ipv4_route_cnt_show()
-{
+int dpm_ipv4_route_cnt_show() {
     const dpm::dpm_lock lock;
     return static_cast<int>(dpm::ipv4_routes().count());
 }
 
-int dpm_ipv6_route_cnt_show()
-{
+int dpm_ipv6_route_cnt_show() {
     const dpm::dpm_lock lock;
     return static_cast<int>(dpm::ipv6_routes().count());
 }

@@ -14,16 +14,14 @@
 namespace {
 
 // By family first, so that only addresses of one kind are compared as such.
-int address_order(const dpm_prefix &a, const dpm_prefix &b)
-{
+int address_order(const dpm_prefix &a, const dpm_prefix &b) {
     if (a.family != b.family)
         return dpm::three_way(a.family, b.family);
     return dpm::is_known_family(a.family) ? dpm_prefix_compare(a, b)
                                           : dpm::bytes_order(&a, &b, sizeof a);
 }
 
-int gateway_order(const gateway_place &a, const gateway_place &b)
-{
+int gateway_order(const gateway_place &a, const gateway_place &b) {
     const dpm_route_entry &route_a = a.route->entry;
     const dpm_route_entry &route_b = b.route->entry;
     if (route_a.vrf != route_b.vrf)
@@ -35,8 +33,7 @@ int gateway_order(const gateway_place &a, const gateway_place &b)
     return dpm::three_way(a.position, b.position);
 }
 
-int network_order(const network_place &a, const network_place &b)
-{
+int network_order(const network_place &a, const network_place &b) {
     if (a.vrf != b.vrf)
         return dpm::three_way(a.vrf, b.vrf);
     if (a.prefix_len != b.prefix_len)
@@ -51,30 +48,25 @@ int network_order(const network_place &a, const network_place &b)
 using gateway_index = dpm::avl_table<gateway_place, gateway_order>;
 using network_index = dpm::avl_table<network_place, network_order>;
 
-dpm_route_index &index_of(std::uint32_t family)
-{
+dpm_route_index &index_of(std::uint32_t family) {
     return family == DPM_FAMILY_IPV4 ? g_dpm_index.ipv4_routes : g_dpm_index.ipv6_routes;
 }
 
-gateway_index by_gateway(std::uint32_t family)
-{
+gateway_index by_gateway(std::uint32_t family) {
     return gateway_index(index_of(family).by_gateway);
 }
-network_index by_network(std::uint32_t family)
-{
+network_index by_network(std::uint32_t family) {
     return network_index(index_of(family).by_network);
 }
 
-network_place place_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len)
-{
+network_place place_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len) {
     network_place place = {{}, vrf, prefix_len, {}, nullptr};
     std::memcpy(place.network, address.address, sizeof place.network);
     dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(place.network), prefix_len);
     return place;
 }
 
-void index_gateways(route_record &record)
-{
+void index_gateways(route_record &record) {
     for (std::uint32_t i = 0; i < record.entry.np_num; i++) {
         gateway_place &place = record.places->gateways[i];
         place.route = &record;
@@ -83,22 +75,19 @@ void index_gateways(route_record &record)
     }
 }
 
-bool is_candidate(const dpm_route_entry &route)
-{
+bool is_candidate(const dpm_route_entry &route) {
     return !dpm::is_over_tunnel(route) && route.sdk_index > 0 &&
            route.sdk_index != DPM_ROUTE_NO_ADDRESS && !dpm::has_tunnel_ftn(route.destination);
 }
 
-bool is_same_network(const network_place &a, const network_place &b)
-{
+bool is_same_network(const network_place &a, const network_place &b) {
     return a.vrf == b.vrf && a.prefix_len == b.prefix_len &&
            std::memcmp(a.network, b.network, sizeof a.network) == 0;
 }
 
 // The first candidate, in table order, of the network of this length that holds the address.
 dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
-                                 std::uint32_t prefix_len)
-{
+                                 std::uint32_t prefix_len) {
     const network_index index = by_network(address.family);
     const network_place key = place_of(vrf, address, prefix_len);
     for (network_place *place = index.find_from(key);
@@ -117,16 +106,14 @@ dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
 
 namespace dpm {
 
-void route_indexes_create()
-{
+void route_indexes_create() {
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6}) {
         by_gateway(family).create();
         by_network(family).create();
     }
 }
 
-void link_route(route_record &record)
-{
+void link_route(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     (void)routes_of(destination.family).add(record.entry);
     network_place &place = record.places->network;
@@ -137,8 +124,7 @@ void link_route(route_record &record)
     index_gateways(record);
 }
 
-void unlink_route(route_record &record)
-{
+void unlink_route(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
         by_gateway(destination.family).remove(record.places->gateways[i]);
@@ -147,8 +133,8 @@ void unlink_route(route_record &record)
     routes_of(destination.family).remove(record.entry);
 }
 
-gateway_place *first_by_gateway(std::uint32_t family, std::uint32_t vrf, const dpm_prefix &gateway)
-{
+gateway_place *first_by_gateway(std::uint32_t family, std::uint32_t vrf,
+                                const dpm_prefix &gateway) {
     route_record key_route;
     key_route.entry.vrf = vrf;
     key_route.entry.destination = {static_cast<std::uint16_t>(family), 0, {}};
@@ -157,15 +143,13 @@ gateway_place *first_by_gateway(std::uint32_t family, std::uint32_t vrf, const d
     return by_gateway(family).find_from(key);
 }
 
-gateway_place *next_by_gateway(std::uint32_t family, const gateway_place &place)
-{
+gateway_place *next_by_gateway(std::uint32_t family, const gateway_place &place) {
     return by_gateway(family).next(place);
 }
 
 } // namespace dpm
 
-dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *address)
-{
+dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *address) {
     if (address == nullptr) {
         (void)dpm::null_parameter();
         return nullptr;

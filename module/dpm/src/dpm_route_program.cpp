@@ -11,24 +11,21 @@
 
 namespace {
 
-int chip_add(route_record &record, std::uint32_t slot_bits)
-{
+int chip_add(route_record &record, std::uint32_t slot_bits) {
     const dpm_route_entry &route = record.entry;
     return dpm_driver_route_add(route.vrf, route.destination.family, route.destination.address,
                                 route.destination.prefix_len,
                                 static_cast<std::uint32_t>(route.sdk_index), slot_bits);
 }
 
-int chip_delete(const route_record &record)
-{
+int chip_delete(const route_record &record) {
     const dpm_route_entry &route = record.entry;
     return dpm_driver_route_del(route.vrf, route.destination.family, route.destination.address,
                                 route.destination.prefix_len,
                                 static_cast<std::uint32_t>(record.chip_index), DPM_SLOT_ALL_BITS);
 }
 
-void set_cpu_default(const dpm_route_entry &route, std::uint32_t mode, std::uint32_t slot_bits)
-{
+void set_cpu_default(const dpm_route_entry &route, std::uint32_t mode, std::uint32_t slot_bits) {
     if (route.destination.prefix_len == 0)
         (void)dpm_driver_default_route_set(route.vrf, route.destination.family, mode, slot_bits);
 }
@@ -42,8 +39,7 @@ struct following {
     std::int32_t old_sdk_index;
 };
 
-void log_came(const following &f, const dpm::shell &caller)
-{
+void log_came(const following &f, const dpm::shell &caller) {
     const dpm_route_entry &route = f.route;
     DPM_SHELL_LOG(caller,
                   "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
@@ -54,8 +50,7 @@ void log_came(const following &f, const dpm::shell &caller)
                   route.host_index[f.position]);
 }
 
-void log_went(const following &f, const dpm::shell &caller)
-{
+void log_went(const following &f, const dpm::shell &caller) {
     const dpm_route_entry &route = f.route;
     DPM_SHELL_LOG(caller,
                   "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
@@ -66,8 +61,7 @@ void log_went(const following &f, const dpm::shell &caller)
 }
 
 // The chip refused: the gateway counts as unresolved again.
-void undo_arrival(const following &f)
-{
+void undo_arrival(const following &f) {
     dpm_route_entry &route = f.route;
     if (route.ecmp_enable == DPM_ROUTE_ECMP)
         (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
@@ -81,8 +75,7 @@ void undo_arrival(const following &f)
 }
 
 // A gateway's host came.  True when the route changed and is to be mirrored.
-bool gateway_came(const following &f, const dpm::shell &caller)
-{
+bool gateway_came(const following &f, const dpm::shell &caller) {
     dpm_route_entry &route = f.route;
     const auto host_index = static_cast<std::int32_t>(f.host.sdk_index);
     if (route.host_index[f.position] != DPM_ROUTE_UNRESOLVED || host_index <= 0)
@@ -102,8 +95,7 @@ bool gateway_came(const following &f, const dpm::shell &caller)
 }
 
 // A gateway's host is going.  True when the route changed and is to be mirrored.
-bool gateway_went(const following &f, const dpm::shell &caller)
-{
+bool gateway_went(const following &f, const dpm::shell &caller) {
     dpm_route_entry &route = f.route;
     const std::int32_t host_index = route.host_index[f.position];
     if (host_index <= 0)
@@ -124,14 +116,12 @@ bool gateway_went(const following &f, const dpm::shell &caller)
 }
 
 // The interface is compared for IPv6 alone: its addresses are scoped.
-bool is_gateway(const gateway_place &place, const dpm_host_entry &host)
-{
+bool is_gateway(const gateway_place &place, const dpm_host_entry &host) {
     return host.ip.family == DPM_FAMILY_IPV4 ||
            place.route->entry.np_ifindex[place.position] == host.ifindex;
 }
 
-bool stands_for(const gateway_place &place, const dpm_host_entry &host)
-{
+bool stands_for(const gateway_place &place, const dpm_host_entry &host) {
     const dpm_route_entry &route = place.route->entry;
     const dpm_prefix &gateway = route.np[place.position];
     return route.vrf == host.vrf && gateway.family == host.ip.family &&
@@ -139,8 +129,7 @@ bool stands_for(const gateway_place &place, const dpm_host_entry &host)
 }
 
 // Records are far apart: what the next one needs is asked for while this one is worked on.
-void fetch_ahead(const gateway_place *place)
-{
+void fetch_ahead(const gateway_place *place) {
     if (place == nullptr)
         return;
     const route_record &record = *place->route;
@@ -157,14 +146,12 @@ struct route_mirror {
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, route driver sync.\r\n";
     static constexpr const char *empty_first_text = "%s %d::ipv4 route tree is null.\r\n";
     static constexpr const char *table_sync_text = "%s %d::slot %d, route table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees()
-    {
+    static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.route_ipv4_tree,
                                                        &g_dpm_global.route_ipv6_tree};
         return list;
     }
-    static bool reprogram(const dpm_route_entry &route, std::uint32_t slot_bits)
-    {
+    static bool reprogram(const dpm_route_entry &route, std::uint32_t slot_bits) {
         auto &record = record_of(const_cast<dpm_route_entry &>(route));
         if (route.sdk_index <= 0 || record.chip_index == 0)
             return true;
@@ -175,8 +162,7 @@ struct route_mirror {
 };
 
 // A mirrored route as this card keeps it: interface indexes are looked up by name again.
-bool localise(dpm_route_entry &route, const dpm::shell &caller)
-{
+bool localise(dpm_route_entry &route, const dpm::shell &caller) {
     const dpm_prefix &destination = route.destination;
     if (!dpm::is_known_family(destination.family) || route.np_num > DPM_ROUTE_GATEWAYS ||
         destination.prefix_len > dpm::host_bits(destination.family)) {
@@ -192,8 +178,7 @@ bool localise(dpm_route_entry &route, const dpm::shell &caller)
     return dpm_timer_node_init(&route.delete_timer) == 0;
 }
 
-void drop_mirrored(dpm_route_entry *present)
-{
+void drop_mirrored(dpm_route_entry *present) {
     if (present == nullptr)
         return;
     (void)dpm_timer_stop(g_dpm_global.timer_list, &present->delete_timer);
@@ -212,8 +197,7 @@ DPM_MIRRORED_TABLE(route_mirror,
 
 namespace dpm {
 
-int program_route(route_record &record, const shell &caller)
-{
+int program_route(route_record &record, const shell &caller) {
     const dpm_route_entry &route = record.entry;
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
     if (has_tunnel_ftn(route.destination))
@@ -229,8 +213,7 @@ int program_route(route_record &record, const shell &caller)
     return result;
 }
 
-int withdraw_route(route_record &record, const shell &caller)
-{
+int withdraw_route(route_record &record, const shell &caller) {
     if (record.chip_index == 0)
         return 0;
     const int result = chip_delete(record);
@@ -242,25 +225,21 @@ int withdraw_route(route_record &record, const shell &caller)
     return result;
 }
 
-void restore_cpu_default(const dpm_route_entry &route)
-{
+void restore_cpu_default(const dpm_route_entry &route) {
     set_cpu_default(route, DPM_ENABLE, DPM_SLOT_ALL_BITS);
 }
 
-void adopt_chip_entry(route_record &record)
-{
+void adopt_chip_entry(route_record &record) {
     const dpm_route_entry &route = record.entry;
     const bool is_there = route.sdk_index > 0 && !has_tunnel_ftn(route.destination);
     record.chip_index = is_there ? route.sdk_index : 0;
 }
 
-int route_leave_to_label(dpm_route_entry &route)
-{
+int route_leave_to_label(dpm_route_entry &route) {
     return withdraw_route(record_of(route), DPM_SHELL);
 }
 
-int route_take_from_label(dpm_route_entry &route)
-{
+int route_take_from_label(dpm_route_entry &route) {
     route_record &record = record_of(route);
     if (route.sdk_index <= 0 || record.chip_index != 0 || has_tunnel_ftn(route.destination))
         return 0;
@@ -269,8 +248,7 @@ int route_take_from_label(dpm_route_entry &route)
 
 } // namespace dpm
 
-int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event)
-{
+int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
     if (host == nullptr)
         return dpm::null_parameter();
     if (!dpm::is_known_family(host->ip.family))
@@ -286,16 +264,15 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event)
         handled = place->route;
         dpm_route_entry &route = place->route->entry;
         const following f = {route, *host, event, place->position, route.sdk_index};
-        const bool has_changed = event == DPM_HOST_ADDED ? gateway_came(f, DPM_SHELL)
-                                                         : gateway_went(f, DPM_SHELL);
+        const bool has_changed =
+            event == DPM_HOST_ADDED ? gateway_came(f, DPM_SHELL) : gateway_went(f, DPM_SHELL);
         if (has_changed)
             (void)dpm_route_entry_add_sync_send(&route);
     }
     return 0;
 }
 
-int dpm_route_entry_add_sync_process(const dpm_route_entry *entry)
-{
+int dpm_route_entry_add_sync_process(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     dpm_route_entry route = *entry;
@@ -311,8 +288,7 @@ int dpm_route_entry_add_sync_process(const dpm_route_entry *entry)
     return 0;
 }
 
-int dpm_route_entry_del_sync_process(const dpm_route_entry *entry)
-{
+int dpm_route_entry_del_sync_process(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     if (!dpm::is_known_family(entry->destination.family)) {

@@ -8,8 +8,7 @@
 
 DPM_STATE dpm_vpn g_dpm_vpn;
 
-void dpm_vpn_main_init()
-{
+void dpm_vpn_main_init() {
     g_dpm_vpn = {};
     for (list_head *pend : {&g_dpm_vpn.pend_ftn_list, &g_dpm_vpn.pend_ilm_list,
                             &g_dpm_vpn.pend_vpws_vc_fib_list, &g_dpm_vpn.pend_vpws_vc_ilm_list,

@@ -54,12 +54,13 @@ int hal_set_arp_to_cpu(uint16_t vlan, uint32_t port, uint32_t on);
 int hal_set_ospf_to_cpu_ex(uint32_t vlan, uint32_t on);
 int hal_set_ipv6_ns_rule(uint32_t on, uint16_t vlan, const struct hal_mac_match *match);
 
-/* A static route that the IP stack keeps of its own over one gateway goes; on the worker.  `origin` 15 is this library's.
- * IPv4 addresses are words in network order, IPv6 addresses 16 bytes. */
-int hal_ipstack_static_route_process(uint32_t origin, uint32_t destination, uint32_t prefix_len, uint32_t gateway,
-                                     uint32_t reserved);
-int hal_ipstack_ipv6_static_route_process(uint32_t origin, const void *destination, uint32_t prefix_len,
-                                          const void *gateway, uint32_t reserved);
+/* A static route that the IP stack keeps of its own over one gateway goes; on the worker.  `origin`
+ * 15 is this library's. IPv4 addresses are words in network order, IPv6 addresses 16 bytes. */
+int hal_ipstack_static_route_process(uint32_t origin, uint32_t destination, uint32_t prefix_len,
+                                     uint32_t gateway, uint32_t reserved);
+int hal_ipstack_ipv6_static_route_process(uint32_t origin, const void *destination,
+                                          uint32_t prefix_len, const void *gateway,
+                                          uint32_t reserved);
 
 #ifdef __cplusplus
 }
