@@ -30,7 +30,7 @@ int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b);
 int dpm_route_add_msg(const dpm_route_msg *body);
 int dpm_route_del_msg(const dpm_route_msg *body);
 
-// Changes; 0 or -1.
+// Changes; 0 or -1.  The destination of an add must not be in the table.
 int dpm_route_add(const dpm_route_entry *entry);
 int dpm_route_del(dpm_route_entry *entry);
 int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entry);

@@ -39,6 +39,7 @@ static_assert(sizeof(route_places) == route_places::size_bytes(DPM_ROUTE_GATEWAY
 struct route_record {
     dpm_route_entry entry;   // first: the tables see this alone
     std::int32_t chip_index; // what the chip's entry points to; 0: the chip has none
+    bool is_mirrored;        // another card has programmed it: chip_index is what that card left
     route_places *places;    // owned
 };
 

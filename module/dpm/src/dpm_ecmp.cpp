@@ -40,11 +40,19 @@ std::uint32_t *slot_holding(dpm_ecmp_entry &group, std::uint32_t host_index) {
     return nullptr;
 }
 
+// What a mirrored record shows, whatever count it carries.
+std::uint32_t member_count(const dpm_ecmp_entry &group) {
+    std::uint32_t count = 0;
+    for (const std::uint32_t member : group.host_sdk)
+        count += member != free_slot;
+    return count;
+}
+
 void add_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
     if (dpm_driver_ecmp_add(group.ecmp_type, group.sdk_index, host_index, DPM_SLOT_ALL_BITS) != 0)
         return;
     std::uint32_t *slot = slot_holding(group, free_slot);
-    if (slot == nullptr)
+    if (slot == nullptr || host_index == free_slot)
         return; // deliberate: the chip has a ninth member that the record does not show
     *slot = host_index;
     group.host_cnt++;
@@ -52,7 +60,7 @@ void add_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
 
 void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
     std::uint32_t *slot = slot_holding(group, host_index);
-    if (slot == nullptr)
+    if (slot == nullptr || host_index == free_slot)
         return;
     *slot = free_slot;
     group.host_cnt--;
@@ -75,7 +83,8 @@ dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, i
         DPM_SHELL_LOG(caller, "%s %d::ecmp entry is full!!!\r\n");
         return nullptr;
     }
-    if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index == 0) {
+    if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index == 0 ||
+        find(ecmp_type, *sdk_index) != nullptr) {
         DPM_SHELL_LOG(caller, "%s %d::driver create ecmp failed!\r\n");
         *sdk_index = 0;
         result = 0; // the route waits unprogrammed
@@ -226,13 +235,14 @@ int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry) {
     const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
     if (dpm_ecmp_entry *present = groups.find(*entry)) {
         std::memcpy(present->host_sdk, entry->host_sdk, sizeof present->host_sdk);
-        present->host_cnt = entry->host_cnt;
+        present->host_cnt = member_count(*entry);
         return 0;
     }
     dpm::block<dpm_ecmp_entry> copy;
     if (!copy)
         return -1;
     *copy = *entry;
+    copy->host_cnt = member_count(*entry);
     (void)groups.add(*copy.release());
     return 0;
 }

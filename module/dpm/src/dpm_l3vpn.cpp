@@ -131,6 +131,19 @@ void trim_address(std::uint8_t *address, std::uint8_t family) {
         std::memset(address + 4, 0, 12);
 }
 
+void trim(dpm_ftn &image) {
+    trim_address(image.fec_prefix, image.ip_type);
+    trim_address(image.tunnel_nhop, image.tunnel_ip_type);
+    trim_address(image.vpn_nhop, image.vpn_nhop_af);
+}
+
+// The entry that a mirrored image stands for, if it is present.
+void drop_mirrored(dpm_ftn image) {
+    trim(image);
+    if (dpm_ftn *present = dpm::ftns().find(image))
+        (void)dpm_mpls_ftn_del(present);
+}
+
 template <class Entry> void clear_links(Entry &image) {
     image.node = {};
     image.pend = {};
@@ -196,11 +209,11 @@ void label_tables_create() {
 bool has_tunnel_ftn(const dpm_prefix &destination) {
     if (ftns().empty())
         return false;
-    ftn_record key = {};
-    std::memcpy(key.entry.fec_prefix, destination.address, sizeof key.entry.fec_prefix);
+    ftn_record key = {}; // zero-padded, as label entries keep their addresses
+    std::memcpy(key.entry.fec_prefix, destination.address, address_bytes(destination.family));
     for (ftn_record *record = by_fec().find_from(key); record != nullptr;
          record = by_fec().next(*record)) {
-        if (dpm_fec_addr_cmp(record->entry.fec_prefix, destination.address) != 0)
+        if (dpm_fec_addr_cmp(record->entry.fec_prefix, key.entry.fec_prefix) != 0)
             return false;
         if (record->entry.ip_type == destination.family &&
             record->entry.prefixlen == destination.prefix_len)
@@ -314,6 +327,10 @@ dpm_ilm *dpm_mpls_pend_ilm_lookup(dpm_ilm key) {
 }
 
 dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address) {
+    if (address == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
+    }
     ftn_record key = {};
     std::memcpy(key.entry.fec_prefix, address, sizeof key.entry.fec_prefix);
     ftn_record *record = by_fec().find_from(key);
@@ -325,9 +342,7 @@ dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address) {
 dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image) {
     clear_links(image);
     image.stale = 0;
-    trim_address(image.fec_prefix, image.ip_type);
-    trim_address(image.tunnel_nhop, image.tunnel_ip_type);
-    trim_address(image.vpn_nhop, image.vpn_nhop_af);
+    trim(image);
     dpm_ftn *entry = insert<ftn_kind>(image);
     if (entry == nullptr)
         return nullptr;
@@ -354,16 +369,14 @@ dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image) {
 int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (dpm_ftn *present = dpm::ftns().find(*entry))
-        (void)dpm_mpls_ftn_del(present);
+    drop_mirrored(*entry);
     return dpm_mpls_ftn_add_for_salve(*entry) != nullptr ? 0 : -1;
 }
 
 int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (dpm_ftn *present = dpm::ftns().find(*entry))
-        (void)dpm_mpls_ftn_del(present);
+    drop_mirrored(*entry);
     return 0;
 }
 

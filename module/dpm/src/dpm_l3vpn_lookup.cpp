@@ -40,6 +40,10 @@ std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len) {
 }
 
 dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address) {
+    if (address == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
+    }
     for (dpm_ftn &ftn : dpm::ftns()) {
         if (ftn.vrf_id != 0)
             return nullptr; // the tunnels stand first
@@ -108,6 +112,8 @@ dpm_ftn *dpm_mpls_ftn_table_get(std::uint32_t vrf_id, const std::uint8_t *fec,
         (void)dpm::null_parameter();
         return nullptr;
     }
+    if (prefix_len > UINT8_MAX) // no entry has such a length
+        return nullptr;
     DPM_PLAIN("fec_prefix = %d.%d.%d.%d", fec[0], fec[1], fec[2], fec[3]);
     dpm_ftn key = ipv4_key(vrf_id, dpm::address_word(fec), prefix_len);
     std::memcpy(key.tunnel_nhop, tunnel_nhop, 4);

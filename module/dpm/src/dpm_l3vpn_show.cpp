@@ -105,7 +105,7 @@ void dpm_mpls_ftn_table_detail_show(std::uint32_t vrf_id, std::uint32_t address,
     std::memcpy(key.fec_prefix, &fec, sizeof fec);
     std::printf("\n\r prefix=%u ipstr= %d.%d.%d.%d \n\r", address, IPV4_OF(key.fec_prefix));
     std::printf("\n\r fec_prefix = %d.%d.%d.%d", IPV4_OF(key.fec_prefix));
-    const dpm_ftn *ftn = dpm::ftns().find(key);
+    const dpm_ftn *ftn = prefix_len <= UINT8_MAX ? dpm::ftns().find(key) : nullptr;
     if (ftn == nullptr)
         std::printf("\n\r no found! \n\r");
     else

@@ -107,6 +107,7 @@ void register_module() {
 
 int dpm_main_init() {
     g_dpm_global = {};
+    g_dpm_index = {};
     if (!create_locks_and_queue()) {
         delete_locks_and_queue();
         return -1;

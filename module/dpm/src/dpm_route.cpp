@@ -39,12 +39,13 @@ int refuse(const char *text) {
     return -1;
 }
 
-bool is_sound(const dpm_route_msg &body, const dpm::shell &caller) {
-    if (body.np_num > DPM_ROUTE_GATEWAYS) {
-        DPM_SHELL_LOG(caller, "%s %d::np_num %d is err!\r\n", body.np_num);
+// What counts and indexes arrays, of a request or a route.
+template <class Record> bool is_sound(const Record &record, const dpm::shell &caller) {
+    if (record.np_num > DPM_ROUTE_GATEWAYS) {
+        DPM_SHELL_LOG(caller, "%s %d::np_num %d is err!\r\n", record.np_num);
         return false;
     }
-    const dpm_prefix &destination = body.destination;
+    const dpm_prefix &destination = record.destination;
     if (dpm::is_known_family(destination.family) &&
         destination.prefix_len > dpm::host_bits(destination.family)) {
         DPM_SHELL_LOG(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
@@ -139,7 +140,8 @@ void tell_ip_stack(const dpm_route_entry &route) {
 }
 
 // Adds a route whose block is at hand; the block is released when the table takes it.
-int add_route(dpm::route_block &record, const dpm::shell &caller) {
+int add_route(dpm::route_block &record) {
+    const dpm::shell caller = {"dpm_route_add", __LINE__}; // also when a route is replaced
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
     const std::int32_t *host = route.host_index;
@@ -156,8 +158,13 @@ int add_route(dpm::route_block &record, const dpm::shell &caller) {
     return 0;
 }
 
-bool has_room(const dpm::shell &caller) {
-    if (occupied() < DPM_ROUTE_CAPACITY)
+std::uint32_t weight(const dpm_route_entry &route) {
+    return route.destination.family == DPM_FAMILY_IPV6 ? 2 : 1;
+}
+
+// `own_weight` is that of a route which gives way.
+bool has_room(std::uint32_t own_weight, const dpm::shell &caller) {
+    if (occupied() - own_weight < DPM_ROUTE_CAPACITY)
         return true;
     DPM_SHELL_LOG(caller, "%s %d::route entry is full!!!\r\n");
     return false;
@@ -169,7 +176,9 @@ void copy_route(route_record &record, const dpm_route_entry &route) {
 }
 
 void take_over(dpm_route_entry &route) {
-    dpm::adopt_chip_entry(record_of(route)); // the former master has programmed it
+    if (record_of(route).is_mirrored) // label entries may have come behind it
+        dpm::adopt_chip_entry(record_of(route));
+    record_of(route).is_mirrored = false;
     if (dpm_route_dynamic_type_check(route.route_type))
         (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
                               delete_expired, reinterpret_cast<std::uintptr_t>(&route), 0, 0);
@@ -221,6 +230,10 @@ int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
 }
 
 dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
+    if (key == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
+    }
     if (dpm::is_known_family(key->destination.family))
         return dpm::routes_of(key->destination.family).find(*key);
     DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
@@ -228,7 +241,8 @@ dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
 }
 
 int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
-    if (a->vrf != b->vrf || a->destination.family != b->destination.family ||
+    if (a == nullptr || b == nullptr || a->vrf != b->vrf ||
+        a->destination.family != b->destination.family ||
         dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
         return 0;
     return std::memcmp(a->np, b->np, a->np_num * sizeof a->np[0]) == 0;
@@ -242,17 +256,19 @@ int dpm_route_dynamic_type_check(std::uint32_t route_type) {
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (!has_room(DPM_SHELL))
+    if (!has_room(0, DPM_SHELL))
         return -1;
     if (!dpm::is_known_family(entry->destination.family)) {
         DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
         return 0;
     }
+    if (!is_sound(*entry, DPM_SHELL))
+        return -1;
     dpm::route_block record(entry->np_num);
     if (!record)
         return -1;
     copy_route(*record, *entry);
-    return add_route(record, DPM_SHELL);
+    return add_route(record);
 }
 
 int dpm_route_del(dpm_route_entry *entry) {
@@ -285,7 +301,9 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
     if (old_entry == nullptr || new_entry == nullptr)
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
-        return dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer);
+        return (void)dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer), 0;
+    if (!is_sound(*new_entry, DPM_SHELL) || !has_room(weight(*old_entry), DPM_SHELL))
+        return -1;
     dpm::route_block record(new_entry->np_num); // taken before the old route goes
     if (!record)
         return -1;
@@ -293,7 +311,7 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
     tell_ip_stack(*old_entry);
     if (dpm_route_del(old_entry) != 0)
         return -1;
-    return add_route(record, DPM_SHELL);
+    return add_route(record);
 }
 
 int dpm_route_add_msg(const dpm_route_msg *body) {
@@ -330,11 +348,10 @@ int dpm_route_del_msg(const dpm_route_msg *body) {
         DPM_TRACE("%s %d::it is slave.\r\n");
         return 0;
     }
-    if (!dpm::is_known_family(body->destination.family)) {
-        DPM_TRACE("%s %d::iptype = %d is err!\r\n", body->destination.family);
-        return 0;
-    }
-    dpm_route_entry *present = dpm::find_route(body->vrf, body->destination);
+    route_record key; // only what the compare reads is set
+    key.entry.vrf = body->vrf;
+    key.entry.destination = body->destination;
+    dpm_route_entry *present = dpm_route_find_by_entry(&key.entry);
     if (present == nullptr)
         return 0;
     DPM_TRACE("%s %d::find same prefix and mask in route table.\r\n");

@@ -95,11 +95,13 @@ int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes) {
         DPM_PLAIN("the parameter is null!\r\n");
         return -1;
     }
+    if (record_bytes < sizeof(export_record))
+        return -1;
     const dpm::dpm_lock lock;
     const std::uint32_t count = export_count();
     if (count == 0)
         return 0;
-    if (record_bytes < sizeof(export_record) || record_bytes > UINT32_MAX / count)
+    if (record_bytes > UINT32_MAX / count)
         return -1;
     auto *bytes = static_cast<unsigned char *>(dpm_malloc(count * record_bytes));
     if (bytes == nullptr) {

@@ -175,7 +175,7 @@ bool localise(dpm_route_entry &route, const dpm::shell &caller) {
             route.np_ifindex[i] = dpm_if_get_ifindexbyname(route.np_ifname[i]);
     }
     route.node = {};
-    return dpm_timer_node_init(&route.delete_timer) == 0;
+    return true;
 }
 
 void drop_mirrored(dpm_route_entry *present) {
@@ -199,6 +199,10 @@ namespace dpm {
 
 int program_route(route_record &record, const shell &caller) {
     const dpm_route_entry &route = record.entry;
+    if (record.chip_index == route.sdk_index)
+        return 0;
+    if (const int result = withdraw_route(record, caller)) // what the chip would not let go before
+        return result;
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
     if (has_tunnel_ftn(route.destination))
         return 0; // the label entry owns the chip's entry
@@ -243,7 +247,10 @@ int route_take_from_label(dpm_route_entry &route) {
     route_record &record = record_of(route);
     if (route.sdk_index <= 0 || record.chip_index != 0 || has_tunnel_ftn(route.destination))
         return 0;
-    return program_route(record, DPM_SHELL);
+    const int result = program_route(record, DPM_SHELL);
+    if (result != 0)
+        restore_cpu_default(route);
+    return result;
 }
 
 } // namespace dpm
@@ -253,6 +260,8 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
         return dpm::null_parameter();
     if (!dpm::is_known_family(host->ip.family))
         return -1;
+    if (event != DPM_HOST_ADDED && event != DPM_HOST_DELETED)
+        return 0;
     const route_record *handled = nullptr; // of a route's equal gateways the first alone counts
     gateway_place *next = nullptr;
     for (gateway_place *place = dpm::first_by_gateway(host->ip.family, host->vrf, host->ip);
@@ -282,7 +291,9 @@ int dpm_route_entry_add_sync_process(const dpm_route_entry *entry) {
     if (!record)
         return -1;
     record->entry = route;
+    (void)dpm_timer_node_init(&record->entry.delete_timer); // a node off every list is its own
     drop_mirrored(dpm_route_find_by_entry(&record->entry));
+    record->is_mirrored = true;
     dpm::adopt_chip_entry(*record);
     dpm::link_route(*record.release());
     return 0;
