@@ -241,12 +241,12 @@ TEST_P(EitherFamily, WhatIsNotRenewedAfterASwitchOverIsDeletedInTenMinutes) {
     learn(f.a);
     for (unsigned type = 0; type < 14; ++type)
         add_route({.prefix = prefix(type), .via = {{f.a}}, .type = type});
+    const std::uint64_t before = standby().chip.requests(Request::del_ip_entry);
     switch_over();
     add_route({.prefix = prefix(1), .via = {{f.a}}, .type = 1});
     add_route({.prefix = prefix(4), .via = {{f.b}}, .type = 4});
     standby_connects();
-    const std::uint64_t deletes = master().chip.requests(Request::del_ip_entry);
-    EXPECT_EQ(deletes, 1u) << "the replaced route's";
+    EXPECT_EQ(master().chip.requests(Request::del_ip_entry), before + 1) << "the replaced route's";
     refuse(Request::del_ip_entry);
     advance(599);
     EXPECT_EQ(routes(master()).size(), 14u);
@@ -700,8 +700,9 @@ TEST_F(Routes, OneCardIsLostAfterTheOtherAndTheChipNeverForgets) {
     add_route({.prefix = "0.0.0.0/0"});
     add_route({.prefix = "2001:db8:2::/48", .via = {{"2001:db8::2"}}});
     for (int round = 0; round < 3; ++round) {
+        const std::uint64_t before = standby().chip.requests(Request::del_ip_entry);
         switch_over();
-        EXPECT_EQ(master().chip.requests(Request::del_ip_entry), 0u);
+        EXPECT_EQ(master().chip.requests(Request::del_ip_entry), before);
         EXPECT_EQ(master().chip.requests(Request::update_ecmp_nexthop), 0u);
         check_laws();
         learn("10.1.1.3");
