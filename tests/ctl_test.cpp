@@ -1,8 +1,7 @@
 // The command language, and its handlers on cards of the rig: what people type is understood or
 // refused with its place, and what the cards answer is what the tables and the chip hold.
 #include "chassis/ctl/grammar.h"
-#include "chassis/ctl/server/server.h"
-#include "support/shelf.h"
+#include "support/commands.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -94,30 +93,7 @@ TEST(command_language, names_chip_requests_as_the_chip_does) {
         EXPECT_TRUE(chassis::chip::request_named(value)) << value;
 }
 
-class ctl_server : public rig::Shelf {
-protected:
-    ctl::Reply execute(std::string_view line) { return on_master_.execute(line); }
-
-    std::string text(std::string_view line) {
-        const ctl::Reply reply = execute(line);
-        EXPECT_EQ(reply.status, ctl::Status::ok) << line << ": " << reply.text;
-        return reply.text;
-    }
-
-    // Settings go to both cards, as dpmctl sends them.
-    void configure(std::string_view line) {
-        for (ctl::Server *server : {&on_master_, &on_standby_})
-            EXPECT_EQ(server->execute(line).text, "") << line;
-        settle();
-    }
-
-    void configure_vlan_100() {
-        configure("if add vlanif100 vlan 100");
-        configure("addr add 10.1.1.1/24 dev vlanif100");
-    }
-
-    ctl::Server on_master_{master()}, on_standby_{standby()};
-};
+class ctl_server : public rig::Commands {};
 
 TEST_F(ctl_server, leads_a_neighbour_into_the_tables_the_chip_and_the_other_card) {
     configure_vlan_100();
@@ -168,7 +144,8 @@ TEST_F(ctl_server, digests_records_without_what_is_the_cards_own) {
 TEST_F(ctl_server, finds_what_the_chip_lacks_and_what_no_table_has) {
     configure_vlan_100();
     text("neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 port 3");
-    EXPECT_EQ(text("chip check"), "chip and tables agree: entries 1, next hops 1, interfaces 1\n");
+    EXPECT_EQ(text("chip check"),
+              "chip and tables agree: entries 1, next hops 1, groups 0, interfaces 1\n");
     auto &entries = master().chip.entries;
     const auto entry =
         std::ranges::find_if(entries, [](const auto &each) { return each.second >= 16; });

@@ -7,9 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace ctl {
 
@@ -20,7 +18,6 @@ using Clock = std::chrono::steady_clock;
 constexpr int reply_msec = 60'000; // a read waits for the worker, and the worker for the chip
 constexpr int role_msec = 2'000;
 constexpr std::size_t head_bytes = 40;
-constexpr unsigned narrow_terminal = 80, no_terminal = 200;
 
 // Waits for bytes and appends them to `text`; false when none come in time, or the card hung up.
 bool receive(int socket, std::string &text, Clock::time_point deadline) {
@@ -97,22 +94,16 @@ std::size_t width_of(const std::vector<std::string> &lines) {
     return width;
 }
 
-std::size_t terminal_width() {
-    winsize size{};
-    if (!isatty(STDOUT_FILENO))
-        return no_terminal;
-    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : narrow_terminal;
-}
-
-void print_side_by_side(const std::vector<std::string> &left,
-                        const std::vector<std::string> &right) {
+std::string side_by_side(const std::vector<std::string> &left,
+                         const std::vector<std::string> &right) {
     const std::size_t width = width_of(left);
+    std::string text;
     for (std::size_t i = 0; i < std::max(left.size(), right.size()); i++) {
         const std::string first = i < left.size() ? left[i] : "";
         const std::string second = i < right.size() ? right[i] : "";
-        std::printf("%s%*s | %s\n", first.c_str(), int(width - first.size()), "", second.c_str());
+        text += first + std::string(width - first.size(), ' ') + " | " + second + "\n";
     }
+    return text;
 }
 
 struct Answer {
@@ -130,13 +121,13 @@ void print_answers(const std::vector<Answer> &answers) {
         if (answers.size() > 1)
             blocks.back().insert(blocks.back().begin(), answer.heading);
     }
-    if (blocks.size() == 2 && width_of(blocks[0]) + 3 + width_of(blocks[1]) <= terminal_width())
-        print_side_by_side(blocks[0], blocks[1]);
-    else
-        for (const auto &block : blocks)
-            for (const std::string &line : block)
-                std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    if (blocks.size() == 2 && width_of(blocks[0]) + 3 + width_of(blocks[1]) <= terminal_columns())
+        return print_paged(side_by_side(blocks[0], blocks[1]));
+    std::string text;
+    for (const auto &block : blocks)
+        for (const std::string &line : block)
+            text += line + "\n";
+    print_paged(text);
 }
 
 bool complain(const std::string &origin, const std::string &text) {
@@ -229,7 +220,7 @@ bool Session::run_local(const Parsed &parsed, const std::string &origin) {
     case Verb::verify:
         return verify_shelf(shelf_);
     case Verb::import:
-        return import_neighbours(shelf_, parsed);
+        return import_lines(shelf_, parsed);
     case Verb::quit:
         return quit_ = true;
     default:
@@ -239,7 +230,7 @@ bool Session::run_local(const Parsed &parsed, const std::string &origin) {
     for (const std::string_view word : parsed.values("TOPIC"))
         topic += (topic.empty() ? "" : " ") + std::string(word);
     const std::string text = help(topic);
-    std::fputs(text.c_str(), stdout);
+    print_paged(text);
     return !text.empty() || complain(origin, "no command begins with '" + topic + "'");
 }
 

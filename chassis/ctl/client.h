@@ -64,7 +64,11 @@ private:
 
 // The client's own commands (verify.cpp, import.cpp).  They print to stdout, errors to stderr.
 bool verify_shelf(Shelf &shelf);
-bool import_neighbours(Shelf &shelf, const Parsed &parsed);
+bool import_lines(Shelf &shelf, const Parsed &parsed);
+
+// Printing (page.cpp).
+unsigned terminal_columns(); // plenty when stdout is no terminal
+void print_paged(const std::string &text);
 
 // Reads a line at a prompt, with history and completion where readline was built in; false at the
 // end of input (prompt.cpp).

@@ -1,19 +1,12 @@
 // import: the lines of `ip neigh`, `ip route` and `ip monitor`, as they stand, become neighbours and
 // routes.
 //
-//   10.1.1.2 dev vlanif100 lladdr 02:00:00:00:01:02 REACHABLE
-//   Deleted 10.1.1.3 dev vlanif100 lladdr 02:00:00:00:01:03 STALE
-//   10.1.1.4 dev vlanif100 FAILED
-//   10.2.0.0/16 via 10.1.1.2 dev vlanif100 proto bird metric 32
-//   10.3.0.0/16 proto bird metric 32 \	nexthop via 10.1.1.2 dev vlanif100 weight 1 \	nexthop ...
-//
 // A route over several next hops stands on one line (ip -o) or goes on in lines that begin with a
-// blank (ip monitor).
-//
-// Each line is applied as it arrives, on the card that is master then; while there is none, the
-// line waits.
+// blank (ip monitor).  A line is applied as soon as it is known to be whole, on the card that is
+// master then; while there is none, it waits.
 
 #include "chassis/ctl/client.h"
+#include "chassis/ctl/import_lines.h"
 
 #include <cerrno>
 #include <chrono>
@@ -49,122 +42,6 @@ void catch_interrupts() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
-struct Neighbour {
-    enum class Event { learnt, lost, none, not_understood } event = Event::not_understood;
-    std::string address, device, mac;
-};
-
-Neighbour::Event event_of(bool deleted, std::string_view state, const std::string &mac) {
-    if (deleted || state == "FAILED")
-        return Neighbour::Event::lost;
-    const auto bytes = parse_mac(mac);
-    const bool usable = bytes && !((*bytes)[0] & 1); // groups have no neighbour
-    for (const std::string_view resolved :
-         {"REACHABLE", "STALE", "PERMANENT", "DELAY", "PROBE", "NOARP"})
-        if (state == resolved && usable)
-            return Neighbour::Event::learnt;
-    return Neighbour::Event::none;
-}
-
-Neighbour read_neighbour(std::string_view line) {
-    const std::vector<Word> words = split_words(line);
-    std::size_t at = 0;
-    if (at < words.size() && words[at].text.starts_with('[')) // a label or a time stamp
-        at++;
-    const bool deleted = at < words.size() && words[at].text == "Deleted";
-    at += deleted;
-    Neighbour neighbour;
-    if (at >= words.size() || !parse_address(words[at].text))
-        return neighbour;
-    neighbour.address = words[at++].text;
-    std::string_view state;
-    const Type &states = type_named("NUD");
-    while (at < words.size()) {
-        const std::string_view word = words[at++].text;
-        const bool last = at == words.size();
-        if (word == "dev" && !last)
-            neighbour.device = words[at++].text;
-        else if (word == "lladdr" && !last)
-            neighbour.mac = words[at++].text;
-        else if (states.takes(word))
-            state = word;
-        else if (const std::size_t skipped = skipped_words(word))
-            at = std::min(at + skipped - 1, words.size());
-        else
-            return neighbour;
-    }
-    const bool is_neighbour = !state.empty() || !neighbour.mac.empty(); // else a route to a host
-    if (!neighbour.device.empty() && is_neighbour)
-        neighbour.event = event_of(deleted, state, neighbour.mac);
-    return neighbour;
-}
-
-// --- routes ----------------------------------------------------------------------------------
-
-struct Route {
-    enum class Event { added, gone, skipped, not_understood } event = Event::not_understood;
-    std::string why_skipped;
-    std::string rest; // destination and attributes, with the devices as the cards call them
-    std::vector<std::string> devices;
-};
-
-bool is_destination(std::string_view word) {
-    return type_named("DEST").takes(word);
-}
-
-// Routes that forward nothing, or that every stack has of its own.
-bool is_other_kind(std::string_view word) {
-    for (const std::string_view kind : {"unreachable", "blackhole", "prohibit", "throw", "local",
-                                        "broadcast", "anycast", "multicast", "nat"})
-        if (word == kind)
-            return true;
-    return false;
-}
-
-bool is_link_scoped(std::string_view destination) {
-    return destination.starts_with("fe80:") || destination.starts_with("ff");
-}
-
-Route read_route(std::string_view line, const std::map<std::string, std::string> &device_map) {
-    const std::vector<Word> words = split_words(line);
-    std::size_t at = 0;
-    if (at < words.size() && words[at].text.starts_with('['))
-        at++;
-    const bool deleted = at < words.size() && words[at].text == "Deleted";
-    at += deleted;
-    Route route;
-    if (at < words.size() && words[at].text == "unicast")
-        at++;
-    if (at < words.size() && is_other_kind(words[at].text)) {
-        route.event = Route::Event::skipped;
-        route.why_skipped = std::string(words[at].text) + " routes";
-        return route;
-    }
-    if (at >= words.size() || !is_destination(words[at].text))
-        return route;
-    if (is_link_scoped(words[at].text)) {
-        route.event = Route::Event::skipped;
-        route.why_skipped = "routes of one link";
-        return route;
-    }
-    std::string_view before;
-    for (; at < words.size(); at++) {
-        const std::string_view word = words[at].text;
-        if (word == "\\" || word == "inet6") // -o joins lines so; a next hop of the other family
-            continue;
-        std::string text(word);
-        if (before == "dev") {
-            if (const auto mapped = device_map.find(text); mapped != device_map.end())
-                text = mapped->second;
-            route.devices.push_back(text);
-        }
-        route.rest += (route.rest.empty() ? "" : " ") + text;
-        before = word;
-    }
-    route.event = deleted ? Route::Event::gone : Route::Event::added;
-    return route;
-}
-
 class Importer {
 public:
     Importer(Shelf &shelf, const Parsed &parsed)
@@ -178,8 +55,10 @@ public:
 
     // False when no card takes it.  A line that may go on is kept until it is whole.
     bool take(std::string_view line) {
-        if (!line.empty() && (line.front() == ' ' || line.front() == '\t') && !begun_.empty()) {
-            begun_ += line;
+        const bool is_more = !line.empty() && (line.front() == ' ' || line.front() == '\t');
+        if (is_more && !begun_.empty()) {
+            if (begun_.size() < max_line_bytes)
+                begun_ += line;
             return true;
         }
         if (!flush())
@@ -188,7 +67,7 @@ public:
             return true;
         lines_++;
         begun_ = line;
-        return goes_on(line) || flush();
+        return read_route(line).goes_on() || flush();
     }
 
     // Nothing follows for now: what was kept is whole.
@@ -207,37 +86,38 @@ public:
     }
 
 private:
-    // A destination without a next hop: those follow.
-    static bool goes_on(std::string_view line) {
-        const Route route = read_route(line, {});
-        return route.devices.empty() && (route.event == Route::Event::added ||
-                                         route.event == Route::Event::gone);
-    }
-
     bool take_whole(const std::string &line) {
-        const Neighbour neighbour = read_neighbour(line);
-        if (neighbour.event == Neighbour::Event::learnt || neighbour.event == Neighbour::Event::lost)
+        using Neighbour = NeighbourLine::Event;
+        using Route = RouteLine::Event;
+        const NeighbourLine neighbour = read_neighbour(line);
+        if (neighbour.event == Neighbour::learnt || neighbour.event == Neighbour::lost)
             return apply(neighbour);
-        const Route route = neighbour.event == Neighbour::Event::none ? Route{}
-                                                                     : read_route(line, devices_);
-        if (route.event == Route::Event::added || route.event == Route::Event::gone)
-            return apply(route);
-        if (route.event == Route::Event::skipped)
+        const RouteLine route = neighbour.event == Neighbour::none ? RouteLine{} : read_route(line);
+        if (route.event == Route::added || route.event == Route::gone)
+            return apply(several_.whole(route), route.event == Route::added);
+        if (route.event == Route::skipped)
             note_once(route.why_skipped + " are skipped");
-        else if (neighbour.event == Neighbour::Event::not_understood)
+        else if (neighbour.event == Neighbour::not_understood)
             note("neither neighbour nor route: " + line.substr(0, 100));
         return skipped_++, true;
     }
 
-    bool apply(const Route &route) {
-        const bool added = route.event == Route::Event::added;
-        const auto reply = ask_master((added ? "route add " : "route del ") + route.rest);
+    std::string mapped(const std::string &device) const {
+        const auto found = devices_.find(device);
+        return found == devices_.end() ? device : found->second;
+    }
+
+    // A line that takes one of several gateways away is carried out as what is left.
+    bool apply(const RouteLine &route, bool adds) {
+        const bool is_add = route.event == RouteLine::Event::added;
+        std::string text = (is_add ? "route add " : "route del ") + route.destination;
+        for (const RouteLine::Gateway &gateway : route.gateways)
+            text += (gateway.address.empty() ? "" : " via " + gateway.address) +
+                    (gateway.device.empty() ? "" : " dev " + mapped(gateway.device));
+        const auto reply = ask_master(text + " type " + std::to_string(route.type));
         if (!reply)
             return nobody();
-        if (reply->status == Status::no_interface)
-            for (const std::string &device : route.devices)
-                note_device(device);
-        count(*reply, added, route.rest);
+        count(*reply, adds, route.destination);
         return true;
     }
 
@@ -245,7 +125,7 @@ private:
         if (reply.status == Status::ok)
             (added ? added_ : removed_)++;
         else if (reply.status == Status::no_interface)
-            skipped_++;
+            skipped_++, note_once("lines are skipped: " + reply.text);
         else
             refused_++, note(what + ": " + reply.text);
     }
@@ -255,18 +135,14 @@ private:
         return false;
     }
 
-    bool apply(const Neighbour &neighbour) {
-        const bool learnt = neighbour.event == Neighbour::Event::learnt;
-        const auto mapped = devices_.find(neighbour.device);
-        const std::string device = mapped == devices_.end() ? neighbour.device : mapped->second;
-        const std::string tail = neighbour.address + " dev " + device;
+    bool apply(const NeighbourLine &neighbour) {
+        const bool learnt = neighbour.event == NeighbourLine::Event::learnt;
+        const std::string tail = neighbour.address + " dev " + mapped(neighbour.device);
         const std::string described = tail + " lladdr " + neighbour.mac + " port " + port_;
         const auto reply = ask_master(learnt ? "neigh add " + described : "neigh del " + tail);
         if (!reply)
             return nobody();
-        if (reply->status == Status::no_interface)
-            note_device(device);
-        else if (reply->status == Status::ok && learnt && reachable_)
+        if (reply->status == Status::ok && learnt && reachable_)
             for (const unsigned slot : shelf_.present())
                 shelf_.ask(slot, "neigh reachable " + described);
         count(*reply, learnt, neighbour.address);
@@ -286,11 +162,6 @@ private:
         return std::nullopt;
     }
 
-    // A route over several interfaces may know some of them.
-    void note_device(const std::string &device) {
-        note_once("lines of '" + device + "' are skipped: the cards have no such interface");
-    }
-
     void note_once(const std::string &text) {
         if (noted_.insert(text).second)
             note(text);
@@ -304,6 +175,7 @@ private:
     const std::string port_;
     const bool reachable_;
     std::map<std::string, std::string> devices_;
+    SeveralGateways several_;
     std::set<std::string> noted_;
     std::string begun_; // a line that may go on
     std::optional<unsigned> master_;
@@ -375,7 +247,7 @@ bool read_lines(int input, Importer &importer) {
 
 } // namespace
 
-bool import_neighbours(Shelf &shelf, const Parsed &parsed) {
+bool import_lines(Shelf &shelf, const Parsed &parsed) {
     Descriptor file;
     int input = STDIN_FILENO;
     if (parsed.has("file")) {

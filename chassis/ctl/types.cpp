@@ -87,9 +87,11 @@ const std::vector<Type> types = {
 
 // What `ip route show` and `ip neigh show` print besides.
 constexpr std::string_view skipped_pairs[] = {
-    "proto",   "scope", "metric", "src",  "pref",     "table", "type",   "realm", "realms",
-    "advmss",  "mtu",   "rtt",    "cwnd", "hoplimit", "used",  "probes", "ref",   "refcnt",
-    "expires", "error", "weight", "nhid", "cache",    "uid",   "mark",   "iif",   "rto_min"};
+    "proto",   "scope",    "metric",   "src",       "pref",   "table",    "type",     "realm",
+    "realms",  "advmss",   "mtu",      "rtt",       "cwnd",   "hoplimit", "used",     "probes",
+    "ref",     "refcnt",   "expires",  "error",     "weight", "nhid",     "cache",    "uid",
+    "mark",    "iif",      "rto_min",  "window",    "rttvar", "ssthresh", "initcwnd", "initrwnd",
+    "congctl", "features", "quickack", "reordering"};
 constexpr std::string_view skipped_alone[] = {
     "router", "proxy", "extern_learn", "offload",    "managed", "extern_valid", "linkdown",
     "onlink", "dead",  "pervasive",    "rt_offload", "trap",    "rt_trap",      "offload_failed"};

@@ -40,6 +40,13 @@ std::vector<Word> split_words(std::string_view line) {
     return words;
 }
 
+bool is_inside(const Prefix &network, const std::uint8_t *address) {
+    const unsigned bytes = network.length / 8, bits = network.length % 8;
+    const std::uint8_t mask = std::uint8_t(0xFF00 >> bits);
+    return std::memcmp(address, network.address.data(), bytes) == 0 &&
+           (bits == 0 || ((address[bytes] ^ network.address[bytes]) & mask) == 0);
+}
+
 std::optional<std::uint64_t> parse_number(std::string_view text) {
     const bool hex = text.starts_with("0x");
     std::uint64_t number = 0;

@@ -37,6 +37,8 @@ constexpr unsigned host_length(std::uint32_t family) {
     return family == 1 ? 32 : 128;
 }
 
+bool is_inside(const Prefix &network, const std::uint8_t *address); // an address of its family
+
 std::optional<std::uint64_t> parse_number(std::string_view text); // decimal, or 0x and hexadecimal
 std::optional<Prefix> parse_address(std::string_view text);       // with the host length
 std::optional<Prefix> parse_prefix(std::string_view text);        // with its "/length"

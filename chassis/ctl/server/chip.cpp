@@ -15,8 +15,6 @@ using chassis::chip::Answer;
 using chassis::chip::Chip;
 using chassis::chip::NextHop;
 
-constexpr std::uint32_t to_cpu = 2;
-
 std::string entry_text(const Address &entry) {
     return "vrf " + std::to_string(entry.vrf) + " " +
            address_text(entry.family, entry.bytes.data()) + "/" + std::to_string(entry.prefix_len);
@@ -51,8 +49,9 @@ std::string answer_text(const Chip &chip, const Answer &found) {
 struct Expectation {
     std::map<Address, std::uint32_t> entries;
     std::map<std::uint32_t, NextHop> nexthops;
-    std::map<std::uint32_t, std::vector<std::uint32_t>> groups; // members in rising order
+    std::map<std::uint32_t, std::vector<std::uint32_t>> groups;       // members in rising order
     std::set<std::pair<std::uint32_t, std::uint16_t>> default_routes; // (family, VRF)
+    std::set<Address> to_the_cpu;                                     // routes without a gateway
     std::set<std::uint16_t> interfaces, arp_rules;
 };
 
@@ -73,17 +72,21 @@ void expect_hosts(Expectation &expected) {
 
 // A route that a label entry stands in for is the label entry's to program.
 void expect_routes(Expectation &expected) {
+    const LabelledPrefixes labelled;
     each_route([&](const dpm_route_entry &route) {
         if (route.sdk_index <= 0)
             return;
         const dpm_prefix &destination = route.destination;
         if (destination.prefix_len == 0)
             expected.default_routes.emplace(destination.family, std::uint16_t(route.vrf));
-        if (route.sdk_index == int(to_cpu) || label_in_place_of(route))
+        if (labelled.holds(destination))
             return;
         Address key{std::int32_t(route.vrf), destination.family, {}, destination.prefix_len};
         std::memcpy(key.bytes.data(), destination.address, key.bytes.size());
-        expected.entries.emplace(key, std::uint32_t(route.sdk_index));
+        if (route.sdk_index == int(to_cpu))
+            expected.to_the_cpu.insert(key);
+        else
+            expected.entries.emplace(key, std::uint32_t(route.sdk_index));
     });
 }
 
@@ -148,6 +151,10 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
     for (const auto &[key, index] : chip.entries)
         if (index != to_cpu)
             forwarding.emplace(key, index);
+    for (const Address &key : expected.to_the_cpu)
+        if (const auto found = chip.entries.find(key);
+            found == chip.entries.end() || found->second != to_cpu)
+            differences += "the chip lacks entry " + entry_text(key) + " to the CPU\n";
     const auto number = [](std::uint32_t index) { return std::to_string(index); };
     auto groups = chip.groups;
     for (auto &[index, members] : groups)
@@ -158,8 +165,8 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
     for (const auto &[family, vrf] : expected.default_routes)
         if (const auto found = chip.cpu_default.find({family, vrf});
             found != chip.cpu_default.end() && found->second)
-            differences += "the CPU takes the place of the default route of vrf " +
-                           std::to_string(vrf) + "\n";
+            differences +=
+                "the CPU takes the place of the default route of vrf " + std::to_string(vrf) + "\n";
     compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
     compare_sets("ARP rule of VLAN", chip.arp_rules, expected.arp_rules, differences);
     return differences;

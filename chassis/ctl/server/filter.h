@@ -3,8 +3,6 @@
 
 #include "chassis/ctl/server/request.h"
 
-#include <cstring>
-
 namespace ctl::server {
 
 // The rows that were asked for.
@@ -20,22 +18,19 @@ public:
     bool takes(std::uint32_t vrf, std::uint32_t family, const std::uint8_t *address) const {
         if (!takes_vrf(vrf))
             return false;
-        return !subnet_ || (subnet_->family == family && is_inside(address));
+        return !subnet_ || (subnet_->family == family && is_inside(*subnet_, address));
     }
     bool takes(std::uint32_t vrf, const dpm_prefix &ip) const {
         return takes(vrf, ip.family, ip.address);
+    }
+    // A network is wanted when it lies inside the wanted one.
+    bool takes_network(std::uint32_t vrf, const dpm_prefix &network) const {
+        return takes(vrf, network) && (!subnet_ || network.prefix_len >= subnet_->length);
     }
     bool takes_vrf(std::uint32_t vrf) const { return !vrf_ || *vrf_ == vrf; }
     bool takes_address() const { return subnet_.has_value(); }
 
 private:
-    bool is_inside(const std::uint8_t *address) const {
-        const unsigned bytes = subnet_->length / 8, bits = subnet_->length % 8;
-        const std::uint8_t mask = std::uint8_t(0xFF00 >> bits);
-        return std::memcmp(address, subnet_->address.data(), bytes) == 0 &&
-               (bits == 0 || ((address[bytes] ^ subnet_->address[bytes]) & mask) == 0);
-    }
-
     std::optional<std::uint64_t> vrf_;
     std::optional<Prefix> subnet_;
 };

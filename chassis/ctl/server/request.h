@@ -8,7 +8,12 @@
 #include "chassis/ctl/server/table.h"
 #include "dpm_api.h"
 
+#include <set>
+#include <tuple>
+
 namespace ctl::server {
+
+inline constexpr std::uint32_t to_cpu = 2; // the chip's index for "to the CPU"
 
 struct Request {
     chassis::Card &card;
@@ -40,9 +45,6 @@ Reply unknown_interface(std::string_view name);
 Prefix address_argument(const Request &request, std::string_view key = "IP");
 std::string text_of(const dpm_prefix &prefix); // without its length
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);
-
-// The tunnel label entry that stands in a route's place in the chip; null when there is none.
-const dpm_ftn *label_in_place_of(const dpm_route_entry &route);
 
 // Holds the DPM lock, which guards every table.
 class TableLock {
@@ -86,5 +88,19 @@ CTL_WALKER(each_hold, dpm_hold_entry, dpm_api_get_hold_entry_first, dpm_api_get_
 CTL_WALKER(each_ftn, dpm_ftn, dpm_api_ftn_entry_first, dpm_api_ftn_entry_next)
 CTL_WALKER(each_ilm, dpm_ilm, dpm_api_ilm_entry_first, dpm_api_ilm_entry_next)
 #undef CTL_WALKER
+
+// The prefixes that tunnel label entries hold in the chip: a route to one of them leaves its place
+// there to the label entry.  Made under the DPM lock, for as long as that is held.
+class LabelledPrefixes {
+public:
+    LabelledPrefixes();
+    bool holds(const dpm_prefix &prefix) const { return prefixes_.contains(key_of(prefix)); }
+
+private:
+    using Key = std::tuple<std::uint32_t, std::uint32_t, std::array<std::uint8_t, 16>>;
+    static Key key_of(const dpm_prefix &prefix);
+
+    std::set<Key> prefixes_;
+};
 
 } // namespace ctl::server

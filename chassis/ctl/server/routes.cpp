@@ -2,6 +2,9 @@
 
 #include "chassis/ctl/server/filter.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace ctl::server {
 
 namespace {
@@ -35,16 +38,16 @@ dpm_prefix record_of(const Prefix &prefix) {
     return record;
 }
 
-// "default" is of the family of its gateways.
+// "default" is of the family of its gateways, IPv4 when no address tells.
 Prefix destination_of(const Parsed &line, const std::vector<Gateway> &gateways) {
     const std::string_view text = line.value("DEST");
     if (const auto prefix = parse_prefix(text))
         return *prefix;
     if (const auto address = parse_address(text))
         return *address;
-    const bool is_ipv6 = !gateways.empty() && gateways.front().address &&
-                         gateways.front().address->family == DPM_FAMILY_IPV6;
-    return {std::uint32_t(is_ipv6 ? DPM_FAMILY_IPV6 : DPM_FAMILY_IPV4), {}, 0};
+    const auto told = std::ranges::find_if(
+        gateways, [](const Gateway &gateway) { return gateway.address.has_value(); });
+    return {told == gateways.end() ? DPM_FAMILY_IPV4 : told->address->family, {}, 0};
 }
 
 Reply change_route(Request &request, std::uint32_t oper) {
@@ -81,10 +84,8 @@ std::string gateway_text(const dpm_route_entry &route, std::uint32_t i) {
            (index == -1 ? "unresolved" : std::to_string(index));
 }
 
-const char *state_of(const dpm_route_entry &route) {
-    return route.sdk_index <= 0        ? "waits"
-           : label_in_place_of(route) ? "label"
-                                      : "chip";
+const char *state_of(const dpm_route_entry &route, const LabelledPrefixes &labelled) {
+    return route.sdk_index <= 0 ? "waits" : labelled.holds(route.destination) ? "label" : "chip";
 }
 
 dpm_prefix fec_of(const dpm_ftn &ftn) {
@@ -101,15 +102,17 @@ template <class Entry> const char *label_state(const Entry &entry) {
 
 } // namespace
 
-const dpm_ftn *label_in_place_of(const dpm_route_entry &route) {
-    const dpm_ftn *found = nullptr;
+LabelledPrefixes::LabelledPrefixes() {
     each_ftn([&](const dpm_ftn &ftn) {
-        if (ftn.vrf_id == 0 && ftn.ip_type == route.destination.family &&
-            ftn.prefixlen == route.destination.prefix_len &&
-            std::memcmp(ftn.fec_prefix, route.destination.address, sizeof ftn.fec_prefix) == 0)
-            found = &ftn;
+        if (ftn.vrf_id == 0)
+            prefixes_.insert(key_of(fec_of(ftn)));
     });
-    return found;
+}
+
+LabelledPrefixes::Key LabelledPrefixes::key_of(const dpm_prefix &prefix) {
+    Key key{prefix.family, prefix.prefix_len, {}};
+    std::ranges::copy(prefix.address, std::get<2>(key).begin());
+    return key;
 }
 
 Reply route_add(Request &request) {
@@ -123,14 +126,16 @@ Reply show_routes(Request &request) {
     const Filter filter(request.line);
     Table table({"vrf", "destination", "state", "index", "gateways", "type", "+ecmp"});
     const TableLock lock;
+    const LabelledPrefixes labelled;
     each_route([&](const dpm_route_entry &route) {
-        if (!filter.takes(route.vrf, route.destination))
+        if (!filter.takes_network(route.vrf, route.destination))
             return;
         std::vector<std::string> gateways;
         for (std::uint32_t i = 0; i < route.np_num; i++)
             gateways.push_back(gateway_text(route, i));
-        table.row({route.vrf, prefix_text(route.destination), std::string(state_of(route)),
-                   route.sdk_index, gateways, route.route_type,
+        table.row({route.vrf, prefix_text(route.destination),
+                   std::string(state_of(route, labelled)), route.sdk_index, gateways,
+                   route.route_type,
                    std::string(route.ecmp_enable == DPM_ROUTE_ECMP ? "yes" : "no")});
     });
     return print(request, table);
@@ -158,7 +163,7 @@ Reply show_ftn(Request &request) {
     const TableLock lock;
     each_ftn([&](const dpm_ftn &ftn) {
         const dpm_prefix fec = fec_of(ftn);
-        if (filter.takes(ftn.vrf_id, fec))
+        if (filter.takes_network(ftn.vrf_id, fec))
             table.row({std::uint32_t(ftn.vrf_id), prefix_text(fec), std::string(label_state(ftn)),
                        std::uint32_t(ftn.tunnel_label), std::uint32_t(ftn.vpn_label),
                        address_text(ftn.tunnel_ip_type, ftn.tunnel_nhop), std::uint32_t(ftn.nhid),

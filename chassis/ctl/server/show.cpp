@@ -147,7 +147,8 @@ Reply show_timers(Request &request) {
     each_unreachable([&](const dpm_unreachable_entry &entry) { add("probe", entry); });
     each_hold([&](const dpm_hold_entry &entry) { add("hold", entry); });
     each_route([&](const dpm_route_entry &route) {
-        if (route.delete_timer.expiry_sec != 0 && filter.takes(route.vrf, route.destination))
+        if (route.delete_timer.expiry_sec != 0 &&
+            filter.takes_network(route.vrf, route.destination))
             table.row({std::string("route-delete"), route.vrf, prefix_text(route.destination),
                        due_in_sec(request.card, route.delete_timer)});
     });

@@ -1,0 +1,214 @@
+// why: whether the chip has an address or a prefix and, if not, what is missing.
+//
+// An address is looked for among hosts, then among what is waited for and held; a prefix among
+// routes.  A route is followed to its place in the chip (entry, group, next hops) and to each of
+// its gateways, which are addresses again.  What no table has is answered with the longest route
+// that covers it.
+
+#include "chassis/ctl/server/filter.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace ctl::server {
+
+namespace {
+
+using chassis::chip::Chip;
+
+std::string seconds_text(std::int64_t seconds) {
+    return std::to_string(seconds) + " s";
+}
+
+bool is_address(const dpm_prefix &prefix, const Prefix &ip) {
+    return prefix.family == ip.family &&
+           std::memcmp(prefix.address, ip.address.data(), ip.address.size()) == 0;
+}
+
+Prefix prefix_of(const dpm_prefix &record) {
+    Prefix prefix{record.family, {}, record.prefix_len};
+    std::ranges::copy(record.address, prefix.address.begin());
+    return prefix;
+}
+
+std::string indented(std::string text, std::size_t columns) {
+    for (std::size_t at = 0; at < text.size(); at = std::min(text.find('\n', at), text.size()) + 1)
+        text.insert(at, columns, ' ');
+    return text;
+}
+
+// --- addresses -------------------------------------------------------------------------------
+
+// The hosts' lines; empty when the table has none.
+std::string why_host(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+    std::string text;
+    each_host([&](const dpm_host_entry &host) {
+        if (host.vrf != vrf || !is_address(host.ip, ip))
+            return;
+        const auto found =
+            request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
+        const bool in_chip =
+            found && found->entry.prefix_len == ip.length && found->index == host.sdk_index;
+        const bool link_local =
+            ip.family == DPM_FAMILY_IPV6 && ip.address[0] == 0xFE && ip.address[1] == 0x80;
+        text += in_chip      ? "in the chip, "
+                : link_local ? "a neighbour; link-local addresses have no entry in the chip, "
+                             : "a neighbour, but not in the chip, ";
+        text += "next hop " + std::to_string(host.sdk_index) + ": " + mac_text(host.mac) +
+                " port " + port_text(host.port_type, host.log_port_id, host.phy_port_id) +
+                " vlan " + std::to_string(host.svlan) + " on " + host.ifname + "\n";
+    });
+    return text;
+}
+
+std::string why_waiting(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+    std::string text;
+    const std::int64_t now = request.card.os.now_nsec() / 1'000'000'000;
+    each_unreachable([&](const dpm_unreachable_entry &entry) {
+        if (entry.vrf == vrf && is_address(entry.ip, ip))
+            text += "waits for the neighbour to answer since " +
+                    seconds_text(now - dpm_api_get_unreachable_since(vrf, &entry.ip)) + "; " +
+                    std::to_string(entry.probe_cnt) + " probes left, the next in " +
+                    seconds_text(entry.timer.expiry_sec - now) + "\n";
+    });
+    each_hold([&](const dpm_hold_entry &entry) {
+        if (entry.vrf == vrf && is_address(entry.ip, ip))
+            text += "held since port " +
+                    port_text(entry.port_type, entry.log_port_id, entry.phy_port_id) +
+                    " went down; forgotten in " + seconds_text(entry.timer.expiry_sec - now) + "\n";
+    });
+    return text;
+}
+
+// --- routes ----------------------------------------------------------------------------------
+
+// What a route points to, down to what the chip does not have of it; the caller holds the chip's
+// lock.
+std::string target_text(const Chip &chip, const dpm_route_entry &route) {
+    const auto index = std::uint32_t(route.sdk_index);
+    const auto lacks = [&](std::uint32_t nexthop) {
+        return !chip.nexthops.contains(nexthop) && nexthop != to_cpu;
+    };
+    if (route.ecmp_enable != DPM_ROUTE_ECMP)
+        return index == to_cpu ? "to the CPU"
+                               : "by next hop " + std::to_string(index) +
+                                     (lacks(index) ? ", which the chip does not have" : "");
+    std::string text = "by group " + std::to_string(index);
+    const auto group = chip.groups.find(index);
+    if (group == chip.groups.end())
+        return text + ", which the chip does not have";
+    for (const std::uint32_t member : group->second)
+        text += (member == group->second.front() ? " of next hops " : " ") +
+                std::to_string(member) + (lacks(member) ? " (which the chip does not have)" : "");
+    return text;
+}
+
+std::string route_state(const Chip &chip, const dpm_route_entry &route) {
+    if (route.np_num == 0)
+        return "not in the chip: it has no gateway";
+    if (route.sdk_index <= 0)
+        return "not in the chip: it uses none of its gateways";
+    const auto lock = chip.lock();
+    const Prefix destination = prefix_of(route.destination);
+    const auto entry = chip.entries.find(
+        {std::int32_t(route.vrf), destination.family, destination.address, destination.length});
+    if (entry == chip.entries.end())
+        return "not in the chip, which should have it " + target_text(chip, route);
+    if (entry->second != std::uint32_t(route.sdk_index))
+        return "the chip has it by index " + std::to_string(entry->second) + ", not " +
+               target_text(chip, route);
+    return "in the chip, " + target_text(chip, route);
+}
+
+std::string why_gateway(const Request &request, const dpm_route_entry &route, std::uint32_t i) {
+    const dpm_prefix &gateway = route.np[i];
+    if (gateway.family == DPM_FAMILY_NONE)
+        return std::string("directly connected on ") + route.np_ifname[i] + ", to the CPU\n";
+    const std::string name =
+        "gateway " + text_of(gateway) + " on " + std::string(route.np_ifname[i]) + ": ";
+    if (gateway.family != route.destination.family)
+        return name + "of another family than the route, and so not used\n";
+    Prefix ip = prefix_of(gateway);
+    ip.length = host_length(ip.family);
+    const std::string host = why_host(request, route.vrf, ip);
+    std::string text = host + why_waiting(request, route.vrf, ip);
+    if (text.empty())
+        text = "not a neighbour, and nothing waits for it\n";
+    if (!host.empty() && (route.sdk_index <= 0 || route.host_index[i] <= 0))
+        text += "not used: the chip refused it, or the neighbour is on another interface\n";
+    const std::size_t first = text.find('\n') + 1;
+    return name + text.substr(0, first) + indented(text.substr(first), 4);
+}
+
+// A route's line, and one for each of its gateways.
+std::string why_route(const Request &request, const dpm_route_entry &route) {
+    std::string text = "route " + prefix_text(route.destination) + ": ";
+    if (route.sdk_index > 0 && LabelledPrefixes().holds(route.destination))
+        return text + "a label entry for the same prefix stands in its place\n";
+    text += route_state(request.card.chip, route) + "\n";
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        text += indented(why_gateway(request, route, i), 4);
+    return text;
+}
+
+// The routes to this network, whatever host bits they were given with.
+std::string why_routes(const Request &request, std::uint32_t vrf, const Prefix &network) {
+    std::string text;
+    each_route([&](const dpm_route_entry &route) {
+        const dpm_prefix &destination = route.destination;
+        if (route.vrf == vrf && destination.family == network.family &&
+            destination.prefix_len == network.length && is_inside(network, destination.address))
+            text += why_route(request, route);
+    });
+    return text;
+}
+
+// The longest route, in the chip or not, that leads to an address or network.
+const dpm_route_entry *covering_route(std::uint32_t vrf, const Prefix &ip) {
+    const dpm_route_entry *longest = nullptr;
+    each_route([&](const dpm_route_entry &route) {
+        const dpm_prefix &destination = route.destination;
+        if (route.vrf == vrf && destination.family == ip.family &&
+            destination.prefix_len < ip.length &&
+            is_inside(prefix_of(destination), ip.address.data()) &&
+            (!longest || destination.prefix_len > longest->destination.prefix_len))
+            longest = &route;
+    });
+    return longest;
+}
+
+std::string why_absent(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+    const bool is_host = ip.length == host_length(ip.family);
+    const std::string absent = is_host ? "not a neighbour" : "no route";
+    const auto in_chip = request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
+    for (const dpm_host_info &info : request.card.stack.cache())
+        if (is_host && info.family == ip.family &&
+            std::memcmp(info.address, ip.address.data(), ip.family == 1 ? 4 : 16) == 0)
+            return "the IP stack knows it in vrf " + std::to_string(info.vrf) +
+                   ", but no table has it in vrf " + std::to_string(vrf) + "\n";
+    if (const dpm_route_entry *const route = covering_route(vrf, ip))
+        return absent + "; what covers it is\n" + why_route(request, *route);
+    if (in_chip)
+        return absent + "; the chip has it under " +
+               address_text(ip.family, in_chip->entry.bytes.data()) + "/" +
+               std::to_string(in_chip->entry.prefix_len) + "\n";
+    return absent + (is_host ? ", and nothing waits for it\n" : "\n");
+}
+
+} // namespace
+
+Reply why(Request &request) {
+    const std::string question(request.line.value("SUBNET"));
+    const auto address = parse_address(question);
+    const Prefix ip = address ? *address : *parse_prefix(question); // the language has checked it
+    const std::uint32_t vrf = std::uint32_t(request.line.number("vrf"));
+    const TableLock lock;
+    std::string text = why_routes(request, vrf, ip);
+    if (ip.length == host_length(ip.family))
+        text = why_host(request, vrf, ip) + why_waiting(request, vrf, ip) + text;
+    if (text.empty())
+        text = why_absent(request, vrf, ip);
+    return done(question + ": " + text);
+}
+
+} // namespace ctl::server

@@ -1,0 +1,35 @@
+// A shelf whose cards are given commands, as dpmctl gives them.
+#pragma once
+
+#include "chassis/ctl/server/server.h"
+#include "support/shelf.h"
+
+namespace rig {
+
+// Commands to the cards of a shelf.
+class Commands : public Shelf {
+protected:
+    ctl::Reply execute(std::string_view line) { return on_master_.execute(line); }
+
+    std::string text(std::string_view line) {
+        const ctl::Reply reply = execute(line);
+        EXPECT_EQ(reply.status, ctl::Status::ok) << line << ": " << reply.text;
+        return reply.text;
+    }
+
+    // Settings go to both cards, as dpmctl sends them.
+    void configure(std::string_view line) {
+        for (ctl::Server *server : {&on_master_, &on_standby_})
+            EXPECT_EQ(server->execute(line).text, "") << line;
+        settle();
+    }
+
+    void configure_vlan_100() {
+        configure("if add vlanif100 vlan 100");
+        configure("addr add 10.1.1.1/24 dev vlanif100");
+    }
+
+    ctl::Server on_master_{master()}, on_standby_{standby()};
+};
+
+} // namespace rig
