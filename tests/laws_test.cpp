@@ -71,6 +71,51 @@ TEST_F(Laws, tell_where_the_standby_differs_from_the_master) {
     first_host().ifindex = standby().suite.find("vlanif100")->ifindex;
 }
 
+TEST_F(Laws, tell_routes_groups_and_labels_that_are_not_as_they_say) {
+    add_route({.prefix = "10.2.0.0/16", .via = {{"10.1.1.2"}, {"10.1.1.3"}}});
+    add_route({.prefix = "0.0.0.0/0"});
+    add_ftn({.prefix = "10.3.0.0/16"});
+    add_ilm({.flags = DPM_LABEL_WAITING});
+    using namespace rig::laws;
+    auto &chip = master().chip;
+    dpm_route_entry &single = *route(master(), "0.0.0.0/0"),
+                    &group = *route(master(), "10.2.0.0/16");
+    const auto broken = [this](auto &field, auto value, unsigned lines, const char *what) {
+        const auto kept = std::exchange(field, value);
+        EXPECT_EQ(routes_follow_hosts(master(), 0, false).size(), lines) << what;
+        field = kept;
+    };
+    EXPECT_TRUE(routes_follow_hosts(master(), 0, false).empty());
+    EXPECT_EQ(routes_follow_hosts(master(), 1, false).size(), 1u) << "a leak that is not there";
+    broken(chip.groups.begin()->second, std::vector<std::uint32_t>{}, 1, "members");
+    broken(chip.groups, std::map<std::uint32_t, std::vector<std::uint32_t>>{}, 2, "the group");
+    broken(chip.cpu_default.at({1, 0}), true, 1, "the CPU's place");
+    broken(chip.cpu_default.at({2, 0}), false, 1, "nobody in it");
+    broken(single.host_index[0], -1, 2, "the gateway");
+    broken(single.sdk_index, 0, 1, "a route outside that is inside");
+    broken(group.host_index[1], -1, 2, "a member");
+    broken(group.sdk_index, 4711, 3, "the route's group");
+    EXPECT_TRUE(standby_equals_master(master(), standby()).empty());
+    const auto differs = [this](auto &field) {
+        field ^= 1;
+        EXPECT_EQ(standby_equals_master(master(), standby()).size(), 2u);
+        field ^= 1;
+    };
+    differs(single.route_type);
+    differs(const_cast<dpm_ecmp_entry *>(dpm_api_get_ecmp_entry_first(1))->host_cnt);
+    differs(const_cast<dpm_ftn *>(dpm_api_ftn_entry_first())->owner);
+    differs(const_cast<dpm_ilm *>(dpm_api_ilm_entry_first())->is_egress);
+    const auto unsound = [this](auto &field) {
+        ++field;
+        EXPECT_EQ(tables_are_sound(master()).size(), 1u);
+        --field;
+    };
+    unsound(g_dpm_index.ipv4_routes.of_length[16]);
+    unsound(single.np[0].address[3]);
+    auto &flags = const_cast<dpm_ilm *>(dpm_api_ilm_entry_first())->is_egress;
+    unsound(flags);
+}
+
 TEST_F(Laws, tell_unsound_trees_lists_and_an_unexplained_heap) {
     EXPECT_TRUE(rig::laws::tables_are_sound(master()).empty());
     dpm_avl_node &root = *g_dpm_global.host_ipv4_tree.root;
