@@ -4,6 +4,7 @@
 Each test has a shelf of its own in a fresh directory.  The programs are those of $DPM_BIN, run
 through $DPM_EMULATOR where they are another machine's.
 """
+import fcntl
 import json
 import os
 import pty
@@ -12,8 +13,10 @@ import shutil
 import signal
 import socket
 import stat
+import struct
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
 
@@ -152,6 +155,38 @@ class Commands(Shelf):
         self.assertRegex(said, r"(dpm> |\n)0\r\n")
         self.assertIn("unknown word 'shwo'", said)
 
+    def on_terminal(self, *arguments, rows=24, **environment):
+        """What a command prints on a terminal of so many rows."""
+        terminal, inner = pty.openpty()
+        fcntl.ioctl(inner, termios.TIOCSWINSZ, struct.pack("HHHH", rows, 100, 0, 0))
+        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *arguments]
+        child = subprocess.Popen(command, stdin=inner, stdout=inner, stderr=inner, env={**os.environ, **environment})
+        os.close(inner)
+        said = b""
+        try:
+            while part := os.read(terminal, 65536):
+                said += part
+        except OSError:  # the other side is closed
+            pass
+        os.close(terminal)
+        self.assertEqual(child.wait(PATIENCE_SEC), 0)
+        return said.decode().replace("\r\n", "\n")
+
+    def test_are_answered_through_a_pager_when_the_screen_is_too_small(self):
+        self.start_shelf()
+        for last in range(2, 12):
+            self.learn(f"10.1.1.{last}")
+        answer = self.words("show hosts")
+        pager = "sed s/^/paged:/"
+        paged = "".join(f"paged:{line}\n" for line in answer.splitlines())
+        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER=pager), paged)
+        self.assertEqual(self.on_terminal("show", "hosts", rows=24, PAGER=pager), answer)
+        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER="/no/such/pager 2>/dev/null"), answer)
+        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER="true"), "", "a reader may leave early")
+        environment = {**os.environ, "PAGER": pager}
+        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, "show", "hosts"]
+        self.assertEqual(subprocess.run(command, capture_output=True, text=True, env=environment).stdout, answer)
+
     def test_are_all_in_the_operating_page(self):
         with open(os.path.join(os.path.dirname(__file__), "..", "docs", "operating.md")) as file:
             page = file.read().replace("\\|", "|")
@@ -178,8 +213,8 @@ class TwoCards(Shelf):
         for ip in ["10.1.1.2", "10.1.1.3", "fd00:100::2"]:
             self.learn(ip)
         said = self.ctl("verify")
-        self.assertIn("slot 9 and slot 10 agree: hosts 3, nexthops 1", said)
-        self.assertIn("slot 9: chip and tables agree: entries 3, next hops 1, interfaces 1", said)
+        self.assertRegex(said, "slot 9 and slot 10 agree: .*hosts 3, .*nexthops 1,")
+        self.assertIn("slot 9: chip and tables agree: entries 3, next hops 1, groups 0, interfaces 1", said)
         self.assertEqual(self.addresses(9), self.addresses(10))
         indexes = [json.loads(self.words("show interfaces --json", slot))[0]["ifindex"] for slot in (9, 10)]
         self.assertNotEqual(*indexes)
@@ -197,6 +232,19 @@ class TwoCards(Shelf):
         self.assertIn("verify: hosts differs between slot 9 and slot 10", said.stderr)
         self.assertIn("verify: hosts: vrf 0 10.1.1.3 dev vlanif100: on slot 9 only", said.stderr)
         self.assertNotIn("nexthops differs", said.stderr)
+
+    def test_verify_names_the_route_that_differs(self):
+        self.start_shelf()
+        self.learn("10.1.1.2")
+        self.words("route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100")
+        self.assertIn("ecmp 0, ftn 0, hosts 1, ilm 0, nexthops 1, routes 1", self.ctl("verify"))
+        self.words("fault alloc 1", 10)  # the standby loses the next one
+        self.words("route add fd05::/48 via fd00:100::2 dev vlanif100")
+        said = self.run_ctl("verify")
+        self.assertEqual(said.returncode, 1)
+        self.assertIn("verify: routes: vrf 0 fd05::/48: on slot 9 only", said.stderr)
+        self.words("route del fd05::/48")
+        self.ctl("verify")
 
     def test_carry_on_when_the_master_is_killed(self):
         self.start_shelf()
@@ -218,7 +266,7 @@ class TwoCards(Shelf):
         self.assertIn("slot 10: chip and tables agree: entries 9", self.ctl("verify"))
         self.start_card(9, "--config", self.settings_file())
         self.assertEqual(self.role(9), "standby", "the card that comes back does not take over")
-        self.assertIn("slot 10 and slot 9 agree: hosts 9", self.ctl("verify"))
+        self.assertRegex(self.ctl("verify"), "slot 10 and slot 9 agree: .*hosts 9,")
         self.kill_card(10)
         self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
         self.assertIn("slot 9: chip and tables agree: entries 9", self.ctl("verify"))
@@ -250,12 +298,50 @@ not a line of ip
         done = self.run_ctl("import", "--dev-map", "eth0=vlanif100", "--port", "7", input=self.LINES)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(done.stdout, "11 lines: 5 added, 2 removed, 4 skipped, 0 refused\n")
-        self.assertIn("lines of 'wlan0' are skipped", done.stderr)
-        self.assertIn("not a neighbour: not a line of ip", done.stderr)
+        self.assertIn("lines are skipped: unknown interface 'wlan0'", done.stderr)
+        self.assertIn("neither neighbour nor route: not a line of ip", done.stderr)
         self.assertEqual(self.addresses(), ["10.1.1.4", "10.1.1.7", "fd00:100::2"])
         self.assertEqual(json.loads(self.words("show hosts 10.1.1.4 --json"))[0]["port"], "7")
         self.ctl("verify")
         self.assertEqual(self.words("show nexthops --count", 10), "3\n")
+
+    ROUTES = """\
+default via 10.1.1.2 dev vlanif100 proto bird metric 32
+10.1.1.0/24 dev vlanif100 proto kernel scope link src 10.1.1.1
+10.2.0.0/16 proto bird metric 32 \\\tnexthop via 10.1.1.2 dev vlanif100 weight 1 \\\tnexthop via 10.1.1.3 dev vlanif100
+10.3.0.0/16 via 10.9.1.1 dev wlan0 proto bird
+unreachable 10.4.0.0/16 proto static
+blackhole 10.5.0.0/16
+fe80::/64 dev vlanif100 proto kernel metric 256 pref medium
+default via fd00:100::2 dev vlanif100 proto bird metric 32 pref medium
+fd05::/48 proto bird metric 32 pref medium
+\tnexthop via fd00:100::2 dev vlanif100 weight 1\x20
+\tnexthop via fd00:100::3 dev vlanif100 weight 1\x20
+10.6.0.0/16 via 10.1.1.2 dev vlanif100
+10.7.0.0/16 encap mpls 100 via 10.1.1.2 dev vlanif100
+Deleted 10.6.0.0/16 via 10.1.1.2 dev vlanif100
+Deleted fd05::/48 via fd00:100::3 dev vlanif100 proto bird metric 32 pref medium
+"""
+
+    def test_takes_routes(self):
+        self.start_shelf()
+        self.learn("10.1.1.2")
+        self.learn("10.1.1.3", "02:00:00:00:01:03", 4)
+        self.learn("fd00:100::2")
+        done = self.run_ctl("import", input=self.ROUTES)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(done.stdout, "13 lines: 6 added, 2 removed, 5 skipped, 0 refused\n")
+        for note in ["unreachable routes", "blackhole routes", "routes of one link", "unknown interface 'wlan0'"]:
+            self.assertIn(note, done.stderr)
+        self.assertIn("neither neighbour nor route: 10.7.0.0/16 encap", done.stderr)
+        routes = {row["destination"]: row for row in json.loads(self.words("show routes --json"))}
+        wanted = ["0.0.0.0/0", "10.1.1.0/24", "10.2.0.0/16", "::/0", "fd05::/48"]
+        self.assertEqual(sorted(routes), sorted(wanted))
+        self.assertEqual(len(routes["10.2.0.0/16"]["gateways"]), 2)
+        self.assertEqual(len(routes["fd05::/48"]["gateways"]), 1, "the other one was deleted")
+        self.assertEqual([routes[name]["type"] for name in wanted], [9, 2, 9, 9, 9])
+        self.assertIn("port 4", self.words("chip lookup 10.2.1.1"))
+        self.assertIn("routes 5", self.ctl("verify"))
 
     def test_applies_each_line_as_it_arrives_and_follows_the_master(self):
         self.start_shelf()

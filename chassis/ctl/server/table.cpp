@@ -18,7 +18,7 @@ std::string plain(const Cell &cell) {
             [](const std::vector<std::string> &list) {
                 std::string text;
                 for (const std::string &each : list)
-                    text += (text.empty() ? "" : " ") + each;
+                    text += (text.empty() ? "" : ", ") + each;
                 return text.empty() ? std::string("-") : text;
             },
         },
