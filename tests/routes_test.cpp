@@ -56,6 +56,9 @@ struct Family {
     std::uint32_t number;
     std::string net, inside, a, b, c, host, any;
 };
+void PrintTo(const Family &family, std::ostream *out) {
+    *out << "IPv" << (family.number == 1 ? 4 : 6);
+}
 const Family ipv4{1,          "10.2.0.0/16", "10.2.3.4", "10.1.1.2",
                   "10.1.1.3", "10.1.1.4",    "10.1.1.9", "0.0.0.0/0"};
 const Family ipv6{2,
