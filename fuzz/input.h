@@ -34,9 +34,13 @@ private:
     std::span<const std::uint8_t> rest_;
 };
 
+inline constexpr std::size_t max_block_bytes = 1u << 24;
+
 // A heap block of exactly this size, so that a read past it is seen.
 using Block = std::unique_ptr<std::uint8_t, decltype(&std::free)>;
 inline Block exact_block(std::size_t size) {
+    if (size > max_block_bytes)
+        std::abort(); // no input is that long
     Block block(static_cast<std::uint8_t *>(std::malloc(std::max<std::size_t>(size, 1))),
                 std::free);
     std::memset(block.get(), 0, size);
