@@ -357,23 +357,33 @@ TEST_P(EitherFamily, ARouteThatTheChipWouldNotLetGoIsWithdrawnOnce) {
     EXPECT_TRUE(routes(master()).empty());
 }
 
+// Routes come in any order, and go, between the events of their host.
 TEST_P(EitherFamily, RoutesOfAHostAreHandledInTableOrder) {
-    const Lines prefixes = f.number == 1
-                               ? Lines{"10.7.0.0/16", "10.2.0.0/16", "10.0.0.0/8", "10.2.3.0/24"}
-                               : Lines{"2001:7::/48", "2001:2::/48", "2001::/24", "2001:3::/64"};
-    for (const std::string &prefix : prefixes)
-        add_route({.prefix = prefix, .via = {{f.a}}});
-    Lines order;
-    for (const dpm_route_entry &route : routes(master()))
-        order.push_back(rig::text_of(route.destination));
-    clear_journal();
-    learn(f.a);
-    Lines programmed;
-    for (const std::string &call : chip_calls(master()))
-        if (call.starts_with("add_ip_entry") && call.find("/128 ") == call.npos &&
-            call.find("/32 ") == call.npos)
-            programmed.push_back(call.substr(19, call.find(" nexthop") - 19));
-    EXPECT_EQ(programmed, order);
+    const auto prefix = [this](unsigned number) {
+        const std::string third = std::to_string(number * 29 % 64);
+        const unsigned length = number % 3;
+        return f.number == 1 ? "10.7." + third + ".0/" + std::to_string(22 + length)
+                             : "2001:7:" + third + "::/" + std::to_string(46 + length);
+    };
+    for (unsigned round = 0; round < 3; ++round) {
+        for (unsigned i = round * 20; i < round * 20 + 20; ++i)
+            add_route({.prefix = prefix(i), .via = {{f.a}}});
+        for (unsigned i = round * 20; i < round * 20 + 20; i += 7)
+            del_route({.prefix = prefix(i), .via = {{f.a}}});
+        Lines order;
+        for (const dpm_route_entry &route : routes(master()))
+            order.push_back(rig::text_of(route.destination));
+        clear_journal();
+        learn(f.a);
+        Lines programmed;
+        for (const std::string &call : chip_calls(master()))
+            if (call.starts_with("add_ip_entry") && call.find("/128 ") == call.npos &&
+                call.find("/32 ") == call.npos)
+                programmed.push_back(call.substr(19, call.find(" nexthop") - 19));
+        EXPECT_EQ(programmed, order);
+        EXPECT_EQ(programmed.size(), 17u * (round + 1));
+        forget(f.a);
+    }
 }
 
 TEST_P(EitherFamily, ASlotIsProgrammedWithWhatTheChipHoldsOfThem) {

@@ -102,14 +102,12 @@ std::string entry_text(const Address &key, std::uint32_t index) {
                 address_text(key.family, key.bytes.data()).c_str(), key.prefix_len, index);
 }
 
-Chip::Members member_list(std::uint32_t count, const void *members) {
-    Chip::Members list(std::min<std::uint32_t>(count, DAL_ECMP_MEMBER_BYTES / 4));
-    if (!list.empty())
-        std::memcpy(list.data(), members, 4 * list.size());
-    return list;
+std::span<const std::uint32_t> member_list(std::uint32_t count, const void *members) {
+    return {static_cast<const std::uint32_t *>(members),
+            std::min<std::uint32_t>(count, DAL_ECMP_MEMBER_BYTES / 4)};
 }
 
-std::string members_text(const Chip::Members &members) {
+std::string members_text(std::span<const std::uint32_t> members) {
     std::string line = "members";
     for (const std::uint32_t member : members)
         line += " " + std::to_string(member);
@@ -234,22 +232,25 @@ int dal_driver_del_ip_nexthop(uint32_t id, uint32_t slot_bits) {
 
 int dal_driver_add_ecmp_nexthop(int32_t *group, uint32_t operation, uint32_t count,
                                 const void *members, uint32_t slot_bits) {
-    const Chip::Members list = member_list(count, members);
+    const std::span list = member_list(count, members);
     return Contract::perform(
                {Request::add_ecmp_nexthop, __func__, slot_bits, {}},
                {reinterpret_cast<std::uint32_t *>(group)},
-               [&](Chip &chip) { return chip.add_group(group, list, is_again(slot_bits)); },
+               [&](Chip &chip) {
+                   return chip.add_group(group, {list.begin(), list.end()}, is_again(slot_bits));
+               },
                [&] { return text("%s group %d", members_text(list).c_str(), *group); })
         .report(dpm_driver_add_ecmp_nexthop_result, group, operation, count, members);
 }
 
 int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t count,
                                    const void *members, uint32_t slot_bits) {
-    const Chip::Members list = member_list(count, members);
+    const std::span list = member_list(count, members);
     const auto update = [&](Chip &chip) {
         if (operation != 1 && operation != 2)
             return Outcome{-1, "no such operation"};
-        return chip.update_group(group, operation == 1, list, is_again(slot_bits));
+        return chip.update_group(group, operation == 1, {list.begin(), list.end()},
+                                 is_again(slot_bits));
     };
     const auto describe = [&] {
         return text("group %d %s %s", group, operation == 1 ? "add" : "remove",

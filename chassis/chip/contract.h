@@ -5,6 +5,7 @@
 #include "chassis/chassis.h"
 
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>

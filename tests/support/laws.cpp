@@ -155,9 +155,7 @@ void check_trees(Lines &lines) {
         {"ilm", &g_dpm_vpn.ilm_tree},
         {"ftn index", &g_dpm_index.ftn_by_fec},
         {"route ipv4 by gateway", &g_dpm_index.ipv4_routes.by_gateway},
-        {"route ipv4 by network", &g_dpm_index.ipv4_routes.by_network},
         {"route ipv6 by gateway", &g_dpm_index.ipv6_routes.by_gateway},
-        {"route ipv6 by network", &g_dpm_index.ipv6_routes.by_network},
     };
     for (const auto &[name, tree] : trees)
         if (const std::string problem = tree_problem(*tree); !problem.empty())

@@ -213,6 +213,38 @@ void check_routes_ifindexes(Card &standby, Lines &lines) {
     });
 }
 
+namespace {
+
+unsigned indexed_networks(const dpm_route_index &index) {
+    unsigned count = 0;
+    for (std::uint32_t i = 0; index.by_network && i < DPM_ROUTE_CAPACITY; ++i)
+        for (const route_record *record = index.by_network[i]; record; record = record->next)
+            ++count;
+    return count;
+}
+
+// Each place stands with its own gateway, which none but its places refer to.
+unsigned indexed_gateways(const dpm_route_index &index, Lines &lines) {
+    unsigned count = 0;
+    for (void *at = dpm_avl_first(&index.by_gateway); at;
+         at = dpm_avl_next(&index.by_gateway, at)) {
+        auto &gateway = *static_cast<route_gateway *>(at);
+        unsigned users = 0;
+        for (const gateway_place &place : dpm::gateway_places(gateway.places)) {
+            const dpm_route_entry &route = place.route->entry;
+            if (place.gateway != &gateway || route.vrf != gateway.vrf ||
+                dpm_prefix_compare(route.np[place.position], gateway.address) != 0)
+                lines.push_back("a place of another gateway than that of " + name_of(route));
+            ++users;
+        }
+        expect_equal("a gateway's places and its users", users, gateway.users, lines);
+        count += users;
+    }
+    return count;
+}
+
+} // namespace
+
 void check_route_indexes(Lines &lines) {
     for (const std::uint32_t family : families) {
         const dpm_route_index &index =
@@ -220,11 +252,13 @@ void check_route_indexes(Lines &lines) {
         unsigned routes = 0, gateways = 0, of_length[129] = {};
         for (const dpm_route_entry &route : dpm::routes_of(family)) {
             ++routes;
-            gateways += route.np_num;
+            gateways += unsigned(
+                std::count_if(route.np, route.np + route.np_num,
+                              [&](const dpm_prefix &gateway) { return gateway.family == family; }));
             ++of_length[route.destination.prefix_len];
         }
-        expect_equal("routes and their networks", routes, index.by_network.numnodes, lines);
-        expect_equal("gateways and their index", gateways, index.by_gateway.numnodes, lines);
+        expect_equal("routes and their networks", routes, indexed_networks(index), lines);
+        expect_equal("gateways and their index", gateways, indexed_gateways(index, lines), lines);
         if (!std::equal(std::begin(of_length), std::end(of_length), index.of_length))
             lines.push_back("the numbers of routes by length are wrong");
     }
@@ -249,8 +283,11 @@ unsigned route_timers() {
     return armed;
 }
 
-std::size_t blocks_of_routes() { // a route has its place in the index by network beside it
-    return 2 * (g_dpm_global.route_ipv4_tree.numnodes + g_dpm_global.route_ipv6_tree.numnodes) +
+std::size_t blocks_of_routes() {
+    std::size_t blocks = 0;
+    for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
+        blocks += index->by_gateway.numnodes + (index->by_network != nullptr);
+    return blocks + g_dpm_global.route_ipv4_tree.numnodes + g_dpm_global.route_ipv6_tree.numnodes +
            g_dpm_global.ecmp_ipv4_tree.numnodes + g_dpm_global.ecmp_ipv6_tree.numnodes +
            g_dpm_vpn.ftn_tree.numnodes + g_dpm_vpn.ilm_tree.numnodes;
 }

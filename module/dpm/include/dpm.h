@@ -62,9 +62,9 @@ extern DPM_STATE dpm_global g_dpm_global;
 // Card-local indexes beside the tables: they make a search by something that is not a table's key
 // cheap, yield the table's own order, and are never mirrored.
 struct dpm_route_index {
-    dpm_avl_tree by_gateway;
-    dpm_avl_tree by_network;
-    std::uint32_t of_length[129]; // routes of each prefix length, in all VRFs
+    dpm_avl_tree by_gateway;          // route_gateway
+    struct route_record **by_network; // heads of a hash table's chains; null before the first route
+    std::uint32_t of_length[129];     // routes of each prefix length, in all VRFs
 };
 
 struct dpm_index {
@@ -74,6 +74,7 @@ struct dpm_index {
     dpm_avl_tree ftn_by_fec;
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;
+    std::uint32_t hash_seed;
 };
 
 extern DPM_STATE dpm_index g_dpm_index;

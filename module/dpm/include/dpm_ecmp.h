@@ -41,6 +41,23 @@ inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b) {
 
 namespace dpm {
 
+// The group behind an index that its owner keeps: 0 while there is none.  Several changes in a row
+// look for its record once; the index must not be changed otherwise meanwhile.
+class ecmp_group {
+public:
+    ecmp_group(std::uint32_t ecmp_type, std::int32_t &sdk_index)
+        : ecmp_type_(ecmp_type), sdk_index_(sdk_index) {}
+    int add(std::uint32_t host_index);    // as dpm_ecmp_add
+    int remove(std::uint32_t host_index); // as dpm_ecmp_del
+
+private:
+    bool is_found();
+
+    const std::uint32_t ecmp_type_;
+    std::int32_t &sdk_index_;
+    dpm_ecmp_entry *entry_ = nullptr; // as found last
+};
+
 inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b) {
     return dpm_ecmp_compare(&a, &b);
 }

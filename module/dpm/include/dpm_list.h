@@ -88,7 +88,51 @@ public:
     auto end() const { return walk<false>(head_).end(); }
     walk<true> erasable() const { return walk<true>(head_); }
 
+    // Brings the entries into order; equal ones keep theirs.  A merge sort of the stretches that are
+    // in order already, so a list that nearly is costs little more than a walk.
+    template <class Before> void sort(Before before) const {
+        list_head *stretches[32] = {}; // each twice as many merged ones as the one before it
+        head_->prev->next = nullptr;
+        for (list_head *rest = head_->next == head_ ? nullptr : head_->next; rest != nullptr;) {
+            list_head *stretch = cut_stretch(rest, before);
+            list_head **place = stretches;
+            for (; *place != nullptr; *place++ = nullptr)
+                stretch = merge(*place, stretch, before);
+            *place = stretch;
+        }
+        list_head *sorted = nullptr;
+        for (list_head *stretch : stretches)
+            sorted = merge(stretch, sorted, before);
+        INIT_LIST_HEAD(head_);
+        while (sorted != nullptr) {
+            list_head *const next = sorted->next;
+            list_add_tail(sorted, head_);
+            sorted = next;
+        }
+    }
+
 private:
+    // Chains end with a null link, and their links back are not kept.
+    template <class Before> static list_head *cut_stretch(list_head *&rest, Before before) {
+        list_head *const first = rest, *last = first;
+        while (last->next != nullptr && !before(entry_of(last->next), entry_of(last)))
+            last = last->next;
+        rest = last->next;
+        last->next = nullptr;
+        return first;
+    }
+    template <class Before> static list_head *merge(list_head *a, list_head *b, Before before) {
+        list_head *merged = nullptr, **end = &merged;
+        while (a != nullptr && b != nullptr) {
+            list_head *&from = before(entry_of(b), entry_of(a)) ? b : a;
+            *end = from;
+            from = from->next;
+            end = &(*end)->next;
+        }
+        *end = a != nullptr ? a : b;
+        return merged;
+    }
+
     static std::ptrdiff_t link_offset() {
         alignas(Entry) static constexpr char bytes[sizeof(Entry)]{};
         const auto *entry = reinterpret_cast<const Entry *>(bytes);

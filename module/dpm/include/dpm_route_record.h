@@ -3,45 +3,55 @@
 #pragma once
 
 #include "dpm.h"
+#include "dpm_list.h"
 #include "dpm_memory.h"
 #include "dpm_route.h"
 
+#include <utility>
+
 struct route_record;
 
-// The place of one gateway of a route in the index by gateway.
-struct gateway_place {
+// A gateway that routes of a VRF have, of the family of their destinations.
+struct route_gateway {
     dpm_avl_node node; // first
+    std::uint32_t vrf;
+    dpm_prefix address;
+    list_head places;    // of the routes that are in the table
+    bool is_sorted;      // the places stand in the table's order
+    std::uint32_t users; // places that refer to it; it goes with the last
+};
+
+// The place of one gateway of a route among those of the same gateway.
+struct gateway_place {
+    list_head link;
+    route_gateway *gateway; // null when no host can ever resolve it
     route_record *route;
     std::uint32_t position; // of the gateway in its route
 };
 
-// The place of a route in the index by network, with the key in it.
-struct network_place {
-    dpm_avl_node node; // first
+// What the index by network compares: a destination without its host bits.
+struct route_network {
     std::uint32_t vrf;
     std::uint32_t prefix_len;
-    std::uint32_t network[4]; // the destination without its host bits, bytes in network order
-    route_record *route;
+    std::uint32_t address[4]; // bytes in network order
+    bool operator==(const route_network &) const = default;
 };
 
-// A route's places in the indexes: a small block of their own, so that a search or a walk stays
-// among few pages.  There are as many gateways as the route has.
-struct route_places {
-    network_place network;
-    gateway_place gateways[DPM_ROUTE_GATEWAYS];
-
-    static constexpr std::size_t size_bytes(std::uint32_t gateway_count) {
-        return sizeof(network_place) + gateway_count * sizeof(gateway_place);
-    }
-};
-static_assert(sizeof(route_places) == route_places::size_bytes(DPM_ROUTE_GATEWAYS));
-
+// Behind the record stand its places in the index by gateway, one for each gateway.
 struct route_record {
     dpm_route_entry entry;   // first: the tables see this alone
     std::int32_t chip_index; // what the chip's entry points to; 0: the chip has none
     bool is_mirrored;        // another card has programmed it: chip_index is what that card left
-    route_places *places;    // owned
+    bool is_over_tunnel;
+    route_network network; // set while it is linked
+    route_record *next;    // in its chain of the index by network
+
+    gateway_place *gateways() { return reinterpret_cast<gateway_place *>(this + 1); }
+    static constexpr std::size_t size_bytes(std::uint32_t gateway_count) {
+        return sizeof(route_record) + gateway_count * sizeof(gateway_place);
+    }
 };
+static_assert(sizeof(route_record) % alignof(gateway_place) == 0);
 
 inline route_record &record_of(dpm_route_entry &route) {
     return reinterpret_cast<route_record &>(route);
@@ -52,44 +62,35 @@ inline const route_record &record_of(const dpm_route_entry &route) {
 
 namespace dpm {
 
-// A route's blocks before the table takes them.  False when memory had run out.
+// A copy of a route with all that the table and its indexes need for it, before the table takes it:
+// linking cannot fail.  False when memory had run out.
 class route_block {
 public:
-    explicit route_block(std::uint32_t gateway_count)
-        : places_(
-              static_cast<route_places *>(dpm_malloc(route_places::size_bytes(gateway_count)))) {}
-    ~route_block() { dpm_free(places_); }
+    explicit route_block(const dpm_route_entry &route);
+    ~route_block();
     route_block(const route_block &) = delete;
     route_block &operator=(const route_block &) = delete;
 
-    explicit operator bool() const { return record_ && places_ != nullptr; }
-    route_record *operator->() const { return record_.get(); }
+    explicit operator bool() const { return record_ != nullptr; }
+    route_record *operator->() const { return record_; }
     route_record &operator*() const { return *record_; }
-    route_record *release() {
-        record_->places = places_;
-        places_ = nullptr;
-        return record_.release();
-    }
+    route_record *release() { return std::exchange(record_, nullptr); }
 
 private:
-    block<route_record> record_;
-    route_places *places_;
+    route_record *record_;
 };
 
-inline void free_route(route_record &record) {
-    dpm_free(record.places);
-    free_zeroed(&record);
-}
+// Frees a record that is not, or no longer, linked.
+void free_route(route_record &record);
 
 // Put a route's record into the table and its indexes, or take it out.  No index is changed
 // elsewhere.
 void link_route(route_record &record);
 void unlink_route(route_record &record);
 
-// The first gateway place of a tree's routes in a VRF with this address, and the one behind it;
-// null at the end.  Places of one address come in the table's order.
-gateway_place *first_by_gateway(std::uint32_t family, std::uint32_t vrf, const dpm_prefix &gateway);
-gateway_place *next_by_gateway(std::uint32_t family, const gateway_place &place);
+// The places of a VRF's routes over a gateway, in the table's order; null when there are none.
+using gateway_places = list_view<gateway_place, &gateway_place::link>;
+route_gateway *find_gateway(std::uint32_t vrf, const dpm_prefix &address);
 
 void route_indexes_create();
 

@@ -11,6 +11,8 @@
 #include "dpm_memory.h"
 #include "dpm_mirror.h"
 
+#include <utility>
+
 namespace {
 
 constexpr std::uint32_t free_slot = 0;
@@ -125,10 +127,10 @@ struct ecmp_mirror {
 
 } // namespace
 
-#define LOG_MEMBERS(format, ...)                                                                   \
-    DPM_TRACE(format, __VA_ARGS__, group->host_sdk[0], group->host_sdk[1], group->host_sdk[2],     \
-              group->host_sdk[3], group->host_sdk[4], group->host_sdk[5], group->host_sdk[6],      \
-              group->host_sdk[7])
+#define LOG_MEMBERS(caller, group, format, ...)                                                    \
+    DPM_SHELL_LOG(caller, format, __VA_ARGS__, group->host_sdk[0], group->host_sdk[1],             \
+                  group->host_sdk[2], group->host_sdk[3], group->host_sdk[4], group->host_sdk[5],  \
+                  group->host_sdk[6], group->host_sdk[7])
 
 // clang-format off
 DPM_MIRRORED_TABLE(ecmp_mirror,
@@ -144,6 +146,60 @@ ecmp_table ecmp_groups(std::uint32_t ecmp_type) {
                                                    : g_dpm_global.ecmp_ipv6_tree);
 }
 
+int ecmp_group::add(std::uint32_t host_index) {
+    const shell caller = {"dpm_ecmp_add", __LINE__};
+    if (!is_known_type(ecmp_type_, caller))
+        return 0;
+    if (sdk_index_ == 0) {
+        int result;
+        entry_ = create_group(ecmp_type_, &sdk_index_, result, caller);
+        if (entry_ == nullptr)
+            return result;
+        add_member(*entry_, host_index);
+        (void)ecmp_groups(ecmp_type_).add(*entry_);
+    } else if (!is_found()) {
+        DPM_SHELL_LOG(caller, "%s %d::sdk_index = %d, can not find same ecmp_entry!\r\n",
+                      sdk_index_);
+        return -1;
+    } else {
+        add_member(*entry_, host_index);
+    }
+    LOG_MEMBERS(caller, entry_,
+                "%s %d::sdk_index %d host_cnt %d host_sdk %d/%d/%d/%d/%d/%d/%d/%d\r\n",
+                entry_->sdk_index, entry_->host_cnt);
+    (void)dpm_ecmp_entry_add_sync_send(entry_);
+    return 0;
+}
+
+int ecmp_group::remove(std::uint32_t host_index) {
+    const shell caller = {"dpm_ecmp_del", __LINE__};
+    if (!is_known_type(ecmp_type_, caller))
+        return 0;
+    if (!is_found()) {
+        DPM_SHELL_LOG(caller,
+                      "%s %d::sdk_index = %d, can not find same ecmp_entry in ecmp_tree!\r\n",
+                      sdk_index_);
+        return -1;
+    }
+    LOG_MEMBERS(caller, entry_, "%s %d::sdk_index = %d, host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+                entry_->sdk_index);
+    if (dpm_driver_ecmp_del(ecmp_type_, entry_->sdk_index, host_index, DPM_SLOT_ALL_BITS) == 0) {
+        forget_member(*entry_, host_index);
+        if (entry_->host_cnt == 0) {
+            end_group(*std::exchange(entry_, nullptr), &sdk_index_);
+            return 0;
+        }
+    }
+    (void)dpm_ecmp_entry_add_sync_send(entry_);
+    return 0;
+}
+
+bool ecmp_group::is_found() {
+    if (entry_ == nullptr)
+        entry_ = ::find(ecmp_type_, sdk_index_);
+    return entry_ != nullptr;
+}
+
 void ecmp_tables_create() {
     ecmp_groups(DPM_FAMILY_IPV4).create();
     ecmp_groups(DPM_FAMILY_IPV6).create();
@@ -152,49 +208,11 @@ void ecmp_tables_create() {
 } // namespace dpm
 
 int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
-    if (!is_known_type(ecmp_type, DPM_SHELL))
-        return 0;
-    dpm_ecmp_entry *group;
-    if (*sdk_index == 0) {
-        int result;
-        group = create_group(ecmp_type, sdk_index, result, DPM_SHELL);
-        if (group == nullptr)
-            return result;
-        add_member(*group, host_index);
-        (void)dpm::ecmp_groups(ecmp_type).add(*group);
-    } else {
-        group = find(ecmp_type, *sdk_index);
-        if (group == nullptr) {
-            DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry!\r\n", *sdk_index);
-            return -1;
-        }
-        add_member(*group, host_index);
-    }
-    LOG_MEMBERS("%s %d::sdk_index %d host_cnt %d host_sdk %d/%d/%d/%d/%d/%d/%d/%d\r\n",
-                group->sdk_index, group->host_cnt);
-    (void)dpm_ecmp_entry_add_sync_send(group);
-    return 0;
+    return dpm::ecmp_group(ecmp_type, *sdk_index).add(host_index);
 }
 
 int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
-    if (!is_known_type(ecmp_type, DPM_SHELL))
-        return 0;
-    dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);
-    if (group == nullptr) {
-        DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry in ecmp_tree!\r\n",
-                  *sdk_index);
-        return -1;
-    }
-    LOG_MEMBERS("%s %d::sdk_index = %d, host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
-                group->sdk_index);
-    if (dpm_driver_ecmp_del(ecmp_type, group->sdk_index, host_index, DPM_SLOT_ALL_BITS) == 0) {
-        forget_member(*group, host_index);
-        if (group->host_cnt == 0)
-            end_group(*group, sdk_index);
-    }
-    if (*sdk_index != 0)
-        (void)dpm_ecmp_entry_add_sync_send(group);
-    return 0;
+    return dpm::ecmp_group(ecmp_type, *sdk_index).remove(host_index);
 }
 
 int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
@@ -205,7 +223,8 @@ int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
         DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry.\r\n", *sdk_index);
         return -1;
     }
-    LOG_MEMBERS("%s %d::ecmp_type %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+    LOG_MEMBERS(DPM_SHELL, group,
+                "%s %d::ecmp_type %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
                 ecmp_type, group->sdk_index);
     for (std::uint32_t &slot : group->host_sdk) {
         if (slot == free_slot)

@@ -306,7 +306,7 @@ dpm_host_entry *dpm_host_find_by_entry(const dpm_host_entry *key) {
 
 dpm_host_entry *dpm_host_find_by_ip(std::uint32_t vrf, const dpm_prefix *ip,
                                     std::uint32_t ifindex) {
-    dpm_host_entry key = {};
+    dpm_host_entry key; // only what the compares read is set: routes ask for each of their gateways
     key.vrf = vrf;
     key.ifindex = ifindex;
     key.ip = *ip;

@@ -87,11 +87,11 @@ std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position) {
 }
 
 void resolve_gateways(dpm_route_entry &route) {
+    dpm::ecmp_group group(route.destination.family, route.sdk_index);
     for (std::uint32_t i = 0; i < route.np_num; i++) {
         route.host_index[i] = resolve(route, i);
         if (route.ecmp_enable == DPM_ROUTE_ECMP && route.host_index[i] != DPM_ROUTE_UNRESOLVED)
-            (void)dpm_ecmp_add(route.destination.family, &route.sdk_index,
-                               static_cast<std::uint32_t>(route.host_index[i]));
+            (void)group.add(static_cast<std::uint32_t>(route.host_index[i]));
     }
     if (route.ecmp_enable == DPM_ROUTE_SINGLE && route.host_index[0] > 0)
         route.sdk_index = route.host_index[0];
@@ -111,10 +111,10 @@ void unresolve(dpm_route_entry &route) {
 void leave_groups(dpm_route_entry &route) {
     if (route.ecmp_enable != DPM_ROUTE_ECMP || route.sdk_index <= 0)
         return;
+    dpm::ecmp_group group(route.destination.family, route.sdk_index);
     for (const std::int32_t host_index : route.host_index)
         if (host_index > 0)
-            (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
-                               static_cast<std::uint32_t>(host_index));
+            (void)group.remove(static_cast<std::uint32_t>(host_index));
     if (route.sdk_index != 0) // members that the chip kept, or never took: nobody else ends it
         (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
 }
@@ -168,11 +168,6 @@ bool has_room(std::uint32_t own_weight, const dpm::shell &caller) {
         return true;
     DPM_SHELL_LOG(caller, "%s %d::route entry is full!!!\r\n");
     return false;
-}
-
-void copy_route(route_record &record, const dpm_route_entry &route) {
-    record.entry = route;
-    (void)dpm_timer_node_init(&record.entry.delete_timer);
 }
 
 void take_over(dpm_route_entry &route) {
@@ -264,10 +259,9 @@ int dpm_route_add(const dpm_route_entry *entry) {
     }
     if (!is_sound(*entry, DPM_SHELL))
         return -1;
-    dpm::route_block record(entry->np_num);
+    dpm::route_block record(*entry);
     if (!record)
         return -1;
-    copy_route(*record, *entry);
     return add_route(record);
 }
 
@@ -304,10 +298,9 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
         return (void)dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer), 0;
     if (!is_sound(*new_entry, DPM_SHELL) || !has_room(weight(*old_entry), DPM_SHELL))
         return -1;
-    dpm::route_block record(new_entry->np_num); // taken before the old route goes
+    dpm::route_block record(*new_entry); // taken before the old route goes
     if (!record)
         return -1;
-    copy_route(*record, *new_entry);
     tell_ip_stack(*old_entry);
     if (dpm_route_del(old_entry) != 0)
         return -1;

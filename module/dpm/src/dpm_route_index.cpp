@@ -1,8 +1,9 @@
 // The route trees with their card-local indexes: by gateway, so that a host event costs what its
 // routes cost, and by network, so that the longest match is looked for length by length.
 //
-// Both indexes yield equal keys in the table's own order.  A destination may be stored with host
-// bits set; the index by network holds it without them.
+// Both indexes yield equal keys in the table's own order.  The places of a gateway are sorted when
+// they are asked for, not when a route comes: routes come far more often than hosts.  A destination
+// may be stored with host bits set; the index by network holds it without them.
 #include "dpm_route_record.h"
 
 #include "dpm_if.h"
@@ -10,95 +11,169 @@
 #include "dpm_trace.h"
 
 #include <initializer_list>
+#include <sys/random.h>
 
 namespace {
-
-// By family first, so that only addresses of one kind are compared as such.
-int address_order(const dpm_prefix &a, const dpm_prefix &b) {
-    if (a.family != b.family)
-        return dpm::three_way(a.family, b.family);
-    return dpm::is_known_family(a.family) ? dpm_prefix_compare(a, b)
-                                          : dpm::bytes_order(&a, &b, sizeof a);
-}
-
-int gateway_order(const gateway_place &a, const gateway_place &b) {
-    const dpm_route_entry &route_a = a.route->entry;
-    const dpm_route_entry &route_b = b.route->entry;
-    if (route_a.vrf != route_b.vrf)
-        return dpm::three_way(route_a.vrf, route_b.vrf);
-    if (const int order = address_order(route_a.np[a.position], route_b.np[b.position]))
-        return order;
-    if (const int order = dpm_prefix_compare(route_a.destination, route_b.destination))
-        return order;
-    return dpm::three_way(a.position, b.position);
-}
-
-int network_order(const network_place &a, const network_place &b) {
-    if (a.vrf != b.vrf)
-        return dpm::three_way(a.vrf, b.vrf);
-    if (a.prefix_len != b.prefix_len)
-        return dpm::three_way(a.prefix_len, b.prefix_len);
-    if (const int order = dpm::bytes_order(a.network, b.network, sizeof a.network))
-        return order;
-    if (a.route == nullptr || b.route == nullptr) // a key: before every route of its network
-        return a.route == b.route ? 0 : a.route == nullptr ? -1 : 1;
-    return dpm_prefix_compare(a.route->entry.destination, b.route->entry.destination);
-}
-
-using gateway_index = dpm::avl_table<gateway_place, gateway_order>;
-using network_index = dpm::avl_table<network_place, network_order>;
 
 dpm_route_index &index_of(std::uint32_t family) {
     return family == DPM_FAMILY_IPV4 ? g_dpm_index.ipv4_routes : g_dpm_index.ipv6_routes;
 }
 
+// --- by gateway ---
+
+int gateway_order(const route_gateway &a, const route_gateway &b) {
+    if (a.vrf != b.vrf)
+        return dpm::three_way(a.vrf, b.vrf);
+    return dpm_prefix_compare(a.address, b.address);
+}
+
+using gateway_index = dpm::avl_table<route_gateway, gateway_order>;
+
 gateway_index by_gateway(std::uint32_t family) {
     return gateway_index(index_of(family).by_gateway);
 }
-network_index by_network(std::uint32_t family) {
-    return network_index(index_of(family).by_network);
+
+// The table's order among routes of one VRF; of a route's own places the first comes first.
+bool comes_before(const gateway_place &a, const gateway_place &b) {
+    if (const int order =
+            dpm_prefix_compare(a.route->entry.destination, b.route->entry.destination))
+        return order < 0;
+    return a.position < b.position;
 }
 
-network_place place_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len) {
-    network_place place = {{}, vrf, prefix_len, {}, nullptr};
-    std::memcpy(place.network, address.address, sizeof place.network);
-    dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(place.network), prefix_len);
-    return place;
-}
-
-void index_gateways(route_record &record) {
-    for (std::uint32_t i = 0; i < record.entry.np_num; i++) {
-        gateway_place &place = record.places->gateways[i];
-        place.route = &record;
-        place.position = i;
-        (void)by_gateway(record.entry.destination.family).add(place);
+// The gateway with one more user, made for the first; null when memory had run out.
+route_gateway *take_gateway(std::uint32_t vrf, const dpm_prefix &address) {
+    const gateway_index index = by_gateway(address.family);
+    route_gateway key;
+    key.vrf = vrf;
+    key.address = address;
+    dpm_avl_where where;
+    route_gateway *present = index.find(key, where);
+    if (present == nullptr) {
+        dpm::block<route_gateway> made;
+        if (!made)
+            return nullptr;
+        made->vrf = vrf;
+        made->address = address;
+        made->is_sorted = true;
+        INIT_LIST_HEAD(&made->places);
+        present = made.release();
+        index.insert(*present, where);
     }
+    present->users++;
+    return present;
 }
 
-bool is_candidate(const dpm_route_entry &route) {
-    return !dpm::is_over_tunnel(route) && route.sdk_index > 0 &&
+void give_back(route_gateway *gateway) {
+    if (gateway == nullptr || --gateway->users != 0)
+        return;
+    by_gateway(gateway->address.family).remove(*gateway);
+    dpm::free_zeroed(gateway);
+}
+
+void give_back_gateways(route_record &record, std::uint32_t count) {
+    for (std::uint32_t i = 0; i < count; i++)
+        give_back(record.gateways()[i].gateway);
+}
+
+// All or none.
+bool take_gateways(route_record &record) {
+    const dpm_route_entry &route = record.entry;
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        gateway_place &place = record.gateways()[i];
+        place = {{}, nullptr, &record, i};
+        if (route.np[i].family != route.destination.family)
+            continue; // no host is told of to a route of the other family
+        place.gateway = take_gateway(route.vrf, route.np[i]);
+        if (place.gateway == nullptr) {
+            give_back_gateways(record, i);
+            return false;
+        }
+    }
+    return true;
+}
+
+void link_place(gateway_place &place) {
+    if (place.gateway == nullptr)
+        return;
+    route_gateway &gateway = *place.gateway;
+    gateway.is_sorted = list_empty(&gateway.places) ||
+                        (gateway.is_sorted &&
+                         comes_before(dpm::gateway_places::entry_of(gateway.places.prev), place));
+    list_add_tail(&place.link, &gateway.places);
+}
+
+void unlink_place(gateway_place &place) {
+    if (place.gateway != nullptr)
+        list_del(&place.link);
+}
+
+// --- by network ---
+
+// As many chains as there may be routes, so that they stay short.
+constexpr std::uint32_t chain_count = DPM_ROUTE_CAPACITY;
+
+bool has_chains(dpm_route_index &index) {
+    if (index.by_network == nullptr)
+        index.by_network =
+            static_cast<route_record **>(dpm_calloc(chain_count, sizeof *index.by_network));
+    return index.by_network != nullptr;
+}
+
+// The start of the chain for a network.  The hash has a seed: what is announced to the device comes
+// from strangers, who must not be able to fill one chain.
+route_record **chain_of(std::uint32_t family, const route_network &network) {
+    std::uint32_t hash = g_dpm_index.hash_seed;
+    const auto mix = [&](std::uint32_t word) {
+        hash = (hash ^ word) * 0x9E3779B1u;
+        hash ^= hash >> 15;
+    };
+    mix(network.vrf << 8 | network.prefix_len);
+    for (std::size_t i = 0; i < dpm::address_bytes(family) / sizeof network.address[0]; i++)
+        mix(network.address[i]);
+    return &index_of(family).by_network[hash % chain_count];
+}
+
+route_network network_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len) {
+    route_network network = {vrf, prefix_len, {}};
+    std::memcpy(network.address, address.address, sizeof network.address);
+    dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(network.address), prefix_len);
+    return network;
+}
+
+// Destinations of one network stand in their chain in the table's order.
+void link_network(route_record &record) {
+    const dpm_prefix &destination = record.entry.destination;
+    record.network = network_of(record.entry.vrf, destination, destination.prefix_len);
+    route_record **slot = chain_of(destination.family, record.network);
+    while (*slot != nullptr && !(record.network == (*slot)->network &&
+                                 dpm_prefix_compare(destination, (*slot)->entry.destination) < 0))
+        slot = &(*slot)->next;
+    record.next = *slot;
+    *slot = &record;
+}
+
+void unlink_network(route_record &record) {
+    route_record **slot = chain_of(record.entry.destination.family, record.network);
+    while (*slot != &record)
+        slot = &(*slot)->next;
+    *slot = record.next;
+}
+
+bool is_candidate(const route_record &record) {
+    const dpm_route_entry &route = record.entry;
+    return !record.is_over_tunnel && route.sdk_index > 0 &&
            route.sdk_index != DPM_ROUTE_NO_ADDRESS && !dpm::has_tunnel_ftn(route.destination);
-}
-
-bool is_same_network(const network_place &a, const network_place &b) {
-    return a.vrf == b.vrf && a.prefix_len == b.prefix_len &&
-           std::memcmp(a.network, b.network, sizeof a.network) == 0;
 }
 
 // The first candidate, in table order, of the network of this length that holds the address.
 dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
                                  std::uint32_t prefix_len) {
-    const network_index index = by_network(address.family);
-    const network_place key = place_of(vrf, address, prefix_len);
-    for (network_place *place = index.find_from(key);
-         place != nullptr && is_same_network(*place, key); place = index.next(*place)) {
-        const dpm_route_entry &route = place->route->entry;
-        __builtin_prefetch(&route.destination); // three lines of the cache, asked for at once
-        __builtin_prefetch(&route.np_ifname);
-        __builtin_prefetch(&route.sdk_index);
-        if (is_candidate(route))
-            return &place->route->entry;
-    }
+    const route_network network = network_of(vrf, address, prefix_len);
+    for (route_record *record = *chain_of(address.family, network); record != nullptr;
+         record = record->next)
+        if (record->network == network && is_candidate(*record))
+            return &record->entry;
     return nullptr;
 }
 
@@ -107,44 +182,65 @@ dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
 namespace dpm {
 
 void route_indexes_create() {
-    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6}) {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
         by_gateway(family).create();
-        by_network(family).create();
-    }
+    (void)getrandom(&g_dpm_index.hash_seed, sizeof g_dpm_index.hash_seed, GRND_NONBLOCK);
+}
+
+route_block::route_block(const dpm_route_entry &route) : record_(nullptr) {
+    if (!has_chains(index_of(route.destination.family)))
+        return;
+    auto *record = static_cast<route_record *>(dpm_malloc(route_record::size_bytes(route.np_num)));
+    if (record == nullptr)
+        return;
+    std::memset(static_cast<void *>(record), 0, sizeof *record);
+    record->entry = route;
+    (void)dpm_timer_node_init(&record->entry.delete_timer); // a node off every list is its own
+    record->is_over_tunnel = is_over_tunnel(route);
+    if (take_gateways(*record))
+        record_ = record;
+    else
+        free_zeroed(record);
+}
+
+route_block::~route_block() {
+    if (record_ != nullptr)
+        free_route(*record_);
+}
+
+void free_route(route_record &record) {
+    give_back_gateways(record, record.entry.np_num);
+    free_zeroed(&record);
 }
 
 void link_route(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     (void)routes_of(destination.family).add(record.entry);
-    network_place &place = record.places->network;
-    place = place_of(record.entry.vrf, destination, destination.prefix_len);
-    place.route = &record;
-    (void)by_network(destination.family).add(place);
+    link_network(record);
     index_of(destination.family).of_length[destination.prefix_len]++;
-    index_gateways(record);
+    for (std::uint32_t i = 0; i < record.entry.np_num; i++)
+        link_place(record.gateways()[i]);
 }
 
 void unlink_route(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
-        by_gateway(destination.family).remove(record.places->gateways[i]);
+        unlink_place(record.gateways()[i]);
     index_of(destination.family).of_length[destination.prefix_len]--;
-    by_network(destination.family).remove(record.places->network);
+    unlink_network(record);
     routes_of(destination.family).remove(record.entry);
 }
 
-gateway_place *first_by_gateway(std::uint32_t family, std::uint32_t vrf,
-                                const dpm_prefix &gateway) {
-    route_record key_route;
-    key_route.entry.vrf = vrf;
-    key_route.entry.destination = {static_cast<std::uint16_t>(family), 0, {}};
-    key_route.entry.np[0] = gateway;
-    const gateway_place key = {{}, &key_route, 0};
-    return by_gateway(family).find_from(key);
-}
-
-gateway_place *next_by_gateway(std::uint32_t family, const gateway_place &place) {
-    return by_gateway(family).next(place);
+route_gateway *find_gateway(std::uint32_t vrf, const dpm_prefix &address) {
+    route_gateway key;
+    key.vrf = vrf;
+    key.address = address;
+    route_gateway *const gateway = by_gateway(address.family).find(key);
+    if (gateway != nullptr && !gateway->is_sorted) {
+        gateway_places(gateway->places).sort(comes_before);
+        gateway->is_sorted = true;
+    }
+    return gateway;
 }
 
 } // namespace dpm

@@ -121,13 +121,6 @@ bool is_gateway(const gateway_place &place, const dpm_host_entry &host) {
            place.route->entry.np_ifindex[place.position] == host.ifindex;
 }
 
-bool stands_for(const gateway_place &place, const dpm_host_entry &host) {
-    const dpm_route_entry &route = place.route->entry;
-    const dpm_prefix &gateway = route.np[place.position];
-    return route.vrf == host.vrf && gateway.family == host.ip.family &&
-           dpm_prefix_compare(gateway, host.ip) == 0;
-}
-
 // Records are far apart: what the next one needs is asked for while this one is worked on.
 void fetch_ahead(const gateway_place *place) {
     if (place == nullptr)
@@ -262,17 +255,18 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
         return -1;
     if (event != DPM_HOST_ADDED && event != DPM_HOST_DELETED)
         return 0;
+    route_gateway *gateway = dpm::find_gateway(host->vrf, host->ip);
+    if (gateway == nullptr)
+        return 0;
     const route_record *handled = nullptr; // of a route's equal gateways the first alone counts
-    gateway_place *next = nullptr;
-    for (gateway_place *place = dpm::first_by_gateway(host->ip.family, host->vrf, host->ip);
-         place != nullptr && stands_for(*place, *host); place = next) {
-        next = dpm::next_by_gateway(host->ip.family, *place);
-        fetch_ahead(next);
-        if (place->route == handled || !is_gateway(*place, *host))
+    const dpm::gateway_places places(gateway->places);
+    for (gateway_place &place : places) {
+        fetch_ahead(places.next(place));
+        if (place.route == handled || !is_gateway(place, *host))
             continue;
-        handled = place->route;
-        dpm_route_entry &route = place->route->entry;
-        const following f = {route, *host, event, place->position, route.sdk_index};
+        handled = place.route;
+        dpm_route_entry &route = place.route->entry;
+        const following f = {route, *host, event, place.position, route.sdk_index};
         const bool has_changed =
             event == DPM_HOST_ADDED ? gateway_came(f, DPM_SHELL) : gateway_went(f, DPM_SHELL);
         if (has_changed)
@@ -287,11 +281,9 @@ int dpm_route_entry_add_sync_process(const dpm_route_entry *entry) {
     dpm_route_entry route = *entry;
     if (!localise(route, DPM_SHELL))
         return -1;
-    dpm::route_block record(route.np_num);
+    dpm::route_block record(route);
     if (!record)
         return -1;
-    record->entry = route;
-    (void)dpm_timer_node_init(&record->entry.delete_timer); // a node off every list is its own
     drop_mirrored(dpm_route_find_by_entry(&record->entry));
     record->is_mirrored = true;
     dpm::adopt_chip_entry(*record);
