@@ -155,7 +155,8 @@ TEST_F(ctl_routes, that_a_label_entry_stands_for_say_so) {
     ASSERT_EQ(del_ftn({}), 0);
     EXPECT_TRUE(has(text("show routes"), "10.2.0.0/16  chip"));
     ASSERT_EQ(add_ilm({}), 0);
-    EXPECT_TRUE(has(text("ilm show --json"), R"("label": 2000, "vrf": 0, "state": "chip")"));
+    EXPECT_TRUE(has(text("ilm show --json"), R"("label": 2000, "vrf": 0, "fec": )"));
+    EXPECT_EQ(text("show ilm --vrf 7 --count"), "0\n");
     ASSERT_EQ(del_ilm({}), 0);
 }
 

@@ -52,7 +52,7 @@ TEST(command_language, refuses_with_the_column_and_what_was_expected) {
               "characters)");
     EXPECT_EQ(error_of("neigh add 10.1.1.2 dev vlanif100"),
               "34: the command is not complete; expected lladdr");
-    EXPECT_EQ(error_of("show hosts vrf 1 vrf 2").substr(0, 23), "18: unknown word 'vrf';");
+    EXPECT_EQ(error_of("show hosts vrf 1 --vrf 2").substr(0, 25), "18: unknown word '--vrf';");
 }
 
 TEST(command_language, refuses_values_out_of_bounds) {
@@ -110,7 +110,7 @@ TEST_F(ctl_server, leads_a_neighbour_into_the_tables_the_chip_and_the_other_card
     EXPECT_EQ(text("show hosts 10.0.0.0/8 --count"), "1\n");
     EXPECT_EQ(text("show hosts fd00::/16 --count"), "1\n");
     EXPECT_EQ(text("show hosts 10.1.1.2/31 vrf 0 --count"), "1\n") << "10.1.1.3 is inside";
-    EXPECT_EQ(text("show hosts vrf 1 --count"), "0\n");
+    EXPECT_EQ(text("show hosts --vrf 1 count"), "0\n");
 }
 
 TEST_F(ctl_server, prints_the_same_rows_for_people_and_for_programs) {

@@ -200,6 +200,26 @@ TEST_P(EitherFamily, AHostWinsOverARouteToItsAddress) {
     EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a);
 }
 
+TEST_P(EitherFamily, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes) {
+    learn(f.a);
+    const Route route{.prefix = f.host, .via = {{f.a}}};
+    add_route(route);
+    refuse(Request::del_ip_entry);
+    learn(f.host);
+    EXPECT_EQ(forwards(f.host), f.host + " -> " + f.host);
+    check_laws();
+    forget(f.a);
+    learn(f.a);
+    EXPECT_EQ(forwards(f.host), f.host + " -> " + f.host) << "the gateway's events leave it there";
+    forget(f.host);
+    EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a);
+    check_laws();
+    refuse(Request::del_ip_entry);
+    fail(Fault::allocation, 3); // after request and next hop: the host's record
+    learn(f.host);
+    EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a) << "the host did not come";
+}
+
 TEST_P(EitherFamily, AnotherGatewayReplacesTheRouteAndTheIpStackIsTold) {
     learn(f.a);
     learn(f.b);
@@ -499,6 +519,11 @@ TEST_F(Routes, VrfsAreApart) {
     EXPECT_TRUE(to_cpu(DPM_FAMILY_IPV4));
     EXPECT_EQ(best_text("8.8.8.8", 5), "0.0.0.0/0");
     EXPECT_EQ(best("8.8.8.8"), nullptr);
+    add_route({.prefix = "10.2.0.0/16", .via = {{"10.1.1.2", "vlanif200"}}, .vrf = 5});
+    add_ftn({.prefix = "10.2.0.0/16"}); // a tunnel of VRF 0
+    EXPECT_NE(forwards("10.2.3.4", 5), "");
+    EXPECT_EQ(best_text("10.2.3.4", 5), "10.2.0.0/16");
+    del_ftn({.prefix = "10.2.0.0/16"});
 }
 
 TEST_F(Routes, AGatewayOnAManagementInterfaceIsExcluded) {

@@ -205,7 +205,7 @@ private:
             }
             if (item.type)
                 parsed_.arguments.push_back({key.empty() ? item.type->name : key, word.text});
-            key = item.type ? std::string_view() : word.text;
+            key = item.literal;
         }
         if (!key.empty())
             parsed_.arguments.push_back({key, {}});
@@ -252,6 +252,12 @@ const std::vector<Command> &commands() {
 std::string command_line_of(const Command &command) {
     return std::string(command.path) + (command.arguments.empty() ? "" : " ") +
            std::string(command.arguments);
+}
+
+bool Expected::takes(std::string_view text) const {
+    if (type)
+        return type->takes(text);
+    return text == literal || (literal.starts_with("--") && text == literal.substr(2));
 }
 
 std::string Expected::text() const {

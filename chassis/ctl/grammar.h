@@ -6,6 +6,7 @@
 //   {dev NAME}      an attribute that must be there; attributes stand in any order
 //   [vlan VLAN]     an attribute that may be there        [--json]   the same without a value
 //   [via IP]*       the same, as often as wanted
+//   [--vrf VRF]     an option; its dashes may be left out, as network people do
 //   ...             what ip(8) prints and means nothing here (proto, scope, metric ...) is skipped
 //
 // A new command is one line in CTL_COMMANDS and, unless it is the client's own, one handler of that
@@ -30,7 +31,7 @@ enum class Kind {
     local,  // in the client
 };
 
-#define CTL_SHOW "[vrf VRF] [SUBNET] [--count] [--json]"
+#define CTL_SHOW "[--vrf VRF] [SUBNET] [--count] [--json]"
 #define CTL_ROUTE "DEST [nexthop]* [via IP]* [dev NAME]* [vrf VRF] [type NUMBER] ..."
 #define CTL_NEIGHBOUR                                                                              \
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
@@ -64,7 +65,7 @@ enum class Kind {
     ROW(route_show, "route show", CTL_SHOW, read, "As show routes")                                \
     ROW(ecmp_show, "ecmp show", "[--count] [--json]", read, "As show ecmp")                        \
     ROW(ftn_show, "ftn show", CTL_SHOW, read, "As show ftn")                                       \
-    ROW(ilm_show, "ilm show", "[--count] [--json]", read, "As show ilm")                           \
+    ROW(ilm_show, "ilm show", CTL_SHOW, read, "As show ilm")                                       \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
@@ -95,7 +96,7 @@ enum class Kind {
     ROW(show_routes, "show routes", CTL_SHOW, read, "Routes, with what each gateway resolved to")  \
     ROW(show_ecmp, "show ecmp", "[--count] [--json]", read, "Groups of next hops")                 \
     ROW(show_ftn, "show ftn", CTL_SHOW, read, "Label entries by prefix")                           \
-    ROW(show_ilm, "show ilm", "[--count] [--json]", read, "Label entries by incoming label")       \
+    ROW(show_ilm, "show ilm", CTL_SHOW, read, "Label entries by incoming label")                   \
     ROW(show_hold, "show hold", CTL_SHOW, read, "Neighbours held since their port went down")      \
     ROW(show_unreachable, "show unreachable", CTL_SHOW, read, "Addresses that are waited for")     \
     ROW(show_timers, "show timers", CTL_SHOW, read, "Timers that run, by what they wait for")      \
@@ -115,7 +116,8 @@ enum class Kind {
     ROW(digest, "digest", "[TABLE]", read, "A digest of each mirrored table, or of its records")   \
     ROW(settle, "settle", "", read, "Wait until everything asked before has been carried out")     \
     ROW(why, "why", "SUBNET [vrf VRF]", read,                                                      \
-        "Whether the chip has an address or a prefix, and if not what it waits for and since when") \
+        "Whether the chip has an address or a prefix, and if not what it waits for and since "     \
+        "when")                                                                                    \
     ROW(verify, "verify", "", local,                                                               \
         "Compare the two cards, and the master's tables and its chip")                             \
     ROW(import, "import", "[--dev-map DEVMAP]* [--port PORT] [--reachable] [file PATH]", local,    \
@@ -173,7 +175,7 @@ struct Expected {
     std::string_view literal; // empty: a value
     const Type *type = nullptr;
 
-    bool takes(std::string_view text) const { return type ? type->takes(text) : text == literal; }
+    bool takes(std::string_view text) const;
     std::string text() const;
 };
 

@@ -69,8 +69,7 @@ void check_resolution(const dpm_route_entry &route, Lines &lines) {
                             rig::text_of(route.np[i]));
     const std::int32_t points_to = std::max(route.sdk_index, 0);
     const std::int32_t in_chip = record_of(route).chip_index;
-    if (dpm::has_tunnel_ftn(route.destination) ? in_chip != 0 && in_chip != points_to
-                                               : in_chip != points_to)
+    if (dpm::gives_way(route) ? in_chip != 0 && in_chip != points_to : in_chip != points_to)
         lines.push_back(name_of(route) + " points to " + std::to_string(points_to) +
                         " and stands in the chip with " + std::to_string(in_chip));
 }

@@ -123,7 +123,7 @@ int Shelf::del_ftn(const Ftn &ftn) {
         dpm_mpls_ftn_del_sync_send(entry);
         dpm_mpls_ftn_del(entry);
         if (dpm_route_entry *const route = dpm::find_route(0, prefix_of(ftn.prefix)))
-            (void)dpm::route_take_from_label(*route); // one that is refused stays outside
+            (void)dpm::route_take_back(*route); // one that is refused stays outside
     }
     settle_verb();
     return 0;

@@ -55,34 +55,25 @@ struct Expectation {
     std::set<std::uint16_t> interfaces, arp_rules;
 };
 
-Address host_key(const dpm_host_entry &host) {
-    Address key{std::int32_t(host.vrf), host.ip.family, {}, host_length(host.ip.family)};
-    std::memcpy(key.bytes.data(), host.ip.address, key.bytes.size());
-    return key;
-}
-
 void expect_hosts(Expectation &expected) {
     each_host([&](const dpm_host_entry &host) {
-        const bool link_local = host.ip.family == DPM_FAMILY_IPV6 && host.ip.address[0] == 0xFE &&
-                                host.ip.address[1] == 0x80;
-        if (!link_local) // those have a next hop and no entry
-            expected.entries.emplace(host_key(host), host.sdk_index);
+        if (!is_link_local(host.ip))
+            expected.entries.emplace(chip_key(host.vrf, host.ip), host.sdk_index);
     });
 }
 
-// A route that a label entry stands in for is the label entry's to program.
+// A route that another entry stands in for is the other's to program.
 void expect_routes(Expectation &expected) {
-    const LabelledPrefixes labelled;
+    const StandIns stand_ins;
     each_route([&](const dpm_route_entry &route) {
         if (route.sdk_index <= 0)
             return;
         const dpm_prefix &destination = route.destination;
         if (destination.prefix_len == 0)
             expected.default_routes.emplace(destination.family, std::uint16_t(route.vrf));
-        if (labelled.holds(destination))
+        if (!stand_ins.of(route).empty())
             return;
-        Address key{std::int32_t(route.vrf), destination.family, {}, destination.prefix_len};
-        std::memcpy(key.bytes.data(), destination.address, key.bytes.size());
+        const Address key = chip_key(route.vrf, destination);
         if (route.sdk_index == int(to_cpu))
             expected.to_the_cpu.insert(key);
         else
@@ -162,11 +153,12 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
     compare_maps("entry", forwarding, expected.entries, entry_text, differences);
     compare_maps("next hop", chip.nexthops, expected.nexthops, number, differences);
     compare_maps("group", groups, expected.groups, number, differences);
-    for (const auto &[family, vrf] : expected.default_routes)
-        if (const auto found = chip.cpu_default.find({family, vrf});
-            found != chip.cpu_default.end() && found->second)
+    for (const auto &[key, to_cpu] : chip.cpu_default)
+        if (to_cpu == expected.default_routes.contains(key))
             differences +=
-                "the CPU takes the place of the default route of vrf " + std::to_string(vrf) + "\n";
+                (to_cpu ? "the CPU takes the place of the default route of vrf "
+                        : "neither a default route nor the CPU takes what is left in vrf ") +
+                std::to_string(key.second) + "\n";
     compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
     compare_sets("ARP rule of VLAN", chip.arp_rules, expected.arp_rules, differences);
     return differences;

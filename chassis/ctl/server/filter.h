@@ -8,7 +8,7 @@ namespace ctl::server {
 // The rows that were asked for.
 class Filter {
 public:
-    explicit Filter(const Parsed &line) : vrf_(parse_number(line.value("vrf"))) {
+    explicit Filter(const Parsed &line) : vrf_(parse_number(line.value("--vrf"))) {
         const std::string_view subnet = line.value("SUBNET");
         subnet_ = parse_prefix(subnet);
         if (!subnet_)

@@ -8,8 +8,8 @@
 #include "chassis/ctl/server/table.h"
 #include "dpm_api.h"
 
-#include <set>
-#include <tuple>
+#include <map>
+#include <string_view>
 
 namespace ctl::server {
 
@@ -44,6 +44,8 @@ inline Reply answer(int result) {
 Reply unknown_interface(std::string_view name);
 Prefix address_argument(const Request &request, std::string_view key = "IP");
 std::string text_of(const dpm_prefix &prefix); // without its length
+chassis::chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix);
+bool is_link_local(const dpm_prefix &ip); // such hosts have a next hop in the chip, and no entry
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);
 
 // Holds the DPM lock, which guards every table.
@@ -89,18 +91,16 @@ CTL_WALKER(each_ftn, dpm_ftn, dpm_api_ftn_entry_first, dpm_api_ftn_entry_next)
 CTL_WALKER(each_ilm, dpm_ilm, dpm_api_ilm_entry_first, dpm_api_ilm_entry_next)
 #undef CTL_WALKER
 
-// The prefixes that tunnel label entries hold in the chip: a route to one of them leaves its place
-// there to the label entry.  Made under the DPM lock, for as long as that is held.
-class LabelledPrefixes {
+// What holds routes' places in the chip: tunnel label entries for the same prefix, and hosts with
+// the very address.  Made under the DPM lock, for as long as that is held.
+class StandIns {
 public:
-    LabelledPrefixes();
-    bool holds(const dpm_prefix &prefix) const { return prefixes_.contains(key_of(prefix)); }
+    StandIns();
+    // "label" or "host"; empty when the place is the route's own.
+    std::string_view of(const dpm_route_entry &route) const;
 
 private:
-    using Key = std::tuple<std::uint32_t, std::uint32_t, std::array<std::uint8_t, 16>>;
-    static Key key_of(const dpm_prefix &prefix);
-
-    std::set<Key> prefixes_;
+    std::map<chassis::chip::Address, std::string_view> held_;
 };
 
 } // namespace ctl::server

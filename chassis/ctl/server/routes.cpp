@@ -84,13 +84,16 @@ std::string gateway_text(const dpm_route_entry &route, std::uint32_t i) {
            (index == -1 ? "unresolved" : std::to_string(index));
 }
 
-const char *state_of(const dpm_route_entry &route, const LabelledPrefixes &labelled) {
-    return route.sdk_index <= 0 ? "waits" : labelled.holds(route.destination) ? "label" : "chip";
+std::string state_of(const dpm_route_entry &route, const StandIns &stand_ins) {
+    if (route.sdk_index <= 0)
+        return "waits";
+    const std::string_view stand_in = stand_ins.of(route);
+    return std::string(stand_in.empty() ? "chip" : stand_in);
 }
 
-dpm_prefix fec_of(const dpm_ftn &ftn) {
-    dpm_prefix prefix{ftn.ip_type, ftn.prefixlen, {}};
-    std::memcpy(prefix.address, ftn.fec_prefix, sizeof prefix.address);
+template <class Entry> dpm_prefix fec_of(const Entry &entry) {
+    dpm_prefix prefix{entry.ip_type, entry.prefixlen, {}};
+    std::memcpy(prefix.address, entry.fec_prefix, sizeof prefix.address);
     return prefix;
 }
 
@@ -102,17 +105,20 @@ template <class Entry> const char *label_state(const Entry &entry) {
 
 } // namespace
 
-LabelledPrefixes::LabelledPrefixes() {
+StandIns::StandIns() {
     each_ftn([&](const dpm_ftn &ftn) {
         if (ftn.vrf_id == 0)
-            prefixes_.insert(key_of(fec_of(ftn)));
+            held_.emplace(chip_key(0, fec_of(ftn)), "label");
+    });
+    each_host([&](const dpm_host_entry &host) {
+        if (!is_link_local(host.ip))
+            held_.emplace(chip_key(host.vrf, host.ip), "host");
     });
 }
 
-LabelledPrefixes::Key LabelledPrefixes::key_of(const dpm_prefix &prefix) {
-    Key key{prefix.family, prefix.prefix_len, {}};
-    std::ranges::copy(prefix.address, std::get<2>(key).begin());
-    return key;
+std::string_view StandIns::of(const dpm_route_entry &route) const {
+    const auto held = held_.find(chip_key(route.vrf, route.destination));
+    return held == held_.end() ? std::string_view() : held->second;
 }
 
 Reply route_add(Request &request) {
@@ -126,16 +132,15 @@ Reply show_routes(Request &request) {
     const Filter filter(request.line);
     Table table({"vrf", "destination", "state", "index", "gateways", "type", "+ecmp"});
     const TableLock lock;
-    const LabelledPrefixes labelled;
+    const StandIns stand_ins;
     each_route([&](const dpm_route_entry &route) {
         if (!filter.takes_network(route.vrf, route.destination))
             return;
         std::vector<std::string> gateways;
         for (std::uint32_t i = 0; i < route.np_num; i++)
             gateways.push_back(gateway_text(route, i));
-        table.row({route.vrf, prefix_text(route.destination),
-                   std::string(state_of(route, labelled)), route.sdk_index, gateways,
-                   route.route_type,
+        table.row({route.vrf, prefix_text(route.destination), state_of(route, stand_ins),
+                   route.sdk_index, gateways, route.route_type,
                    std::string(route.ecmp_enable == DPM_ROUTE_ECMP ? "yes" : "no")});
     });
     return print(request, table);
@@ -173,15 +178,18 @@ Reply show_ftn(Request &request) {
 }
 
 Reply show_ilm(Request &request) {
-    Table table({"label", "vrf", "state", "swap", "nexthop", "interface", "+nhid", "+tunnel_id",
-                 "+sdk_result"});
+    const Filter filter(request.line);
+    Table table({"label", "vrf", "fec", "state", "swap", "nexthop", "interface", "+nhid",
+                 "+tunnel_id", "+sdk_result"});
     const TableLock lock;
     each_ilm([&](const dpm_ilm &ilm) {
-        table.row({std::uint32_t(ilm.in_label), std::uint32_t(ilm.vrf_id),
-                   std::string(label_state(ilm)), std::uint32_t(ilm.swap_label),
-                   address_text(ilm.tunnel_ip_type, ilm.tunnel_nhop), std::string(ilm.out_ifname),
-                   std::uint32_t(ilm.nhid), std::uint32_t(ilm.tunnel_id),
-                   std::int32_t(ilm.sdk_result)});
+        const dpm_prefix fec = fec_of(ilm);
+        if (filter.takes_network(ilm.vrf_id, fec))
+            table.row({std::uint32_t(ilm.in_label), std::uint32_t(ilm.vrf_id), prefix_text(fec),
+                       std::string(label_state(ilm)), std::uint32_t(ilm.swap_label),
+                       address_text(ilm.tunnel_ip_type, ilm.tunnel_nhop),
+                       std::string(ilm.out_ifname), std::uint32_t(ilm.nhid),
+                       std::uint32_t(ilm.tunnel_id), std::int32_t(ilm.sdk_result)});
     });
     return print(request, table);
 }

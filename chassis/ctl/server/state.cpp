@@ -133,6 +133,16 @@ std::string text_of(const dpm_prefix &prefix) {
     return address_text(prefix.family, prefix.address);
 }
 
+chassis::chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix) {
+    chassis::chip::Address key{std::int32_t(vrf), prefix.family, {}, prefix.prefix_len};
+    std::ranges::copy(prefix.address, key.bytes.begin());
+    return key;
+}
+
+bool is_link_local(const dpm_prefix &ip) {
+    return ip.family == DPM_FAMILY_IPV6 && ip.address[0] == 0xFE && ip.address[1] == 0x80;
+}
+
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical) {
     return port_type == DPM_PORT_LOGICAL ? "trunk " + std::to_string(logical)
                                          : std::to_string(physical);

@@ -49,11 +49,10 @@ std::string why_host(const Request &request, std::uint32_t vrf, const Prefix &ip
             request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
         const bool in_chip =
             found && found->entry.prefix_len == ip.length && found->index == host.sdk_index;
-        const bool link_local =
-            ip.family == DPM_FAMILY_IPV6 && ip.address[0] == 0xFE && ip.address[1] == 0x80;
-        text += in_chip      ? "in the chip, "
-                : link_local ? "a neighbour; link-local addresses have no entry in the chip, "
-                             : "a neighbour, but not in the chip, ";
+        text += in_chip ? "in the chip, "
+                : is_link_local(host.ip)
+                    ? "a neighbour; link-local addresses have no entry in the chip, "
+                    : "a neighbour, but not in the chip, ";
         text += "next hop " + std::to_string(host.sdk_index) + ": " + mac_text(host.mac) +
                 " port " + port_text(host.port_type, host.log_port_id, host.phy_port_id) +
                 " vlan " + std::to_string(host.svlan) + " on " + host.ifname + "\n";
@@ -143,8 +142,11 @@ std::string why_gateway(const Request &request, const dpm_route_entry &route, st
 // A route's line, and one for each of its gateways.
 std::string why_route(const Request &request, const dpm_route_entry &route) {
     std::string text = "route " + prefix_text(route.destination) + ": ";
-    if (route.sdk_index > 0 && LabelledPrefixes().holds(route.destination))
+    const std::string_view stand_in = StandIns().of(route);
+    if (route.sdk_index > 0 && stand_in == "label")
         return text + "a label entry for the same prefix stands in its place\n";
+    if (route.sdk_index > 0 && stand_in == "host")
+        return text + "the host of this address stands in its place\n";
     text += route_state(request.card.chip, route) + "\n";
     for (std::uint32_t i = 0; i < route.np_num; i++)
         text += indented(why_gateway(request, route, i), 4);

@@ -114,6 +114,9 @@ ipv6_host_table ipv6_hosts();
 void host_tables_create();
 void host_hold_indexes_create();
 
+// Whether the chip has a host's entry for an address, on whatever interface the host is.
+bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip);
+
 // Makes the IP stack forget a neighbour, or look for it, in the way of the address's family.
 void drop_neighbour(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix &ip);
 void probe_neighbour(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix &ip);

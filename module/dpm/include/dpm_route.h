@@ -63,15 +63,24 @@ ipv6_route_table ipv6_routes();
 ipv4_route_table routes_of(std::uint32_t family);
 void route_tables_create();
 
-// The route of a VRF to exactly this destination, or null.
+// The route of a VRF to exactly this destination of a known family, or null.
 dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination);
 
 // A route over a tunnel is the tunnel table's.
 bool is_over_tunnel(const dpm_route_entry &route);
 
-// A label entry took over a route's destination in the chip, or gave it back.  0, or the driver's
-// answer when the chip refused; the route itself stays as it is.
+// Whether another entry stands in the chip in a route's place: a label entry for its prefix, or a
+// host with its very address.
+bool gives_way(const dpm_route_entry &route);
+
+// A label entry is about to take a route's place in the chip.  0, or the driver's answer when the
+// chip refused; the route itself stays as it is.
 int route_leave_to_label(dpm_route_entry &route);
-int route_take_from_label(dpm_route_entry &route);
+
+// A host's entry went over the one that the chip would not let go.
+void route_lose_to_host(dpm_route_entry &route);
+
+// What stood in its place may have gone.  0, or the driver's answer.
+int route_take_back(dpm_route_entry &route);
 
 } // namespace dpm

@@ -16,6 +16,8 @@
 #include "dpm_route.h"
 #include "dpm_trace.h"
 
+#include <utility>
+
 namespace {
 
 struct host_record {
@@ -147,6 +149,17 @@ void displace_route(const dpm_host_entry &host, const dpm::shell &caller) {
         DPM_SHELL_LOG(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
 }
 
+// A route that would not go stays behind the host, and is in the chip again when the host is not.
+void take_place(const dpm_host_entry &host) {
+    if (dpm_route_entry *route = dpm::find_route(host.vrf, host.ip))
+        dpm::route_lose_to_host(*route);
+}
+
+void give_place_back(const dpm_host_entry &host) {
+    if (dpm_route_entry *route = dpm::find_route(host.vrf, host.ip))
+        (void)dpm::route_take_back(*route);
+}
+
 // A repeated report changes nothing, unless a delete of the host was left half done.
 bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported) {
     return dpm_host_entry_is_same(&present, &reported) &&
@@ -237,6 +250,20 @@ bool egress_of(const dpm_host_entry &host, egress &out) {
     default:
         return false;
     }
+}
+
+bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip) {
+    dpm_host_entry key; // only what the compares read is set
+    key.vrf = vrf;
+    key.ifindex = 0; // before every interface
+    key.ip = ip;
+    const bool is_ipv4 = ip.family == DPM_FAMILY_IPV4;
+    const dpm_host_entry *host = is_ipv4 ? ipv4_hosts().find(key) : ipv6_hosts().find_from(key);
+    for (; host != nullptr && host->vrf == vrf && dpm_prefix_compare(host->ip, ip) == 0;
+         host = is_ipv4 ? nullptr : ipv6_hosts().next(*host))
+        if (record_of(*host).in_chip)
+            return true;
+    return false;
 }
 
 void free_host(dpm_host_entry &host) {
@@ -342,10 +369,12 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
         DPM_TRACE("%s %d::host_entry add driver failed!\r\n");
         return -1; // deliberate: the next-hop reference is kept
     }
+    if (in_chip)
+        take_place(host);
     dpm::block<host_record> record;
     if (!record) {
-        if (in_chip)
-            (void)chip_delete(host);
+        if (in_chip && chip_delete(host) == 0)
+            give_place_back(host);
         (void)nexthop_release(host, out);
         return -1;
     }
@@ -379,7 +408,8 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
         DPM_TRACE("%s %d::host_entry del driver failed!\r\n");
         return -1;
     }
-    record_of(*entry).in_chip = false;
+    if (std::exchange(record_of(*entry).in_chip, false))
+        give_place_back(*entry);
     if (nexthop_release(*entry, out) != 0) {
         DPM_TRACE("%s %d::host_entry del nexthop failed!\r\n");
         return -1;

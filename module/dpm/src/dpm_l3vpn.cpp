@@ -206,8 +206,8 @@ void label_tables_create() {
     by_fec().create();
 }
 
-bool has_tunnel_ftn(const dpm_prefix &destination) {
-    if (ftns().empty())
+bool has_tunnel_ftn(std::uint32_t vrf, const dpm_prefix &destination) {
+    if (vrf != 0 || ftns().empty())
         return false;
     ftn_record key = {}; // zero-padded, as label entries keep their addresses
     std::memcpy(key.entry.fec_prefix, destination.address, address_bytes(destination.family));

@@ -6,7 +6,7 @@
 // tunnel FTN for the same destination, and ages out after a switch-over unless it is installed
 // again.  A route that the chip refuses stays in the table, unprogrammed.
 //
-// sdk_index tells what the route points at, also while a label entry stands in its place; what the
+// sdk_index tells what the route points at, also while another entry stands in its place; what the
 // chip itself holds is remembered beside the record, so that a delete is sent exactly when there is
 // something to delete.
 #include "dpm_route.h"
@@ -199,13 +199,6 @@ void route_tables_create() {
     ipv4_routes().create();
     ipv6_routes().create();
     route_indexes_create();
-}
-
-dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {
-    route_record key; // only what the compare reads is set
-    key.entry.vrf = vrf;
-    key.entry.destination = destination;
-    return routes_of(destination.family).find(key.entry);
 }
 
 bool is_over_tunnel(const dpm_route_entry &route) {

@@ -163,7 +163,8 @@ void unlink_network(route_record &record) {
 bool is_candidate(const route_record &record) {
     const dpm_route_entry &route = record.entry;
     return !record.is_over_tunnel && route.sdk_index > 0 &&
-           route.sdk_index != DPM_ROUTE_NO_ADDRESS && !dpm::has_tunnel_ftn(route.destination);
+           route.sdk_index != DPM_ROUTE_NO_ADDRESS &&
+           !dpm::has_tunnel_ftn(route.vrf, route.destination);
 }
 
 // The first candidate, in table order, of the network of this length that holds the address.
@@ -229,6 +230,15 @@ void unlink_route(route_record &record) {
     index_of(destination.family).of_length[destination.prefix_len]--;
     unlink_network(record);
     routes_of(destination.family).remove(record.entry);
+}
+
+dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {
+    if (index_of(destination.family).of_length[destination.prefix_len] == 0)
+        return nullptr;
+    route_record key; // only what the compare reads is set
+    key.entry.vrf = vrf;
+    key.entry.destination = destination;
+    return routes_of(destination.family).find(key.entry);
 }
 
 route_gateway *find_gateway(std::uint32_t vrf, const dpm_prefix &address) {

@@ -197,8 +197,8 @@ int program_route(route_record &record, const shell &caller) {
     if (const int result = withdraw_route(record, caller)) // what the chip would not let go before
         return result;
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
-    if (has_tunnel_ftn(route.destination))
-        return 0; // the label entry owns the chip's entry
+    if (gives_way(route))
+        return 0; // the chip's entry is another's
     if (record.chip_index == route.sdk_index)
         return 0; // the chip did not let it go
     const int result = chip_add(record, DPM_SLOT_ALL_BITS);
@@ -228,17 +228,28 @@ void restore_cpu_default(const dpm_route_entry &route) {
 
 void adopt_chip_entry(route_record &record) {
     const dpm_route_entry &route = record.entry;
-    const bool is_there = route.sdk_index > 0 && !has_tunnel_ftn(route.destination);
+    const bool is_there = route.sdk_index > 0 && !gives_way(route);
     record.chip_index = is_there ? route.sdk_index : 0;
+}
+
+bool gives_way(const dpm_route_entry &route) {
+    const dpm_prefix &destination = route.destination;
+    return has_tunnel_ftn(route.vrf, destination) ||
+           (destination.prefix_len == host_bits(destination.family) &&
+            has_chip_host(route.vrf, destination));
 }
 
 int route_leave_to_label(dpm_route_entry &route) {
     return withdraw_route(record_of(route), DPM_SHELL);
 }
 
-int route_take_from_label(dpm_route_entry &route) {
+void route_lose_to_host(dpm_route_entry &route) {
+    record_of(route).chip_index = 0;
+}
+
+int route_take_back(dpm_route_entry &route) {
     route_record &record = record_of(route);
-    if (route.sdk_index <= 0 || record.chip_index != 0 || has_tunnel_ftn(route.destination))
+    if (route.sdk_index <= 0 || record.chip_index != 0 || gives_way(route))
         return 0;
     const int result = program_route(record, DPM_SHELL);
     if (result != 0)
