@@ -80,6 +80,13 @@ int post_test_host(std::uint32_t code, std::uint32_t address, std::uint32_t ifin
     return body.post(code, error);
 }
 
+// What the lines about a report tell of its body, in their order.
+#define REPORT_FIELDS(body)                                                                        \
+    (body)->vrf, dpm::address_text((body)->ip).c_str(), (body)->mac[0], (body)->mac[1],            \
+        (body)->mac[2], (body)->mac[3], (body)->mac[4], (body)->mac[5], (body)->ifindex,           \
+        (body)->log_port_id, (body)->phy_port_id, (body)->port_type, (body)->cvlan, (body)->svlan, \
+        (body)->supervlan
+
 // A copy of the host's data, whose block the message's owner frees.  The allocation is passed on as
 // it is.
 int relay(std::uint32_t code, const void *data, std::uint32_t length_bytes,
@@ -112,10 +119,7 @@ int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
     DPM_TRACE("%s %d::host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
               "port_type %d \t\tcvlan %d "
               "svlan %d supervlan %d \r\n",
-              body->vrf, dpm::address_text(body->ip).c_str(), body->mac[0], body->mac[1],
-              body->mac[2], body->mac[3], body->mac[4], body->mac[5], body->ifindex,
-              body->log_port_id, body->phy_port_id, body->port_type, body->cvlan, body->svlan,
-              body->supervlan);
+              REPORT_FIELDS(body));
     return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
 }
 
@@ -136,10 +140,7 @@ int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
     DPM_TRACE("%s %d::oper %d host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
               "\t\t port_type %d "
               "cvlan %d svlan %d supervlan %d \r\n",
-              info->oper, body->vrf, dpm::address_text(body->ip).c_str(), body->mac[0],
-              body->mac[1], body->mac[2], body->mac[3], body->mac[4], body->mac[5], body->ifindex,
-              body->log_port_id, body->phy_port_id, body->port_type, body->cvlan, body->svlan,
-              body->supervlan);
+              info->oper, REPORT_FIELDS(body));
     return body.post(host_code(info->oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 

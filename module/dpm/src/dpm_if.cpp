@@ -90,10 +90,20 @@ list_head &addresses_of(dpm_if_entry &entry, std::uint16_t family) {
     return family == DPM_FAMILY_IPV4 ? entry.ipv4_list : entry.ipv6_list;
 }
 
-// The interface of an address request; null when it is unknown or in another VRF.
-dpm_if_entry *owner_of(const if_ip_msg &body) {
-    dpm_if_entry *entry = dpm_if_find_by_ifindex(body.if_index);
-    return entry != nullptr && entry->vrf == body.vrf ? entry : nullptr;
+// The interface of an address request; null when it is unknown or in another VRF, which
+// `absent_text` tells, or when there is nothing to do for the address.
+dpm_if_entry *owner_of(const if_ip_msg *body, const char *absent_text, const dpm::shell &caller) {
+    if (body == nullptr) {
+        (void)dpm::null_parameter(caller.function, caller.line);
+        return nullptr;
+    }
+    if (dpm::is_linklocal(body->ip))
+        return nullptr;
+    dpm_if_entry *entry = dpm_if_find_by_ifindex(body->if_index);
+    if (entry != nullptr && entry->vrf == body->vrf)
+        return entry;
+    DPM_SHELL_LOG(caller, absent_text, body->if_index, body->vrf);
+    return nullptr;
 }
 
 // The first IPv4 address brings the ARP trap rule.  The interface address itself is programmed by
@@ -157,17 +167,11 @@ int dpm_if_del(const dpm_if_msg *body) {
 }
 
 int dpm_if_add_ip(const if_ip_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm::is_linklocal(body->ip))
+    dpm_if_entry *entry = owner_of(
+        body, "%s %d::if_index %d ,if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
+        DPM_SHELL);
+    if (entry == nullptr)
         return -1;
-    dpm_if_entry *entry = owner_of(*body);
-    if (entry == nullptr) {
-        DPM_TRACE(
-            "%s %d::if_index %d ,if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
-            body->if_index, body->vrf);
-        return -1;
-    }
     list_head &list = addresses_of(*entry, body->ip.family);
     if (dpm_if_ip_find(&list, &body->ip) != nullptr) {
         DPM_TRACE("%s %d::ip conflict!\r\n");
@@ -186,17 +190,11 @@ int dpm_if_add_ip(const if_ip_msg *body) {
 // deliberate: the chip's address entries stay here and go with the interface; the platform removes
 // them itself
 int dpm_if_del_ip(const if_ip_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm::is_linklocal(body->ip))
+    dpm_if_entry *entry = owner_of(
+        body, "%s %d::if_index %d if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
+        DPM_SHELL);
+    if (entry == nullptr)
         return -1;
-    dpm_if_entry *entry = owner_of(*body);
-    if (entry == nullptr) {
-        DPM_TRACE(
-            "%s %d::if_index %d if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
-            body->if_index, body->vrf);
-        return -1;
-    }
     dpm_if_ip_entry *address = dpm_if_ip_find(&addresses_of(*entry, body->ip.family), &body->ip);
     if (address == nullptr) {
         DPM_TRACE("%s %d::can not find ip_addr!\r\n");

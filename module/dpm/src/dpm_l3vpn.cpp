@@ -149,33 +149,28 @@ template <class Entry> void clear_links(Entry &image) {
     image.pend = {};
 }
 
-struct ftn_mirror {
-    using entry = dpm_ftn;
-    static constexpr auto add_code = DPM_MSG_SYNC_FTN_ADD, del_code = DPM_MSG_SYNC_FTN_DEL;
+// Nothing puts label entries into the chip yet: their encoding comes with their requests.
+template <class Entry> struct label_mirror {
+    using entry = Entry;
     static constexpr std::uint32_t batch_entries = 100;
-    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ftn driver sync.\r\n";
     static constexpr const char *empty_first_text = nullptr;
-    static constexpr const char *table_sync_text = "%s %d::slot %d, ftn table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees() {
-        static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ftn_tree};
-        return list;
-    }
-    // Nothing puts label entries into the chip yet: their encoding comes with their requests.
-    static bool reprogram(const dpm_ftn &, std::uint32_t) { return true; }
+    static bool reprogram(const Entry &, std::uint32_t) { return true; }
 };
 
-struct ilm_mirror {
-    using entry = dpm_ilm;
+struct ftn_mirror : label_mirror<dpm_ftn> {
+    static constexpr auto add_code = DPM_MSG_SYNC_FTN_ADD, del_code = DPM_MSG_SYNC_FTN_DEL;
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ftn driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, ftn table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ftn_tree};
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+};
+
+struct ilm_mirror : label_mirror<dpm_ilm> {
     static constexpr auto add_code = DPM_MSG_SYNC_ILM_ADD, del_code = DPM_MSG_SYNC_ILM_DEL;
-    static constexpr std::uint32_t batch_entries = 100;
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ilm driver sync.\r\n";
-    static constexpr const char *empty_first_text = nullptr;
     static constexpr const char *table_sync_text = "%s %d::slot %d, ilm table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees() {
-        static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ilm_tree};
-        return list;
-    }
-    static bool reprogram(const dpm_ilm &, std::uint32_t) { return true; } // as for the FTN table
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ilm_tree};
+    static std::span<dpm_avl_tree *const> trees() { return list; }
 };
 
 } // namespace
