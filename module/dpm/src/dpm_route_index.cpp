@@ -141,7 +141,8 @@ route_network network_of(std::uint32_t vrf, const dpm_prefix &address, std::uint
     return network;
 }
 
-// Destinations of one network stand in their chain in the table's order.
+// Destinations of one network stand in their chain in the table's order.  They differ in host bits
+// alone, so there is hardly ever more than one.
 void link_network(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     record.network = network_of(record.entry.vrf, destination, destination.prefix_len);
@@ -233,7 +234,8 @@ void unlink_route(route_record &record) {
 }
 
 dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {
-    if (index_of(destination.family).of_length[destination.prefix_len] == 0)
+    if (destination.prefix_len > host_bits(destination.family) ||
+        index_of(destination.family).of_length[destination.prefix_len] == 0)
         return nullptr;
     route_record key; // only what the compare reads is set
     key.entry.vrf = vrf;
