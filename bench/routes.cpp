@@ -343,14 +343,6 @@ void measure_switch_over(const Options &options, const Report &report) {
 } // namespace
 
 void measure_routes(const Options &options, const Report &report) {
-    if (getenv("PROF8")) {
-        RouteCard card(9, 8);
-        double t = 0;
-        for (int i = 0; i < 800; i++)
-            t += card.add_routes(sixteenth, atoi(getenv("PROF8")));
-        printf("%f\n", t / 800);
-        return;
-    }
     measure_bursts(options, report, true);
     measure_bursts(options, report, false);
     measure_adds(options, report);
