@@ -172,6 +172,10 @@ TEST_F(Labels, WaitingEntriesStandOnThePendListNewestFirst) {
     dpm_mpls_ftn_add_sync_send(entry);
     settle();
     EXPECT_EQ(pending(standby()), 2u) << "the mirrored entry replaces the waiting one";
+    standby().os.fail(Fault::allocation, 2); // behind the message's own
+    dpm_mpls_ftn_add_sync_send(entry);
+    settle();
+    EXPECT_EQ(ftns(standby()).size(), ftns(master()).size()) << "or leaves it, without memory";
     del_ftn(first);
     del_ilm({.label = 7});
     EXPECT_EQ(pending(master()) + pending(standby()), 0u);

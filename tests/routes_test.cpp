@@ -169,6 +169,11 @@ TEST_P(EitherFamily, ADefaultRouteTakesTheCpusPlaceWhileItIsProgrammed) {
             });
         };
         EXPECT_LT(call("default_route_set"), call("add_ip_entry")) << "the switch stands first";
+        Route twin = route; // another destination, of the same length
+        twin.prefix = f.number == 1 ? "0.0.0.1/0" : "::1/0";
+        add_route(twin);
+        del_route(twin);
+        EXPECT_FALSE(to_cpu(f.number)) << "the other one stands";
         forget(f.a);
         EXPECT_TRUE(to_cpu(f.number));
         learn(f.a);
@@ -214,6 +219,16 @@ TEST_P(EitherFamily, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes) {
     forget(f.host);
     EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a);
     check_laws();
+    refuse(Request::del_ip_entry);
+    learn(f.host);
+    refuse(Request::add_ip_entry);
+    forget(f.host);
+    EXPECT_EQ(entry(f.host).sdk_index, 0) << "its place is refused: it waits";
+    allow().routes_adrift = true;
+    check_laws();
+    forget(f.a);
+    learn(f.a);
+    allow().routes_adrift = false;
     refuse(Request::del_ip_entry);
     fail(Fault::allocation, 3); // after request and next hop: the host's record
     learn(f.host);
@@ -571,6 +586,11 @@ TEST_F(Routes, TheBestRouteIsTheLongestThatForwards) {
     add_route({.prefix = "10.1.2.2/28", .via = {good}});
     EXPECT_EQ(best_text("10.1.2.9"), "10.1.2.2/28") << "the first that forwards, in table order";
     EXPECT_EQ(forwards("10.1.2.9"), "10.1.2.2/28 -> 10.1.1.2");
+    add_route({.prefix = "10.1.2.0/28", .via = {waiting}});
+    EXPECT_EQ(best_text("10.1.2.9"), "10.1.2.2/28");
+    learn("10.1.1.8");
+    EXPECT_EQ(best_text("10.1.2.9"), "10.1.2.0/28");
+    forget("10.1.1.8");
     del_route({.prefix = "10.1.2.2/28"});
     EXPECT_EQ(best_text("10.1.2.9"), "10.1.2.3/28");
     add_route({.prefix = "2001:db8::1/32", .via = {{"2001:db8::2"}}});

@@ -156,6 +156,8 @@ void check_trees(Lines &lines) {
         {"ftn index", &g_dpm_index.ftn_by_fec},
         {"route ipv4 by gateway", &g_dpm_index.ipv4_routes.by_gateway},
         {"route ipv6 by gateway", &g_dpm_index.ipv6_routes.by_gateway},
+        {"route ipv4 unmasked", &g_dpm_index.ipv4_routes.unmasked},
+        {"route ipv6 unmasked", &g_dpm_index.ipv6_routes.unmasked},
     };
     for (const auto &[name, tree] : trees)
         if (const std::string problem = tree_problem(*tree); !problem.empty())

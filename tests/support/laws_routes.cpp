@@ -215,7 +215,7 @@ void check_routes_ifindexes(Card &standby, Lines &lines) {
 namespace {
 
 unsigned indexed_networks(const dpm_route_index &index) {
-    unsigned count = 0;
+    unsigned count = index.unmasked.numnodes;
     for (std::uint32_t i = 0; index.by_network && i < DPM_ROUTE_CAPACITY; ++i)
         for (const route_record *record = index.by_network[i]; record; record = record->next)
             ++count;
@@ -229,8 +229,13 @@ unsigned indexed_gateways(const dpm_route_index &index, Lines &lines) {
          at = dpm_avl_next(&index.by_gateway, at)) {
         auto &gateway = *static_cast<route_gateway *>(at);
         unsigned users = 0;
+        const dpm_route_entry *previous = nullptr;
         for (const gateway_place &place : dpm::gateway_places(gateway.places)) {
             const dpm_route_entry &route = place.route->entry;
+            if (gateway.is_sorted && previous &&
+                dpm_prefix_compare(previous->destination, route.destination) > 0)
+                lines.push_back("out of order over its gateway: " + name_of(route));
+            previous = &route;
             if (place.gateway != &gateway || route.vrf != gateway.vrf ||
                 dpm_prefix_compare(route.np[place.position], gateway.address) != 0)
                 lines.push_back("a place of another gateway than that of " + name_of(route));

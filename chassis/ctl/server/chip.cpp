@@ -53,6 +53,7 @@ struct Expectation {
     std::set<std::pair<std::uint32_t, std::uint16_t>> default_routes; // (family, VRF)
     std::set<Address> to_the_cpu;                                     // routes without a gateway
     std::set<std::uint16_t> interfaces, arp_rules;
+    std::set<std::uint32_t> disabled_vrfs; // the chip drops there what matches nothing
 };
 
 void expect_hosts(Expectation &expected) {
@@ -153,12 +154,15 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
     compare_maps("entry", forwarding, expected.entries, entry_text, differences);
     compare_maps("next hop", chip.nexthops, expected.nexthops, number, differences);
     compare_maps("group", groups, expected.groups, number, differences);
-    for (const auto &[key, to_cpu] : chip.cpu_default)
-        if (to_cpu == expected.default_routes.contains(key))
-            differences +=
-                (to_cpu ? "the CPU takes the place of the default route of vrf "
-                        : "neither a default route nor the CPU takes what is left in vrf ") +
-                std::to_string(key.second) + "\n";
+    for (const auto &[key, is_on] : chip.cpu_default) {
+        const std::string where = (key.first == DPM_FAMILY_IPV4 ? " IPv4" : " IPv6") +
+                                  std::string(" in vrf ") + std::to_string(key.second) + "\n";
+        const bool has_route = expected.default_routes.contains(key);
+        if (is_on && has_route)
+            differences += "the CPU takes the place of the default route for" + where;
+        else if (!is_on && !has_route && !expected.disabled_vrfs.contains(key.second))
+            differences += "neither a default route nor the CPU takes what is left of" + where;
+    }
     compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
     compare_sets("ARP rule of VLAN", chip.arp_rules, expected.arp_rules, differences);
     return differences;
@@ -217,6 +221,7 @@ Reply chip_check(Request &request) {
     expect_groups(expected);
     expect_nexthops(expected);
     expect_interfaces(expected);
+    expected.disabled_vrfs = request.server.disabled_vrfs;
     std::string differences;
     {
         const auto lock = chip.lock();

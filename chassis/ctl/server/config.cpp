@@ -87,7 +87,15 @@ Reply change_sub(Request &request, std::uint32_t oper) {
 }
 
 Reply change_vrf(Request &request, std::uint32_t state) {
-    return answer(dpm_api_set_vrf_enable(std::uint32_t(request.line.number("VRF")), state));
+    const std::uint32_t vrf = std::uint32_t(request.line.number("VRF"));
+    const Reply reply = answer(dpm_api_set_vrf_enable(vrf, state));
+    if (reply.status != Status::ok)
+        return reply;
+    if (state == DPM_DISABLE)
+        request.server.disabled_vrfs.insert(vrf);
+    else
+        request.server.disabled_vrfs.erase(vrf);
+    return reply;
 }
 
 } // namespace

@@ -64,6 +64,7 @@ extern DPM_STATE dpm_global g_dpm_global;
 struct dpm_route_index {
     dpm_avl_tree by_gateway;          // route_gateway
     struct route_record **by_network; // heads of a hash table's chains; null before the first route
+    dpm_avl_tree unmasked;            // routes that are stored with host bits set
     std::uint32_t of_length[129];     // routes of each prefix length, in all VRFs
 };
 

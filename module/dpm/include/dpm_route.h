@@ -80,7 +80,8 @@ int route_leave_to_label(dpm_route_entry &route);
 // A host's entry went over the one that the chip would not let go.
 void route_lose_to_host(dpm_route_entry &route);
 
-// What stood in its place may have gone.  0, or the driver's answer.
+// What stood in its place may have gone.  0, or the driver's answer: then the route waits, as after
+// any refusal.
 int route_take_back(dpm_route_entry &route);
 
 } // namespace dpm

@@ -17,6 +17,9 @@ int withdraw_route(route_record &record, const shell &caller);
 // What no entry matches goes to the CPU again, now that a default route is not programmed.
 void restore_cpu_default(const dpm_route_entry &route);
 
+// The chip refused a route: it stays in the table as one that points nowhere.
+void unresolve(dpm_route_entry &route);
+
 // What the chip holds of a route that another card has programmed.
 void adopt_chip_entry(route_record &record);
 

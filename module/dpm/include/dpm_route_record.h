@@ -44,7 +44,8 @@ struct route_record {
     bool is_mirrored;        // another card has programmed it: chip_index is what that card left
     bool is_over_tunnel;
     route_network network; // set while it is linked
-    route_record *next;    // in its chain of the index by network
+    route_record *next;    // in its chain of the index by network, or
+    dpm_avl_node unmasked; // among those with host bits set
 
     gateway_place *gateways() { return reinterpret_cast<gateway_place *>(this + 1); }
     static constexpr std::size_t size_bytes(std::uint32_t gateway_count) {
@@ -82,6 +83,10 @@ private:
 
 // Frees a record that is not, or no longer, linked.
 void free_route(route_record &record);
+
+// Whether another default route of its VRF and family points somewhere: destinations may differ in
+// host bits alone.
+bool has_other_default(const route_record &record);
 
 // Put a route's record into the table and its indexes, or take it out.  No index is changed
 // elsewhere.

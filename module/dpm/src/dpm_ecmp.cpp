@@ -85,7 +85,7 @@ dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, i
         DPM_SHELL_LOG(caller, "%s %d::ecmp entry is full!!!\r\n");
         return nullptr;
     }
-    if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index == 0 ||
+    if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index <= 0 ||
         find(ecmp_type, *sdk_index) != nullptr) {
         DPM_SHELL_LOG(caller, "%s %d::driver create ecmp failed!\r\n");
         *sdk_index = 0;

@@ -21,7 +21,9 @@ const dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(std::uint32_t family) {
 }
 
 const dpm_ecmp_entry *dpm_api_get_ecmp_entry_next(const dpm_ecmp_entry *entry) {
-    if (entry == nullptr || !is_known(entry->ecmp_type, DPM_SHELL))
+    if (entry == nullptr)
+        return (void)dpm::null_parameter(), nullptr;
+    if (!is_known(entry->ecmp_type, DPM_SHELL))
         return nullptr;
     return dpm::ecmp_groups(entry->ecmp_type).next(*entry);
 }

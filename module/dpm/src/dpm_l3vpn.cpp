@@ -39,6 +39,7 @@ struct ftn_kind {
     using record = ftn_record;
     static dpm::ftn_table table() { return dpm::ftns(); }
     static list_head &pend_list() { return g_dpm_vpn.pend_ftn_list; }
+    static int del(dpm_ftn *entry) { return dpm_mpls_ftn_del(entry); }
     static void index(ftn_record &record) {
         if (record.entry.vrf_id == 0)
             (void)by_fec().add(record);
@@ -63,6 +64,7 @@ struct ilm_kind {
     using record = ilm_record;
     static dpm::ilm_table table() { return dpm::ilms(); }
     static list_head &pend_list() { return g_dpm_vpn.pend_ilm_list; }
+    static int del(dpm_ilm *entry) { return dpm_mpls_ilm_del(entry); }
     static void index(ilm_record &) {}
     static void unindex(ilm_record &) {}
     static bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b) {
@@ -74,13 +76,17 @@ template <class Kind> typename Kind::record &record_of(typename Kind::entry &ent
     return reinterpret_cast<typename Kind::record &>(entry);
 }
 
-// A copy of the record in the table; the present entry when the key is there; null without memory.
-template <class Kind> typename Kind::entry *insert(const typename Kind::entry &image) {
+// A copy of the record in the table; null without memory.  The entry that is present with its key
+// is the answer then, unless it is to be replaced.
+template <class Kind>
+typename Kind::entry *insert(const typename Kind::entry &image, bool replaces = false) {
     dpm::block<typename Kind::record> record;
     if (!record)
         return nullptr;
     record->entry = image;
     INIT_LIST_HEAD(dpm::pend_link(record->entry));
+    if (typename Kind::entry *present = replaces ? Kind::table().find(image) : nullptr)
+        (void)Kind::del(present);
     if (typename Kind::entry *present = Kind::table().add(record->entry))
         return present;
     Kind::index(*record);
@@ -338,7 +344,7 @@ dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image) {
     clear_links(image);
     image.stale = 0;
     trim(image);
-    dpm_ftn *entry = insert<ftn_kind>(image);
+    dpm_ftn *entry = insert<ftn_kind>(image, true);
     if (entry == nullptr)
         return nullptr;
     if (entry->flags == DPM_LABEL_WAITING && find_pending<ftn_kind>(*entry) == nullptr)
@@ -351,7 +357,7 @@ dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image) {
     clear_links(image);
     trim_address(image.fec_prefix, image.ip_type);
     trim_address(image.tunnel_nhop, image.ip_type); // deliberate: the FEC's family speaks for both
-    dpm_ilm *entry = insert<ilm_kind>(image);
+    dpm_ilm *entry = insert<ilm_kind>(image, true);
     if (entry == nullptr)
         return nullptr;
     if (entry->is_egress == 0 && entry->flags == DPM_LABEL_WAITING &&
@@ -364,7 +370,6 @@ dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image) {
 int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    drop_mirrored(*entry);
     return dpm_mpls_ftn_add_for_salve(*entry) != nullptr ? 0 : -1;
 }
 
@@ -378,8 +383,6 @@ int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry) {
 int dpm_mpls_ilm_add_sync_process(const dpm_ilm *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (dpm_ilm *present = dpm::ilms().find(*entry))
-        (void)dpm_mpls_ilm_del(present);
     dpm_ilm image = *entry;
     image.out_ifname[sizeof image.out_ifname - 1] = '\0';
     image.out_ifindex =

@@ -97,17 +97,6 @@ void resolve_gateways(dpm_route_entry &route) {
         route.sdk_index = route.host_index[0];
 }
 
-// The chip refused the route: it stays in the table as one that points nowhere.
-void unresolve(dpm_route_entry &route) {
-    if (route.ecmp_enable == DPM_ROUTE_ECMP) {
-        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
-    } else {
-        route.host_index[0] = DPM_ROUTE_UNRESOLVED;
-        route.sdk_index = 0;
-    }
-    dpm::restore_cpu_default(route);
-}
-
 void leave_groups(dpm_route_entry &route) {
     if (route.ecmp_enable != DPM_ROUTE_ECMP || route.sdk_index <= 0)
         return;
@@ -152,7 +141,7 @@ int add_route(dpm::route_block &record) {
                   route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2],
                   host[3], host[4], host[5], host[6], host[7]);
     if (route.sdk_index > 0 && dpm::program_route(*record, caller) != 0)
-        unresolve(route);
+        dpm::unresolve(route);
     dpm::link_route(*record.release());
     (void)dpm_route_entry_add_sync_send(&route);
     return 0;

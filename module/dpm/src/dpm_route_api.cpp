@@ -85,7 +85,9 @@ const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family) {
 }
 
 const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry) {
-    if (entry == nullptr || !is_known(entry->destination.family, DPM_SHELL))
+    if (entry == nullptr)
+        return (void)dpm::null_parameter(), nullptr;
+    if (!is_known(entry->destination.family, DPM_SHELL))
         return nullptr;
     return dpm::routes_of(entry->destination.family).next(*entry);
 }
@@ -99,6 +101,7 @@ int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes) {
         return -1;
     const dpm::dpm_lock lock;
     const std::uint32_t count = export_count();
+    *out = nullptr;
     if (count == 0)
         return 0;
     if (record_bytes > UINT32_MAX / count)

@@ -12,6 +12,7 @@
 
 #include <initializer_list>
 #include <sys/random.h>
+#include <utility>
 
 namespace {
 
@@ -141,24 +142,68 @@ route_network network_of(std::uint32_t vrf, const dpm_prefix &address, std::uint
     return network;
 }
 
-// Destinations of one network stand in their chain in the table's order.  They differ in host bits
-// alone, so there is hardly ever more than one.
+// Routes of one network differ in host bits.  The one without any stands in the hash, the others,
+// which are rare, in a tree: by network, then in the table's order.
+int unmasked_order(const route_record &a, const route_record &b) {
+    if (const int order = dpm::bytes_order(&a.network, &b.network, sizeof a.network))
+        return order;
+    return dpm_prefix_compare(a.entry.destination, b.entry.destination);
+}
+
+using unmasked_index =
+    dpm::avl_table<route_record, unmasked_order, offsetof(route_record, unmasked)>;
+
+unmasked_index unmasked(std::uint32_t family) {
+    return unmasked_index(index_of(family).unmasked);
+}
+
+bool has_host_bits(const route_record &record) {
+    const dpm_prefix &destination = record.entry.destination;
+    return std::memcmp(record.network.address, destination.address,
+                       dpm::address_bytes(destination.family)) != 0;
+}
+
 void link_network(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
     record.network = network_of(record.entry.vrf, destination, destination.prefix_len);
-    route_record **slot = chain_of(destination.family, record.network);
-    while (*slot != nullptr && !(record.network == (*slot)->network &&
-                                 dpm_prefix_compare(destination, (*slot)->entry.destination) < 0))
-        slot = &(*slot)->next;
-    record.next = *slot;
-    *slot = &record;
+    if (has_host_bits(record)) {
+        (void)unmasked(destination.family).add(record);
+        return;
+    }
+    route_record *&first = *chain_of(destination.family, record.network);
+    record.next = std::exchange(first, &record);
 }
 
 void unlink_network(route_record &record) {
-    route_record **slot = chain_of(record.entry.destination.family, record.network);
+    const std::uint32_t family = record.entry.destination.family;
+    if (has_host_bits(record)) {
+        unmasked(family).remove(record);
+        return;
+    }
+    route_record **slot = chain_of(family, record.network);
     while (*slot != &record)
         slot = &(*slot)->next;
     *slot = record.next;
+}
+
+// The first route of a network, in table order, that is wanted; null when there is none.
+template <class Wanted>
+route_record *first_of_network(std::uint32_t family, const route_network &network, Wanted wanted) {
+    for (route_record *masked = *chain_of(family, network); masked != nullptr;
+         masked = masked->next)
+        if (masked->network == network && wanted(*masked))
+            return masked; // host bits only make a destination greater
+    if (unmasked(family).empty())
+        return nullptr;
+    route_record key; // only what the compare reads is set
+    key.network = network;
+    key.entry.destination = {
+        static_cast<std::uint16_t>(family), static_cast<std::uint16_t>(network.prefix_len), {}};
+    for (route_record *record = unmasked(family).find_from(key);
+         record != nullptr && record->network == network; record = unmasked(family).next(*record))
+        if (wanted(*record))
+            return record;
+    return nullptr;
 }
 
 bool is_candidate(const route_record &record) {
@@ -168,24 +213,13 @@ bool is_candidate(const route_record &record) {
            !dpm::has_tunnel_ftn(route.vrf, route.destination);
 }
 
-// The first candidate, in table order, of the network of this length that holds the address.
-dpm_route_entry *match_of_length(std::uint32_t vrf, const dpm_prefix &address,
-                                 std::uint32_t prefix_len) {
-    const route_network network = network_of(vrf, address, prefix_len);
-    for (route_record *record = *chain_of(address.family, network); record != nullptr;
-         record = record->next)
-        if (record->network == network && is_candidate(*record))
-            return &record->entry;
-    return nullptr;
-}
-
 } // namespace
 
 namespace dpm {
 
 void route_indexes_create() {
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
-        by_gateway(family).create();
+        by_gateway(family).create(), unmasked(family).create();
     (void)getrandom(&g_dpm_index.hash_seed, sizeof g_dpm_index.hash_seed, GRND_NONBLOCK);
 }
 
@@ -233,6 +267,17 @@ void unlink_route(route_record &record) {
     routes_of(destination.family).remove(record.entry);
 }
 
+bool has_other_default(const route_record &record) {
+    const dpm_prefix &destination = record.entry.destination;
+    if (index_of(destination.family).of_length[0] == 0)
+        return false;
+    const auto is_other = [&](const route_record &each) {
+        return &each != &record && each.entry.sdk_index > 0;
+    };
+    return first_of_network(destination.family, network_of(record.entry.vrf, destination, 0),
+                            is_other) != nullptr;
+}
+
 dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {
     if (destination.prefix_len > host_bits(destination.family) ||
         index_of(destination.family).of_length[destination.prefix_len] == 0)
@@ -275,9 +320,10 @@ dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *
     for (int prefix_len = dpm::host_bits(address->family); prefix_len >= 0; prefix_len--) {
         if (index.of_length[prefix_len] == 0)
             continue;
-        if (dpm_route_entry *route =
-                match_of_length(vrf, *address, static_cast<std::uint32_t>(prefix_len)))
-            return route;
+        const auto length = static_cast<std::uint32_t>(prefix_len);
+        if (route_record *record =
+                first_of_network(address->family, network_of(vrf, *address, length), is_candidate))
+            return &record->entry;
     }
     return nullptr;
 }

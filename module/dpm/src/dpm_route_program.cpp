@@ -199,8 +199,6 @@ int program_route(route_record &record, const shell &caller) {
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
     if (gives_way(route))
         return 0; // the chip's entry is another's
-    if (record.chip_index == route.sdk_index)
-        return 0; // the chip did not let it go
     const int result = chip_add(record, DPM_SLOT_ALL_BITS);
     if (result == 0)
         record.chip_index = route.sdk_index;
@@ -223,7 +221,18 @@ int withdraw_route(route_record &record, const shell &caller) {
 }
 
 void restore_cpu_default(const dpm_route_entry &route) {
-    set_cpu_default(route, DPM_ENABLE, DPM_SLOT_ALL_BITS);
+    if (route.destination.prefix_len == 0 && !has_other_default(record_of(route)))
+        set_cpu_default(route, DPM_ENABLE, DPM_SLOT_ALL_BITS);
+}
+
+void unresolve(dpm_route_entry &route) {
+    if (route.ecmp_enable == DPM_ROUTE_ECMP) {
+        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
+    } else {
+        route.host_index[0] = DPM_ROUTE_UNRESOLVED;
+        route.sdk_index = 0;
+    }
+    restore_cpu_default(route);
 }
 
 void adopt_chip_entry(route_record &record) {
@@ -252,8 +261,10 @@ int route_take_back(dpm_route_entry &route) {
     if (route.sdk_index <= 0 || record.chip_index != 0 || gives_way(route))
         return 0;
     const int result = program_route(record, DPM_SHELL);
-    if (result != 0)
-        restore_cpu_default(route);
+    if (result != 0) {
+        unresolve(route);
+        (void)dpm_route_entry_add_sync_send(&route);
+    }
     return result;
 }
 
