@@ -6,14 +6,13 @@
 // are, how many references each next hop has, and what the library leaves behind on purpose.  The
 // tables are compared with it and the laws are checked every few steps.
 
-#include "dpm.h"
-#include "dpm_bridge.h"
 #include "dpm_host.h"
 #include "platform/dal.h"
 #include "support/walk.h"
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <tuple>
 
 namespace {
@@ -22,19 +21,31 @@ using rig::joined;
 using rig::Neighbour;
 
 // What is told to fail once, during one request.
-enum class Fault { none, memory, post, route, route_del, nexthop, nexthop_del };
+constexpr const char *faults[] = {"alloc", "send", "route", "route-del", "nexthop", "nexthop-del"};
+constexpr unsigned first_of_chip = 2;
 
-bool is_ipv6(const std::string &ip) {
-    return ip.find(':') != ip.npos;
-}
-bool is_linklocal(const std::string &ip) {
-    return ip.starts_with("fe80:");
+bool is_linklocal(const Neighbour &own) {
+    return own.ip.starts_with("fe80:");
 }
 
 class Model {
 public:
-    void arm(Fault fault, unsigned nth_allocation) { fault_ = fault, nth_ = nth_allocation; }
-    bool is_refused() { return strikes(Fault::memory) || strikes(Fault::post); }
+    struct Host {
+        Neighbour own;
+        bool is_whole; // false: its delete stopped half way
+    };
+    using Key = std::tuple<unsigned, std::string, unsigned>; // VRF, address, VLAN of an IPv6 host
+    using NextHop = std::tuple<std::string, unsigned, unsigned, unsigned>; // MAC, VLANs, port
+    std::map<Key, Host> hosts;
+    std::map<NextHop, unsigned> references;
+    std::map<unsigned, unsigned> vrf_of; // by VLAN, of the interfaces that there are
+    unsigned leaked_references = 0;
+    unsigned orphans = 0; // objects of the chip without an entry, which the walk takes away itself
+
+    void arm(const std::string &fault, unsigned nth_allocation) {
+        fault_ = fault, nth_ = nth_allocation;
+    }
+    bool is_refused() { return strikes("alloc") || strikes("send"); }
 
     void learn(const Neighbour &own) {
         if (!vrf_of.contains(own.vlan))
@@ -48,9 +59,9 @@ public:
         }
         if (!take_nexthop(own))
             return;
-        if (!is_linklocal(own.ip) && strikes(Fault::route))
+        if (!is_linklocal(own) && strikes("route"))
             ++leaked_references; // deliberate in the library
-        else if (strikes(Fault::memory))
+        else if (strikes("alloc"))
             drop_nexthop(own);
         else
             hosts[key_of(own)] = {own, true};
@@ -60,44 +71,29 @@ public:
         if (present != hosts.end()) // without an interface it is VRF 0 that is searched
             remove(present);
     }
-
-    std::vector<std::string> host_texts() const {
-        std::vector<std::string> texts;
+    std::multiset<std::string> host_texts() const {
+        std::multiset<std::string> texts;
         for (const auto &[key, host] : hosts) {
             const Neighbour &own = host.own;
-            texts.push_back(joined(own.ip, " ", own.mac, " vlanif", own.vlan, " vlan ", own.vlan,
-                                   own.trunk ? " trunk " : " port ",
-                                   own.trunk ? own.trunk : own.port, " cvlan ", own.cvlan, " vrf ",
-                                   std::get<0>(key)));
+            const std::string at =
+                own.trunk ? joined("trunk ", own.trunk) : joined("port ", own.port);
+            texts.insert(joined(own.ip, " ", own.mac, " vlanif", own.vlan, " vlan ", own.vlan, " ",
+                                at, " cvlan ", own.cvlan, " vrf ", std::get<0>(key)));
         }
-        std::sort(texts.begin(), texts.end());
         return texts;
     }
 
-    struct Host {
-        Neighbour own;
-        bool is_whole; // false: its delete stopped half way
-    };
-    using Key = std::tuple<unsigned, std::string, unsigned>; // VRF, address, VLAN of an IPv6 host
-    using NextHop = std::tuple<std::string, unsigned, unsigned, unsigned>; // MAC, VLANs, port
-    std::map<Key, Host> hosts;
-    std::map<NextHop, unsigned> references;
-    std::map<unsigned, unsigned> vrf_of; // by VLAN, of the interfaces that there are
-    unsigned leaked_references = 0;
-    unsigned orphans = 0; // objects of the chip without an entry, which the walk takes away itself
-
 private:
-    using Place = std::map<Key, Host>::iterator;
-
-    bool strikes(Fault kind) {
-        if (fault_ != kind || (kind == Fault::memory && --nth_ > 0))
+    bool strikes(const std::string &kind) {
+        if (fault_ != kind || (kind == "alloc" && --nth_ > 0))
             return false;
-        fault_ = Fault::none;
+        fault_ = "";
         return true;
     }
     Key key_of(const Neighbour &own) {
         const auto vrf = vrf_of.find(own.vlan);
-        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, is_ipv6(own.ip) ? own.vlan : 0};
+        const bool ipv6 = own.ip.find(':') != own.ip.npos;
+        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, ipv6 ? own.vlan : 0};
     }
     static NextHop nexthop_of(const Neighbour &own) {
         return {own.mac, own.vlan, own.cvlan, own.trunk ? own.trunk : own.port};
@@ -108,9 +104,9 @@ private:
     bool take_nexthop(const Neighbour &own) {
         if (references.contains(nexthop_of(own)))
             return ++references[nexthop_of(own)], true;
-        if (strikes(Fault::nexthop))
+        if (strikes("nexthop"))
             return false;
-        if (strikes(Fault::memory))
+        if (strikes("alloc"))
             return ++orphans, false; // deliberate in the library
         return references[nexthop_of(own)] = 1, true;
     }
@@ -118,19 +114,19 @@ private:
         if (--references[nexthop_of(own)] == 0)
             references.erase(nexthop_of(own));
     }
-    bool remove(Place host) {
-        if (host->second.is_whole && !is_linklocal(host->second.own.ip) &&
-            strikes(Fault::route_del))
+    bool remove(std::map<Key, Host>::iterator place) {
+        Host &host = place->second;
+        if (host.is_whole && !is_linklocal(host.own) && strikes("route-del"))
             return false;
-        host->second.is_whole = is_linklocal(host->second.own.ip);
-        if (references[nexthop_of(host->second.own)] == 1 && strikes(Fault::nexthop_del))
+        host.is_whole = is_linklocal(host.own);
+        if (references[nexthop_of(host.own)] == 1 && strikes("nexthop-del"))
             return false;
-        drop_nexthop(host->second.own);
-        hosts.erase(host);
+        drop_nexthop(host.own);
+        hosts.erase(place);
         return true;
     }
 
-    Fault fault_ = Fault::none;
+    std::string fault_;
     unsigned nth_ = 0;
 };
 
@@ -146,72 +142,56 @@ public:
                  {30, [this] { sub_vlan(); }},        {10, [this] { settings(); }},
                  {10, [this] { line_card_comes(); }}, {12, [this] { standby_changes(); }},
                  {6, [this] { master_falls(); }}};
-        add_interface("vlanif200", 200, DPM_IF_SUPERVLAN);
+        interface_comes(200, DPM_IF_SUPERVLAN);
     }
 
     std::size_t most_hosts = 0;
 
 private:
     Neighbour any_neighbour() {
-        const unsigned number = below(30), kind = below(5);
+        const unsigned number = below(30), kind = below(5), vlan = below(4);
         Neighbour own;
-        own.vlan = 100 + below(4);
-        if (kind >= 3) // a global IPv6 address belongs to one link
-            own.vlan = 100 + number % 4;
         own.ip = joined(kind == 0 ? "fe80::" : kind < 3 ? "10.1.1." : "2001:db8::", number + 2);
         own.mac = joined("02:00:00:00:01:0", below(6));
+        own.vlan = 100 + (kind < 3 ? vlan : number % 4); // a global IPv6 address is of one link
         own.cvlan = one_in(8) ? 7 : 0;
         own.port = 1 + below(4);
         own.trunk = one_in(4) ? 1 + below(3) : 0;
         return own;
     }
 
-    // Arms a fault on the master and in the model.
-    void arm_both(Fault fault, unsigned nth) {
-        static constexpr const char *requests[] = {"route", "route-del", "nexthop", "nexthop-del"};
-        model.arm(fault, nth);
-        if (fault == Fault::memory)
-            arm(chassis::os::Fault::allocation, nth);
-        else if (fault == Fault::post)
-            arm(chassis::os::Fault::send, 1, 4);
-        else if (fault != Fault::none)
-            arm(requests[unsigned(fault) - unsigned(Fault::route)], 1, one_in(2) ? -1 : 5);
-    }
-    void learn_or_forget(const Neighbour &own, bool learns, Fault fault = Fault::none,
-                         unsigned nth = 0) {
-        arm_both(fault, nth);
-        note_neighbour(learns ? "add" : "del", own);
+    void learn_or_forget(bool learns, const Neighbour &own, const std::string &fault = "") {
+        const unsigned number = fault == "alloc" ? 1 + below(3) : fault == "send" ? 4 : 1;
+        model.arm(fault, number);
+        if (!fault.empty())
+            arm(fault, number, one_in(2) ? -1 : 5);
         const bool refused = model.is_refused();
-        EXPECT_EQ(learns ? learn_host(own) : forget_host(own), refused ? -1 : 0);
+        EXPECT_EQ(tell(learns, own), refused ? -1 : 0);
         if (!refused)
             learns ? model.learn(own) : model.forget(own);
-        model.arm(Fault::none, 0);
+        model.arm("", 0);
         disarm();
     }
     void neighbour() {
-        const bool faulty = one_in(4);
-        learn_or_forget(any_neighbour(), !one_in(3), faulty ? Fault(1 + below(6)) : Fault::none,
-                        1 + below(3));
+        learn_or_forget(!one_in(3), any_neighbour(), one_in(4) ? any_of(faults) : "");
     }
     void forget_one_that_is_there() {
         if (!model.hosts.empty())
-            learn_or_forget(any_of(model.hosts).second.own, false,
-                            one_in(4) ? Fault(3 + below(4)) : Fault::none);
+            learn_or_forget(false, any_of(model.hosts).second.own,
+                            one_in(4) ? faults[first_of_chip + below(4)] : "");
     }
     // More requests than the queue takes.
     void burst() {
         const unsigned room = 1 + below(4);
+        note("# the queue takes ", room, ":");
         master().os.limit_queue(room);
         hold(true);
         for (unsigned i = 0; i < 6; ++i) {
             const Neighbour own = any_neighbour();
-            EXPECT_EQ(learn_host(own), i < room ? 0 : -1);
-            if (i < room) {
-                note_neighbour("add", own);
+            EXPECT_EQ(tell(true, own), i < room ? 0 : -1);
+            if (i < room)
                 model.learn(own);
-            }
         }
-        note("# and more, which the queue does not take");
         hold(false);
         settle();
         master().os.limit_queue(0);
@@ -221,7 +201,7 @@ private:
         const unsigned number = 1 + below(4);
         const bool trunk = one_in(3), up = one_in(2);
         if (one_in(5))
-            arm(chassis::os::Fault::allocation, 1 + below(3));
+            arm("alloc", 1 + below(3));
         note(trunk ? "trunk " : "port ", up ? "up " : "down ", number);
         if (trunk)
             up ? trunk_up(number) : trunk_down(number);
@@ -230,11 +210,11 @@ private:
         disarm();
     }
     void wait_for_an_address() {
-        const Neighbour own = any_neighbour();
-        const dpm_prefix ip = rig::prefix_of(own.ip);
+        const std::string text = any_neighbour().ip;
+        const dpm_prefix ip = rig::prefix_of(text);
         if (one_in(5))
-            arm(chassis::os::Fault::allocation, 1);
-        note("# ", own.ip, " is waited for");
+            arm("alloc");
+        note("# ", text, " is waited for");
         (void)dpm_host_get_index_by_ip(0, 900, &ip);
         disarm();
     }
@@ -242,23 +222,19 @@ private:
     // An interface comes, goes or changes its VRF while no neighbour is on it, as in a suite.
     void interface() {
         const unsigned vlan = 100 + below(4), vrf = below(3);
-        const bool moves = one_in(2), insists = one_in(4);
         std::vector<Neighbour> on_it;
         for (const auto &[key, host] : model.hosts)
             if (host.own.vlan == vlan)
                 on_it.push_back(host.own);
-        const bool present = model.vrf_of.contains(vlan);
-        if (present && on_it.size() > 3 && !insists)
+        if (on_it.size() > 3 && !one_in(4))
             return;
         for (const Neighbour &own : on_it)
-            learn_or_forget(own, false);
-        if (!present) {
-            note("if add ", vlanif(vlan), " vlan ", vlan);
-            add_interface(vlanif(vlan), vlan);
+            learn_or_forget(false, own);
+        if (!model.vrf_of.contains(vlan)) {
+            interface_comes(vlan);
             model.vrf_of[vlan] = 0;
-        } else if (moves) {
-            note("if vrf ", vlanif(vlan), " ", vrf);
-            set_vrf(vlanif(vlan), vrf);
+        } else if (one_in(2)) {
+            interface_moves(vlan, vrf);
             model.vrf_of[vlan] = vrf;
         } else {
             note("if del ", vlanif(vlan));
@@ -277,22 +253,22 @@ private:
     void sub_vlan() {
         const unsigned vlan = 201 + below(5);
         if (one_in(6)) { // deliberate in the library: the block goes with a message of no type
-            note("# sub-VLAN ", vlan, ", by an operation that does not exist");
+            note("# an operation that does not exist on sub-VLAN ", vlan);
             EXPECT_EQ(dpm_api_super_sub_proc(200, vlan, 3), 0);
             settle();
             ++allow().blocks;
-        } else {
-            const bool adds = !one_in(3);
-            note("sub ", adds ? "add" : "del", " 200 ", vlan);
-            adds ? add_sub_vlan(200, vlan) : del_sub_vlan(200, vlan);
+            return;
         }
+        const bool adds = !one_in(3);
+        note("sub ", adds ? "add" : "del", " 200 ", vlan);
+        adds ? add_sub_vlan(200, vlan) : del_sub_vlan(200, vlan);
     }
     // Settings are made on both cards, and again on a card that comes later.
     void settings() {
         const unsigned vrf = 1 + below(4);
         vrf_enable[vrf] = below(2);
         ecmp_hash = below(4);
-        note("vrf ", vrf_enable[vrf] == DPM_ENABLE ? "enable " : "disable ", vrf);
+        note("vrf ", vrf_enable[vrf] ? "enable " : "disable ", vrf);
         note("hash ", ecmp_hash);
         for (rig::Card *card : cards())
             configure(*card);
@@ -310,17 +286,17 @@ private:
         } else if (one_in(3)) {
             standby_goes();
         } else if (one_in(3)) { // it stops taking what is mirrored, and is then replaced
+            using chassis::os::Fault;
             note("# the standby stops taking what is mirrored");
-            standby().os.fail(one_in(2) ? chassis::os::Fault::send : chassis::os::Fault::allocation,
-                              1, 4);
-            learn_or_forget(any_neighbour(), true);
+            standby().os.fail(one_in(2) ? Fault::send : Fault::allocation, 1, 4);
+            learn_or_forget(true, any_neighbour());
             standby_goes();
         } else if (one_in(3)) { // it is found unfit for use
             note("card standby-lost");
             master().peer.set_standby_usable(false);
             note("clock advance 70s");
             advance(70);
-            learn_or_forget(any_neighbour(), true);
+            learn_or_forget(true, any_neighbour());
             standby_goes();
             note("card standby-usable");
             master().peer.set_standby_usable(true);
@@ -334,33 +310,26 @@ private:
 
     // A host whose delete stopped half way has no entry in the chip until it is told of again.
     void mend() {
-        std::vector<Neighbour> halves;
-        for (const auto &[key, host] : model.hosts)
+        for (const auto &[key, host] : std::map(model.hosts))
             if (!host.is_whole)
-                halves.push_back(host.own);
-        for (const Neighbour &own : halves)
-            learn_or_forget(own, one_in(2));
+                learn_or_forget(one_in(2), host.own);
     }
     // Objects that a failed allocation left in the chip: as many as the model knows of.
     void sweep_orphans() {
-        std::vector<std::uint32_t> known, orphans;
+        std::map orphans = master().chip.nexthops;
         for (const dpm_nexthop_entry &entry : nexthops(master()))
-            known.push_back(entry.sdk_index);
-        for (const auto &[index, object] : master().chip.nexthops)
-            if (std::find(known.begin(), known.end(), index) == known.end())
-                orphans.push_back(index);
+            orphans.erase(entry.sdk_index);
         EXPECT_EQ(orphans.size(), std::exchange(model.orphans, 0));
-        for (const std::uint32_t index : orphans)
+        for (const auto &[index, object] : orphans)
             EXPECT_EQ(dal_driver_del_ip_nexthop(index, 0), 0);
     }
     void check() override {
         most_hosts = std::max(most_hosts, model.hosts.size());
         mend();
         sweep_orphans();
-        std::vector<std::string> texts;
+        std::multiset<std::string> texts;
         for (const dpm_host_entry &host : hosts(master()))
-            texts.push_back(joined(rig::text_of(host), " cvlan ", host.cvlan, " vrf ", host.vrf));
-        std::sort(texts.begin(), texts.end());
+            texts.insert(joined(rig::text_of(host), " cvlan ", host.cvlan, " vrf ", host.vrf));
         EXPECT_EQ(texts, model.host_texts());
         EXPECT_EQ(nexthops(master()).size(), model.references.size());
         allow().nexthop_leaks = model.leaked_references;

@@ -18,77 +18,27 @@ using chassis::os::Fault;
 
 namespace {
 
-constexpr unsigned max_replays = 2'000, max_replayed_steps = 600'000;
-constexpr std::size_t shortest_tail = 64, lines_kept = 40, command_columns = 72;
+constexpr unsigned max_replays = 2'000, max_replayed_steps = 400'000;
+constexpr std::size_t shortest_tail = 64, command_columns = 72, script_bytes = 200'000;
 
-class Shrinking {
-public:
-    Shrinking(const MakeWalk &make, unsigned seed, Outcome &failed)
-        : make_(make), seed_(seed), best_(failed) {}
+using Steps = std::vector<unsigned>;
 
-    unsigned replays() {
-        if (!find_tail())
-            return 0;
-        drop_pieces();
-        return replays_;
-    }
-
-private:
-    // What fails becomes the best, without the steps behind its failure.
-    bool fails(const std::vector<unsigned> &steps) {
-        if (replays_ >= max_replays || replayed_steps_ >= max_replayed_steps)
-            return false;
-        ++replays_;
-        replayed_steps_ += unsigned(steps.size());
-        Outcome outcome = take_steps(make_, seed_, steps);
-        if (outcome.failures.empty())
-            return false;
-        best_ = std::move(outcome);
-        return true;
-    }
-
-    // The last steps that fail without those before; false: not even all of them fail again.
-    bool find_tail() {
-        const std::vector<unsigned> all = best_.steps;
-        for (std::size_t length = shortest_tail; length < all.size(); length *= 2)
-            if (fails({all.end() - std::ptrdiff_t(length), all.end()}))
-                return true;
-        return fails(all);
-    }
-
-    // Pieces that the failure does not need are left out, ever smaller ones, and single steps until
-    // none can be spared.
-    void drop_pieces() {
-        for (std::size_t piece = best_.steps.size(); piece > 0;) {
-            const std::size_t before = best_.steps.size();
-            for (std::size_t at = 0; at < best_.steps.size();) {
-                std::vector<unsigned> rest = best_.steps;
-                const auto first = rest.begin() + std::ptrdiff_t(at);
-                rest.erase(first, first + std::ptrdiff_t(std::min(piece, rest.size() - at)));
-                if (!fails(rest))
-                    at += piece;
-            }
-            piece = piece > 1 ? piece / 2 : best_.steps.size() < before;
-        }
-    }
-
-    const MakeWalk &make_;
-    const unsigned seed_;
-    Outcome &best_;
-    unsigned replays_ = 0, replayed_steps_ = 0;
-};
+Steps without(Steps steps, std::size_t at, std::size_t count) {
+    const auto first = steps.begin() + std::ptrdiff_t(at);
+    steps.erase(first, first + std::ptrdiff_t(std::min(count, steps.size() - at)));
+    return steps;
+}
 
 unsigned number_of_environment(const char *name, unsigned otherwise) {
     const char *const text = std::getenv(name);
     return text ? unsigned(std::stoul(text)) : otherwise;
 }
 
-std::vector<unsigned> numbers_of(const std::string &list) {
-    std::vector<unsigned> numbers;
-    std::istringstream texts(list);
-    for (std::string text; std::getline(texts, text, ',');)
-        numbers.push_back(unsigned(std::stoul(text)));
-    return numbers;
+std::string list_of(const Steps &steps) {
+    std::string list;
+    for (const unsigned step : steps)
+        list += joined(list.empty() ? "" : ",", step);
+    return list;
 }
 
 } // namespace
@@ -97,113 +47,126 @@ std::vector<unsigned> numbers_of(const std::string &list) {
 
 void Walk::take_step(unsigned seed, unsigned number) {
     step_ = number;
-    random.state = std::uint64_t(seed) << 32 | number;
+    std::seed_seq seeds{seed, number};
+    random_.seed(seeds);
     if (number % check_every_ == 0) {
         note("# a check");
         return check();
     }
-    unsigned place =
-        below(std::accumulate(deeds.begin(), deeds.end(), 0u,
-                              [](unsigned sum, const Deed &deed) { return sum + deed.weight; }));
-    for (const Deed &deed : deeds) {
-        if (place < deed.weight)
-            return deed.act();
-        place -= deed.weight;
+    unsigned place = 0;
+    for (const auto &[weight, act] : deeds)
+        place += weight;
+    place = below(place);
+    for (const auto &[weight, act] : deeds) {
+        if (place < weight)
+            return act();
+        place -= weight;
     }
 }
 
-// splitmix64, its upper half
-Walk::Random::result_type Walk::Random::operator()() {
-    std::uint64_t mixed = state += 0x9E3779B97F4A7C15;
-    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
-    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
-    return result_type((mixed ^ mixed >> 31) >> 32);
+void Walk::write(std::string command) {
+    if (script.size() > script_bytes) // the last half remains
+        script.erase(0, script.find('\n', script_bytes / 2) + 1);
+    command.resize(std::max(command.size(), command_columns), ' ');
+    script += joined("  ", command, " # ", step_, "\n");
 }
 
 // --- walks ---
 
-Outcome take_steps(const MakeWalk &make, unsigned seed, const std::vector<unsigned> &steps) {
+Outcome take_steps(const MakeWalk &make, unsigned seed, const Steps &steps) {
     using Reporter = ::testing::ScopedFakeTestPartResultReporter;
     ::testing::TestPartResultArray failures;
     const Reporter reporter(Reporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
-    Outcome outcome{.steps = {}, .script = {}, .failures = {}, .walk = make()};
+    Outcome outcome{make(), {}, {}};
     for (std::size_t i = 0; i < steps.size() && failures.size() == 0; ++i) {
         outcome.walk->take_step(seed, steps[i]);
         outcome.steps.push_back(steps[i]);
     }
-    for (int i = 0; i < failures.size(); ++i) {
-        std::ostringstream text;
+    std::ostringstream text;
+    for (int i = 0; i < failures.size(); ++i)
         text << failures.GetTestPartResult(i);
-        outcome.failures.push_back(text.str());
-    }
-    outcome.script = std::move(outcome.walk->script);
-    if (!outcome.failures.empty())
+    outcome.text = std::move(outcome.walk->script) + text.str();
+    if (failures.size() > 0)
         outcome.walk.reset();
     return outcome;
 }
 
 unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
-    return Shrinking(make, seed, failed).replays();
-}
-
-std::string text_of(const Outcome &outcome, unsigned seed) {
-    std::string text = joined("  DPM_WALK_SEED=", seed);
-    for (const unsigned step : outcome.steps)
-        text += joined(step == outcome.steps.front() ? " DPM_WALK_ONLY=" : ",", step);
-    text += "\n";
-    for (Walk::Line line : outcome.script) {
-        line.command.resize(std::max(line.command.size(), command_columns), ' ');
-        text += joined("  ", line.command, " # ", line.step, "\n");
+    unsigned replays = 0, replayed_steps = 0;
+    const auto fails = [&](const Steps &steps) {
+        if (replays == max_replays || replayed_steps > max_replayed_steps)
+            return false;
+        ++replays;
+        replayed_steps += unsigned(steps.size());
+        Outcome outcome = take_steps(make, seed, steps);
+        if (outcome.walk)
+            return false;
+        failed = std::move(outcome);
+        return true;
+    };
+    // The last steps, if need be all.
+    const Steps all = failed.steps;
+    for (std::size_t tail = shortest_tail;; tail *= 2) {
+        if (fails({all.end() - std::ptrdiff_t(std::min(tail, all.size())), all.end()}))
+            break;
+        if (tail >= all.size())
+            return 0;
     }
-    for (const std::string &failure : outcome.failures)
-        text += failure;
-    return text;
+    // Pieces that the failure does not need are left out, ever smaller ones; then pairs, of which
+    // one may be needed for the other alone.
+    for (std::size_t piece = failed.steps.size(); piece > 0; piece /= 2)
+        for (std::size_t at = 0; at < failed.steps.size();)
+            at += fails(without(failed.steps, at, piece)) ? 0 : piece;
+    for (std::size_t at = 0; at < failed.steps.size(); ++at)
+        for (std::size_t other = at; other < failed.steps.size();)
+            other =
+                fails(without(without(failed.steps, other, 1), at, other > at)) ? at : other + 1;
+    return replays;
 }
 
-std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned steps, unsigned check_every) {
+std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length, unsigned check_every) {
     const unsigned seed = number_of_environment("DPM_WALK_SEED", 1);
+    length = number_of_environment("DPM_WALK_STEPS", length) + check_every - 1;
+    Steps steps(length - length % check_every);
+    std::iota(steps.begin(), steps.end(), 1u);
     const char *const only = std::getenv("DPM_WALK_ONLY");
-    steps = number_of_environment("DPM_WALK_STEPS", steps) + check_every - 1;
-    std::vector<unsigned> all(steps - steps % check_every);
-    std::iota(all.begin(), all.end(), 1u);
+    if (only) {
+        steps.clear();
+        std::istringstream list(only);
+        for (unsigned step; list >> step; list.ignore())
+            steps.push_back(step);
+    }
     ::testing::Test::RecordProperty("seed", int(seed));
-    Outcome outcome = take_steps(make, seed, only ? numbers_of(only) : all);
-    if (outcome.failures.empty() && !only)
-        return std::move(outcome.walk);
-    if (outcome.failures.empty()) {
-        std::cout << "these steps pass:\n" << text_of(outcome, seed);
-        return nullptr;
-    }
-    std::string what = "these steps fail";
-    if (!only) {
-        what = joined("the walk fails at step ", unsigned(outcome.steps.size()));
-        if (const unsigned replays = shrink(make, seed, outcome)) {
-            what += joined(", and so do ", unsigned(outcome.steps.size()), " of its steps (",
-                           replays, " replays)");
-        } else {
-            what += ", but not when it is taken again; its last commands";
-            outcome.steps.clear();
-            outcome.script.erase(outcome.script.begin(),
-                                 outcome.script.end() -
-                                     std::min(lines_kept, outcome.script.size()));
-        }
-    }
-    ADD_FAILURE() << what << " (a fault holds for the next command alone):\n"
-                  << text_of(outcome, seed);
+    Outcome outcome = take_steps(make, seed, steps);
+    if (outcome.walk && only)
+        std::cout << "these steps pass:\n" << outcome.text;
+    if (outcome.walk)
+        return only ? nullptr : std::move(outcome.walk);
+    std::string told = joined("DPM_WALK_SEED=", seed, " fails in ", outcome.steps.size(), " steps");
+    if (const unsigned replays = only ? 1 : shrink(make, seed, outcome))
+        told += joined("; as ", replays, " replays show, it does so in\n  DPM_WALK_SEED=", seed,
+                       " DPM_WALK_ONLY=", list_of(outcome.steps),
+                       "\n(a fault holds for the next command alone)\n");
+    else
+        told += ", but not when they are taken again; the last of them were\n";
+    ADD_FAILURE() << told << outcome.text;
     return nullptr;
 }
 
 // --- walks over a shelf ---
 
-void ShelfWalk::arm(Fault kind, unsigned nth, unsigned count) {
-    note("fault ", kind == Fault::send ? "send " : "alloc ", nth, " times ", count);
-    fail(kind, nth, count);
-}
-
-void ShelfWalk::arm(const char *request, unsigned count, int code, unsigned skip) {
-    note("chip refuse ", request, " ", count, skip ? joined(" skip ", skip) : "",
-         code == -1 ? "" : joined(" code ", unsigned(code)));
-    refuse(chassis::chip::request_named(request).value(), count, code, skip);
+void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned skip) {
+    if (what == "alloc") {
+        note("fault alloc ", number);
+        fail(Fault::allocation, number);
+    } else if (what == "send") {
+        note("fault send 1 times ", number);
+        fail(Fault::send, 1, number);
+    } else {
+        note("chip refuse ", what, " ", number, skip ? joined(" skip ", skip) : "",
+             code == -1 ? "" : joined(" code ", unsigned(code)));
+        refuse(chassis::chip::request_named(what).value(), number, code, skip);
+    }
 }
 
 void ShelfWalk::disarm() {
@@ -213,13 +176,22 @@ void ShelfWalk::disarm() {
     fail(Fault::send, 0);
 }
 
-void ShelfWalk::note_neighbour(const char *verb, const Neighbour &own) {
-    const bool adds = verb == std::string("add");
-    note("neigh ", verb, " ", own.ip, " lladdr ", own.mac, " dev ", vlanif(own.vlan),
-         !adds       ? ""
-         : own.trunk ? joined(" trunk ", own.trunk)
-                     : joined(" port ", own.port),
-         " vlan ", own.vlan, adds && own.cvlan ? joined(" cvlan ", own.cvlan) : "");
+void ShelfWalk::interface_comes(unsigned vlan, std::uint32_t type) {
+    note("if add ", vlanif(vlan), " vlan ", vlan, type == DPM_IF_SUPERVLAN ? " super" : "");
+    add_interface(vlanif(vlan), vlan, type);
+}
+
+void ShelfWalk::interface_moves(unsigned vlan, unsigned vrf) {
+    note("if vrf ", vlanif(vlan), " ", vrf);
+    set_vrf(vlanif(vlan), vrf);
+}
+
+int ShelfWalk::tell(bool learns, const Neighbour &own) {
+    const std::string at = own.trunk ? joined(" trunk ", own.trunk) : joined(" port ", own.port);
+    note("neigh ", learns ? "add " : "del ", own.ip, " lladdr ", own.mac, " dev ", vlanif(own.vlan),
+         learns ? at : "", " vlan ", own.vlan,
+         learns && own.cvlan ? joined(" cvlan ", own.cvlan) : "");
+    return learns ? learn_host(own) : forget_host(own);
 }
 
 unsigned ShelfWalk::time_passes(unsigned limit_sec) {

@@ -16,83 +16,60 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace rig {
 
-inline std::string word(std::string text) {
-    return text;
-}
-inline std::string word(unsigned number) {
-    return std::to_string(number);
-}
 // Texts and numbers, one behind the other.
 template <class... Parts> std::string joined(const Parts &...parts) {
-    return (word(parts) + ...);
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
 }
 
 class Walk {
 public:
-    struct Deed {
-        unsigned weight; // beside those of the others
-        std::function<void()> act;
-    };
-    struct Line {
-        unsigned step;
-        std::string command;
-    };
-
     virtual ~Walk() = default;
     void take_step(unsigned seed, unsigned number);
-    std::vector<Line> script; // of the steps taken
+    std::string script; // what the steps did, a line a command
 
 protected:
     explicit Walk(unsigned check_every) : check_every_(check_every) {}
-    std::vector<Deed> deeds;
-
     virtual void check() = 0; // every `check_every` steps, instead of a deed
 
-    template <class... Parts> void note(const Parts &...parts) {
-        script.push_back({step_, joined(parts...)});
-    }
-
-    struct Random { // small to seed, since each step has its own
-        using result_type = std::uint32_t;
-        static constexpr result_type min() { return 0; }
-        static constexpr result_type max() { return UINT32_MAX; }
-        result_type operator()();
-        std::uint64_t state = 0;
-    };
-    Random random;
-    unsigned below(unsigned limit) { return random() % limit; }
+    unsigned below(unsigned limit) { return unsigned(random_() % limit); }
     bool one_in(unsigned chances) { return below(chances) == 0; }
     template <class Set> auto any_of(const Set &set) {
         return *std::next(std::begin(set), below(unsigned(std::size(set))));
     }
+    template <class... Parts> void note(const Parts &...parts) { write(joined(parts...)); }
+
+    std::vector<std::pair<unsigned, std::function<void()>>> deeds; // by weight
 
 private:
+    void write(std::string command);
     const unsigned check_every_;
     unsigned step_ = 0;
+    std::minstd_rand random_; // small to seed
 };
 
 using MakeWalk = std::function<std::unique_ptr<Walk>()>;
 
-// What became of a walk.
 struct Outcome {
+    std::unique_ptr<Walk> walk;  // null: it failed
     std::vector<unsigned> steps; // up to the one that failed
-    std::vector<Walk::Line> script;
-    std::vector<std::string> failures; // none: it passed
-    std::unique_ptr<Walk> walk = {};   // when it passed
+    std::string text;            // script and failures
 };
 
 // Takes steps without marking the running test as failed.
 Outcome take_steps(const MakeWalk &make, unsigned seed, const std::vector<unsigned> &steps);
-// Leaves the fewest steps that are found to fail.  The replays that it took; 0: the same steps pass
+// Leaves the fewest steps that are found to fail.  The replays that it took; 0: all of them pass
 // when they are taken again.
 unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed);
-std::string text_of(const Outcome &outcome, unsigned seed);
 
 // A walk as the environment asks for it; it ends with a check.  One that fails is shrunk and fails
 // the test.  The answer is the walk when it went all the way, else null.
@@ -102,19 +79,21 @@ template <class Kind> std::unique_ptr<Kind> take_walk(unsigned steps) {
     return std::unique_ptr<Kind>(static_cast<Kind *>(walk.release()));
 }
 
-// A walk over a shelf of its own.
+// A walk over a shelf of its own.  Its verbs are noted.
 class ShelfWalk : public Shelf, public Walk {
 protected:
     explicit ShelfWalk(unsigned check_every) : Walk(check_every) { keep_log(false); }
     void TestBody() override {}
 
-    // Faults on the master, noted; a request is named as dpmctl names it.
-    void arm(chassis::os::Fault kind, unsigned nth, unsigned count = 1);
-    void arm(const char *request, unsigned count = 1, int code = -1, unsigned skip = 0);
+    // A fault of the master, until disarm(): "alloc" is the allocation of that number, "send" that
+    // many messages, anything else that many requests of the chip, as dpmctl names them.
+    void arm(const std::string &what, unsigned number = 1, int code = -1, unsigned skip = 0);
     void disarm();
 
     static std::string vlanif(unsigned vlan) { return joined("vlanif", vlan); }
-    void note_neighbour(const char *verb, const Neighbour &own);
+    void interface_comes(unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
+    void interface_moves(unsigned vlan, unsigned vrf);
+    int tell(bool learns, const Neighbour &own);
     unsigned time_passes(unsigned limit_sec); // the seconds
     void line_card_comes();
     void standby_comes(); // or connects again
