@@ -24,10 +24,6 @@ using rig::Neighbour;
 constexpr const char *faults[] = {"alloc", "send", "route", "route-del", "nexthop", "nexthop-del"};
 constexpr unsigned first_of_chip = 2;
 
-bool is_linklocal(const Neighbour &own) {
-    return own.ip.starts_with("fe80:");
-}
-
 class Model {
 public:
     struct Host {
@@ -92,8 +88,7 @@ private:
     }
     Key key_of(const Neighbour &own) {
         const auto vrf = vrf_of.find(own.vlan);
-        const bool ipv6 = own.ip.find(':') != own.ip.npos;
-        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, ipv6 ? own.vlan : 0};
+        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, is_ipv6(own) ? own.vlan : 0};
     }
     static NextHop nexthop_of(const Neighbour &own) {
         return {own.mac, own.vlan, own.cvlan, own.trunk ? own.trunk : own.port};
@@ -135,12 +130,18 @@ public:
     static constexpr unsigned check_every = 64;
 
     RandomWalk() : ShelfWalk(check_every) {
-        deeds = {{400, [this] { neighbour(); }},      {150, [this] { forget_one_that_is_there(); }},
-                 {30, [this] { burst(); }},           {100, [this] { links(); }},
-                 {30, [this] { time_passes(120); }},  {40, [this] { wait_for_an_address(); }},
-                 {60, [this] { interface(); }},       {60, [this] { address(); }},
-                 {30, [this] { sub_vlan(); }},        {10, [this] { settings(); }},
-                 {10, [this] { line_card_comes(); }}, {12, [this] { standby_changes(); }},
+        deeds = {{400, [this] { neighbour(); }},
+                 {150, [this] { forget_one_that_is_there(); }},
+                 {30, [this] { burst(); }},
+                 {100, [this] { links(); }},
+                 {30, [this] { time_passes(0, 120); }},
+                 {40, [this] { wait_for_an_address(); }},
+                 {60, [this] { interface(); }},
+                 {60, [this] { address(); }},
+                 {30, [this] { sub_vlan(); }},
+                 {10, [this] { settings(); }},
+                 {10, [this] { line_card_comes(); }},
+                 {12, [this] { standby_changes(); }},
                  {6, [this] { master_falls(); }}};
         interface_comes(200, DPM_IF_SUPERVLAN);
     }
@@ -169,8 +170,10 @@ private:
         EXPECT_EQ(tell(learns, own), refused ? -1 : 0);
         if (!refused)
             learns ? model.learn(own) : model.forget(own);
+    }
+    void disarm() override {
         model.arm("", 0);
-        disarm();
+        ShelfWalk::disarm();
     }
     void neighbour() {
         learn_or_forget(!one_in(3), any_neighbour(), one_in(4) ? any_of(faults) : "");
@@ -203,11 +206,9 @@ private:
         if (one_in(5))
             arm("alloc", 1 + below(3));
         note(trunk ? "trunk " : "port ", up ? "up " : "down ", number);
-        if (trunk)
-            up ? trunk_up(number) : trunk_down(number);
-        else
-            up ? port_up(number) : port_down(number);
-        disarm();
+        trunk ? up ? trunk_up(number) : trunk_down(number)
+        : up ? port_up(number)
+              : port_down(number);
     }
     void wait_for_an_address() {
         const std::string text = any_neighbour().ip;
@@ -216,20 +217,18 @@ private:
             arm("alloc");
         note("# ", text, " is waited for");
         (void)dpm_host_get_index_by_ip(0, 900, &ip);
-        disarm();
     }
 
     // An interface comes, goes or changes its VRF while no neighbour is on it, as in a suite.
     void interface() {
         const unsigned vlan = 100 + below(4), vrf = below(3);
-        std::vector<Neighbour> on_it;
-        for (const auto &[key, host] : model.hosts)
-            if (host.own.vlan == vlan)
-                on_it.push_back(host.own);
-        if (on_it.size() > 3 && !one_in(4))
+        const auto all = model.hosts;
+        const auto is_on_it = [&](const auto &host) { return host.second.own.vlan == vlan; };
+        if (std::count_if(all.begin(), all.end(), is_on_it) > 3 && !one_in(4))
             return;
-        for (const Neighbour &own : on_it)
-            learn_or_forget(false, own);
+        for (const auto &host : all)
+            if (is_on_it(host))
+                learn_or_forget(false, host.second.own);
         if (!model.vrf_of.contains(vlan)) {
             interface_comes(vlan);
             model.vrf_of[vlan] = 0;
@@ -281,26 +280,23 @@ private:
     }
 
     void standby_changes() {
-        if (!has_standby() || one_in(4)) {
-            standby_comes();
-        } else if (one_in(3)) {
-            standby_goes();
-        } else if (one_in(3)) { // it stops taking what is mirrored, and is then replaced
-            using chassis::os::Fault;
+        using chassis::os::Fault;
+        const unsigned kind = below(8);
+        if (!has_standby() || one_in(4))
+            return standby_comes();
+        if (kind == 0) {
             note("# the standby stops taking what is mirrored");
             standby().os.fail(one_in(2) ? Fault::send : Fault::allocation, 1, 4);
-            learn_or_forget(true, any_neighbour());
-            standby_goes();
-        } else if (one_in(3)) { // it is found unfit for use
-            note("card standby-lost");
+        } else if (kind == 1) {
+            note("card standby-lost"); // it is found unfit for use
             master().peer.set_standby_usable(false);
-            note("clock advance 70s");
-            advance(70);
-            learn_or_forget(true, any_neighbour());
-            standby_goes();
-            note("card standby-usable");
-            master().peer.set_standby_usable(true);
+            time_passes(70, 71);
         }
+        if (kind < 2)
+            learn_or_forget(true, any_neighbour());
+        if (kind < 5)
+            standby_goes();
+        master().peer.set_standby_usable(true);
     }
     void master_falls() {
         mend();

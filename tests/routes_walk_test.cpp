@@ -25,89 +25,20 @@ using rig::Route;
 
 enum class Stretch { plain, few_groups, faulty };
 
-struct Place { // where a neighbour may appear
-    std::string ip;
-    unsigned vlan, vrf;
-    auto operator<=>(const Place &) const = default;
-    bool is_ipv6() const { return ip.find(':') != ip.npos; }
-    bool is_linklocal() const { return ip.starts_with("fe80"); }
-};
+using Members = std::multiset<std::uint32_t>; // next hops
 
-std::vector<Place> all_places() {
-    std::vector<Place> places;
-    const auto add = [&](const char *net, unsigned vlan, unsigned vrf, unsigned count) {
-        for (unsigned i = 2; i < 2 + count; ++i)
-            places.push_back({joined(net, i), vlan, vrf});
-    };
-    add("10.1.1.", 100, 0, 7), add("2001:db8:1::", 100, 0, 7), add("fe80::", 100, 0, 4);
-    add("10.1.2.", 200, 0, 7), add("fe80::", 200, 0, 4);
-    add("10.1.3.", 300, 5, 4), add("2001:db8:3::", 300, 5, 4);
-    return places;
-}
+struct Entry { // a host, or a route that no label entry stands for
+    unsigned vrf;
+    dpm_prefix prefix;
+    Members members;
+    bool is_usable_route;
 
-// What the tables say of an address, read naively.
-class Tables {
-public:
-    using Members = std::multiset<std::uint32_t>; // next hops
-
-    Tables(const std::vector<dpm_host_entry> &hosts, const std::vector<dpm_route_entry> &routes,
-           const std::vector<dpm_ftn> &ftns) {
-        for (const dpm_host_entry &host : hosts)
-            entries_.push_back({host.vrf, host.ip, {host.sdk_index}, false});
-        for (const dpm_route_entry &route : routes)
-            if (std::none_of(ftns.begin(), ftns.end(), [&](const dpm_ftn &ftn) {
-                    return ftn.vrf_id == 0 && ftn.prefixlen == route.destination.prefix_len &&
-                           std::memcmp(ftn.fec_prefix, route.destination.address, 16) == 0;
-                }))
-                entries_.push_back(
-                    {route.vrf, route.destination, resolved(route, hosts), route.sdk_index > 2});
+    bool covers(unsigned in_vrf, const dpm_prefix &ip) const {
+        for (unsigned bit = 0; bit < prefix.prefix_len; ++bit)
+            if ((prefix.address[bit / 8] ^ ip.address[bit / 8]) >> (7 - bit % 8) & 1)
+                return false;
+        return prefix.family == ip.family && vrf == in_vrf;
     }
-    std::string best_route(unsigned vrf, const dpm_prefix &ip) const {
-        const Entry *best = nullptr;
-        for (const Entry &entry : entries_)
-            if (entry.is_usable_route && entry.covers(vrf, ip) &&
-                (!best || entry.prefix.prefix_len > best->prefix.prefix_len))
-                best = &entry;
-        return best ? rig::text_of(best->prefix) : "none";
-    }
-    // The longest prefix that leads somewhere, and the next hops of each entry of that length: a
-    // prefix may stand there several times, with other host bits.
-    std::pair<int, std::set<Members>> lookup(unsigned vrf, const dpm_prefix &ip) const {
-        std::map<int, std::set<Members>> found{{-1, {}}};
-        for (const Entry &entry : entries_)
-            if (!entry.members.empty() && entry.covers(vrf, ip))
-                found[entry.prefix.prefix_len].insert(entry.members);
-        return *found.rbegin();
-    }
-
-private:
-    struct Entry {
-        unsigned vrf;
-        dpm_prefix prefix;
-        Members members;
-        bool is_usable_route;
-
-        bool covers(unsigned in_vrf, const dpm_prefix &ip) const {
-            for (unsigned bit = 0; bit < prefix.prefix_len; ++bit)
-                if ((prefix.address[bit / 8] ^ ip.address[bit / 8]) >> (7 - bit % 8) & 1)
-                    return false;
-            return prefix.family == ip.family && vrf == in_vrf;
-        }
-    };
-    static Members resolved(const dpm_route_entry &route,
-                            const std::vector<dpm_host_entry> &hosts) {
-        Members members;
-        for (unsigned i = 0; i < route.np_num; ++i) {
-            if (route.np[i].family == DPM_FAMILY_NONE)
-                members.insert(2);
-            for (const dpm_host_entry &host : hosts)
-                if (host.vrf == route.vrf && std::memcmp(&host.ip, &route.np[i], 20) == 0 &&
-                    (host.ip.family == DPM_FAMILY_IPV4 || host.ifindex == route.np_ifindex[i]))
-                    members.insert(host.sdk_index);
-        }
-        return members;
-    }
-    std::vector<Entry> entries_;
 };
 
 class RoutesWalk : public rig::ShelfWalk {
@@ -115,16 +46,11 @@ public:
     static constexpr unsigned check_every = 120; // a stretch
 
     RoutesWalk() : ShelfWalk(check_every) {
-        deeds = {{260, [this] { learn(); }},
-                 {160, [this] { forget(); }},
-                 {260, [this] { install(any_route()); }},
-                 {60, [this] { install_again(); }},
-                 {110, [this] { withdraw(); }},
-                 {50, [this] { label(); }},
-                 {45, [this] { unlabel(); }},
-                 {20, [this] { wait(); }},
-                 {10, [this] { line_card_comes(); }},
-                 {10, [this] { has_standby() ? standby_goes() : standby_comes(); }},
+        deeds = {{260, [this] { learn(); }},          {160, [this] { forget(); }},
+                 {260, [this] { install_new(); }},    {60, [this] { install_again(); }},
+                 {110, [this] { withdraw(); }},       {50, [this] { label(); }},
+                 {45, [this] { unlabel(); }},         {20, [this] { wait(); }},
+                 {10, [this] { line_card_comes(); }}, {10, [this] { standby_changes(); }},
                  {15, [this] { master_falls(); }}};
         for (const unsigned vlan : {100u, 200u, 300u})
             interface_comes(vlan);
@@ -153,26 +79,38 @@ private:
                                                    {47, 48, 63, 64, 126, 128}};
         return joined(any_address(ipv6, vrf), "/", lengths[ipv6][below(6)]);
     }
+    Neighbour any_neighbour() {
+        static constexpr std::pair<const char *, unsigned> nets[] = {
+            {"10.1.1.", 100}, {"2001:db8:1::", 100}, {"10.1.2.", 200}, // with more neighbours
+            {"10.1.3.", 300}, {"2001:db8:3::", 300}, {"fe80::", 100},  {"fe80::", 200}};
+        const unsigned kind = below(37), net = kind < 21 ? kind / 7 : 3 + (kind - 21) / 4;
+        Neighbour own{.ip = joined(nets[net].first, 2 + below(net < 3 ? 7 : 4))};
+        own.vlan = nets[net].second;
+        own.mac = joined("02:00:00:00:01:0", below(8));
+        own.port = 1 + below(3);
+        return own;
+    }
+    static unsigned vrf_of(const Neighbour &own) { return own.vlan == 300 ? 5 : 0; }
     Route any_route() {
         const bool ipv6 = one_in(3);
         const unsigned vrf = one_in(6) ? 5 : 0;
         Route route{.prefix = any_prefix(ipv6, vrf), .via = {}, .vrf = vrf, .type = below(14)};
         if (one_in(12))
             route.prefix = ipv6 ? "::/0" : "0.0.0.0/0";
-        std::set<Place> via;
+        std::set<std::string> via;
         for (unsigned count = one_in(3) ? 1 + below(7) : 1 + below(2); via.size() < count;) {
-            const Place place = any_of(places);
-            if (place.is_ipv6() == ipv6 && via.insert(place).second)
-                route.via.push_back({place.ip, vlanif(place.vlan)});
+            const Neighbour own = any_neighbour();
+            if (is_ipv6(own) == ipv6 && via.insert(joined(own.ip, own.vlan)).second)
+                route.via.push_back({own.ip, vlanif(own.vlan)});
         }
         if (one_in(20))
-            route.via.insert(route.via.begin() + below(unsigned(via.size())), {"", "vlanif100"});
+            route.via.insert(route.via.begin() + below(unsigned(via.size()) + 1),
+                             {"", "vlanif100"});
         // To a host's address, where the chip lets it go: else it would stand beside the host.  Its
         // own interface is asked for the host.
-        const Place to = any_of(places);
-        if (one_in(15) && stretch != Stretch::faulty && to.is_ipv6() == ipv6 &&
-            !to.is_linklocal()) {
-            route.prefix = to.ip, route.vrf = to.vrf;
+        const Neighbour to = any_neighbour();
+        if (one_in(15) && stretch != Stretch::faulty && is_ipv6(to) == ipv6 && !is_linklocal(to)) {
+            route.prefix = to.ip, route.vrf = vrf_of(to);
             route.via.insert(route.via.begin(), {"", vlanif(to.vlan)});
         }
         if (route.via.size() > DPM_ROUTE_GATEWAYS)
@@ -206,35 +144,28 @@ private:
             arm("alloc", any_of(allocations));
     }
     void learn() {
-        const Place place = any_of(places);
-        const Neighbour own{.ip = place.ip,
-                            .mac = joined("02:00:00:00:01:0", below(8)),
-                            .vlan = place.vlan,
-                            .port = 1 + below(3)};
+        const Neighbour own = any_neighbour();
         arm_any(1, {1, 3, 4, 5}); // a second block that fails leaves an object, on purpose
         tell(true, own);
-        disarm();
-        present[place] = own;
-        routes_there.erase({place.vrf, place.ip});
+        present[{own.ip, own.vlan}] = own;
+        routes_there.erase({vrf_of(own), own.ip});
     }
     void forget() {
         if (present.empty())
             return;
-        const auto [place, own] = any_of(present);
+        const Neighbour own = any_of(present).second;
         arm_any(0, {1});
         tell(false, own);
-        disarm();
-        present.erase(place);
+        present.erase({own.ip, own.vlan});
     }
     void install(const Route &route) {
         arm_any(0, {1, 2, 3, 4, 5});
         note("route add ", route.prefix, " vrf ", route.vrf, " type ", route.type,
              gateways_of(route, true));
         add_route(route);
-        disarm();
         const Key key = key_of(route);
         if (std::any_of(present.begin(), present.end(), [&](const auto &host) {
-                return key == Key(host.first.vrf, host.first.ip);
+                return key == Key(vrf_of(host.second), host.second.ip);
             }))
             return; // a host wins
         Installed &there = routes_there.try_emplace(key, Installed{route, 0}).first->second;
@@ -242,17 +173,19 @@ private:
             there.route = route;
         there.expires = 0;
     }
+    void install_new() { install(any_route()); }
     void install_again() {
         if (!routes_there.empty())
             install(any_of(routes_there).second.route);
     }
     void withdraw() {
         const bool any = routes_there.empty() || one_in(10);
-        const Route route = any ? any_route() : any_of(routes_there).second.route;
         arm_any(0, {1});
+        withdraw(any ? any_route() : any_of(routes_there).second.route);
+    }
+    void withdraw(const Route &route) {
         note("route del ", route.prefix, " vrf ", route.vrf);
         del_route(route);
-        disarm();
         routes_there.erase(key_of(route));
     }
     void label() {
@@ -275,7 +208,6 @@ private:
             add_ilm(ilm);
             incoming.insert(ilm.label);
         }
-        disarm();
     }
     void unlabel() {
         if (labels.empty())
@@ -291,13 +223,18 @@ private:
             del_ilm(ilm);
             incoming.erase(ilm.label);
         }
-        disarm();
     }
     void wait() {
-        now += time_passes(300);
+        now += time_passes(0, 300);
         std::erase_if(routes_there, [this](const auto &there) {
             return there.second.expires && there.second.expires <= now;
         });
+    }
+    void standby_changes() {
+        if (!has_standby())
+            standby_comes();
+        else if (one_in(2))
+            standby_goes();
     }
     void master_falls() {
         // What was refused is known to the master alone.
@@ -325,12 +262,9 @@ private:
         static constexpr const char *names[] = {"plain", "of few groups", "faulty"};
         note("# the next stretch is ", names[unsigned(next)]);
         stretch = next;
-        for (const Place &place : places)
-            if (const auto there = routes_there.find({place.vrf, place.ip});
-                stretch == Stretch::faulty && there != routes_there.end()) {
-                del_route(there->second.route);
-                routes_there.erase(there);
-            }
+        for (const auto &[key, installed] : std::map(routes_there))
+            if (stretch == Stretch::faulty && key.second.find('/') == key.second.npos)
+                withdraw(installed.route); // it might be to a host's address
         if (stretch == Stretch::few_groups)
             for (std::size_t taken = groups(master()).size(); taken < 1020; ++taken) {
                 held.push_back(0);
@@ -359,6 +293,8 @@ private:
         allow().routes_adrift = false;
     }
 
+    // --- comparisons ---
+
     // The routes with the model, and what becomes of some addresses with the tables.
     void compare(bool forwards) {
         std::set<Key> wanted, found;
@@ -369,37 +305,71 @@ private:
         EXPECT_EQ(found, wanted);
         most_routes = std::max(most_routes, found.size());
         check_laws();
-        const Tables tables(hosts(master()), routes(master()), ftns(master()));
+        const std::vector<Entry> tables = entries();
         for (unsigned i = 0; i < 24; ++i) {
-            const Place place = any_of(places);
-            const bool to_host = one_in(4) && !place.is_linklocal();
+            const Neighbour own = any_neighbour();
+            const bool to_host = one_in(4) && !is_linklocal(own);
             const unsigned vrf = one_in(4) ? 5 : 0;
-            const std::string ip = to_host ? place.ip : any_address(one_in(2), vrf, 4);
-            const dpm_prefix address = rig::prefix_of(ip);
-            const dpm_route_entry *const best = dpm_route_find_best_route(vrf, &address);
-            EXPECT_EQ(best ? rig::text_of(best->destination) : "none",
-                      tables.best_route(vrf, address))
-                << ip << " vrf " << vrf;
-            if (forwards)
-                compare_forwarding(tables, vrf, address);
+            const std::string ip = to_host ? own.ip : any_address(one_in(2), vrf, 4);
+            SCOPED_TRACE(joined(ip, " vrf ", vrf));
+            compare_lookups(tables, vrf, rig::prefix_of(ip), forwards);
         }
     }
-    void compare_forwarding(const Tables &tables, unsigned vrf, const dpm_prefix &ip) {
-        const auto [length, nexthops] = tables.lookup(vrf, ip);
-        const auto answer = master().chip.lookup(std::int32_t(vrf), ip.family, ip.address);
-        ++asked;
-        ASSERT_EQ(answer ? int(answer->entry.prefix_len) : -1, length)
-            << rig::text_of(ip) << " vrf " << vrf;
-        if (!answer)
+    std::vector<Entry> entries() {
+        std::vector<Entry> all;
+        for (const dpm_host_entry &host : hosts(master()))
+            all.push_back({host.vrf, host.ip, {host.sdk_index}, false});
+        const auto labels = ftns(master());
+        for (const dpm_route_entry &route : routes(master()))
+            if (std::none_of(labels.begin(), labels.end(), [&](const dpm_ftn &ftn) {
+                    return ftn.vrf_id == 0 && ftn.prefixlen == route.destination.prefix_len &&
+                           std::memcmp(ftn.fec_prefix, route.destination.address, 16) == 0;
+                }))
+                all.push_back({route.vrf, route.destination, resolved(route), route.sdk_index > 2});
+        return all;
+    }
+    Members resolved(const dpm_route_entry &route) {
+        Members members;
+        const auto all_hosts = hosts(master());
+        for (unsigned i = 0; i < route.np_num; ++i) {
+            if (route.np[i].family == DPM_FAMILY_NONE)
+                members.insert(2);
+            for (const dpm_host_entry &host : all_hosts)
+                if (host.vrf == route.vrf && std::memcmp(&host.ip, &route.np[i], 20) == 0 &&
+                    (host.ip.family == DPM_FAMILY_IPV4 || host.ifindex == route.np_ifindex[i]))
+                    members.insert(host.sdk_index);
+        }
+        return members;
+    }
+    // The longest prefix that leads somewhere counts; it may stand there several times, with other
+    // host bits.
+    void compare_lookups(const std::vector<Entry> &tables, unsigned vrf, const dpm_prefix &ip,
+                         bool forwards) {
+        std::string usable = "none";
+        std::map<int, std::set<Members>> reached{{-1, {}}}; // by length
+        int longest = -1;
+        for (const Entry &entry : tables) {
+            const int length = entry.prefix.prefix_len;
+            if (!entry.covers(vrf, ip))
+                continue;
+            if (entry.is_usable_route && length > longest)
+                longest = length, usable = rig::text_of(entry.prefix);
+            if (!entry.members.empty())
+                reached[length].insert(entry.members);
+        }
+        const dpm_route_entry *const best = dpm_route_find_best_route(vrf, &ip);
+        EXPECT_EQ(best ? rig::text_of(best->destination) : "none", usable);
+        if (!forwards)
             return;
-        ++forwarded;
-        EXPECT_TRUE(nexthops.contains({answer->members.begin(), answer->members.end()}))
-            << rig::text_of(ip) << " vrf " << vrf;
+        const auto answer = master().chip.lookup(std::int32_t(vrf), ip.family, ip.address);
+        ++asked, forwarded += answer.has_value();
+        const auto &[length, nexthops] = *reached.rbegin();
+        EXPECT_EQ(answer ? int(answer->entry.prefix_len) : -1, length);
+        EXPECT_TRUE(!answer || nexthops.contains({answer->members.begin(), answer->members.end()}));
     }
 
-    const std::vector<Place> places = all_places();
     Stretch stretch = Stretch::plain;
-    std::map<Place, Neighbour> present;
+    std::map<std::pair<std::string, unsigned>, Neighbour> present; // by address and VLAN
     std::map<Key, Installed> routes_there;
     std::vector<Ftn> labels;
     std::set<unsigned> incoming;

@@ -18,7 +18,8 @@ using chassis::os::Fault;
 
 namespace {
 
-constexpr unsigned max_replays = 2'000, max_replayed_steps = 400'000;
+// What shrinking may take, in steps; a replay takes some more.
+constexpr std::size_t steps_to_replay = 500'000, steps_of_a_replay = 100;
 constexpr std::size_t shortest_tail = 64, command_columns = 72, script_bytes = 200'000;
 
 using Steps = std::vector<unsigned>;
@@ -58,8 +59,10 @@ void Walk::take_step(unsigned seed, unsigned number) {
         place += weight;
     place = below(place);
     for (const auto &[weight, act] : deeds) {
-        if (place < weight)
-            return act();
+        if (place < weight) {
+            act();
+            return disarm();
+        }
         place -= weight;
     }
 }
@@ -92,12 +95,15 @@ Outcome take_steps(const MakeWalk &make, unsigned seed, const Steps &steps) {
 }
 
 unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
-    unsigned replays = 0, replayed_steps = 0;
+    const Steps all = failed.steps;
+    std::size_t budget = 2 * all.size() + steps_to_replay;
+    unsigned replays = 0;
     const auto fails = [&](const Steps &steps) {
-        if (replays == max_replays || replayed_steps > max_replayed_steps)
+        const std::size_t cost = steps.size() + steps_of_a_replay;
+        if (budget < cost)
             return false;
+        budget -= cost;
         ++replays;
-        replayed_steps += unsigned(steps.size());
         Outcome outcome = take_steps(make, seed, steps);
         if (outcome.walk)
             return false;
@@ -105,7 +111,6 @@ unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
         return true;
     };
     // The last steps, if need be all.
-    const Steps all = failed.steps;
     for (std::size_t tail = shortest_tail;; tail *= 2) {
         if (fails({all.end() - std::ptrdiff_t(std::min(tail, all.size())), all.end()}))
             break;
@@ -194,8 +199,8 @@ int ShelfWalk::tell(bool learns, const Neighbour &own) {
     return learns ? learn_host(own) : forget_host(own);
 }
 
-unsigned ShelfWalk::time_passes(unsigned limit_sec) {
-    const unsigned seconds = below(limit_sec);
+unsigned ShelfWalk::time_passes(unsigned from_sec, unsigned to_sec) {
+    const unsigned seconds = from_sec + below(to_sec - from_sec);
     note("clock advance ", seconds, "s");
     advance(seconds);
     return seconds;

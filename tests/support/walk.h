@@ -40,6 +40,7 @@ public:
 protected:
     explicit Walk(unsigned check_every) : check_every_(check_every) {}
     virtual void check() = 0; // every `check_every` steps, instead of a deed
+    virtual void disarm() {}  // behind each deed
 
     unsigned below(unsigned limit) { return unsigned(random_() % limit); }
     bool one_in(unsigned chances) { return below(chances) == 0; }
@@ -79,22 +80,29 @@ template <class Kind> std::unique_ptr<Kind> take_walk(unsigned steps) {
     return std::unique_ptr<Kind>(static_cast<Kind *>(walk.release()));
 }
 
+inline bool is_ipv6(const Neighbour &own) {
+    return own.ip.find(':') != own.ip.npos;
+}
+inline bool is_linklocal(const Neighbour &own) {
+    return own.ip.starts_with("fe80:");
+}
+
 // A walk over a shelf of its own.  Its verbs are noted.
 class ShelfWalk : public Shelf, public Walk {
 protected:
     explicit ShelfWalk(unsigned check_every) : Walk(check_every) { keep_log(false); }
     void TestBody() override {}
 
-    // A fault of the master, until disarm(): "alloc" is the allocation of that number, "send" that
-    // many messages, anything else that many requests of the chip, as dpmctl names them.
+    // A fault of the master, until the deed ends: "alloc" is the allocation of that number, "send"
+    // that many messages, anything else that many requests of the chip, as dpmctl names them.
     void arm(const std::string &what, unsigned number = 1, int code = -1, unsigned skip = 0);
-    void disarm();
+    void disarm() override;
 
     static std::string vlanif(unsigned vlan) { return joined("vlanif", vlan); }
     void interface_comes(unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
     void interface_moves(unsigned vlan, unsigned vrf);
     int tell(bool learns, const Neighbour &own);
-    unsigned time_passes(unsigned limit_sec); // the seconds
+    unsigned time_passes(unsigned from_sec, unsigned to_sec); // the seconds
     void line_card_comes();
     void standby_comes(); // or connects again
     void standby_goes();
