@@ -43,15 +43,13 @@ struct Entry { // a host, or a route that no label entry stands for
 
 class RoutesWalk : public rig::ShelfWalk {
 public:
-    static constexpr unsigned check_every = 120; // a stretch
-
-    RoutesWalk() : ShelfWalk(check_every) {
+    RoutesWalk() {
         deeds = {{260, [this] { learn(); }},          {160, [this] { forget(); }},
                  {260, [this] { install_new(); }},    {60, [this] { install_again(); }},
                  {110, [this] { withdraw(); }},       {50, [this] { label(); }},
                  {45, [this] { unlabel(); }},         {20, [this] { wait(); }},
                  {10, [this] { line_card_comes(); }}, {10, [this] { standby_changes(); }},
-                 {15, [this] { master_falls(); }}};
+                 {15, [this] { master_falls(); }},    {8, [this] { end_stretch(); }}};
         for (const unsigned vlan : {100u, 200u, 300u})
             interface_comes(vlan);
         interface_moves(300, 5);
@@ -191,12 +189,10 @@ private:
     void label() {
         const Ilm ilm{.label = 100 + below(20), .flags = 1 + below(2)};
         Ftn ftn{.prefix = any_prefix(one_in(3), 0), .nhop = one_in(2) ? "10.1.1.2" : "10.1.1.3"};
-        std::vector<std::string> taken;
-        for (const auto &[key, installed] : routes_there)
-            if (key.first == 0 && !key.second.ends_with("/0"))
-                taken.push_back(key.second);
-        if (!taken.empty() && !one_in(4))
-            ftn.prefix = any_of(taken);
+        if (!routes_there.empty() && !one_in(5))
+            if (const Key key = any_of(routes_there).first;
+                !key.first && !key.second.ends_with("/0"))
+                ftn.prefix = key.second;
         if (one_in(5))
             ftn.vrf = 5;
         arm_any(0, {1});
@@ -225,7 +221,9 @@ private:
         }
     }
     void wait() {
-        now += time_passes(0, 300);
+        const unsigned seconds = below(300);
+        time_passes(seconds);
+        now += seconds;
         std::erase_if(routes_there, [this](const auto &there) {
             return there.second.expires && there.second.expires <= now;
         });
@@ -247,7 +245,8 @@ private:
 
     // --- stretches ---
 
-    void check() override {
+    void end_stretch() {
+        note("# a check");
         if (stretch == Stretch::few_groups) {
             allow().group_leaks = unsigned(held.size());
             allow().routes_adrift = true;

@@ -22,8 +22,6 @@ namespace {
 constexpr std::size_t steps_to_replay = 500'000, steps_of_a_replay = 100;
 constexpr std::size_t shortest_tail = 64, command_columns = 72, script_bytes = 200'000;
 
-using Steps = std::vector<unsigned>;
-
 Steps without(Steps steps, std::size_t at, std::size_t count) {
     const auto first = steps.begin() + std::ptrdiff_t(at);
     steps.erase(first, first + std::ptrdiff_t(std::min(count, steps.size() - at)));
@@ -50,10 +48,6 @@ void Walk::take_step(unsigned seed, unsigned number) {
     step_ = number;
     std::seed_seq seeds{seed, number};
     random_.seed(seeds);
-    if (number % check_every_ == 0) {
-        note("# a check");
-        return check();
-    }
     unsigned place = 0;
     for (const auto &[weight, act] : deeds)
         place += weight;
@@ -75,6 +69,12 @@ void Walk::write(std::string command) {
 }
 
 // --- walks ---
+
+Steps steps_up_to(unsigned last) {
+    Steps steps(last);
+    std::iota(steps.begin(), steps.end(), 1u);
+    return steps;
+}
 
 Outcome take_steps(const MakeWalk &make, unsigned seed, const Steps &steps) {
     using Reporter = ::testing::ScopedFakeTestPartResultReporter;
@@ -129,18 +129,13 @@ unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
     return replays;
 }
 
-std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length, unsigned check_every) {
+std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
     const unsigned seed = number_of_environment("DPM_WALK_SEED", 1);
-    length = number_of_environment("DPM_WALK_STEPS", length) + check_every - 1;
-    Steps steps(length - length % check_every);
-    std::iota(steps.begin(), steps.end(), 1u);
     const char *const only = std::getenv("DPM_WALK_ONLY");
-    if (only) {
-        steps.clear();
-        std::istringstream list(only);
-        for (unsigned step; list >> step; list.ignore())
-            steps.push_back(step);
-    }
+    Steps steps = steps_up_to(only ? 0 : number_of_environment("DPM_WALK_STEPS", length));
+    std::istringstream list(only ? only : "");
+    for (unsigned step; list >> step; list.ignore())
+        steps.push_back(step);
     ::testing::Test::RecordProperty("seed", int(seed));
     Outcome outcome = take_steps(make, seed, steps);
     if (outcome.walk && only)
@@ -199,11 +194,9 @@ int ShelfWalk::tell(bool learns, const Neighbour &own) {
     return learns ? learn_host(own) : forget_host(own);
 }
 
-unsigned ShelfWalk::time_passes(unsigned from_sec, unsigned to_sec) {
-    const unsigned seconds = from_sec + below(to_sec - from_sec);
+void ShelfWalk::time_passes(unsigned seconds) {
     note("clock advance ", seconds, "s");
     advance(seconds);
-    return seconds;
 }
 
 void ShelfWalk::line_card_comes() {

@@ -1,11 +1,11 @@
 // Random walks: steps drawn from a seed, a model that knows what each of them must lead to, and a
 // short script when one leads elsewhere.
 //
-// A walk is a list of step numbers.  A step draws from the seed and its own number alone, so others
-// can be left out and it stays what it was, but for choices among what is there; each deed decides
-// by the model.  Every so many steps one is a check.  A walk that fails is taken again, from the
-// beginning, with ever fewer of its steps, as long as it fails at all.  What is left is printed in
-// the words that dpmctl reads.
+// A walk is a list of step numbers.  Each step is a deed, drawn by weight from the seed and its own
+// number alone: others can be left out and it stays what it was, but for choices among what is
+// there; each deed decides by the model.  One of them looks whether everything is as it should be.
+// A walk that fails is taken again, from the beginning, with ever fewer of its steps, as long as it
+// fails at all.  What is left is printed in the words that dpmctl reads.
 //
 //   DPM_WALK_SEED    another walk (1)           DPM_WALK_STEPS   how far to walk
 //   DPM_WALK_ONLY    3,17,64: these steps alone, as the script of a failure names them
@@ -38,9 +38,7 @@ public:
     std::string script; // what the steps did, a line a command
 
 protected:
-    explicit Walk(unsigned check_every) : check_every_(check_every) {}
-    virtual void check() = 0; // every `check_every` steps, instead of a deed
-    virtual void disarm() {}  // behind each deed
+    virtual void disarm() {} // behind each deed
 
     unsigned below(unsigned limit) { return unsigned(random_() % limit); }
     bool one_in(unsigned chances) { return below(chances) == 0; }
@@ -53,30 +51,32 @@ protected:
 
 private:
     void write(std::string command);
-    const unsigned check_every_;
     unsigned step_ = 0;
     std::minstd_rand random_; // small to seed
 };
 
 using MakeWalk = std::function<std::unique_ptr<Walk>()>;
+using Steps = std::vector<unsigned>;
+
+Steps steps_up_to(unsigned last); // from 1
 
 struct Outcome {
-    std::unique_ptr<Walk> walk;  // null: it failed
-    std::vector<unsigned> steps; // up to the one that failed
-    std::string text;            // script and failures
+    std::unique_ptr<Walk> walk; // null: it failed
+    Steps steps;                // up to the one that failed
+    std::string text;           // script and failures
 };
 
 // Takes steps without marking the running test as failed.
-Outcome take_steps(const MakeWalk &make, unsigned seed, const std::vector<unsigned> &steps);
+Outcome take_steps(const MakeWalk &make, unsigned seed, const Steps &steps);
 // Leaves the fewest steps that are found to fail.  The replays that it took; 0: all of them pass
 // when they are taken again.
 unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed);
 
-// A walk as the environment asks for it; it ends with a check.  One that fails is shrunk and fails
-// the test.  The answer is the walk when it went all the way, else null.
-std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned steps, unsigned check_every);
-template <class Kind> std::unique_ptr<Kind> take_walk(unsigned steps) {
-    auto walk = take_walk([] { return std::make_unique<Kind>(); }, steps, Kind::check_every);
+// A walk as the environment asks for it.  One that fails is shrunk and fails the test.  The answer
+// is the walk when it went all the way, else null.
+std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length);
+template <class Kind> std::unique_ptr<Kind> take_walk(unsigned length) {
+    auto walk = take_walk([] { return std::make_unique<Kind>(); }, length);
     return std::unique_ptr<Kind>(static_cast<Kind *>(walk.release()));
 }
 
@@ -90,11 +90,11 @@ inline bool is_linklocal(const Neighbour &own) {
 // A walk over a shelf of its own.  Its verbs are noted.
 class ShelfWalk : public Shelf, public Walk {
 protected:
-    explicit ShelfWalk(unsigned check_every) : Walk(check_every) { keep_log(false); }
+    ShelfWalk() { keep_log(false); }
     void TestBody() override {}
 
     // A fault of the master, until the deed ends: "alloc" is the allocation of that number, "send"
-    // that many messages, anything else that many requests of the chip, as dpmctl names them.
+    // so many messages, anything else so many requests of the chip, as dpmctl names them.
     void arm(const std::string &what, unsigned number = 1, int code = -1, unsigned skip = 0);
     void disarm() override;
 
@@ -102,7 +102,7 @@ protected:
     void interface_comes(unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
     void interface_moves(unsigned vlan, unsigned vrf);
     int tell(bool learns, const Neighbour &own);
-    unsigned time_passes(unsigned from_sec, unsigned to_sec); // the seconds
+    void time_passes(unsigned seconds);
     void line_card_comes();
     void standby_comes(); // or connects again
     void standby_goes();
