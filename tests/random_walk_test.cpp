@@ -40,6 +40,10 @@ public:
     void arm(const std::string &fault, unsigned nth) { fault_ = fault, nth_ = nth; }
     bool is_refused() { return strikes("alloc") || strikes("send"); }
 
+    Key key_of(const Neighbour &own) const {
+        const auto vrf = vrf_of.find(own.vlan);
+        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, is_ipv6(own) ? own.vlan : 0};
+    }
     void learn(const Neighbour &own) {
         if (!vrf_of.contains(own.vlan))
             return;
@@ -97,10 +101,6 @@ private:
             return false;
         fault_ = "";
         return true;
-    }
-    Key key_of(const Neighbour &own) {
-        const auto vrf = vrf_of.find(own.vlan);
-        return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, is_ipv6(own) ? own.vlan : 0};
     }
     static NextHop nexthop_of(const Neighbour &own) {
         return {own.mac, own.vlan, own.cvlan, own.trunk ? own.trunk : own.port};
@@ -170,9 +170,10 @@ private:
         learn_or_forget(!one_in(3), any_neighbour(), one_in(4) ? any_of(faults) : "");
     }
     void forget_one_that_is_there() {
+        const Neighbour own = any_neighbour();
+        const std::string fault = one_in(4) ? faults[first_of_chip + below(4)] : "";
         if (!model.hosts.empty())
-            learn_or_forget(false, any_of(model.hosts).second.own,
-                            one_in(4) ? faults[first_of_chip + below(4)] : "");
+            learn_or_forget(false, next_to(model.hosts, model.key_of(own))->second.own, fault);
     }
     // More requests than the queue takes.
     void burst() {

@@ -149,10 +149,11 @@ private:
         routes_there.erase({vrf_of(own), own.ip});
     }
     void forget() {
+        const Neighbour near = any_neighbour();
+        arm_any(0, {1});
         if (present.empty())
             return;
-        const Neighbour own = any_of(present).second;
-        arm_any(0, {1});
+        const Neighbour own = next_to(present, {near.ip, near.vlan})->second;
         tell(false, own);
         present.erase({own.ip, own.vlan});
     }
@@ -172,14 +173,14 @@ private:
         there.expires = 0;
     }
     void install_new() { install(any_route()); }
-    void install_again() {
-        if (!routes_there.empty())
-            install(any_of(routes_there).second.route);
-    }
+    void install_again() { install(route_there()); }
     void withdraw() {
-        const bool any = routes_there.empty() || one_in(10);
         arm_any(0, {1});
-        withdraw(any ? any_route() : any_of(routes_there).second.route);
+        withdraw(one_in(10) ? any_route() : route_there());
+    }
+    Route route_there() { // or that might be, when there is none
+        const Route route = any_route();
+        return routes_there.empty() ? route : next_to(routes_there, key_of(route))->second.route;
     }
     void withdraw(const Route &route) {
         note("route del ", route.prefix, " vrf ", route.vrf);
@@ -189,16 +190,15 @@ private:
     void label() {
         const Ilm ilm{.label = 100 + below(20), .flags = 1 + below(2)};
         Ftn ftn{.prefix = any_prefix(one_in(3), 0), .nhop = one_in(2) ? "10.1.1.2" : "10.1.1.3"};
-        if (!routes_there.empty() && !one_in(5))
-            if (const Key key = any_of(routes_there).first;
-                !key.first && !key.second.ends_with("/0"))
-                ftn.prefix = key.second;
+        const Route route = route_there();
+        if (!one_in(5) && route.vrf == 0 && !route.prefix.ends_with("/0"))
+            ftn.prefix = route.prefix;
         if (one_in(5))
             ftn.vrf = 5;
         arm_any(0, {1});
         note("# a label for ", ftn.prefix, " via ", ftn.nhop, " vrf ", ftn.vrf);
         add_ftn(ftn);
-        labels.push_back(ftn);
+        labels.emplace(ftn.prefix, ftn);
         if (one_in(3)) {
             note("# incoming label ", ilm.label, ilm.flags == DPM_LABEL_WAITING ? " waits" : "");
             add_ilm(ilm);
@@ -206,15 +206,18 @@ private:
         }
     }
     void unlabel() {
+        const std::string prefix = route_there().prefix;
+        const unsigned label = 100 + below(20);
+        arm_any(0, {1});
         if (labels.empty())
             return;
-        const auto ftn = labels.begin() + below(unsigned(labels.size()));
-        arm_any(0, {1});
-        note("# no label for ", ftn->prefix, " via ", ftn->nhop, " vrf ", ftn->vrf);
-        del_ftn(*ftn);
-        labels.erase(ftn);
+        const auto place = next_to(labels, prefix);
+        const Ftn ftn = place->second;
+        labels.erase(place);
+        note("# no label for ", ftn.prefix, " via ", ftn.nhop, " vrf ", ftn.vrf);
+        del_ftn(ftn);
         if (!incoming.empty() && one_in(2)) {
-            const Ilm ilm{.label = any_of(incoming)};
+            const Ilm ilm{.label = *next_to(incoming, label)};
             note("# no incoming label ", ilm.label);
             del_ilm(ilm);
             incoming.erase(ilm.label);
@@ -273,7 +276,7 @@ private:
     }
     // Everything is taken away, and what was adrift is sound again.
     void clear() {
-        for (const Ftn &ftn : std::exchange(labels, {}))
+        for (const auto &[prefix, ftn] : std::exchange(labels, {}))
             del_ftn(ftn);
         for (const dpm_route_entry &route : routes(master())) {
             const std::string prefix = rig::text_of(route.destination);
@@ -370,7 +373,7 @@ private:
     Stretch stretch = Stretch::plain;
     std::map<std::pair<std::string, unsigned>, Neighbour> present; // by address and VLAN
     std::map<Key, Installed> routes_there;
-    std::vector<Ftn> labels;
+    std::multimap<std::string, Ftn> labels; // by prefix
     std::set<unsigned> incoming;
     std::vector<std::int32_t> held; // groups of nobody
     unsigned now = 0;

@@ -2,8 +2,8 @@
 // short script when one leads elsewhere.
 //
 // A walk is a list of step numbers.  Each step is a deed, drawn by weight from the seed and its own
-// number alone: others can be left out and it stays what it was, but for choices among what is
-// there; each deed decides by the model.  One of them looks whether everything is as it should be.
+// number alone, so that others can be left out and it stays what it was.  What it does beyond that
+// it decides by the model.  One of the deeds looks whether everything is as it should be.
 // A walk that fails is taken again, from the beginning, with ever fewer of its steps, as long as it
 // fails at all.  What is left is printed in the words that dpmctl reads.
 //
@@ -44,6 +44,11 @@ protected:
     bool one_in(unsigned chances) { return below(chances) == 0; }
     template <class Set> auto any_of(const Set &set) {
         return *std::next(std::begin(set), below(unsigned(std::size(set))));
+    }
+    // One of those that are there: the choice stays the same when most of the others are not.
+    template <class Set> static auto next_to(const Set &set, const typename Set::key_type &key) {
+        const auto found = set.lower_bound(key);
+        return found == set.end() ? set.begin() : found;
     }
     template <class... Parts> void note(const Parts &...parts) { write(joined(parts...)); }
 
