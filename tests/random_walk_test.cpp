@@ -44,25 +44,28 @@ public:
         const auto vrf = vrf_of.find(own.vlan);
         return {vrf == vrf_of.end() ? 0 : vrf->second, own.ip, is_ipv6(own) ? own.vlan : 0};
     }
-    void learn(const Neighbour &own) {
+    bool learn(const Neighbour &own) { // whether it is known now
         if (!vrf_of.contains(own.vlan))
-            return;
+            return false;
         if (const auto present = hosts.find(key_of(own)); present != hosts.end()) {
             const Host &host = present->second;
             const bool is_same =
                 nexthop_of(host.own) == nexthop_of(own) && !host.own.trunk == !own.trunk;
-            if ((is_same && host.is_whole) || !forget(own))
-                return;
+            if (is_same && host.is_whole)
+                return true;
+            if (!forget(own))
+                return false;
         }
         const bool is_new = !fault_.empty() && references(own) == 0;
         if (is_new && strikes("nexthop"))
-            return;
+            return false;
         if (is_new && strikes("alloc"))
             ++orphans; // deliberate in the library
         else if (!is_linklocal(own) && strikes("route"))
             leaks.insert(nexthop_of(own));
         else if (!strikes("alloc"))
-            hosts[key_of(own)] = {own, true};
+            return hosts[key_of(own)] = {own, true}, true;
+        return false;
     }
     bool forget(const Neighbour &own) { // false: it stopped half way
         const auto present = hosts.find(key_of(own));
@@ -159,8 +162,12 @@ private:
             arm(fault, number, one_in(2) ? -1 : 5);
         const bool refused = model.is_refused();
         EXPECT_EQ(tell(learns, own), refused ? -1 : 0);
-        if (!refused)
-            learns ? model.learn(own) : (void)model.forget(own);
+        const bool done = !refused && (learns ? model.learn(own) : model.forget(own));
+        const dpm_prefix ip = rig::prefix_of(own.ip);
+        if (learns && done) {
+            EXPECT_EQ(dpm_host_unreachable_find(model.vrf_of[own.vlan], &ip), nullptr)
+                << own.ip << " is known and waited for";
+        }
     }
     void disarm() override {
         model.arm("", 0);
