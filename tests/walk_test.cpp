@@ -1,0 +1,58 @@
+// The frame of the random walks: what steps draw, and what is left of a walk that fails.
+
+#include "support/walk.h"
+
+namespace {
+
+// A lamp with a fault: it breaks when it is shaken while it is hot, and a check sees it later.
+class LampWalk : public rig::Walk {
+public:
+    explicit LampWalk(bool has_fault) {
+        deeds = {{10, [this] { note("light"), lit = true; }},
+                 {10, [this] { note("put out"), lit = hot = false; }},
+                 {10, [this] { note("wait ", 1 + below(60)), hot = lit; }},
+                 {10, [this, has_fault] { note("shake"), broken |= hot && has_fault; }},
+                 {99, [this] { note("look at ", below(1000)); }},
+                 {5, [this] { check(); }}};
+    }
+
+private:
+    void check() {
+        note("# a check");
+        EXPECT_FALSE(broken) << "it is dark";
+    }
+    bool lit = false, hot = false, broken = false;
+};
+
+} // namespace
+
+TEST(Walk, ShrinksToTheDeedsThatAFailureNeedsForAnySeed) {
+    const auto make = [] { return std::make_unique<LampWalk>(true); };
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        rig::Outcome failed = rig::take_steps(make, seed, rig::steps_up_to(10'000));
+        ASSERT_EQ(failed.walk, nullptr);
+        const unsigned replays = rig::shrink(make, seed, failed);
+        EXPECT_EQ(failed.steps.size(), 4u) << failed.text; // light, wait, shake, check
+        EXPECT_TRUE(failed.text.find("it is dark") != failed.text.npos) << failed.text;
+        EXPECT_EQ(failed.text, rig::take_steps(make, seed, failed.steps).text);
+        EXPECT_LT(replays, 200u);
+    }
+}
+
+TEST(Walk, DrawsTheSameInAStepWhateverOtherStepsThereAre) {
+    const auto make = [] { return std::make_unique<LampWalk>(false); };
+    const rig::Outcome all = rig::take_steps(make, 1, rig::steps_up_to(50));
+    std::string one_by_one;
+    for (const unsigned step : all.steps)
+        one_by_one += rig::take_steps(make, 1, {step}).text;
+    EXPECT_EQ(all.text, one_by_one);
+    EXPECT_NE(all.text, rig::take_steps(make, 2, all.steps).text);
+}
+
+TEST(Walk, SaysSoWhenAFailureDoesNotComeAgain) {
+    bool has_fault = true;
+    const auto make = [&] { return std::make_unique<LampWalk>(std::exchange(has_fault, false)); };
+    rig::Outcome failed = rig::take_steps(make, 1, rig::steps_up_to(10'000));
+    ASSERT_EQ(failed.walk, nullptr);
+    EXPECT_EQ(rig::shrink(make, 1, failed), 0u);
+}
