@@ -108,6 +108,8 @@ TYPED_TEST(AvlTree, RandomInsertsAndErasesKeepItSoundAtEveryStep) {
             this->remove(index);
         else if (!present && (grow || step % 3 == 0))
             this->add(index);
+        else if (TypeParam twin = this->pool[index]; present)
+            ASSERT_EQ(dpm_avl_add(&this->tree, &twin), &this->pool[index]) << "is told";
         ASSERT_EQ(rig::tree_problem(this->tree), "") << "after step " << step;
         if (step % 50 == 0)
             this->expect_same_as_reference();
@@ -115,18 +117,6 @@ TYPED_TEST(AvlTree, RandomInsertsAndErasesKeepItSoundAtEveryStep) {
     while (!this->keys.empty())
         this->remove(*this->keys.begin() / 2);
     EXPECT_EQ(this->tree.root, nullptr);
-    this->expect_same_as_reference();
-}
-
-TYPED_TEST(AvlTree, RunsInOneDirectionStayBalanced) {
-    for (unsigned i = 0; i < this->pool_size; ++i)
-        this->add(i);
-    EXPECT_EQ(rig::tree_problem(this->tree), "");
-    for (unsigned i = 0; i < this->pool_size; ++i)
-        this->remove(i);
-    for (unsigned i = this->pool_size; i-- > 0;)
-        this->add(i);
-    EXPECT_EQ(rig::tree_problem(this->tree), "");
     this->expect_same_as_reference();
 }
 
@@ -226,15 +216,6 @@ TYPED_TEST(AvlTree, DestroyNodesGivesEveryEntryOnceAndChildrenBeforeParents) {
     this->expect_same_as_reference();
 }
 
-TYPED_TEST(AvlTree, AnEqualEntryIsNotInsertedAndThePresentOneIsTold) {
-    this->add_random(0.2);
-    this->expect_same_as_reference();
-    TypeParam twin = this->pool[*this->keys.begin() / 2];
-    EXPECT_EQ(dpm_avl_add(&this->tree, &twin), &this->pool[twin.key / 2]);
-    EXPECT_EQ(this->table.add(twin), &this->pool[twin.key / 2]);
-    this->expect_same_as_reference();
-}
-
 TYPED_TEST(AvlTree, TheTypedViewWalksAndErasesTheCurrentEntry) {
     const auto &table = this->table;
     EXPECT_TRUE(table.empty());
@@ -246,6 +227,8 @@ TYPED_TEST(AvlTree, TheTypedViewWalksAndErasesTheCurrentEntry) {
         EXPECT_EQ(table.add(this->pool[i]), nullptr);
         this->keys.insert(this->pool[i].key);
     }
+    TypeParam twin = this->pool[3];
+    EXPECT_EQ(table.add(twin), &this->pool[3]) << "the present one";
     EXPECT_EQ(table.count(), this->keys.size());
     EXPECT_EQ(table.last()->key, *this->keys.rbegin());
     EXPECT_EQ(table.next(*table.last()), nullptr);

@@ -145,18 +145,16 @@ TEST(Os, a_queue_keeps_order_through_wrapping_and_refuses_beyond_its_room) {
     EXPECT_NE(bep_msgQSendEx(queue, &sent, 5, 0, 1, HERE), 0) << "longer than a message";
 }
 
-TEST(Os, messages_of_many_threads_arrive_once_and_in_each_senders_order) {
+TEST(Os, senders_that_wait_for_room_lose_nothing_and_keep_their_order) {
     Card card({.slot = 9, .mode = os::Mode::threaded});
-    constexpr std::uint32_t threads = 4, each = 20'000;
-    const bep_msgq queue = bep_msgQCreateEx(256, 8, 0, HERE);
+    constexpr std::uint32_t threads = 4, each = 2'000;
+    const bep_msgq queue = bep_msgQCreateEx(16, 8, 0, HERE);
     std::vector<std::thread> senders;
     for (std::uint32_t id = 0; id < threads; ++id)
         senders.emplace_back([queue, id] {
-            for (std::uint32_t number = 0; number < each; ++number) {
-                const std::uint32_t message[2] = {id, number};
+            for (std::uint32_t message[2] = {id, 0}; message[1] < each; ++message[1])
                 while (bep_msgQSendEx(queue, message, sizeof message, 100, 1, HERE) != 0)
                     ;
-            }
         });
     std::uint32_t next[threads] = {}, message[2];
     for (std::uint32_t count = 0; count < threads * each; ++count) {
@@ -165,7 +163,6 @@ TEST(Os, messages_of_many_threads_arrive_once_and_in_each_senders_order) {
     }
     for (std::thread &sender : senders)
         sender.join();
-    EXPECT_EQ(card.os.queued(), 0u);
 }
 
 TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) {
@@ -228,11 +225,10 @@ TEST(Os, a_log_line_is_bounded_loses_its_end_and_is_filtered_by_level) {
 }
 
 TEST(Peer, only_receivers_can_be_called_and_only_with_a_bounded_length) {
-    EXPECT_TRUE(peer::is_receiver("dpm_host_entry_add_sync_receive"));
-    EXPECT_TRUE(peer::is_receiver("dpm_host_entry_sync_all_receive"));
-    EXPECT_TRUE(peer::is_receiver("dpm_slave_up_pro_over_peercard_callback"));
-    EXPECT_TRUE(peer::is_receiver("dpm_driver_group_create_slave"));
-    EXPECT_TRUE(peer::is_receiver("dpm_ipmc_api_slave_enable"));
+    for (const char *name : {"dpm_host_entry_add_sync_receive", "dpm_host_entry_sync_all_receive",
+                             "dpm_slave_up_pro_over_peercard_callback",
+                             "dpm_driver_group_create_slave", "dpm_ipmc_api_slave_enable"})
+        EXPECT_TRUE(peer::is_receiver(name)) << name;
     for (const char *name :
          {"", "system", "dpm_main_init", "dpm_api_set_if_proc", "dpm__sync_receiv",
           "dpm_sync_receive ", "xdpm_host_entry_add_sync_receive",
@@ -313,8 +309,8 @@ TEST(Frames, are_taken_whole_from_any_cuts_and_malformed_ones_are_told) {
 
 namespace {
 
-// Starts other cards as processes of their own.  It is forked while this process has one thread, and forks again for
-// each card, because a fork of many threads is nothing to build on.
+// Starts other cards as processes.  It is forked while this process has one thread, and forks again
+// for each card, because a fork of many threads is nothing to build on.
 class Spawner {
 public:
     explicit Spawner(std::string path) : path_(std::move(path)) {

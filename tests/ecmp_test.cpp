@@ -159,15 +159,6 @@ TEST_P(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas) {
     EXPECT_TRUE(groups(standby()).empty());
 }
 
-TEST_P(Groups, AGroupWithoutMemberEndsWhenAllAreRemoved) {
-    std::int32_t index = 0;
-    refuse(Request::update_ecmp_nexthop);
-    add(index, 0);
-    EXPECT_NE(index, 0);
-    EXPECT_EQ(del_all(index), 0);
-    EXPECT_EQ(index, 0);
-}
-
 TEST_P(Groups, AnIndexThatTheChipNeverGaveOutAndAnUnknownFamilyChangeNothing) {
     std::int32_t unknown = 4711;
     EXPECT_EQ(add(unknown, 0), -1);

@@ -185,17 +185,17 @@ TEST_F(Interfaces, ThePlatformIsToldBeforeARequestIsPosted) {
 TEST_F(Interfaces, BadRequestsAreRefusedAndPostNothing) {
     const std::uint8_t ip[16] = {10, 1, 1, 1};
     clear_journal();
-    EXPECT_EQ(dpm_api_set_if_proc(nullptr, 0, 1, 1, DPM_OPER_ADD), -1);
-    EXPECT_EQ(dpm_api_set_if_proc("vlanif1", 0, 1, 1, 3), -1);
-    EXPECT_EQ(dpm_api_set_if_ip_proc(0, 1, 1, nullptr, 24, DPM_OPER_ADD), -1);
-    EXPECT_EQ(dpm_api_set_if_ip_proc(0, 1, 1, ip, 24, 0), -1);
+    const auto set_ip = [&ip](std::uint8_t family, std::uint16_t length, std::uint32_t oper = 1) {
+        return dpm_api_set_if_ip_proc(0, 1, family, ip, length, oper);
+    };
+    rig::expect_all(-1, {dpm_api_set_if_proc(nullptr, 0, 1, 1, DPM_OPER_ADD),
+                         dpm_api_set_if_proc("vlanif1", 0, 1, 1, 3), set_ip(1, 24, 0),
+                         dpm_api_set_if_ip_proc(0, 1, 1, nullptr, 24, 1), set_ip(0, 8),
+                         set_ip(3, 8), set_ip(1, 33), set_ip(2, 129),
+                         // 90 and 107 among the ports
+                         master().hal.trunk_member(0, 0, 3, 1),
+                         master().hal.trunk_member(0, 17, 3, 1)});
     EXPECT_EQ(logged(master(), "::unkown oper "), 2u);
-    for (const auto &[family, length] :
-         std::initializer_list<std::pair<int, int>>{{0, 8}, {3, 8}, {1, 33}, {2, 129}})
-        EXPECT_EQ(dpm_api_set_if_ip_proc(0, 1, std::uint8_t(family), ip, std::uint16_t(length), 1),
-                  -1);
-    for (const unsigned index : {0u, 17u}) // 90 and 107 among the ports
-        EXPECT_EQ(master().hal.trunk_member(0, index, 3, 1), -1);
     EXPECT_EQ(logged(master(), "] trunkindex 107 err."), 1u);
     EXPECT_EQ(master().os.queued(), 0u);
     EXPECT_EQ(master().os.live_blocks(), 1u) << "the route table among the host table's dependants";

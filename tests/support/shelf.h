@@ -82,6 +82,9 @@ dpm_route_msg msg_of(const Card &card, const Route &route);
 dpm_ftn record_of(const Ftn &ftn);
 dpm_ilm record_of(const Card &card, const Ilm &ilm);
 
+// Each of several calls, in their order, answers `wanted`.
+void expect_all(int wanted, std::initializer_list<int> answers);
+
 // Exceptions to the laws that a test states.
 struct Exceptions {
     unsigned mistakes = 0;        // that the chip counted, on all cards together
