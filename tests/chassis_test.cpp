@@ -64,24 +64,6 @@ extern "C" __attribute__((visibility("default"))) int dpm_test_sync_receive(cons
     return 0;
 }
 
-TEST(Os, a_pumped_clock_stands_still_until_it_is_moved_and_each_card_has_its_own) {
-    Card one({.slot = 9, .mode = os::Mode::pumped});
-    Card two({.slot = 10, .mode = os::Mode::pumped});
-    const std::int64_t start = monotonic_nsec();
-    EXPECT_GT(start, 0);
-    EXPECT_EQ(bep_taskDelayEx(1000), 0);
-    EXPECT_EQ(monotonic_nsec(), start);
-    two.os.advance(7 * os::nsec_per_sec);
-    EXPECT_EQ(monotonic_nsec(), start);
-    {
-        CardScope scope(two);
-        EXPECT_EQ(monotonic_nsec(), start + 7 * os::nsec_per_sec);
-    }
-    EXPECT_EQ(one.os.delays(), 1u);
-    EXPECT_EQ(one.os.clock_reads(), 3u);
-    EXPECT_EQ(two.os.clock_reads(), 1u);
-}
-
 TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
     Card card({.slot = 9, .mode = os::Mode::threaded});
     const bep_msgq queue = bep_msgQCreateEx(4, 16, 0, HERE);
@@ -123,46 +105,6 @@ TEST(Os, the_nth_operation_of_a_kind_fails_and_the_others_pass) {
     card.os.fail(os::Fault::queue, 1);
     card.os.fail(os::Fault::queue, 0);
     EXPECT_TRUE(bep_msgQCreateEx(4, 16, 0, HERE)) << "disarmed";
-}
-
-TEST(Os, a_queue_keeps_order_through_wrapping_and_refuses_beyond_its_room) {
-    Card card({.slot = 9, .mode = os::Mode::pumped});
-    const bep_msgq queue = bep_msgQCreateEx(5, 4, 0, HERE);
-    std::uint32_t sent = 0, expected = 0, message = 0;
-    for (int round = 0; round < 20; ++round) {
-        while (bep_msgQSendEx(queue, &sent, sizeof sent, 0, 1, HERE) == 0)
-            ++sent;
-        EXPECT_EQ(card.os.queued(), 5u);
-        for (int taken = 0; taken <= round % 5; ++taken) {
-            ASSERT_EQ(bep_msgQReceiveEx(queue, &message, sizeof message, 1000, HERE), 4);
-            EXPECT_EQ(message, expected++);
-        }
-    }
-    card.os.limit_queue(2);
-    while (bep_msgQSendEx(queue, &sent, sizeof sent, 0, 1, HERE) == 0)
-        ;
-    EXPECT_EQ(card.os.queued(), 2u);
-    EXPECT_NE(bep_msgQSendEx(queue, &sent, 5, 0, 1, HERE), 0) << "longer than a message";
-}
-
-TEST(Os, senders_that_wait_for_room_lose_nothing_and_keep_their_order) {
-    Card card({.slot = 9, .mode = os::Mode::threaded});
-    constexpr std::uint32_t threads = 4, each = 2'000;
-    const bep_msgq queue = bep_msgQCreateEx(16, 8, 0, HERE);
-    std::vector<std::thread> senders;
-    for (std::uint32_t id = 0; id < threads; ++id)
-        senders.emplace_back([queue, id] {
-            for (std::uint32_t message[2] = {id, 0}; message[1] < each; ++message[1])
-                while (bep_msgQSendEx(queue, message, sizeof message, 100, 1, HERE) != 0)
-                    ;
-        });
-    std::uint32_t next[threads] = {}, message[2];
-    for (std::uint32_t count = 0; count < threads * each; ++count) {
-        ASSERT_EQ(bep_msgQReceiveEx(queue, message, sizeof message, 10'000, HERE), 8);
-        ASSERT_EQ(message[1], next[message[0]]++);
-    }
-    for (std::thread &sender : senders)
-        sender.join();
 }
 
 TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) {

@@ -64,39 +64,11 @@ std::int32_t new_group() {
 
 class ChipTest : public testing::Test {
 protected:
-    // Index of the entry that forwards an address; 0: none.
-    std::uint32_t forwards(const char *address, int vrf = 0) {
-        const auto answer = card.chip.lookup(vrf, family_of(address), bytes_of(address).data());
-        return answer ? answer->index : 0;
-    }
-
     Card card{{.slot = 9, .mode = os::Mode::pumped}};
     chip::Chip &chip = card.chip;
 };
 
 } // namespace
-
-TEST_F(ChipTest, TheLongestMatchingPrefixForwards) {
-    const std::uint32_t a = new_nexthop(1), b = new_nexthop(2), c = new_nexthop(3);
-    for (const auto &[net, shorter, longer, inside, other] :
-         {std::tuple("10.0.0.0", 8u, 16u, "10.0.1.2", "10.9.9.9"),
-          std::tuple("2001:db8::", 32u, 64u, "2001:db8::2", "2001:db8:1::9")}) {
-        const unsigned host = family_of(net) == 1 ? 32 : 128;
-        ASSERT_EQ(add(net, shorter, a), 0);
-        ASSERT_EQ(add(net, longer, b), 0);
-        ASSERT_EQ(add(inside, host, c), 0);
-        EXPECT_EQ(forwards(inside), c);
-        EXPECT_EQ(forwards(other), a);
-        EXPECT_EQ(forwards(inside, 1), 0u) << "another VRF";
-        ASSERT_EQ(del(inside, host, c), 0);
-        EXPECT_EQ(forwards(inside), b);
-        ASSERT_EQ(del(net, longer, b), 0);
-        EXPECT_EQ(forwards(inside), a);
-        ASSERT_EQ(add(net, shorter, c), 0) << "another next hop replaces";
-        EXPECT_EQ(forwards(inside), c);
-    }
-    EXPECT_EQ(chip.mistakes(), 0u);
-}
 
 TEST_F(ChipTest, LookupAgreesWithAWalkOverEveryEntry) {
     std::mt19937 random(1);
@@ -196,18 +168,6 @@ TEST_F(ChipTest, ARefusedRemovalExcusesTheNextHopsDelete) {
     EXPECT_EQ(chip.mistakes(), 0u);
 }
 
-TEST_F(ChipTest, AnEntryOfAGroupThatHasGoneForwardsNowhereUntilItIsDeleted) {
-    const std::int32_t group = new_group();
-    ASSERT_EQ(add("10.2.0.0", 16, std::uint32_t(group)), 0);
-    ASSERT_EQ(dal_driver_del_ecmp_nexthop(group, 0), 0);
-    const std::uint32_t inside = htonl(0x0A020304);
-    const auto answer = chip.lookup(0, 1, reinterpret_cast<const std::uint8_t *>(&inside));
-    ASSERT_TRUE(answer);
-    EXPECT_TRUE(answer->members.empty());
-    EXPECT_EQ(del("10.2.0.0", 16, std::uint32_t(group)), 0);
-    EXPECT_EQ(chip.mistakes(), 0u);
-}
-
 TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {
     const std::uint32_t nexthop = new_nexthop(1, every_slot);
     const std::int32_t group = new_group();
@@ -226,98 +186,4 @@ TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {
     ASSERT_EQ(del("10.1.1.2", 32, nexthop), 0);
     EXPECT_EQ(dal_driver_del_ip_nexthop(nexthop, 0), 0) << "nothing counted twice";
     EXPECT_EQ(chip.mistakes(), 0u);
-}
-
-TEST_F(ChipTest, AGroupForwardsToItsMembers) {
-    const std::int32_t group = new_group();
-    std::vector<std::uint32_t> members;
-    for (unsigned port = 1; port <= 9; port++) { // one more than the library keeps
-        members.push_back(new_nexthop(port));
-        ASSERT_EQ(change_group(group, 1, members.back()), 0);
-    }
-    ASSERT_EQ(add("10.2.0.0", 16, std::uint32_t(group)), 0);
-    const auto answer = chip.lookup(0, 1, bytes_of("10.2.3.4").data());
-    ASSERT_TRUE(answer && answer->group);
-    EXPECT_EQ(answer->members, members);
-    ASSERT_EQ(dal_driver_del_ecmp_nexthop(group, 0), 0);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(members[0], 0), 0) << "free once the group is gone";
-    EXPECT_EQ(chip.mistakes(), 0u);
-}
-
-TEST_F(ChipTest, RefusesOnOrderAndForgivesWhatFollows) {
-    chip.refuse(Request::add_ip_nexthop, 2, -7, 1);
-    EXPECT_NE(new_nexthop(1), 0u);
-    EXPECT_EQ(new_nexthop(2), 0u);
-    EXPECT_EQ(new_nexthop(3), 0u);
-    EXPECT_NE(new_nexthop(4), 0u);
-    EXPECT_EQ(chip.nexthops.size(), 2u);
-    EXPECT_EQ(chip.requests(Request::add_ip_nexthop), 4u);
-
-    chip.refuse(Request::add_l3_intf, 1, -7);
-    EXPECT_EQ(new_interface(100), -7);
-    (void)dal_driver_delete_l3_intf(mac, 100, 0); // who was refused may not have looked
-    EXPECT_EQ(chip.mistakes(), 0u);
-    ASSERT_EQ(new_interface(100), 0);
-    chip.refuse(Request::delete_l3_intf, 1);
-    EXPECT_EQ(dal_driver_delete_l3_intf(mac, 100, 0), -1);
-    EXPECT_EQ(new_interface(100), 0);
-    EXPECT_EQ(chip.mistakes(), 0u);
-    EXPECT_EQ(new_interface(100), -1);
-    EXPECT_EQ(chip.mistakes(), 1u) << "forgiven once";
-}
-
-TEST_F(ChipTest, JournalTellsRequestsInOrder) {
-    chip.record(true);
-    const std::uint32_t nexthop = new_nexthop(3);
-    chip.refuse(Request::add_ip_entry, 1, -5);
-    (void)add("10.1.1.2", 32, nexthop);
-    (void)add("10.1.1.2", 32, nexthop, every_slot);
-    (void)hal_set_arp_to_cpu(100, 0, 1);
-    const std::vector<std::string> expected{
-        "add_ip_nexthop port 3 svlan 100 cvlan 0 mac 02:00:00:00:01:02 index 16 slots 0x0 -> 0",
-        "add_ip_entry vrf 0 10.1.1.2/32 nexthop 16 slots 0x0 -> -5",
-        "add_ip_entry vrf 0 10.1.1.2/32 nexthop 16 slots 0xffffffff -> 0",
-        "set_arp_to_cpu vlan 100 on slots 0x0 -> 0",
-    };
-    EXPECT_EQ(chip.journal(), expected);
-    chip.clear_journal();
-    chip.set_null(true);
-    EXPECT_NE(new_nexthop(4), 0u);
-    EXPECT_EQ(add("10.1.1.9", 32, 99), 0);
-    EXPECT_TRUE(chip.journal().empty());
-    EXPECT_EQ(chip.nexthops.size(), 1u);
-    EXPECT_EQ(chip.mistakes(), 0u);
-}
-
-TEST_F(ChipTest, SlotsReportTheirOwnAnswers) {
-    std::vector<std::string> lines;
-    card.os.log_to([&](const os::LogLine &line) { lines.push_back(line.text); });
-    chip.answer_slots({2, 3});
-    const std::uint32_t nexthop = new_nexthop(1);
-    EXPECT_TRUE(lines.empty()) << "success is not worth a line";
-    chip.fail_slot(Request::add_ip_entry, 3, -5);
-    EXPECT_EQ(add("10.1.1.2", 32, nexthop), 0);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_NE(lines[0].find("dpm_driver_add_ip_entry_result obj_bit 8 result -5"), lines[0].npos)
-        << lines[0];
-    lines.clear();
-    EXPECT_EQ(add("10.1.1.2", 32, nexthop, slot_3), 0);
-    EXPECT_TRUE(lines.empty()) << "a slot fails once";
-}
-
-TEST_F(ChipTest, AnotherCardTakesOverWhatIsForwarded) {
-    const std::uint32_t nexthop = new_nexthop(1);
-    ASSERT_EQ(add("10.1.1.2", 32, nexthop), 0);
-    ASSERT_EQ(add("10.1.0.0", 16, nexthop), 0);
-    Card other({.slot = 10, .mode = os::Mode::pumped});
-    const CardScope scope(other);
-    other.chip.take_over(chip);
-    const auto answer = other.chip.lookup(0, 1, bytes_of("10.1.9.9").data());
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->index, nexthop);
-    EXPECT_NE(new_nexthop(2), nexthop);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(nexthop, 0), -1) << "in use";
-    EXPECT_EQ(del("10.1.1.2", 32, nexthop), 0);
-    EXPECT_EQ(del("10.1.0.0", 16, nexthop), 0);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(nexthop, 0), 0);
 }

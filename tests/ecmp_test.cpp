@@ -182,27 +182,3 @@ TEST_P(Groups, AnIndexThatTheChipNeverGaveOutAndAnUnknownFamilyChangeNothing) {
     EXPECT_EQ(dpm_ecmp_compare(nullptr, nullptr), -1);
     EXPECT_TRUE(chip_calls(master()).empty());
 }
-
-TEST_P(Groups, ASlotTakesTheGroupWithItsIndexAndMembers) {
-    std::int32_t index = 0;
-    add(index, 0);
-    add(index, 1);
-    del(index, 0);
-    clear_journal();
-    dpm_bridge_slot_up(3);
-    settle();
-    const std::string group = " group " + std::to_string(index);
-    const auto calls = chip_calls(master());
-    const auto named = [&](const std::string &text) {
-        return std::count_if(calls.begin(), calls.end(), [&](const std::string &call) {
-            return call.find(text) != call.npos && call.find(" slots 0x") != call.npos &&
-                   call.find(" -> 0") != call.npos;
-        });
-    };
-    EXPECT_EQ(named("add_ecmp_nexthop members" + group), 1);
-    EXPECT_EQ(named("update_ecmp_nexthop" + group + " add members " + std::to_string(members[1])),
-              1);
-    EXPECT_EQ(calls.size(), members.size() * 2 + 2) << "next hops, hosts, the group, its member";
-    EXPECT_EQ(del(index, 1), 0);
-    EXPECT_EQ(index, 0);
-}
