@@ -255,6 +255,14 @@ class TwoCards(Shelf):
         self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
         self.assertIn("slot 9: chip and tables agree: entries 9", self.ctl("verify"))
 
+    def test_take_over_from_a_master_that_falls_silent(self):
+        self.start_shelf()
+        self.cards[9].send_signal(signal.SIGSTOP)
+        self.wait_until("slot 10 is master", lambda: self.role(10) == "master")
+        self.assertEqual(self.status(10)["peer"], "no")
+        self.cards[9].send_signal(signal.SIGCONT)
+        self.kill_card(9)
+
     def settings_file(self):
         path = f"{self.dir}/settings"
         with open(path, "w") as file:
@@ -394,6 +402,23 @@ class Sockets(Shelf):
             self.assertEqual(self.read_to_end(client), b"0 10\nvlanif100\n" * 2)
         self.assertEqual(self.addresses(), ["10.1.1.2"])
         self.ctl("verify")
+
+    def test_of_the_shelf_turn_strangers_away(self):
+        def frame(name, payload=b""):
+            return struct.pack("<IH", 2 + len(name) + len(payload), len(name)) + name + payload
+
+        self.start_master()
+        call = frame(b"dpm_slave_up_pro_over_sync_receive", b"\0\0\0\0")
+        for greeting in [b"\xff" * 64, frame(b"hello"), call, frame(b"hello", bytes(16)) + call]:
+            with socket.socket(socket.AF_UNIX) as stranger:
+                stranger.connect(f"{self.dir}/shelf.sock")
+                stranger.settimeout(PATIENCE_SEC)
+                stranger.sendall(greeting)
+                self.read_to_end(stranger)  # the card's own greeting
+        self.assertEqual(self.status(9)["peer"], "no")
+        self.start_card(10)
+        self.wait_until("the real peer gets in", lambda: self.status(9)["peer"] == "yes")
+        self.assertEqual(self.role(10), "standby")
 
     def test_are_their_owners_and_go_with_the_card(self):
         self.start_shelf()
