@@ -3,9 +3,11 @@
 // between two cards runs in dpmctl_process_test.py.
 
 #include "chassis/chassis.h"
+#include "chassis/os/state.h"
 #include "chassis/peer/frame.h"
 #include "platform/bep.h"
 #include "platform/hss.h"
+#include "platform/rqzt.h"
 
 #include <gtest/gtest.h>
 #include <thread>
