@@ -182,18 +182,6 @@ TEST_F(ctl_server, tells_what_an_address_waits_for_and_since_when) {
     EXPECT_NE(held.find("held since port 3 went down"), held.npos) << held;
 }
 
-TEST_F(ctl_server, makes_the_chip_and_the_system_fail_on_order) {
-    configure_vlan_100();
-    text("chip refuse nexthop 1");
-    text("neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 port 3");
-    EXPECT_EQ(text("show hosts --count"), "0\n");
-    text("neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 port 3");
-    EXPECT_EQ(text("show hosts --count"), "1\n");
-    text("fault alloc 1");
-    EXPECT_EQ(execute("neigh del 10.1.1.2 dev vlanif100").status, ctl::Status::failed);
-    EXPECT_EQ(text("show hosts --count"), "1\n");
-}
-
 TEST_F(ctl_server, refuses_what_it_cannot_do_and_changes_nothing) {
     EXPECT_EQ(execute("neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif9").status,
               ctl::Status::no_interface);

@@ -140,21 +140,6 @@ TEST_F(Mirroring, BuffersThatHoldNoRecordAreRefusedAndPostNothing) {
     EXPECT_EQ(standby().peer.deliver("dpm_api_set_vrf_enable", {}), -1);
 }
 
-TEST_F(Mirroring, AFailedPostOrAllocationEndsAWholeTableInTheMiddle) {
-    const std::vector<dpm_host_entry> records(5, mirrored("10.1.1.1"));
-    const auto scope = as(standby());
-    standby().os.fail(Fault::send, 3, 4);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data(), 5 * 176), -1);
-    EXPECT_EQ(standby().os.queued(), 2u);
-    EXPECT_EQ(logged(standby(), "dpm_host_entry_sync_all_receive"), 1u);
-    settle();
-    standby().os.fail(Fault::allocation, 2);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data(), 5 * 176), -1);
-    EXPECT_EQ(standby().os.queued(), 1u);
-    settle();
-    EXPECT_EQ(dpm_host_entry_del_sync_receive(records.data(), 176), 0);
-}
-
 TEST_F(Mirroring, OnTheMasterWhatArrivesIsDropped) {
     const dpm_host_entry host = mirrored("10.1.1.1");
     const dpm_nexthop_entry next = nexthop(1, 1);

@@ -350,37 +350,6 @@ TEST_P(EitherFamily, TheTableHoldsSixteenThousandWeightedRoutes) {
     learn(f.a);
 }
 
-TEST_P(EitherFamily, ARouteWithoutGroupWaitsForAFreeOneAndAnEventOfItsHosts) {
-    keep_log(false);
-    learn(f.a);
-    learn(f.b);
-    dpm_route_msg msg = rig::msg_of(master(), both());
-    msg.destination.prefix_len = f.number == 1 ? 32 : 64;
-    for (unsigned i = 0; i < 1025; ++i) {
-        msg.destination.address[f.number == 1 ? 2 : 6] = std::uint8_t(i >> 8);
-        msg.destination.address[f.number == 1 ? 3 : 7] = std::uint8_t(i);
-        ASSERT_EQ(request(msg), 0);
-    }
-    EXPECT_EQ(groups(standby()).size(), 1024u);
-    const auto is_waiting = [](const dpm_route_entry &route) { return route.sdk_index == 0; };
-    auto all = routes(master());
-    EXPECT_EQ(std::count_if(all.begin(), all.end(), is_waiting), 1);
-    check_laws();
-    const auto programmed = std::find_if_not(all.begin(), all.end(), is_waiting);
-    msg.destination = programmed->destination;
-    request(msg, DPM_OPER_DEL);
-    EXPECT_EQ(groups(master()).size(), 1023u);
-    forget(f.a);
-    learn(f.a);
-    all = routes(master());
-    EXPECT_EQ(std::count_if(all.begin(), all.end(), is_waiting), 0);
-    allow().routes_adrift = true; // the other gateway joins with its next event
-    check_laws();
-    forget(f.b);
-    learn(f.b);
-    allow().routes_adrift = false;
-}
-
 TEST_F(Routes, Ipv6GatewaysAreScopedByInterfaceAndIpv4OnesAreNot) {
     add_route({.prefix = "2001:db8:2::/48", .via = {{"fe80::2", "vlanif200"}}});
     add_route({.prefix = "10.2.0.0/16", .via = {{"10.1.1.2", "vlanif200"}}});
