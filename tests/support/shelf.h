@@ -187,7 +187,6 @@ public:
     std::string forwards(const std::string &address, unsigned vrf = 0);
 
     Exceptions &allow() { return exceptions_; }
-    void allow_mistakes(unsigned count) { exceptions_.mistakes = count; }
     void check_laws();
 
 protected:
@@ -204,6 +203,7 @@ private:
     Card &start_card(unsigned index);
     void replay(Card &card);
     void end_card(unsigned index);
+    int request_route(const Route &route, std::uint32_t oper);
     void settle_verb() { held_ ? void() : settle(); }
     Configured *configured(const std::string &name);
     template <class Request> int on_both(Request request);
