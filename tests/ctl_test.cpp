@@ -62,10 +62,11 @@ TEST(command_language, refuses_values_out_of_bounds) {
           "if add vlanif0 vlan 0", "if add vlanif1 vlan 4095", "vrf enable 256", "vrf enable -1",
           "trunk up 17", "port up 99999999999999999999", "clock advance 3", "clock advance -3s",
           "clock advance 99999999999d", "neigh add 1.2.3.4 lladdr 02:00:00:00:01 dev x",
-          "neigh add 1.2.3.4 lladdr 02:00:00:00:01:0g dev x", "chip refuse everything 1",
+          "neigh add 1.2.3.4 lladdr 02:00:00:00:01:0g dev x",
+          "neigh add 1.2.3.4 lladdr 02:00-00:00:01:02 dev x", "chip refuse everything 1",
           "if del aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"})
         EXPECT_NE(error_of(line), "") << line;
-    EXPECT_NE(error_of("if del " + std::string(ctl::max_line_bytes, 'x')), "");
+    EXPECT_NE(error_of("quit #" + std::string(ctl::max_line_bytes, 'x')), "");
 }
 
 TEST(command_language, offers_the_words_that_fit) {
@@ -87,6 +88,7 @@ TEST(command_language, explains_every_command) {
         EXPECT_NE(ctl::help(command.path), "");
     }
     EXPECT_EQ(ctl::help("no such thing"), "");
+    EXPECT_TRUE(has(ctl::help("port down"), "a port (1 to 64)"));
 }
 
 TEST(command_language, names_chip_requests_as_the_chip_does) {
@@ -111,6 +113,7 @@ TEST_F(ctl_server, leads_a_neighbour_into_the_tables_the_chip_and_the_other_card
     EXPECT_EQ(text("show hosts 10.0.0.0/8 --count"), "1\n");
     EXPECT_EQ(text("show hosts fd00::/16 --count"), "1\n");
     EXPECT_EQ(text("show hosts 10.1.1.2/31 vrf 0 --count"), "1\n") << "10.1.1.3 is inside";
+    EXPECT_EQ(text("show hosts 10.1.1.4/31 --count"), "0\n");
     EXPECT_EQ(text("show hosts vrf 1 --count"), "0\n");
 }
 
@@ -182,7 +185,7 @@ TEST_F(ctl_server, refuses_what_it_cannot_do_and_changes_nothing) {
     configure_vlan_100();
     for (const char *line :
          {"neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 port 1 trunk 1",
-          "neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 FAILED", "if add uplink",
+          "neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 incomplete", "if add uplink",
           "verify", "no such command", "ospf fd00::/64"}) {
         const ctl::Reply reply = execute(line);
         EXPECT_NE(reply.status, ctl::Status::ok) << line;

@@ -261,7 +261,8 @@ class TwoCards(Shelf):
         self.wait_until("slot 10 is master", lambda: self.role(10) == "master")
         self.assertEqual(self.status(10)["peer"], "no")
         self.cards[9].send_signal(signal.SIGCONT)
-        self.kill_card(9)
+        self.wait_until("of two masters the lower slot stays", lambda: self.role(10) == "standby")
+        self.assertEqual(self.role(9), "master")
 
     def settings_file(self):
         path = f"{self.dir}/settings"

@@ -254,6 +254,7 @@ TEST_F(Driver, SlotsThatFailAreLoggedWithTheRequestAndOthersAreSilent) {
         Lines expected{callback.name + " obj_bit 16 result -3 "};
         expected.insert(expected.end(), callback.details.begin(), callback.details.end());
         EXPECT_EQ(logged_by([&] { return callback.report(-3); }), expected);
+        EXPECT_EQ(logged_by([&] { return callback.report(3); }).size(), expected.size());
     }
 }
 

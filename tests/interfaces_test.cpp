@@ -217,6 +217,8 @@ TEST_F(Interfaces, SubVlansLiveInTheirSuperVlansList) {
     add_sub_vlan(200, 300); // has an interface of its own
     add_sub_vlan(300, 301); // under no super-VLAN
     add_sub_vlan(400, 401);
+    add_sub_vlan(200, 4095);
+    EXPECT_EQ(logged(master(), "::subvlan4095 is err!"), 1u);
     EXPECT_EQ(logged(master(), "::can not set this vlan to subvlan!"), 1u);
     EXPECT_EQ(logged(master(), "::can not find or type is err!"), 2u);
     for (const unsigned vlan : {201u, 202u, 203u, 202u})
