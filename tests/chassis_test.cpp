@@ -7,6 +7,7 @@
 #include "chassis/peer/frame.h"
 #include "platform/bep.h"
 #include "platform/hss.h"
+#include "platform/ipcomx.h"
 #include "platform/rqzt.h"
 
 #include <gtest/gtest.h>
@@ -49,6 +50,22 @@ TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
     EXPECT_GE(card.os.now_nsec() - began, 3600 * os::nsec_per_sec);
     mover.join();
     EXPECT_NE(bep_msgQSendEx(queue, buffer, 17, 0, 1, HERE), 0) << "longer than a message";
+}
+
+TEST(Os, senders_that_wait_for_room_lose_nothing_and_keep_their_order) {
+    Card card({.slot = 9, .mode = os::Mode::threaded});
+    constexpr std::uint32_t each = 2'000;
+    const bep_msgq queue = bep_msgQCreateEx(16, 4, 0, HERE);
+    std::thread sender([queue] {
+        for (std::uint32_t number = 0; number < each; ++number)
+            while (bep_msgQSendEx(queue, &number, sizeof number, 100, 1, HERE) != 0)
+                ;
+    });
+    for (std::uint32_t expected = 0, message = 0; expected < each; ++expected) {
+        ASSERT_EQ(bep_msgQReceiveEx(queue, &message, sizeof message, 10'000, HERE), 4);
+        ASSERT_EQ(message, expected);
+    }
+    sender.join();
 }
 
 TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) {
@@ -111,6 +128,13 @@ TEST(Os, a_log_line_is_bounded_loses_its_end_and_is_filtered_by_level) {
     EXPECT_EQ(lines[0].text, "f 1::hello");
     EXPECT_EQ(lines[0].module_id, 3u);
     EXPECT_EQ(lines[1].text, std::string(2047, 'x'));
+}
+
+TEST(Stack, a_socket_is_closed_once) {
+    Card card({.slot = 9, .mode = os::Mode::pumped});
+    const int socket = ipcomx_socket(IPCOMX_AF_INET, IPCOMX_SOCK_DGRAM, 0);
+    EXPECT_EQ(ipcomx_socketclose(socket), 0);
+    EXPECT_EQ(ipcomx_socketclose(socket), -1);
 }
 
 TEST(Peer, only_receivers_can_be_called_and_only_with_a_bounded_length) {

@@ -182,6 +182,41 @@ TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {
     EXPECT_EQ(chip.mistakes(), 0u);
 }
 
+TEST_F(ChipTest, AnEntryOfAGroupThatHasGoneForwardsNowhere) {
+    const std::int32_t group = new_group();
+    ASSERT_EQ(add(0, 24, std::uint32_t(group)), 0);
+    ASSERT_EQ(dal_driver_del_ecmp_nexthop(group, 0), 0);
+    const auto answer = chip.lookup(0, 1, entry(9).bytes.data());
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->members.empty());
+    EXPECT_EQ(del(0, 24, std::uint32_t(group)), 0);
+    EXPECT_EQ(chip.mistakes(), 0u);
+}
+
+TEST_F(ChipTest, SlotsThatARequestReachesReportTheirOwnAnswers) {
+    std::vector<std::string> lines;
+    card.os.log_to([&](const os::LogLine &line) { lines.push_back(line.text); });
+    chip.answer_slots({2, 3});
+    chip.fail_slot(Request::add_ip_entry, 3, -5);
+    const std::uint32_t nexthop = new_nexthop(1);
+    EXPECT_EQ(add(2, 32, nexthop), 0);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines[0], "dpm_driver_add_ip_entry_result obj_bit 8 result -5 ");
+    lines.clear();
+    EXPECT_EQ(add(2, 32, nexthop, slot_3), 0) << "a slot fails once";
+    chip.fail_slot(Request::add_ip_entry, 2, -5);
+    EXPECT_EQ(add(2, 32, nexthop, slot_3), 0) << "the other slot is not asked";
+    EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(ChipTest, ANullChipTakesEverythingAndKeepsNothing) {
+    chip.set_null(true);
+    EXPECT_NE(new_nexthop(4), 0u);
+    EXPECT_EQ(add(9, 32, 99), 0);
+    EXPECT_TRUE(chip.nexthops.empty() && chip.entries.empty());
+    EXPECT_EQ(chip.mistakes(), 0u);
+}
+
 TEST(Forwarding, is_followed_by_whoever_hears_of_the_changes) {
     for (unsigned seed = 1; seed <= 20; seed++) {
         SCOPED_TRACE(seed);

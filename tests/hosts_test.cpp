@@ -151,6 +151,10 @@ TEST_P(Hosts, WithoutMemoryOrNextHopNothingIsKept) {
 
 TEST_P(Hosts, AHostWhoseDeleteStoppedHalfWayIsDeletedFromThereOn) {
     learn_host(own());
+    refuse(Request::del_ip_entry);
+    forget_host(own());
+    EXPECT_EQ(logged(master(), "::host_entry del driver failed!"), 1u);
+    check_laws();
     refuse(Request::del_ip_nexthop);
     forget_host(own());
     EXPECT_EQ(logged(master(), "::host_entry del nexthop failed!"), 1u);
