@@ -3,19 +3,9 @@
 #include "chassis/ctl/import_lines.h"
 #include "support/commands.h"
 
-#include <algorithm>
-
-using testing::AssertionFailure;
-using testing::AssertionResult;
-using testing::AssertionSuccess;
-
 namespace {
 
-AssertionResult has(const std::string &text, const std::string &part) {
-    return text.find(part) != text.npos ? AssertionSuccess()
-                                        : AssertionFailure() << "no '" << part << "' in\n"
-                                                             << text;
-}
+using rig::has;
 
 class ctl_routes : public rig::Commands {
 protected:
@@ -92,14 +82,9 @@ TEST_F(ctl_routes, without_an_address_go_to_the_cpu) {
     EXPECT_TRUE(has(text("why 10.9.0.0/16"), "in the chip, to the CPU\n"
                                              "    directly connected on vlanif200"));
     text("chip check");
-    auto &entries = master().chip.entries;
-    const auto entry =
-        std::ranges::find_if(entries, [](const auto &each) { return each.first.prefix_len == 16; });
-    ASSERT_NE(entry, entries.end());
-    const auto kept = *entry;
-    entries.erase(entry);
+    auto entry = take_entry(16);
     EXPECT_EQ(refusal("chip check"), "the chip lacks entry vrf 0 10.9.0.0/16 to the CPU\n");
-    entries.insert(kept);
+    master().chip.entries.insert(std::move(entry));
 }
 
 TEST_F(ctl_routes, refuse_what_cannot_be_meant) {
@@ -173,14 +158,9 @@ TEST_F(ctl_routes, are_followed_to_what_is_missing) {
                                           "10.2.0.0/16: in the chip"));
     EXPECT_TRUE(has(text("why 10.4.0.0/16"), "10.4.0.0/16: no route\n"));
 
-    auto &entries = master().chip.entries;
-    const auto entry =
-        std::ranges::find_if(entries, [](const auto &each) { return each.first.prefix_len == 16; });
-    ASSERT_NE(entry, entries.end());
-    const auto kept = *entry;
-    entries.erase(entry);
+    auto entry = take_entry(16);
     EXPECT_TRUE(has(text("why 10.2.0.0/16"), "not in the chip, which should have it by group"));
-    entries.insert(kept);
+    master().chip.entries.insert(std::move(entry));
     const auto group = *master().chip.groups.begin();
     master().chip.groups.erase(group.first);
     EXPECT_TRUE(has(text("why 10.2.0.0/16"), ", which the chip does not have"));

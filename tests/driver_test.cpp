@@ -46,92 +46,91 @@ TEST(Slots, HaveABitEachAndAnythingElseAllOfThem) {
         EXPECT_EQ(dpm_slot_obj_bit_get(none), ~0u);
 }
 
+// One row a wrapper: its call, and what the chip's journal says of it as far as the outputs.
+#define ROW(call, line, restricted)                                                                \
+    {                                                                                              \
+        [&] { (void)dpm_driver_##call; }, line, restricted                                         \
+    }
+#define WRAPPER(call, line) ROW(call, line, true)
+#define UNSLOTTED(call, line) ROW(call, line, false)
+
 TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
     const std::uint32_t wide = 0xABC10064; // 100 in 16 bits and in 8
     const auto bits = 8u;
-    struct Wrapper {
-        std::function<void()> call;
-        const char *line; // in the chip's journal, as far as the outputs
-        bool restricted = true;
-    };
     std::uint8_t vlans[512] = {};
     vlans[0] = 0x81;   // VLANs 1 and 8
     vlans[511] = 0xE0; // VLAN 4094, and two positions that are no VLAN
-    const Wrapper wrappers[] = {
-        {[&] { dpm_driver_add_l3_intf(mac, wide, out); }, "add_l3_intf vlan 100 mac 02:", false},
-        {[&] { dpm_driver_delete_l3_intf(mac, wide); }, "delete_l3_intf vlan 100 mac 02:", false},
-        {[&] { dpm_driver_add_intf_ip(0xFFFF, 1, ip, 24); },
-         "add_ip_entry vrf -1 10.1.1.2/24 nexthop 2", false},
-        {[&] { dpm_driver_delete_intf_ip(wide, 1, ip, 24); },
-         "del_ip_entry vrf 100 10.1.1.2/24 nexthop 2", false},
-        {[&] { dpm_driver_interface_vrf_set(0xFFFF, wide, bits); },
-         "interface_vrf_set vlan -1 vrf 100"},
-        {[&] { dpm_driver_interface_mpls_enable(wide, 0x101, bits); },
-         "interface_mpls_enable vlan 100 enable 1"},
-        {[&] { dpm_driver_add_nexthop(1, wide, mac, wide, 0x10007, out, bits); },
-         "add_ip_nexthop trunk 2881552484 svlan 100 cvlan 7 mac 02:00:00:00:01:02"},
-        {[&] { dpm_driver_del_nexthop(wide, bits); }, "del_ip_nexthop index 2881552484"},
-        {[&] { dpm_driver_route_add(70000, 1, ip, 32, 99, bits); },
-         "add_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"},
-        {[&] { dpm_driver_route_del(70000, 1, ip, 32, 99, bits); },
-         "del_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"},
-        {[&] { dpm_driver_default_route_set(wide, 2, 1, bits); },
-         "default_route_set vrf 100 family 2 to-cpu queue 10 rate 64"},
-        {[&] { dpm_driver_default_route_set(wide, 1, 2, bits); },
-         "default_route_set vrf 100 family 1 drop queue 10 rate 64"},
-        {[&] { dpm_driver_set_ecmp_hash_ctl(6, bits); }, "set_ecmp_hash_ctl mode 6"},
-        {[&] { dpm_driver_ecmp_creat(1, &group, bits); }, "add_ecmp_nexthop members group"},
-        {[&] { dpm_driver_ecmp_add(1, 40, 17, bits); },
-         "update_ecmp_nexthop group 40 add members 17"},
-        {[&] { dpm_driver_ecmp_del(1, 40, 17, bits); },
-         "update_ecmp_nexthop group 40 remove members 17"},
-        {[&] { dpm_driver_ecmp_destory(1, 40, bits); }, "del_ecmp_nexthop group 40"},
-        {[&] { dpm_driver_add_arp_rule(mac, wide); }, "set_arp_to_cpu vlan 100 on", false},
-        {[&] { dpm_driver_delete_arp_rule(mac, wide); }, "set_arp_to_cpu vlan 100 off", false},
-        {[&] { dpm_driver_add_ospf_rule(wide); }, "set_ospf_to_cpu_ex vlan 2881552484 on", false},
-        {[&] { dpm_driver_del_ospf_rule(7); }, "set_ospf_to_cpu_ex vlan 7 off", false},
-        {[&] { dpm_driver_set_ndp_rule(wide, 1); },
-         "set_ipv6_ns_rule vlan 100 on match 0x3333/0xffff", false},
-        {[&] { dpm_driver_set_ndp_rule(wide, 0); },
-         "set_ipv6_ns_rule vlan 100 off match 0x3333/0xffff", false},
-        {[&] { dpm_driver_mpls_ftn_add(record, out, out + 1, bits); }, "mpls_ftn_add request nhid"},
-        {[&] { dpm_driver_mpls_ftn_del(record, bits); }, "mpls_ftn_del request"},
-        {[&] { dpm_driver_mpls_ilm_add(record, out, out + 1, bits); }, "mpls_ilm_add request nhid"},
-        {[&] { dpm_driver_mpls_ilm_del(record, bits); }, "mpls_ilm_del request"},
-        {[&] { dpm_driver_vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits); },
-         "vpws_entry_add request ac"},
-        {[&] { dpm_driver_vpws_entry_del(record, 5, bits); }, "vpws_entry_del request"},
-        {[&] { dpm_driver_vpws_entry_update(record, record, out, out + 1, 5, bits); },
-         "vpws_entry_update request pw"},
-        {[&] { dpm_driver_vpws_entry_del_vlanlist(record, 5, bits, vlans); },
-         "vpws_entry_del_test request vlans 3"},
-        {[&] { dpm_driver_pw_group_switch(wide, 1, bits); },
-         "pw_group_switch group 2881552484 protect 1"},
-        {[&] { dpm_driver_vpls_add(wide, out, bits); }, "vpls_add vpls 100 fid"},
-        {[&] { dpm_driver_vpls_del(wide, bits); }, "vpls_del vpls 100"},
-        {[&] { dpm_driver_mpls_ac_entry_add(record, out, out + 1, bits); },
-         "vpls_ac_entry_add request nhid"},
-        {[&] { dpm_driver_mpls_ac_entry_del(record, bits); }, "vpls_ac_entry_del request"},
-        {[&] { dpm_driver_mpls_pw_entry_add(record, out, out + 1, bits); },
-         "vpls_pw_entry_add request nhid"},
-        {[&] { dpm_driver_mpls_pw_entry_del(record, bits); }, "vpls_pw_entry_del request"},
-        {[&] { dpm_driver_port_scl_key_type_set(wide, wide, 0x10007, 0x101, 0x103, bits); },
-         "port_scl_key_type_set type 2881552484 port 100 subport 7 direction 1 key 3"},
-        {[&] { dpm_driver_add_gre_tunnel(3, ip, other_ip, 0, 5, 1, bits); },
-         "add_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 4294967295 checksum 1"},
-        {[&] { dpm_driver_del_gre_tunnel(3, ip, other_ip, 7, 5, 1, bits); },
-         "del_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 5 checksum 1"},
-        {[&] { dpm_driver_add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 0, out, bits); },
-         "add_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 4294967295 checksum 0"},
-        {[&] {
-             dpm_driver_update_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 1, 9, 0, out, bits);
-         },
-         "update_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 9 checksum 0"},
-        {[&] { dpm_driver_del_gre_nexthop(wide, bits); }, "del_gre_nexthop index 2881552484"},
+    const struct {
+        std::function<void()> call;
+        const char *line;
+        bool restricted;
+    } wrappers[] = {
+        // clang-format off
+        UNSLOTTED(add_l3_intf(mac, wide, out), "add_l3_intf vlan 100 mac 02:"),
+        UNSLOTTED(delete_l3_intf(mac, wide), "delete_l3_intf vlan 100 mac 02:"),
+        UNSLOTTED(add_intf_ip(0xFFFF, 1, ip, 24), "add_ip_entry vrf -1 10.1.1.2/24 nexthop 2"),
+        UNSLOTTED(delete_intf_ip(wide, 1, ip, 24), "del_ip_entry vrf 100 10.1.1.2/24 nexthop 2"),
+        WRAPPER(interface_vrf_set(0xFFFF, wide, bits), "interface_vrf_set vlan -1 vrf 100"),
+        WRAPPER(interface_mpls_enable(wide, 0x101, bits),
+                "interface_mpls_enable vlan 100 enable 1"),
+        WRAPPER(add_nexthop(1, wide, mac, wide, 0x10007, out, bits),
+                "add_ip_nexthop trunk 2881552484 svlan 100 cvlan 7 mac 02:00:00:00:01:02"),
+        WRAPPER(del_nexthop(wide, bits), "del_ip_nexthop index 2881552484"),
+        WRAPPER(route_add(70000, 1, ip, 32, 99, bits),
+                "add_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"),
+        WRAPPER(route_del(70000, 1, ip, 32, 99, bits),
+                "del_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"),
+        WRAPPER(default_route_set(wide, 2, 1, bits),
+                "default_route_set vrf 100 family 2 to-cpu queue 10 rate 64"),
+        WRAPPER(default_route_set(wide, 1, 2, bits),
+                "default_route_set vrf 100 family 1 drop queue 10 rate 64"),
+        WRAPPER(set_ecmp_hash_ctl(6, bits), "set_ecmp_hash_ctl mode 6"),
+        WRAPPER(ecmp_creat(1, &group, bits), "add_ecmp_nexthop members group"),
+        WRAPPER(ecmp_add(1, 40, 17, bits), "update_ecmp_nexthop group 40 add members 17"),
+        WRAPPER(ecmp_del(1, 40, 17, bits), "update_ecmp_nexthop group 40 remove members 17"),
+        WRAPPER(ecmp_destory(1, 40, bits), "del_ecmp_nexthop group 40"),
+        UNSLOTTED(add_arp_rule(mac, wide), "set_arp_to_cpu vlan 100 on"),
+        UNSLOTTED(delete_arp_rule(mac, wide), "set_arp_to_cpu vlan 100 off"),
+        UNSLOTTED(add_ospf_rule(wide), "set_ospf_to_cpu_ex vlan 2881552484 on"),
+        UNSLOTTED(del_ospf_rule(7), "set_ospf_to_cpu_ex vlan 7 off"),
+        UNSLOTTED(set_ndp_rule(wide, 1), "set_ipv6_ns_rule vlan 100 on match 0x3333/0xffff"),
+        UNSLOTTED(set_ndp_rule(wide, 0), "set_ipv6_ns_rule vlan 100 off match 0x3333/0xffff"),
+        WRAPPER(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add request nhid"),
+        WRAPPER(mpls_ftn_del(record, bits), "mpls_ftn_del request"),
+        WRAPPER(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add request nhid"),
+        WRAPPER(mpls_ilm_del(record, bits), "mpls_ilm_del request"),
+        WRAPPER(vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits),
+                "vpws_entry_add request ac"),
+        WRAPPER(vpws_entry_del(record, 5, bits), "vpws_entry_del request"),
+        WRAPPER(vpws_entry_update(record, record, out, out + 1, 5, bits),
+                "vpws_entry_update request pw"),
+        WRAPPER(vpws_entry_del_vlanlist(record, 5, bits, vlans),
+                "vpws_entry_del_test request vlans 3"),
+        WRAPPER(pw_group_switch(wide, 1, bits), "pw_group_switch group 2881552484 protect 1"),
+        WRAPPER(vpls_add(wide, out, bits), "vpls_add vpls 100 fid"),
+        WRAPPER(vpls_del(wide, bits), "vpls_del vpls 100"),
+        WRAPPER(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add request nhid"),
+        WRAPPER(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del request"),
+        WRAPPER(mpls_pw_entry_add(record, out, out + 1, bits), "vpls_pw_entry_add request nhid"),
+        WRAPPER(mpls_pw_entry_del(record, bits), "vpls_pw_entry_del request"),
+        WRAPPER(port_scl_key_type_set(wide, wide, 0x10007, 0x101, 0x103, bits),
+                "port_scl_key_type_set type 2881552484 port 100 subport 7 direction 1 key 3"),
+        WRAPPER(add_gre_tunnel(3, ip, other_ip, 0, 5, 1, bits),
+                "add_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 4294967295 "
+                "checksum 1"),
+        WRAPPER(del_gre_tunnel(3, ip, other_ip, 7, 5, 1, bits),
+                "del_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 5 checksum 1"),
+        WRAPPER(add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 0, out, bits),
+                "add_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 4294967295 "
+                "checksum 0"),
+        WRAPPER(update_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 1, 9, 0, out, bits),
+                "update_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 9 checksum 0"),
+        WRAPPER(del_gre_nexthop(wide, bits), "del_gre_nexthop index 2881552484"),
+        // clang-format on
     };
     for (const std::uint32_t up : {0u, 1u}) {
         g_dpm_global.slave_up = up;
-        for (const Wrapper &wrapper : wrappers) {
+        for (const auto &wrapper : wrappers) {
             card.chip.clear_journal();
             wrapper.call();
             const Lines journal = card.chip.journal();
@@ -178,169 +177,115 @@ TEST_F(Driver, TunnelsAreTracedUnderTheNameOfTheirRequest) {
         << added[1];
 }
 
-// Each callback: silent for a result of 0, else its own name and the request's key fields.
+// One row a callback: its name, the request's arguments, and what it logs behind its first line.
+#define CALLBACK(name, arguments, ...)                                                             \
+    {                                                                                              \
+        "dpm_driver_" #name, [&](int result) { return dpm_driver_##name arguments; }, {            \
+            __VA_ARGS__                                                                            \
+        }                                                                                          \
+    }
+
 TEST_F(Driver, SlotsThatFailAreLoggedWithTheRequestAndOthersAreSilent) {
     const std::string mac_line = "\t mac 02-00-00-00-01-02 ";
-    struct Callback {
-        const char *name;
+    const std::uint32_t *const o = out;
+    const std::uint16_t list[1] = {1};
+    const struct {
+        std::string name;
         std::function<int(int)> report;
         Lines details;
+    } callbacks[] = {
+        // clang-format off
+        CALLBACK(add_ip_nexthop_result, (2, 3, o, 4, 5, mac, 16, result),
+                 "\t port_type 2 port_tgid 3 vid 4 ivid 5", mac_line),
+        CALLBACK(add_ip_nexthop_result, (2, 3, o, 4, 5, nullptr, 16, result),
+                 "\t port_type 2 port_tgid 3 vid 4 ivid 5", "\t mac 00-00-00-00-00-00 "),
+        CALLBACK(del_ip_nexthop_result, (2, 16, result)),
+        CALLBACK(update_ip_nexthop_result, (2, 3, o, 4, 5, mac, 16, result),
+                 "\t port_type 2 port_tgid 3 vid 4 ivid 5 ", mac_line),
+        CALLBACK(add_ip_entry_result, (7, 1, ip, 24, 9, 16, result),
+                 "\t vrf_id 7 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 24 "),
+        CALLBACK(del_ip_entry_result, (7, 2, ip, 64, 9, 16, result),
+                 "\t vrf_id 7 ip_type ipv6 ", "\t ip a.1.1.2.0.0.0.0.0.0.0.0.0.0.0.0 mask_len 64 "),
+        CALLBACK(del_ip_entry_result, (7, 3, ip, 64, 9, 16, result), "\t vrf_id 7 ip_type ipv6 "),
+        CALLBACK(add_ecmp_nexthop_result, (&group, 0, 0, o, 16, result)),
+        CALLBACK(del_ecmp_nexthop_result, (1, 16, result)),
+        CALLBACK(update_ecmp_nexthop_result, (1, 0, 0, o, 16, result), "\t op_type create "),
+        CALLBACK(update_ecmp_nexthop_result, (1, 1, 0, o, 16, result), "\t op_type add "),
+        CALLBACK(update_ecmp_nexthop_result, (1, 2, 0, o, 16, result), "\t op_type remove "),
+        CALLBACK(add_l3_intf_result, (mac, 100, o, 16, result), "\t vid 100 ifid 31 ", mac_line),
+        CALLBACK(add_l3_intf_result, (mac, 100, nullptr, 16, result),
+                 "\t vid 100 ifid 0 ", mac_line),
+        CALLBACK(delete_l3_intf_result, (mac, 100, 16, result),
+                 "\t vid 100 mac 02-00-00-00-01-02 "),
+        CALLBACK(interface_vrf_set_result, (100, 7, 16, result), "\t vrf_id 7 vid 100 "),
+        CALLBACK(interface_ipmc_enable_result, (100, 1, 1, 16, result),
+                 "\t vid 100 type 1 enable 1 "),
+        CALLBACK(default_route_set_result, (2, 7, 1, 10, 64, 16, result),
+                 "\t vrf_id 7 ip_type 2 state 1 "),
+        CALLBACK(mpls_ftn_add_result, (record, o, o + 1, 16, result), "\t nhid 31 tunnel_id 32 "),
+        CALLBACK(mpls_ftn_del_result, (record, 16, result)),
+        CALLBACK(mpls_ilm_add_result, (record, o, o + 1, 16, result), "\t nhid 31 tunnel_id 32 "),
+        CALLBACK(mpls_ilm_del_result, (record, 16, result)),
+        CALLBACK(vpls_add_result, (7, o, 16, result), "\t vpls_id 7 fid 31 "),
+        CALLBACK(vpls_del_result, (7, 16, result)),
+        CALLBACK(vpls_ac_entry_add_result, (record, o, o + 1, 16, result),
+                 "\t nhid 31 logic_port 32 "),
+        CALLBACK(vpls_ac_entry_del_result, (record, 16, result)),
+        CALLBACK(vpls_pw_entry_add_result, (record, o, o + 1, 16, result),
+                 "\t nhid 31 logic_port 32 "),
+        CALLBACK(vpls_pw_entry_del_result, (record, 16, result)),
+        CALLBACK(vpws_entry_add_result, (record, record, o, o + 1, o + 2, 5, 16, result),
+                 "\t ac_nhid 31 pw_nhid 32 aps_id 33 "),
+        CALLBACK(vpws_entry_del_result, (record, 5, 16, result)),
+        CALLBACK(vpws_entry_add_result_test, (record, record, o, o + 1, o + 2, 5, list, 1, 16,
+                 result),
+                 "\t ac_nhid 31 pw_nhid 32 aps_id 33 "),
+        CALLBACK(vpws_entry_del_result_test, (record, 5, list, 1, 16, result)),
+        CALLBACK(vpws_entry_update_result, (record, record, o + 1, o + 2, 5, 16, result),
+                 "\t pw_nhid 32 aps_id 33 "),
+        CALLBACK(interface_mpls_enable_result, (100, 1, 16, result), "\t vid 100 enable enable "),
+        CALLBACK(pw_group_switch_result, (7, 0, 16, result), "\t pw_id 7 protect_en disable "),
+        CALLBACK(port_scl_key_type_set_result, (1, 2, 3, 4, 5, 16, result),
+                 "\t port_type 1 port 2 subport 3 direction 4 key_type 5"),
+        // clang-format on
     };
-    const std::uint32_t *const o = out;
-    const auto *const g = &group;
-    const std::uint16_t list[1] = {1};
-    const Callback callbacks[] = {
-        {"add_ip_nexthop_result",
-         [&](int r) { return dpm_driver_add_ip_nexthop_result(2, 3, o, 4, 5, mac, 16, r); },
-         {"\t port_type 2 port_tgid 3 vid 4 ivid 5", mac_line}},
-        {"del_ip_nexthop_result",
-         [&](int r) { return dpm_driver_del_ip_nexthop_result(2, 16, r); },
-         {}},
-        {"update_ip_nexthop_result",
-         [&](int r) { return dpm_driver_update_ip_nexthop_result(2, 3, o, 4, 5, mac, 16, r); },
-         {"\t port_type 2 port_tgid 3 vid 4 ivid 5 ", mac_line}},
-        {"add_ip_entry_result",
-         [&](int r) { return dpm_driver_add_ip_entry_result(7, 1, ip, 24, 9, 16, r); },
-         {"\t vrf_id 7 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 24 "}},
-        {"del_ip_entry_result",
-         [&](int r) { return dpm_driver_del_ip_entry_result(7, 2, ip, 64, 9, 16, r); },
-         {"\t vrf_id 7 ip_type ipv6 ", "\t ip a.1.1.2.0.0.0.0.0.0.0.0.0.0.0.0 mask_len 64 "}},
-        {"del_ip_entry_result",
-         [&](int r) { return dpm_driver_del_ip_entry_result(7, 3, ip, 64, 9, 16, r); },
-         {"\t vrf_id 7 ip_type ipv6 "}},
-        {"add_ecmp_nexthop_result",
-         [&](int r) { return dpm_driver_add_ecmp_nexthop_result(g, 0, 0, o, 16, r); },
-         {}},
-        {"del_ecmp_nexthop_result",
-         [&](int r) { return dpm_driver_del_ecmp_nexthop_result(1, 16, r); },
-         {}},
-        {"update_ecmp_nexthop_result",
-         [&](int r) { return dpm_driver_update_ecmp_nexthop_result(1, 0, 0, o, 16, r); },
-         {"\t op_type create "}},
-        {"update_ecmp_nexthop_result",
-         [&](int r) { return dpm_driver_update_ecmp_nexthop_result(1, 1, 0, o, 16, r); },
-         {"\t op_type add "}},
-        {"update_ecmp_nexthop_result",
-         [&](int r) { return dpm_driver_update_ecmp_nexthop_result(1, 2, 0, o, 16, r); },
-         {"\t op_type remove "}},
-        {"add_l3_intf_result",
-         [&](int r) { return dpm_driver_add_l3_intf_result(mac, 100, o, 16, r); },
-         {"\t vid 100 ifid 31 ", mac_line}},
-        {"delete_l3_intf_result",
-         [&](int r) { return dpm_driver_delete_l3_intf_result(mac, 100, 16, r); },
-         {"\t vid 100 mac 02-00-00-00-01-02 "}},
-        {"interface_vrf_set_result",
-         [&](int r) { return dpm_driver_interface_vrf_set_result(100, 7, 16, r); },
-         {"\t vrf_id 7 vid 100 "}},
-        {"interface_ipmc_enable_result",
-         [&](int r) { return dpm_driver_interface_ipmc_enable_result(100, 1, 1, 16, r); },
-         {"\t vid 100 type 1 enable 1 "}},
-        {"default_route_set_result",
-         [&](int r) { return dpm_driver_default_route_set_result(2, 7, 1, 10, 64, 16, r); },
-         {"\t vrf_id 7 ip_type 2 state 1 "}},
-        {"mpls_ftn_add_result",
-         [&](int r) { return dpm_driver_mpls_ftn_add_result(record, o, o + 1, 16, r); },
-         {"\t nhid 31 tunnel_id 32 "}},
-        {"mpls_ftn_del_result",
-         [&](int r) { return dpm_driver_mpls_ftn_del_result(record, 16, r); },
-         {}},
-        {"mpls_ilm_add_result",
-         [&](int r) { return dpm_driver_mpls_ilm_add_result(record, o, o + 1, 16, r); },
-         {"\t nhid 31 tunnel_id 32 "}},
-        {"mpls_ilm_del_result",
-         [&](int r) { return dpm_driver_mpls_ilm_del_result(record, 16, r); },
-         {}},
-        {"vpls_add_result",
-         [&](int r) { return dpm_driver_vpls_add_result(7, o, 16, r); },
-         {"\t vpls_id 7 fid 31 "}},
-        {"vpls_del_result", [&](int r) { return dpm_driver_vpls_del_result(7, 16, r); }, {}},
-        {"vpls_ac_entry_add_result",
-         [&](int r) { return dpm_driver_vpls_ac_entry_add_result(record, o, o + 1, 16, r); },
-         {"\t nhid 31 logic_port 32 "}},
-        {"vpls_ac_entry_del_result",
-         [&](int r) { return dpm_driver_vpls_ac_entry_del_result(record, 16, r); },
-         {}},
-        {"vpls_pw_entry_add_result",
-         [&](int r) { return dpm_driver_vpls_pw_entry_add_result(record, o, o + 1, 16, r); },
-         {"\t nhid 31 logic_port 32 "}},
-        {"vpls_pw_entry_del_result",
-         [&](int r) { return dpm_driver_vpls_pw_entry_del_result(record, 16, r); },
-         {}},
-        {"vpws_entry_add_result",
-         [&](int r) {
-             return dpm_driver_vpws_entry_add_result(record, record, o, o + 1, o + 2, 5, 16, r);
-         },
-         {"\t ac_nhid 31 pw_nhid 32 aps_id 33 "}},
-        {"vpws_entry_del_result",
-         [&](int r) { return dpm_driver_vpws_entry_del_result(record, 5, 16, r); },
-         {}},
-        {"vpws_entry_add_result_test",
-         [&](int r) {
-             return dpm_driver_vpws_entry_add_result_test(record, record, o, o + 1, o + 2, 5, list,
-                                                          1, 16, r);
-         },
-         {"\t ac_nhid 31 pw_nhid 32 aps_id 33 "}},
-        {"vpws_entry_del_result_test",
-         [&](int r) { return dpm_driver_vpws_entry_del_result_test(record, 5, list, 1, 16, r); },
-         {}},
-        {"vpws_entry_update_result",
-         [&](int r) {
-             return dpm_driver_vpws_entry_update_result(record, record, o + 1, o + 2, 5, 16, r);
-         },
-         {"\t pw_nhid 32 aps_id 33 "}},
-        {"interface_mpls_enable_result",
-         [&](int r) { return dpm_driver_interface_mpls_enable_result(100, 1, 16, r); },
-         {"\t vid 100 enable enable "}},
-        {"pw_group_switch_result",
-         [&](int r) { return dpm_driver_pw_group_switch_result(7, 0, 16, r); },
-         {"\t pw_id 7 protect_en disable "}},
-        {"port_scl_key_type_set_result",
-         [&](int r) { return dpm_driver_port_scl_key_type_set_result(1, 2, 3, 4, 5, 16, r); },
-         {"\t port_type 1 port 2 subport 3 direction 4 key_type 5"}},
-    };
-    for (const Callback &callback : callbacks) {
+    for (const auto &callback : callbacks) {
         EXPECT_EQ(logged_by([&] { return callback.report(0); }), Lines{}) << callback.name;
-        Lines expected{std::string("dpm_driver_") + callback.name + " obj_bit 16 result -3 "};
+        Lines expected{callback.name + " obj_bit 16 result -3 "};
         expected.insert(expected.end(), callback.details.begin(), callback.details.end());
         EXPECT_EQ(logged_by([&] { return callback.report(-3); }), expected);
+        EXPECT_EQ(logged_by([&] { return callback.report(3); }).size(), expected.size());
     }
 }
 
 TEST_F(Driver, TheCallbacksWithAFormOfTheirOwnLogOneLine) {
     EXPECT_EQ(logged_by([] { return dpm_driver_set_ecmp_hash_ctl_result(6, 4, -1); }),
               Lines{"dpm_driver_set_ecmp_hash_ctl_result psc 6 obj_bit 4 result -1 "});
-    const std::string tunnel = "vrf 3 sip a.1.1.2 dip ac.10.0.1 key 5 checksum 1 ";
-    const std::string neighbour = ":: porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5 ";
-    struct Callback {
+    const std::string end = "obj_bit 10 result -3",
+                      tunnel = "vrf 3 sip a.1.1.2 dip ac.10.0.1 key 5 checksum 1 ",
+                      nexthop = ":: porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5 " + tunnel +
+                                "sdk_index 31 " + end;
+    const struct {
+        std::string name;
         std::function<int(int)> report;
-        std::string name, rest;
+        Lines rest;
+    } callbacks[] = {
+        // clang-format off
+        CALLBACK(add_gre_tunnel_result, (3, ip, other_ip, 5, 1, 16, result), ":: " + tunnel + end),
+        CALLBACK(del_gre_tunnel_result, (3, ip, other_ip, 5, 1, 16, result), ":: " + tunnel + end),
+        CALLBACK(add_gre_nexthop_result, (2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1, out, 16, result),
+                 nexthop),
+        CALLBACK(update_gre_nexthop_result, (2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1, out, 16,
+                 result), nexthop),
+        CALLBACK(del_gre_nexthop_result, (31, 16, result), ":: sdk_index 31 " + end),
+        // clang-format on
     };
-    const Callback callbacks[] = {
-        {[&](int r) { return dpm_driver_add_gre_tunnel_result(3, ip, other_ip, 5, 1, 16, r); },
-         "dpm_driver_add_gre_tunnel_result ", ":: " + tunnel + "obj_bit 10 result -3"},
-        {[&](int r) { return dpm_driver_del_gre_tunnel_result(3, ip, other_ip, 5, 1, 16, r); },
-         "dpm_driver_del_gre_tunnel_result ", ":: " + tunnel + "obj_bit 10 result -3"},
-        {[&](int r) {
-             return dpm_driver_add_gre_nexthop_result(2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1, out,
-                                                      16, r);
-         },
-         "dpm_driver_add_gre_nexthop_result ",
-         neighbour + tunnel + "sdk_index 31 obj_bit 10 result -3"},
-        {[&](int r) {
-             return dpm_driver_update_gre_nexthop_result(2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1,
-                                                         out, 16, r);
-         },
-         "dpm_driver_update_gre_nexthop_result ",
-         neighbour + tunnel + "sdk_index 31 obj_bit 10 result -3"},
-        {[&](int r) { return dpm_driver_del_gre_nexthop_result(31, 16, r); },
-         "dpm_driver_del_gre_nexthop_result ", ":: sdk_index 31 obj_bit 10 result -3"},
-    };
-    for (const Callback &callback : callbacks) {
+    for (const auto &callback : callbacks) {
         EXPECT_EQ(logged_by([&] { return callback.report(0); }), Lines{}) << callback.name;
         const Lines lines = logged_by([&] { return callback.report(-3); });
         ASSERT_EQ(lines.size(), 1u) << callback.name;
-        EXPECT_TRUE(lines[0].starts_with(callback.name)) << lines[0];
-        EXPECT_TRUE(lines[0].ends_with(callback.rest)) << lines[0];
+        EXPECT_TRUE(lines[0].starts_with(callback.name + " ")) << lines[0];
+        EXPECT_TRUE(lines[0].ends_with(callback.rest[0])) << lines[0];
     }
 }
 

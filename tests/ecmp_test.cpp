@@ -159,15 +159,6 @@ TEST_P(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas) {
     EXPECT_TRUE(groups(standby()).empty());
 }
 
-TEST_P(Groups, AGroupWithoutMemberEndsWhenAllAreRemoved) {
-    std::int32_t index = 0;
-    refuse(Request::update_ecmp_nexthop);
-    add(index, 0);
-    EXPECT_NE(index, 0);
-    EXPECT_EQ(del_all(index), 0);
-    EXPECT_EQ(index, 0);
-}
-
 TEST_P(Groups, AnIndexThatTheChipNeverGaveOutAndAnUnknownFamilyChangeNothing) {
     std::int32_t unknown = 4711;
     EXPECT_EQ(add(unknown, 0), -1);
@@ -190,28 +181,4 @@ TEST_P(Groups, AnIndexThatTheChipNeverGaveOutAndAnUnknownFamilyChangeNothing) {
     EXPECT_EQ(logged(master(), "::iptype = "), 2u);
     EXPECT_EQ(dpm_ecmp_compare(nullptr, nullptr), -1);
     EXPECT_TRUE(chip_calls(master()).empty());
-}
-
-TEST_P(Groups, ASlotTakesTheGroupWithItsIndexAndMembers) {
-    std::int32_t index = 0;
-    add(index, 0);
-    add(index, 1);
-    del(index, 0);
-    clear_journal();
-    dpm_bridge_slot_up(3);
-    settle();
-    const std::string group = " group " + std::to_string(index);
-    const auto calls = chip_calls(master());
-    const auto named = [&](const std::string &text) {
-        return std::count_if(calls.begin(), calls.end(), [&](const std::string &call) {
-            return call.find(text) != call.npos && call.find(" slots 0x") != call.npos &&
-                   call.find(" -> 0") != call.npos;
-        });
-    };
-    EXPECT_EQ(named("add_ecmp_nexthop members" + group), 1);
-    EXPECT_EQ(named("update_ecmp_nexthop" + group + " add members " + std::to_string(members[1])),
-              1);
-    EXPECT_EQ(calls.size(), members.size() * 2 + 2) << "next hops, hosts, the group, its member";
-    EXPECT_EQ(del(index, 1), 0);
-    EXPECT_EQ(index, 0);
 }

@@ -61,16 +61,15 @@ TEST_F(HostRequests, OfAllThreeKindsAddAndDeleteTheHost) {
 }
 
 TEST_F(HostRequests, WithoutARecordOrWithAnUnknownFamilyAreRefused) {
-    EXPECT_EQ(dpm_api_host_pro(nullptr, DPM_OPER_ADD), -1);
-    EXPECT_EQ(dpm_api_notify_ipstack_host(nullptr), -1);
-    EXPECT_EQ(dpm_api_host_msg_send(nullptr, DPM_OPER_ADD), -1);
+    rig::expect_all(-1,
+                    {dpm_api_host_pro(nullptr, DPM_OPER_ADD), dpm_api_notify_ipstack_host(nullptr),
+                     dpm_api_host_msg_send(nullptr, DPM_OPER_ADD)});
     EXPECT_EQ(logged(master(), "::the input parameter is null!"), 3u);
-    info.family = 3;
-    EXPECT_EQ(dpm_api_host_pro(&info, DPM_OPER_ADD), -1);
-    EXPECT_EQ(dpm_api_notify_ipstack_host(&info), -1);
     dpm_host_entry entry = entry_of("10.1.1.2");
-    entry.ip.family = 3;
-    EXPECT_EQ(dpm_api_host_msg_send(&entry, DPM_OPER_ADD), -1);
+    info.oper = DPM_OPER_ADD;
+    entry.ip.family = info.family = 3;
+    rig::expect_all(-1, {dpm_api_host_pro(&info, DPM_OPER_ADD), dpm_api_notify_ipstack_host(&info),
+                         dpm_api_host_msg_send(&entry, DPM_OPER_ADD)});
     EXPECT_EQ(logged(master(), "::iptype = 3 is err!"), 2u);
     EXPECT_EQ(logged(master(), "::iptype 3 is err!"), 1u);
     EXPECT_EQ(master().os.queued(), 0u);
@@ -86,6 +85,8 @@ TEST_F(HostRequests, AnEntryWithAnOddPrefixLeavesChipAndTableInStep) {
     EXPECT_EQ(dpm_api_host_msg_send(&entry, DPM_OPER_ADD), 0);
     settle();
     check_laws();
+    EXPECT_EQ(dpm_host_start_delete_time_test(), 0) << "asks every neighbour again";
+    EXPECT_EQ(unreachables(master()).at(0).probe_cnt, 2u);
     EXPECT_EQ(hosts(master()).at(0).ip.prefix_len, 32u);
     EXPECT_EQ(dpm_api_host_msg_send(&entry, DPM_OPER_DEL), 0);
     settle();
@@ -95,10 +96,8 @@ TEST_F(HostRequests, AnEntryWithAnOddPrefixLeavesChipAndTableInStep) {
 TEST_F(HostRequests, AreDroppedWithSuccessWhileTheConformanceTestRuns) {
     EXPECT_EQ(dpm_ipv6_ready_test_switch_open(), 0);
     EXPECT_EQ(dpm_get_ipv6_ready_test_switch_state(), 1u);
-    EXPECT_EQ(dpm_api_host_pro(&info, DPM_OPER_ADD), 0);
-    EXPECT_EQ(dpm_api_host_pro(nullptr, 77), 0);
-    EXPECT_EQ(dpm_api_notify_ipstack_host(nullptr), 0);
-    EXPECT_EQ(dpm_api_host_msg_send(nullptr, 77), 0);
+    rig::expect_all(0, {dpm_api_host_pro(&info, DPM_OPER_ADD), dpm_api_host_pro(nullptr, 77),
+                        dpm_api_notify_ipstack_host(nullptr), dpm_api_host_msg_send(nullptr, 77)});
     EXPECT_EQ(master().os.queued(), 0u);
     EXPECT_EQ(dpm_host_test_add(inet_addr("10.1.1.3"), info.ifindex, 100, 0, 3, 3), 0)
         << "the test hosts are not reports";
@@ -161,13 +160,4 @@ TEST_F(HostRequests, ReadTheStacksNeighbourEntries) {
     EXPECT_EQ(dpm_get_ndp_entry_by_ip(nullptr, mac, 1, &first, &second, &third), -1);
     master().stack.fail_next(1, 5);
     EXPECT_EQ(dpm_get_ndp_entry_by_ip(ip.address, mac, info.ifindex, &first, &second, &third), -1);
-}
-
-TEST_F(HostRequests, TheDiagnosticsAskEveryNeighbourAgain) {
-    learn_host({.ip = "10.1.1.2", .port = 3});
-    EXPECT_EQ(dpm_host_start_delete_time_test(), 0);
-    EXPECT_EQ(unreachables(master()).size(), 1u);
-    EXPECT_EQ(unreachables(master())[0].probe_cnt, 2u);
-    EXPECT_EQ(dpm_api_get_host_entry_first(3), nullptr);
-    EXPECT_EQ(dpm_api_get_host_entry_next(nullptr), nullptr);
 }

@@ -195,11 +195,10 @@ TEST_P(HoldList, RefusesWhatIsNoEntry) {
     EXPECT_EQ(dpm_host_unreachable_add(0, ifindex, &unknown, 2), -1);
     EXPECT_EQ(dpm_host_get_index_by_ip(0, ifindex, &unknown), ~0u);
     EXPECT_TRUE(unreachables(master()).empty());
-    EXPECT_EQ(dpm_host_hold_entry_del(nullptr), -1);
-    EXPECT_EQ(dpm_host_unreachable_send(nullptr), -1);
-    EXPECT_EQ(dpm_ndp_req_send(0, ifindex, nullptr), -1);
-    EXPECT_EQ(dpm_ndp_ipstack_delete(0, ifindex, nullptr), -1);
-    EXPECT_EQ(dpm_api_get_unreachable_since(0, nullptr), -1);
+    rig::expect_all(-1, {dpm_host_hold_entry_del(nullptr), dpm_host_unreachable_send(nullptr),
+                         dpm_ndp_req_send(0, ifindex, nullptr),
+                         dpm_api_get_unreachable_since(0, nullptr),
+                         dpm_ndp_ipstack_delete(0, ifindex, nullptr)});
 }
 
 TEST_P(HoldList, TheProxyArpRouteGoesWithTheNeighbour) {

@@ -65,17 +65,16 @@ protected:
 } // namespace
 
 TEST_F(Mirroring, AWholeTableTravelsInBatchesOfAHundred) {
+    learn_hosts(200);
+    standby_connects();
+    EXPECT_EQ(sizes_of("dpm_host_entry_sync_all_receive"), (Sizes{17600, 17600}))
+        << "none is empty";
+    EXPECT_EQ(sizes_of("dpm_nexthop_entry_sync_all_receive"), Sizes{44}) << "one neighbour";
+    EXPECT_EQ(hosts(standby()).size(), 200u);
     learn_hosts(250);
     standby_connects();
-    EXPECT_EQ(sizes_of("dpm_host_entry_sync_all_receive"), (Sizes{17600, 17600, 8800}));
-    EXPECT_EQ(hosts(standby()).size(), 250u);
-}
-
-TEST_F(Mirroring, AFullBatchIsNotFollowedByAnEmptyOne) {
-    learn_hosts(100);
-    standby_connects();
-    EXPECT_EQ(sizes_of("dpm_host_entry_sync_all_receive"), Sizes{17600});
-    EXPECT_EQ(sizes_of("dpm_nexthop_entry_sync_all_receive"), Sizes{44}) << "one neighbour";
+    EXPECT_EQ(sizes_of("dpm_host_entry_sync_all_receive"),
+              (Sizes{17600, 17600, 17600, 17600, 8800}));
 }
 
 TEST_F(Mirroring, WithoutMemoryForABatchTheOtherTablesStillTravel) {
@@ -109,65 +108,36 @@ TEST_F(Mirroring, ASenderDoesNothingOnTheStandbyOrWithoutAPeer) {
     EXPECT_EQ(logged(master(), "dpm_host_entry_del_sync_send"), 1u);
 }
 
+// A mirrored table's receivers: of one entry, of the whole table; and the size of its record.
+#define RECEIVERS(table, size)                                                                     \
+    { {table##_add_sync_receive, table##_del_sync_receive}, table##_sync_all_receive, size }
+
 TEST_F(Mirroring, BuffersThatHoldNoRecordAreRefusedAndPostNothing) {
-    const std::vector<std::uint8_t> bytes(200);
+    const struct {
+        Receiver one[2], all;
+        std::uint32_t size;
+    } tables[] = {RECEIVERS(dpm_nexthop_entry, 44), RECEIVERS(dpm_host_entry, 176),
+                  RECEIVERS(dpm_ecmp_entry, 60),    RECEIVERS(dpm_route_entry, 824),
+                  RECEIVERS(dpm_mpls_ftn, 140),     RECEIVERS(dpm_mpls_ilm, 199)};
+    const std::vector<std::uint8_t> bytes(900);
     const auto scope = as(standby());
-    clear_journal();
-    unsigned refused = 0;
-    for (const auto &[receiver, size] : std::initializer_list<std::pair<Receiver, std::uint32_t>>{
-             {dpm_host_entry_add_sync_receive, 176},
-             {dpm_host_entry_del_sync_receive, 176},
-             {dpm_nexthop_entry_add_sync_receive, 44},
-             {dpm_nexthop_entry_del_sync_receive, 44}}) {
-        for (const std::uint32_t length : {0u, 1u, size - 1, size + 1, huge, ~0u})
-            EXPECT_EQ(receiver(bytes.data(), length), -1) << length;
-        EXPECT_EQ(receiver(nullptr, size), -1);
-        refused += 7;
+    for (const auto &table : tables) {
+        SCOPED_TRACE(table.size);
+        clear_journal();
+        for (const Receiver receiver : table.one) {
+            for (const std::uint32_t length : {0u, 1u, table.size - 1, table.size + 1, huge, ~0u})
+                EXPECT_EQ(receiver(bytes.data(), length), -1) << length;
+            EXPECT_EQ(receiver(nullptr, table.size), -1);
+        }
+        EXPECT_EQ(table.all(bytes.data(), 0), -1);
+        EXPECT_EQ(table.all(nullptr, table.size), -1);
+        EXPECT_EQ(table.all(bytes.data(), huge), -1);
+        EXPECT_EQ(logged(standby(), "the input paramter is null!"), 17u);
+        EXPECT_EQ(table.all(bytes.data(), table.size - 1), 0) << "no whole record";
     }
-    for (const Receiver all :
-         {dpm_host_entry_sync_all_receive, dpm_nexthop_entry_sync_all_receive}) {
-        EXPECT_EQ(all(bytes.data(), 0), -1);
-        EXPECT_EQ(all(nullptr, 176), -1);
-        EXPECT_EQ(all(bytes.data(), huge), -1);
-        refused += 3;
-        EXPECT_EQ(all(bytes.data(), 43), 0) << "no whole record";
-    }
-    EXPECT_EQ(logged(standby(), "the input paramter is null!"), refused);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(bytes.data(), 175), 0);
     EXPECT_EQ(standby().os.queued(), 0u);
     EXPECT_EQ(standby().peer.deliver("dpm_unknown_sync_receive", {}), -1);
     EXPECT_EQ(standby().peer.deliver("dpm_api_set_vrf_enable", {}), -1);
-}
-
-TEST_F(Mirroring, AWholeTableBufferIsReadInWholeRecords) {
-    std::vector<dpm_host_entry> records(3);
-    for (unsigned i = 0; i < 3; ++i)
-        records[i] = mirrored(("10.1.1." + std::to_string(i + 1)).c_str());
-    const auto scope = as(standby());
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data(), 500), 0);
-    EXPECT_EQ(standby().os.queued(), 2u);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data() + 2, 177), 0);
-    settle();
-    EXPECT_EQ(hosts(standby()).size(), 3u);
-    for (const dpm_host_entry &host : records)
-        dpm_host_entry_del_sync_receive(&host, sizeof host);
-    settle();
-    EXPECT_TRUE(hosts(standby()).empty());
-}
-
-TEST_F(Mirroring, AFailedPostOrAllocationEndsAWholeTableInTheMiddle) {
-    const std::vector<dpm_host_entry> records(5, mirrored("10.1.1.1"));
-    const auto scope = as(standby());
-    standby().os.fail(Fault::send, 3, 4);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data(), 5 * 176), -1);
-    EXPECT_EQ(standby().os.queued(), 2u);
-    EXPECT_EQ(logged(standby(), "dpm_host_entry_sync_all_receive"), 1u);
-    settle();
-    standby().os.fail(Fault::allocation, 2);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(records.data(), 5 * 176), -1);
-    EXPECT_EQ(standby().os.queued(), 1u);
-    settle();
-    EXPECT_EQ(dpm_host_entry_del_sync_receive(records.data(), 176), 0);
 }
 
 TEST_F(Mirroring, OnTheMasterWhatArrivesIsDropped) {

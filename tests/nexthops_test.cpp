@@ -33,20 +33,6 @@ protected:
 
 } // namespace
 
-TEST_F(NextHops, AreSharedByHostsBehindOneNeighbourAndMirroredWithTheirCount) {
-    add_interface("vlanif100", 100);
-    learn_host({.ip = "10.1.1.2"});
-    learn_host({.ip = "10.1.1.3"});
-    EXPECT_EQ(counts(master()), Counts{2});
-    EXPECT_EQ(counts(standby()), Counts{2});
-    forget_host({.ip = "10.1.1.2"});
-    EXPECT_EQ(counts(standby()), Counts{1});
-    EXPECT_EQ(master().chip.nexthops.size(), 1u);
-    forget_host({.ip = "10.1.1.3"});
-    EXPECT_EQ(counts(standby()), Counts{});
-    EXPECT_TRUE(master().chip.nexthops.empty());
-}
-
 TEST_F(NextHops, DifferByMacVlansAndPortButNotByThePortsType) {
     ASSERT_EQ(add(3), 0);
     const std::uint32_t first = index;

@@ -51,23 +51,6 @@ TEST_F(BareCard, StartUpSetsTheChipsDefaultsSpawnsTheWorkerAndRegistersTheModule
     EXPECT_EQ(card.os.live_blocks(), 1u) << "the route table among the dependants";
 }
 
-TEST_F(BareCard, EventsReachTheWorkerThroughTheCallbacksThatStartUpRegistered) {
-    EXPECT_EQ(card.hal.port_link(1, true), -1) << "nobody is there yet";
-    ASSERT_EQ(card.start(), 0);
-    card.peer.set_role(chassis::peer::Role::master);
-    EXPECT_EQ(card.hal.port_link(1, false), 0);
-    EXPECT_EQ(card.hal.trunk_link(1, false), 0);
-    EXPECT_EQ(card.hal.trunk_member(0, 1, 3, 1), 0);
-    EXPECT_EQ(card.stack.learn(rig::info_of(card, {})), 0);
-    card.peer.connected();
-    EXPECT_EQ(card.os.queued(), 5u);
-    card.peer.set_role(chassis::peer::Role::standby);
-    card.peer.become_master();
-    EXPECT_EQ(card.os.queued(), 6u);
-    card.pump();
-    EXPECT_EQ(card.os.live_blocks(), 1u);
-}
-
 // The first lock is deleted once for every lock that is there, the others never; then what else is.
 TEST_F(BareCard, AStepThatFailsGivesBackWhatWasMadeAndRegistersNothing) {
     struct Case {

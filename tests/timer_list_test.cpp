@@ -163,15 +163,13 @@ TEST_F(Timers, StoppingClearsANodeAndIsHarmlessForAnIdleOne) {
 
 TEST_F(Timers, NullArgumentsAreLoggedUnderTheFunctionsName) {
     dpm_timer_node node{};
-    EXPECT_EQ(dpm_timer_node_init(nullptr), -1);
-    EXPECT_EQ(dpm_timer_start(nullptr, &node, 1, expired, 0, 0, 0), -1);
-    EXPECT_EQ(dpm_timer_start(list, nullptr, 1, expired, 0, 0, 0), -1);
-    EXPECT_EQ(dpm_timer_restart(nullptr, &node, 1), -1);
-    EXPECT_EQ(dpm_timer_restart(list, nullptr, 1), -1);
-    EXPECT_EQ(dpm_timer_stop(nullptr, &node), -1);
-    EXPECT_EQ(dpm_timer_stop(list, nullptr), -1);
-    EXPECT_EQ(dpm_timer_list_check(nullptr), -1);
-    EXPECT_EQ(dpm_timer_list_delete(nullptr), -1);
+    for (const int result :
+         {dpm_timer_node_init(nullptr), dpm_timer_start(nullptr, &node, 1, expired, 0, 0, 0),
+          dpm_timer_start(list, nullptr, 1, expired, 0, 0, 0), dpm_timer_restart(nullptr, &node, 1),
+          dpm_timer_restart(list, nullptr, 1), dpm_timer_stop(nullptr, &node),
+          dpm_timer_stop(list, nullptr), dpm_timer_list_check(nullptr),
+          dpm_timer_list_delete(nullptr)})
+        EXPECT_EQ(result, -1);
     ASSERT_EQ(log.size(), 9u);
     EXPECT_TRUE(log[1].starts_with("dpm_timer_start "));
     EXPECT_TRUE(log[8].starts_with("dpm_timer_list_delete "));

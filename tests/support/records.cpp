@@ -70,4 +70,10 @@ dpm_host_info info_of(const Card &card, const Neighbour &neighbour) {
     return info;
 }
 
+void expect_all(int wanted, std::initializer_list<int> answers) {
+    unsigned number = 0;
+    for (const int answer : answers)
+        EXPECT_EQ(answer, wanted) << "of call " << ++number;
+}
+
 } // namespace rig

@@ -17,12 +17,6 @@ using namespace chassis;
 
 namespace {
 
-template <class Entry, class First, class Next>
-void walk(std::vector<Entry> &entries, First first, Next next) {
-    for (const Entry *entry = first(); entry; entry = next(entry))
-        entries.push_back(*entry);
-}
-
 std::uint32_t ifindex_of(const Card &card, const std::string &name) {
     const auto interface = card.suite.find(name);
     return interface ? interface->ifindex : 0;
@@ -76,20 +70,19 @@ dpm_ilm record_of(const Card &card, const Ilm &ilm) {
 
 // --- verbs ---
 
-int Shelf::add_route(const Route &route) {
+int Shelf::request_route(const Route &route, std::uint32_t oper) {
     CardScope scope(master());
     const dpm_route_msg msg = msg_of(master(), route);
-    const int result = dpm_api_route_pro(&msg, DPM_OPER_ADD);
+    const int result = dpm_api_route_pro(&msg, oper);
     settle_verb();
     return result;
 }
 
+int Shelf::add_route(const Route &route) {
+    return request_route(route, DPM_OPER_ADD);
+}
 int Shelf::del_route(const Route &route) {
-    CardScope scope(master());
-    const dpm_route_msg msg = msg_of(master(), route);
-    const int result = dpm_api_route_pro(&msg, DPM_OPER_DEL);
-    settle_verb();
-    return result;
+    return request_route(route, DPM_OPER_DEL);
 }
 
 int Shelf::add_ftn(const Ftn &ftn) {
@@ -159,40 +152,6 @@ int Shelf::del_ilm(const Ilm &ilm) {
 }
 
 // --- readers ---
-
-std::vector<dpm_route_entry> Shelf::routes(Card &card) {
-    CardScope scope(card);
-    std::vector<dpm_route_entry> all;
-    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
-        walk(
-            all, [family] { return dpm_api_get_route_entry_first(family); },
-            dpm_api_get_route_entry_next);
-    return all;
-}
-
-std::vector<dpm_ecmp_entry> Shelf::groups(Card &card) {
-    CardScope scope(card);
-    std::vector<dpm_ecmp_entry> all;
-    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
-        walk(
-            all, [family] { return dpm_api_get_ecmp_entry_first(family); },
-            dpm_api_get_ecmp_entry_next);
-    return all;
-}
-
-std::vector<dpm_ftn> Shelf::ftns(Card &card) {
-    CardScope scope(card);
-    std::vector<dpm_ftn> all;
-    walk(all, dpm_api_ftn_entry_first, dpm_api_ftn_entry_next);
-    return all;
-}
-
-std::vector<dpm_ilm> Shelf::ilms(Card &card) {
-    CardScope scope(card);
-    std::vector<dpm_ilm> all;
-    walk(all, dpm_api_ilm_entry_first, dpm_api_ilm_entry_next);
-    return all;
-}
 
 dpm_route_entry *Shelf::route(Card &card, const std::string &prefix, unsigned vrf) {
     CardScope scope(card);

@@ -2,6 +2,7 @@
 
 #include "support/shelf.h"
 
+#include "chassis/ctl/server/request.h"
 #include "dpm.h"
 #include "support/laws.h"
 
@@ -20,13 +21,6 @@ namespace {
 
 constexpr std::size_t max_log_lines = 100'000;
 constexpr unsigned max_rounds = 10'000; // of settling
-
-template <class Entry, class First, class Next> std::vector<Entry> walk(First first, Next next) {
-    std::vector<Entry> entries;
-    for (const Entry *entry = first(); entry; entry = next(entry))
-        entries.push_back(*entry);
-    return entries;
-}
 
 void expect_lawful(const laws::Lines &lines, const char *law) {
     std::string text;
@@ -318,37 +312,23 @@ void Shelf::keep_log(bool on) {
     }
 }
 
-std::vector<dpm_host_entry> Shelf::hosts(Card &card) {
-    CardScope scope(card);
-    std::vector<dpm_host_entry> all;
-    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6}) {
-        const auto some = walk<dpm_host_entry>(
-            [family] { return dpm_api_get_host_entry_first(family); }, dpm_api_get_host_entry_next);
-        all.insert(all.end(), some.begin(), some.end());
+// One row a reader: the entries of a table, as its walker gives them.
+#define READER(name, entry, each)                                                                  \
+    std::vector<entry> Shelf::name(Card &card) {                                                   \
+        const CardScope scope(card);                                                               \
+        std::vector<entry> all;                                                                    \
+        ctl::server::each([&all](const entry &one) { all.push_back(one); });                       \
+        return all;                                                                                \
     }
-    return all;
-}
-
-std::vector<dpm_nexthop_entry> Shelf::nexthops(Card &card) {
-    CardScope scope(card);
-    return walk<dpm_nexthop_entry>(dpm_api_get_nexthop_entry_first, dpm_api_get_nexthop_entry_next);
-}
-
-std::vector<dpm_if_entry> Shelf::interfaces(Card &card) {
-    CardScope scope(card);
-    return walk<dpm_if_entry>(dpm_api_get_if_entry_first, dpm_api_get_if_entry_next);
-}
-
-std::vector<dpm_unreachable_entry> Shelf::unreachables(Card &card) {
-    CardScope scope(card);
-    return walk<dpm_unreachable_entry>(dpm_api_get_unreachable_entry_first,
-                                       dpm_api_get_unreachable_entry_next);
-}
-
-std::vector<dpm_hold_entry> Shelf::holds(Card &card) {
-    CardScope scope(card);
-    return walk<dpm_hold_entry>(dpm_api_get_hold_entry_first, dpm_api_get_hold_entry_next);
-}
+READER(hosts, dpm_host_entry, each_host)
+READER(nexthops, dpm_nexthop_entry, each_nexthop)
+READER(interfaces, dpm_if_entry, each_interface)
+READER(unreachables, dpm_unreachable_entry, each_unreachable)
+READER(holds, dpm_hold_entry, each_hold)
+READER(routes, dpm_route_entry, each_route)
+READER(groups, dpm_ecmp_entry, each_group)
+READER(ftns, dpm_ftn, each_ftn)
+READER(ilms, dpm_ilm, each_ilm)
 
 std::vector<std::string> Shelf::host_texts(Card &card) {
     std::vector<std::string> texts;
@@ -358,13 +338,13 @@ std::vector<std::string> Shelf::host_texts(Card &card) {
 }
 
 const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {
-    CardScope scope(card);
-    const dpm_prefix wanted = prefix_of(ip);
-    for (const dpm_host_entry *host = dpm_api_get_host_entry_first(wanted.family); host;
-         host = dpm_api_get_host_entry_next(host))
-        if (std::equal(wanted.address, wanted.address + 16, host->ip.address))
-            return host;
-    return nullptr;
+    const CardScope scope(card);
+    const dpm_host_entry *found = nullptr;
+    ctl::server::each_host([&found, wanted = prefix_of(ip)](const dpm_host_entry &host) {
+        if (!found && std::equal(wanted.address, wanted.address + 16, host.ip.address))
+            found = &host;
+    });
+    return found;
 }
 
 // --- the laws ---
