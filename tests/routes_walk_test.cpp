@@ -66,16 +66,15 @@ private:
 
     // --- what there may be ---
 
-    // In a VRF's own space: a label entry of VRF 0 never meets a prefix of another's.
-    std::string any_address(bool ipv6, unsigned vrf, unsigned spread = 3) {
-        const std::string middle = joined(vrf + 20 + below(spread), ipv6 ? ":" : ".", below(3));
+    std::string any_address(bool ipv6, unsigned spread = 3) {
+        const std::string middle = joined(20 + below(spread), ipv6 ? ":" : ".", below(3));
         const unsigned last = one_in(2) ? 0 : below(6);
         return ipv6 ? joined("2001:db8:", middle, "::", last) : joined("10.", middle, ".", last);
     }
-    std::string any_prefix(bool ipv6, unsigned vrf) {
+    std::string any_prefix(bool ipv6) {
         static constexpr unsigned lengths[2][6] = {{15, 16, 23, 24, 30, 32},
                                                    {47, 48, 63, 64, 126, 128}};
-        return joined(any_address(ipv6, vrf), "/", lengths[ipv6][below(6)]);
+        return joined(any_address(ipv6), "/", lengths[ipv6][below(6)]);
     }
     Neighbour any_neighbour() {
         static constexpr std::pair<const char *, unsigned> nets[] = {
@@ -92,7 +91,7 @@ private:
     Route any_route() {
         const bool ipv6 = one_in(3);
         const unsigned vrf = one_in(6) ? 5 : 0;
-        Route route{.prefix = any_prefix(ipv6, vrf), .via = {}, .vrf = vrf, .type = below(14)};
+        Route route{.prefix = any_prefix(ipv6), .via = {}, .vrf = vrf, .type = below(14)};
         if (one_in(12))
             route.prefix = ipv6 ? "::/0" : "0.0.0.0/0";
         std::set<std::string> via;
@@ -104,10 +103,9 @@ private:
         if (one_in(20))
             route.via.insert(route.via.begin() + below(unsigned(via.size()) + 1),
                              {"", "vlanif100"});
-        // To a host's address, where the chip lets it go: else it would stand beside the host.  Its
-        // own interface is asked for the host.
+        // To a host's address.  Its own interface is asked for the host.
         const Neighbour to = any_neighbour();
-        if (one_in(15) && stretch != Stretch::faulty && is_ipv6(to) == ipv6 && !is_linklocal(to)) {
+        if (one_in(15) && is_ipv6(to) == ipv6 && !is_linklocal(to)) {
             route.prefix = to.ip, route.vrf = vrf_of(to);
             route.via.insert(route.via.begin(), {"", vlanif(to.vlan)});
         }
@@ -189,7 +187,7 @@ private:
     }
     void label() {
         const Ilm ilm{.label = 100 + below(20), .flags = 1 + below(2)};
-        Ftn ftn{.prefix = any_prefix(one_in(3), 0), .nhop = one_in(2) ? "10.1.1.2" : "10.1.1.3"};
+        Ftn ftn{.prefix = any_prefix(one_in(3)), .nhop = one_in(2) ? "10.1.1.2" : "10.1.1.3"};
         const Route route = route_there();
         if (!one_in(5) && route.vrf == 0 && !route.prefix.ends_with("/0"))
             ftn.prefix = route.prefix;
@@ -264,9 +262,6 @@ private:
         static constexpr const char *names[] = {"plain", "of few groups", "faulty"};
         note("# the next stretch is ", names[unsigned(next)]);
         stretch = next;
-        for (const auto &[key, installed] : std::map(routes_there))
-            if (stretch == Stretch::faulty && key.second.find('/') == key.second.npos)
-                withdraw(installed.route); // it might be to a host's address
         if (stretch == Stretch::few_groups)
             for (std::size_t taken = groups(master()).size(); taken < 1020; ++taken) {
                 held.push_back(0);
@@ -312,7 +307,7 @@ private:
             const Neighbour own = any_neighbour();
             const bool to_host = one_in(4) && !is_linklocal(own);
             const unsigned vrf = one_in(4) ? 5 : 0;
-            const std::string ip = to_host ? own.ip : any_address(one_in(2), vrf, 4);
+            const std::string ip = to_host ? own.ip : any_address(one_in(2), 4);
             SCOPED_TRACE(joined(ip, " vrf ", vrf));
             compare_lookups(tables, vrf, rig::prefix_of(ip), forwards);
         }
@@ -324,7 +319,8 @@ private:
         const auto labels = ftns(master());
         for (const dpm_route_entry &route : routes(master()))
             if (std::none_of(labels.begin(), labels.end(), [&](const dpm_ftn &ftn) {
-                    return ftn.vrf_id == 0 && ftn.prefixlen == route.destination.prefix_len &&
+                    return ftn.vrf_id == route.vrf && route.vrf == 0 &&
+                           ftn.prefixlen == route.destination.prefix_len &&
                            std::memcmp(ftn.fec_prefix, route.destination.address, 16) == 0;
                 }))
                 all.push_back({route.vrf, route.destination, resolved(route), route.sdk_index > 2});
