@@ -156,6 +156,7 @@ std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
 // --- walks over a shelf ---
 
 void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned skip) {
+    is_armed_ = true;
     if (what == "alloc") {
         note("fault alloc ", number);
         fail(Fault::allocation, number);
@@ -170,6 +171,8 @@ void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned
 }
 
 void ShelfWalk::disarm() {
+    if (!std::exchange(is_armed_, false))
+        return;
     for (unsigned kind = 0; kind < unsigned(Request::count); ++kind)
         refuse(Request(kind), 0);
     fail(Fault::allocation, 0);
