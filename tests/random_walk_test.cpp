@@ -123,20 +123,13 @@ private:
 class RandomWalk : public rig::ShelfWalk {
 public:
     RandomWalk() {
-        deeds = {{400, [this] { neighbour(); }},
-                 {150, [this] { forget_one_that_is_there(); }},
-                 {30, [this] { burst(); }},
-                 {100, [this] { links(); }},
-                 {30, [this] { time_passes(below(120)); }},
-                 {40, [this] { wait_for_an_address(); }},
-                 {60, [this] { interface(); }},
-                 {60, [this] { address(); }},
-                 {30, [this] { sub_vlan(); }},
-                 {10, [this] { settings(); }},
-                 {10, [this] { line_card_comes(); }},
-                 {12, [this] { standby_changes(); }},
-                 {6, [this] { master_falls(); }},
-                 {15, [this] { check(); }}};
+        deeds = {{400, [this] { neighbour(); }},      {30, [this] { wait(); }},
+                 {150, [this] { forget_a_host(); }},  {30, [this] { burst(); }},
+                 {100, [this] { links(); }},          {40, [this] { wait_for_an_address(); }},
+                 {60, [this] { interface(); }},       {60, [this] { address(); }},
+                 {30, [this] { sub_vlan(); }},        {10, [this] { settings(); }},
+                 {10, [this] { line_card_comes(); }}, {12, [this] { standby_changes(); }},
+                 {6, [this] { master_falls(); }},     {15, [this] { check(); }}};
         interface_comes(200, DPM_IF_SUPERVLAN);
     }
 
@@ -155,7 +148,7 @@ private:
         return own;
     }
 
-    void learn_or_forget(bool learns, const Neighbour &own, const std::string &fault = "") {
+    void learn_or_forget(bool learns, Neighbour own, const std::string &fault = "") {
         const unsigned number = fault == "alloc" ? 1 + below(3) : fault == "send" ? 4 : 1;
         model.arm(fault, number);
         if (!fault.empty())
@@ -176,7 +169,7 @@ private:
     void neighbour() {
         learn_or_forget(!one_in(3), any_neighbour(), one_in(4) ? any_of(faults) : "");
     }
-    void forget_one_that_is_there() {
+    void forget_a_host() {
         const Neighbour own = any_neighbour();
         const std::string fault = one_in(4) ? faults[first_of_chip + below(4)] : "";
         if (!model.hosts.empty())
@@ -205,10 +198,12 @@ private:
         if (one_in(5))
             arm("alloc", 1 + below(3));
         note(trunk ? "trunk " : "port ", up ? "up " : "down ", number);
-        trunk ? up ? trunk_up(number) : trunk_down(number)
-        : up ? port_up(number)
-              : port_down(number);
+        if (trunk)
+            up ? trunk_up(number) : trunk_down(number);
+        else
+            up ? port_up(number) : port_down(number);
     }
+    void wait() { time_passes(below(120)); }
     void wait_for_an_address() {
         const std::string text = any_neighbour().ip;
         const dpm_prefix ip = rig::prefix_of(text);

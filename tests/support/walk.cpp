@@ -143,19 +143,20 @@ std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
     if (outcome.walk)
         return only ? nullptr : std::move(outcome.walk);
     std::string told = joined("DPM_WALK_SEED=", seed, " fails in ", outcome.steps.size(), " steps");
-    if (const unsigned replays = only ? 1 : shrink(make, seed, outcome))
-        told += joined("; as ", replays, " replays show, it does so in\n  DPM_WALK_SEED=", seed,
-                       " DPM_WALK_ONLY=", list_of(outcome.steps),
-                       "\n(a fault holds for the next command alone)\n");
-    else
-        told += ", but not when they are taken again; the last of them were\n";
-    ADD_FAILURE() << told << outcome.text;
+    if (const unsigned replays = only ? 0 : shrink(make, seed, outcome))
+        told += joined("; ", replays,
+                       " replays found that it does so in these:\n  DPM_WALK_SEED=", seed,
+                       " DPM_WALK_ONLY=", list_of(outcome.steps));
+    else if (!only)
+        told += ", but not when they are taken again; the last of them were";
+    ADD_FAILURE() << told << "\n  # a fault holds for the next command alone\n" << outcome.text;
     return nullptr;
 }
 
 // --- walks over a shelf ---
 
 void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned skip) {
+    is_armed_ = true;
     if (what == "alloc") {
         note("fault alloc ", number);
         fail(Fault::allocation, number);
@@ -170,6 +171,8 @@ void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned
 }
 
 void ShelfWalk::disarm() {
+    if (!std::exchange(is_armed_, false))
+        return;
     for (unsigned kind = 0; kind < unsigned(Request::count); ++kind)
         refuse(Request(kind), 0);
     fail(Fault::allocation, 0);

@@ -17,8 +17,8 @@
 #include <iterator>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -26,9 +26,13 @@ namespace rig {
 
 // Texts and numbers, one behind the other.
 template <class... Parts> std::string joined(const Parts &...parts) {
-    std::ostringstream text;
-    (text << ... << parts);
-    return text.str();
+    const auto text_of = [](const auto &part) {
+        if constexpr (std::is_convertible_v<decltype(part), std::string>)
+            return std::string(part);
+        else
+            return std::to_string(part);
+    };
+    return (text_of(parts) + ...);
 }
 
 class Walk {
@@ -114,6 +118,9 @@ protected:
     bool master_dies(); // when the standby can take over; mostly another standby comes
     // What the suite sets on a standby that starts, beside interfaces.
     virtual void configure(Card &) {}
+
+private:
+    bool is_armed_ = false;
 };
 
 } // namespace rig
