@@ -155,7 +155,8 @@ struct Type {
 };
 
 const Type &type_named(std::string_view name);
-std::size_t skipped_words(std::string_view word); // 1 or 2 words of ip(8) mean nothing here, else 0
+// How many words of ip(8) mean nothing here, from one on.
+std::size_t skipped_words(const std::vector<Word> &words, std::size_t at);
 
 // --- parsing ---------------------------------------------------------------------------------
 

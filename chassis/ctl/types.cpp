@@ -110,10 +110,12 @@ const Type &type_named(std::string_view name) {
     std::abort();
 }
 
-std::size_t skipped_words(std::string_view word) {
+std::size_t skipped_words(const std::vector<Word> &words, std::size_t at) {
+    const std::string_view word = at < words.size() ? words[at].text : std::string_view();
+    std::size_t count = std::ranges::find(skipped_alone, word) != std::end(skipped_alone);
     if (std::ranges::find(skipped_pairs, word) != std::end(skipped_pairs))
-        return 2;
-    return std::ranges::find(skipped_alone, word) != std::end(skipped_alone) ? 1 : 0;
+        count = at + 1 < words.size() && words[at + 1].text == "lock" ? 3 : 2; // mtu lock 1400
+    return std::min(count, words.size() - std::min(at, words.size()));
 }
 
 } // namespace ctl
