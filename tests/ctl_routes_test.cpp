@@ -54,6 +54,11 @@ TEST_F(ctl_routes, lead_over_one_gateway_or_a_group_whose_members_a_lookup_names
     EXPECT_TRUE(has(group, "02:00:00:00:01:03 port 3"));
     EXPECT_EQ(text("show ecmp --count"), "1\n");
     EXPECT_TRUE(has(text("ecmp show --json"), R"("family": "IPv4", "members": 2)"));
+    EXPECT_TRUE(has(text("show ecmp --json"), R"(], "vrf": 0, "route": "10.3.0.0/16")"));
+    EXPECT_EQ(text("ecmp show 10.3.0.0/16 vrf 0 --count"), "1\n");
+    EXPECT_EQ(text("show ecmp 10.2.0.0/16 --count"), "0\n");
+    EXPECT_EQ(text("show nexthops 10.1.2.0/24 --count"), "1\n");
+    EXPECT_EQ(text("show nexthops vrf 7 --count"), "0\n");
     EXPECT_TRUE(has(text("chip check"), "entries 4, next hops 2, groups 1"));
     text("neigh del 10.1.2.3 dev vlanif200");
     const std::string alone = text("chip lookup 10.3.7.7");
@@ -71,8 +76,15 @@ TEST_F(ctl_routes, defaults_are_of_the_family_of_their_gateways) {
     learn("fd00:100::2", 2);
     text("route add default via 10.1.1.2 dev vlanif100");
     text("route add default dev vlanif100 via fd00:100::2 dev vlanif100");
-    EXPECT_TRUE(has(text("show routes 0.0.0.0/0"), "0.0.0.0/0"));
-    EXPECT_TRUE(has(text("show routes ::/0"), "::/0"));
+    text("route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100");
+    EXPECT_EQ(text("show routes 0.0.0.0/0 --count"), "2\n") << "all of IPv4";
+    EXPECT_EQ(text("show routes ::/0 --count"), "1\n");
+    EXPECT_EQ(text("route show default --count"), "2\n");
+    EXPECT_EQ(text("show routes default vrf 7 --count"), "0\n");
+    EXPECT_TRUE(has(text("why default"), "default: route 0.0.0.0/0: in the chip, by next hop"));
+    EXPECT_TRUE(has(text("why default"), "\nroute ::/0: in the chip, by group"));
+    EXPECT_EQ(text("why default vrf 7"), "default: no route\n");
+    text("route del 10.2.0.0/16");
     EXPECT_TRUE(has(text("chip lookup 192.0.2.1"), "0.0.0.0/0 -> next hop"));
     EXPECT_TRUE(has(text("chip lookup 2001:db8::1"), "::/0 -> group"));
     text("chip check");
@@ -108,7 +120,7 @@ TEST_F(ctl_routes, refuse_what_cannot_be_meant) {
     for (unsigned last = 2; last < 11; last++)
         nine += " via 10.1.1." + std::to_string(last) + " dev vlanif100";
     EXPECT_EQ(refusal(nine), "a route has at most 8 gateways");
-    EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.1.1.2"), "which dev is gateway 1 on?");
+    EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.77.1.2"), "which dev is gateway 1 on?");
     EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.1.1.2 dev wlan0"), "unknown interface 'wlan0'");
     EXPECT_EQ(execute("route del 10.2.0.0/16 dev wlan0").status, ctl::Status::no_interface);
     for (const char *line :
@@ -126,8 +138,8 @@ TEST_F(ctl_routes, are_shown_by_vrf_and_by_the_networks_inside_one) {
     configure("if vrf vlanif200 7");
     learn("10.1.1.2", 2);
     text("route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100");
-    text("route add 10.2.3.0/24 via 10.1.1.9 dev vlanif100");
-    text("route add 10.2.3.0/24 via 10.1.2.9 dev vlanif200");
+    text("route replace 10.2.3.0/24 via 10.1.1.9 dev vlanif100 mtu lock 1400");
+    text("route add 10.2.3.0/24 via 10.1.2.9"); // whose network is vlanif200's
     text("route add fd05::/48 via fd00:100::2 dev vlanif100 type 3");
     text("route add default via 10.1.1.2 dev vlanif100");
     EXPECT_EQ(text("show routes --count"), "5\n");
@@ -141,7 +153,8 @@ TEST_F(ctl_routes, are_shown_by_vrf_and_by_the_networks_inside_one) {
     EXPECT_TRUE(has(table, "10.1.1.9 vlanif100 unresolved"));
     const std::string json = text("show routes fd05::/48 --json");
     EXPECT_TRUE(has(json, R"("destination": "fd05::/48", "state": "waits", "index": 0)"));
-    EXPECT_TRUE(has(json, R"("gateways": ["fd00:100::2 vlanif100 unresolved"], "type": 3)"));
+    EXPECT_TRUE(has(json, R"("gateways": [{"address": "fd00:100::2", "interface": "vlanif100", )"
+                          R"("nexthop": null}], "type": 3)"));
 }
 
 TEST_F(ctl_routes, that_a_label_entry_stands_for_say_so) {
@@ -194,7 +207,22 @@ TEST_F(ctl_routes, are_followed_to_what_is_missing) {
     text("chip refuse route 1 skip 1"); // behind the host's own entry
     learn("10.1.1.2", 2);
     EXPECT_TRUE(has(text("why 10.2.0.0/16"), "        not used: the chip refused it"));
+    text("chip refuse group 1");
+    text("route add 10.4.0.0/16 via 10.1.1.2 dev vlanif100 via 10.1.1.9 dev vlanif100");
+    EXPECT_TRUE(has(text("why 10.4.0.0/16"), "not in the chip: it has no group (0 of 1024 in use)\n"
+                                             "    gateway 10.1.1.2 on vlanif100: in the chip"));
     allow().routes_adrift = true;
+}
+
+TEST_F(ctl_routes, over_an_interface_that_one_card_lacks_differ) {
+    text("if add vlanif300 vlan 300");
+    text("addr add 10.1.3.1/24 dev vlanif300");
+    text("route add 10.5.0.0/16 via 10.1.3.2 dev vlanif300");
+    settle();
+    EXPECT_NE(text("digest routes"), on_standby_.execute("digest routes").text);
+    text("route del 10.5.0.0/16");
+    settle();
+    EXPECT_EQ(text("digest"), on_standby_.execute("digest").text);
 }
 
 TEST_F(ctl_routes, age_after_a_switch_over_until_they_are_installed_again) {

@@ -37,12 +37,8 @@ bool is_state(std::string_view text) {
     });
 }
 
-bool is_subnet(std::string_view text) {
-    return parse_prefix(text) || parse_address(text);
-}
-
 bool is_destination(std::string_view text) {
-    return text == "default" || is_subnet(text);
+    return text == "default" || parse_prefix(text) || parse_address(text);
 }
 
 bool is_dev_map(std::string_view text) {
@@ -58,7 +54,7 @@ const std::vector<Type> types = {
     {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
     {"PREFIX", "an address with its length, as 10.1.1.1/24", reads<parse_prefix>, {}},
-    {"SUBNET", "an address or a prefix", is_subnet, {}},
+    {"SUBNET", "an address, a prefix or default", is_destination, {}},
     {"DEST", "a prefix, an address or default", is_destination, {}},
     {"MAC", "a MAC address, as 02:00:00:00:01:02", reads<parse_mac>, {}},
     {"VLAN", "a VLAN id (1 to 4094)", in_range<1, max_vlan>, {}},
