@@ -3,6 +3,9 @@
 #include "chassis/ctl/import_lines.h"
 #include "support/commands.h"
 
+#include <algorithm>
+#include <map>
+
 namespace {
 
 using rig::has;
@@ -43,6 +46,11 @@ TEST_F(ctl_routes, lead_over_one_gateway_or_a_group_whose_members_a_lookup_names
     EXPECT_TRUE(has(group, "02:00:00:00:01:03 port 3"));
     EXPECT_EQ(text("show ecmp --count"), "1\n");
     EXPECT_TRUE(has(text("ecmp show --json"), R"("family": "IPv4", "members": 2)"));
+    EXPECT_TRUE(has(text("show ecmp --json"), R"(], "vrf": 0, "route": "10.3.0.0/16")"));
+    EXPECT_EQ(text("ecmp show 10.3.0.0/16 vrf 0 --count"), "1\n");
+    EXPECT_EQ(text("show ecmp 10.2.0.0/16 --count"), "0\n");
+    EXPECT_EQ(text("show nexthops 10.1.2.0/24 --count"), "1\n");
+    EXPECT_EQ(text("show nexthops vrf 7 --count"), "0\n");
     EXPECT_TRUE(has(text("chip check"), "entries 4, next hops 2, groups 1"));
     text("neigh del 10.1.2.3 dev vlanif200");
     const std::string alone = text("chip lookup 10.3.7.7");
@@ -60,8 +68,15 @@ TEST_F(ctl_routes, defaults_are_of_the_family_of_their_gateways) {
     learn("fd00:100::2", 2);
     text("route add default via 10.1.1.2 dev vlanif100");
     text("route add default dev vlanif100 via fd00:100::2 dev vlanif100");
-    EXPECT_TRUE(has(text("show routes 0.0.0.0/0"), "0.0.0.0/0"));
-    EXPECT_TRUE(has(text("show routes ::/0"), "::/0"));
+    text("route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100");
+    EXPECT_EQ(text("show routes 0.0.0.0/0 --count"), "2\n") << "all of IPv4";
+    EXPECT_EQ(text("show routes ::/0 --count"), "1\n");
+    EXPECT_EQ(text("route show default --count"), "2\n");
+    EXPECT_EQ(text("show routes default vrf 7 --count"), "0\n");
+    EXPECT_TRUE(has(text("why default"), "default: route 0.0.0.0/0: in the chip, by next hop"));
+    EXPECT_TRUE(has(text("why default"), "\nroute ::/0: in the chip, by group"));
+    EXPECT_EQ(text("why default vrf 7"), "default: no route\n");
+    text("route del 10.2.0.0/16");
     EXPECT_TRUE(has(text("chip lookup 192.0.2.1"), "0.0.0.0/0 -> next hop"));
     EXPECT_TRUE(has(text("chip lookup 2001:db8::1"), "::/0 -> group"));
     text("chip check");
@@ -92,7 +107,7 @@ TEST_F(ctl_routes, refuse_what_cannot_be_meant) {
     for (unsigned last = 2; last < 11; last++)
         nine += " via 10.1.1." + std::to_string(last) + " dev vlanif100";
     EXPECT_EQ(refusal(nine), "a route has at most 8 gateways");
-    EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.1.1.2"), "which dev is gateway 1 on?");
+    EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.77.1.2"), "which dev is gateway 1 on?");
     EXPECT_EQ(refusal("route add 10.2.0.0/16 via 10.1.1.2 dev wlan0"), "unknown interface 'wlan0'");
     EXPECT_EQ(execute("route del 10.2.0.0/16 dev wlan0").status, ctl::Status::no_interface);
     for (const char *line :
@@ -110,8 +125,8 @@ TEST_F(ctl_routes, are_shown_by_vrf_and_by_the_networks_inside_one) {
     configure("if vrf vlanif200 7");
     learn("10.1.1.2", 2);
     text("route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100");
-    text("route add 10.2.3.0/24 via 10.1.1.9 dev vlanif100");
-    text("route add 10.2.3.0/24 via 10.1.2.9 dev vlanif200");
+    text("route replace 10.2.3.0/24 via 10.1.1.9 dev vlanif100 mtu lock 1400");
+    text("route add 10.2.3.0/24 via 10.1.2.9"); // whose network is vlanif200's
     text("route add fd05::/48 via fd00:100::2 dev vlanif100 type 3");
     text("route add default via 10.1.1.2 dev vlanif100");
     EXPECT_EQ(text("show routes --count"), "5\n");
@@ -125,7 +140,8 @@ TEST_F(ctl_routes, are_shown_by_vrf_and_by_the_networks_inside_one) {
     EXPECT_TRUE(has(table, "10.1.1.9 vlanif100 unresolved"));
     const std::string json = text("show routes fd05::/48 --json");
     EXPECT_TRUE(has(json, R"("destination": "fd05::/48", "state": "waits", "index": 0)"));
-    EXPECT_TRUE(has(json, R"("gateways": ["fd00:100::2 vlanif100 unresolved"], "type": 3)"));
+    EXPECT_TRUE(has(json, R"("gateways": [{"address": "fd00:100::2", "interface": "vlanif100", )"
+                          R"("nexthop": null}], "type": 3)"));
 }
 
 TEST_F(ctl_routes, that_a_label_entry_stands_for_say_so) {
@@ -173,7 +189,22 @@ TEST_F(ctl_routes, are_followed_to_what_is_missing) {
     text("chip refuse route 1 skip 1"); // behind the host's own entry
     learn("10.1.1.2", 2);
     EXPECT_TRUE(has(text("why 10.2.0.0/16"), "        not used: the chip refused it"));
+    text("chip refuse group 1");
+    text("route add 10.4.0.0/16 via 10.1.1.2 dev vlanif100 via 10.1.1.9 dev vlanif100");
+    EXPECT_TRUE(has(text("why 10.4.0.0/16"), "not in the chip: it has no group (0 of 1024 in use)\n"
+                                             "    gateway 10.1.1.2 on vlanif100: in the chip"));
     allow().routes_adrift = true;
+}
+
+TEST_F(ctl_routes, over_an_interface_that_one_card_lacks_differ) {
+    text("if add vlanif300 vlan 300");
+    text("addr add 10.1.3.1/24 dev vlanif300");
+    text("route add 10.5.0.0/16 via 10.1.3.2 dev vlanif300");
+    settle();
+    EXPECT_NE(text("digest routes"), on_standby_.execute("digest routes").text);
+    text("route del 10.5.0.0/16");
+    settle();
+    EXPECT_EQ(text("digest"), on_standby_.execute("digest").text);
 }
 
 TEST_F(ctl_routes, age_after_a_switch_over_until_they_are_installed_again) {
@@ -213,10 +244,10 @@ TEST(lines_of_ip, tell_routes) {
          "10.1.2.2 dev b weight 1 dead linkdown ",
          "10.3.0.0/16 10.1.1.2@a 10.1.2.2@b type 9"},
         {"10.1.0.0/24 dev v1 proto kernel scope link src 10.1.0.1 ", "10.1.0.0/24 -@v1 type 2"},
-        {"10.7.0.0/16 via inet6 fd00:1::9 dev v1 ", "10.7.0.0/16 fd00:1::9@v1 type 3"},
+        {"10.7.0.0/16 tos 0 via 10.1.1.2 dev v1 mtu lock 1400 rtt 10ms table main",
+         "10.7.0.0/16 10.1.1.2@v1 type 3"},
         {"default via 172.30.1.1 dev eth0 proto dhcp src 172.30.1.112 metric 100 ",
          "0.0.0.0/0 172.30.1.1@eth0 type 9"},
-        {"default via inet6 fe80::1 dev eth0", "0.0.0.0/0 fe80::1@eth0 type 3"},
         {"default dev wlan0 scope link", "0.0.0.0/0 -@wlan0 type 3"},
         {"default dev v1 metric 1024 pref medium", "::/0 -@v1 type 3"},
         {"default proto ra metric 1024 expires 1798sec mtu 1500 hoplimit 64 pref high \\\tnexthop "
@@ -239,16 +270,26 @@ TEST(lines_of_ip, tell_routes) {
 }
 
 TEST(lines_of_ip, tell_what_is_no_route_for_a_chip) {
+    for (const auto &[line, destination] : std::map<const char *, const char *>{
+             {"unreachable default metric 4278198272 encap mpls", "0.0.0.0/0"},
+             {"unreachable default dev lo metric 77 pref medium", "::/0"},
+             {"blackhole 10.8.0.0/16 proto static", "10.8.0.0/16"},
+             {"default via inet6 fe80::1 dev eth0", "0.0.0.0/0"},
+             {"10.2.0.0/16  encap ip id 7 dst 10.9.9.9 ttl 0 tos 0 dev v1", "10.2.0.0/16"},
+             {"10.2.0.0/16 tos 0x10 via 10.1.1.2 dev v1", ""},
+             {"10.2.0.0/16 via 10.1.1.2 dev v1 table 100", ""}}) {
+        EXPECT_NE(ctl::read_route(line).why_skipped, "") << line;
+        EXPECT_EQ(ctl::read_route(line).destination, destination) << line;
+    }
     for (const char *line :
-         {"unreachable default metric 4278198272", "blackhole 10.8.0.0/16 proto static",
-          "broadcast 10.0.0.0 dev brblue proto kernel scope link src 10.0.0.1",
+         {"broadcast 10.0.0.0 dev brblue proto kernel scope link src 10.0.0.1",
           "local fe80::1 dev v1 table local proto kernel metric 0 pref medium",
           "Deleted multicast ff00::/8 dev v1 table local proto kernel metric 256 pref medium",
           "[ROUTE]fe80::/64 dev v1 proto kernel metric 256 pref medium"})
-        EXPECT_EQ(ctl::read_route(line).event, Event::skipped) << line;
+        EXPECT_NE(ctl::read_route(line).why_skipped, "") << line;
     for (const char *line :
          {"", "[", "[]", "Deleted", "10.2.0.0/16 via", "10.2.0.0/16 via v1", "10.2.0.0/33 dev v1",
-          "10.2.0.0/16 encap mpls 100 via 10.1.1.2 dev v1", "2: v1: <BROADCAST,UP> mtu 1500",
+          "10.2.0.0/16 sideways 100 via 10.1.1.2 dev v1", "2: v1: <BROADCAST,UP> mtu 1500",
           "\tnexthop via 10.1.1.2 dev v1 weight 1"})
         EXPECT_EQ(ctl::read_route(line).event, Event::not_understood) << line;
     EXPECT_EQ(
@@ -259,21 +300,41 @@ TEST(lines_of_ip, tell_what_is_no_route_for_a_chip) {
         << "a route to a host";
 }
 
-TEST(lines_of_ip, that_end_one_of_several_ipv6_gateways_leave_the_others) {
-    ctl::SeveralGateways several;
-    const auto carry_out = [&](const char *line) { return several.whole(ctl::read_route(line)); };
-    (void)carry_out("fd01::/48 metric 1024 pref medium \\\tnexthop via fd00:1::2 dev a weight 1 "
-                    "\\\tnexthop via fd00:2::2 dev b weight 1");
-    const auto rest = carry_out("Deleted fd01::/48 via fd00:2::2 dev b metric 1024 pref medium");
-    EXPECT_EQ(rest.event, Event::added);
-    EXPECT_EQ(told(rest), "fd01::/48 fd00:1::2@a type 3");
-    EXPECT_EQ(carry_out("Deleted fd01::/48 via fd00:1::2 dev a metric 1024").event, Event::gone);
-    (void)carry_out("fd01::/48 nexthop via fd00:1::2 dev a nexthop via fd00:2::2 dev b");
-    (void)carry_out("fd01::/48 via fd00:1::3 dev a"); // in their place
-    EXPECT_EQ(carry_out("Deleted fd01::/48 via fd00:1::3 dev a").event, Event::gone);
-    (void)carry_out("10.3.0.0/16 nexthop via 10.1.1.2 dev a nexthop via 10.1.2.2 dev b");
-    EXPECT_EQ(carry_out("Deleted 10.3.0.0/16 via 10.1.1.2 dev a").event, Event::gone)
-        << "of IPv4 the kernel tells the whole route";
+TEST(lines_of_ip, leave_the_route_that_counts) {
+    const struct {
+        const char *line, *counts; // "=": the same route as before, and nothing is to be done
+    } cases[] = {
+        {"fd01::/48 metric 1024 \\\tnexthop via fd00:1::2 dev a \\\tnexthop via fd00:2::2 dev b",
+         "fd01::/48 fd00:1::2@a fd00:2::2@b type 3"},
+        {"Deleted fd01::/48 via fd00:2::2 dev b metric 1024 pref medium",
+         "fd01::/48 fd00:1::2@a type 3"},
+        {"Deleted fd01::/48 via fd00:1::2 dev a metric 1024", "gone"},
+        {"fd01::/48 nexthop via fd00:1::2 dev a nexthop via fd00:2::2 dev b",
+         "fd01::/48 fd00:1::2@a fd00:2::2@b type 3"},
+        {"fd01::/48 via fd00:1::3 dev a", "fd01::/48 fd00:1::3@a type 3"}, // in their place
+        {"Deleted fd01::/48 via fd00:1::3 dev a", "gone"},
+        {"10.3.0.0/16 nexthop via 10.1.1.2 dev a nexthop via 10.1.2.2 dev b",
+         "10.3.0.0/16 10.1.1.2@a 10.1.2.2@b type 3"},
+        {"Deleted 10.3.0.0/16 via 10.1.1.2 dev a", "gone"}, // of IPv4 the whole route is told
+        {"10.4.0.0/16 via 10.1.1.2 dev a metric 10", "10.4.0.0/16 10.1.1.2@a type 3"},
+        {"10.4.0.0/16 via 10.1.1.3 dev a metric 20", "="},
+        {"Deleted 10.4.0.0/16 via 10.1.1.3 dev a metric 20", "="},
+        {"10.4.0.0/16 via 10.1.1.4 dev a metric 30", "="},
+        {"blackhole 10.4.0.0/16", "blackhole routes"},
+        {"Deleted blackhole 10.4.0.0/16", "10.4.0.0/16 10.1.1.2@a type 3"},
+        {"Deleted 10.4.0.0/16 via 10.1.1.2 dev a metric 10", "10.4.0.0/16 10.1.1.4@a type 3"},
+        {"Deleted 10.4.0.0/16 via 10.1.1.4 dev a metric 30", "gone"},
+    };
+    ctl::KnownRoutes known;
+    for (const auto &[line, counts] : cases) {
+        const auto route = known.after(ctl::read_route(line));
+        EXPECT_EQ(!route                        ? "="
+                  : route->event == Event::gone ? "gone"
+                  : !route->why_skipped.empty() ? route->why_skipped
+                                                : told(*route),
+                  counts)
+            << line;
+    }
 }
 
 } // namespace

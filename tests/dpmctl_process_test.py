@@ -311,9 +311,13 @@ fd05::/48 proto bird metric 32 pref medium
 \tnexthop via fd00:100::2 dev vlanif100 weight 1\x20
 \tnexthop via fd00:100::3 dev vlanif100 weight 1\x20
 10.6.0.0/16 via 10.1.1.2 dev vlanif100
-10.7.0.0/16 encap mpls 100 via 10.1.1.2 dev vlanif100
+10.7.0.0/16 sideways 100 via 10.1.1.2 dev vlanif100
 Deleted 10.6.0.0/16 via 10.1.1.2 dev vlanif100
 Deleted fd05::/48 via fd00:100::3 dev vlanif100 proto bird metric 32 pref medium
+10.8.0.0/16 via 10.1.1.2 dev vlanif100
+blackhole 10.8.0.0/16
+10.9.0.0/16 via 10.1.1.2 dev vlanif100
+10.9.0.0/16 via 10.9.1.1 dev wlan0
 """
 
     def test_takes_routes(self):
@@ -323,10 +327,12 @@ Deleted fd05::/48 via fd00:100::3 dev vlanif100 proto bird metric 32 pref medium
         self.learn("fd00:100::2")
         done = self.run_ctl("import", input=self.ROUTES)
         self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertEqual(done.stdout, "13 lines: 6 added, 2 removed, 5 skipped, 0 refused\n")
+        self.assertEqual(done.stdout, "17 lines: 8 added, 2 removed, 7 skipped, 0 refused\n")
         for note in ["unreachable routes", "blackhole routes", "routes of one link", "unknown interface 'wlan0'"]:
             self.assertIn(note, done.stderr)
-        self.assertIn("neither neighbour nor route: 10.7.0.0/16 encap", done.stderr)
+        self.assertIn("neither neighbour nor route: 10.7.0.0/16 sideways", done.stderr)
+        for prefix in ["10.8.0.0/16", "10.9.0.0/16"]:
+            self.assertIn(f"{prefix} is withdrawn: what took its place is not installed", done.stderr)
         routes = {row["destination"]: row for row in json.loads(self.words("show routes --json"))}
         wanted = ["0.0.0.0/0", "10.1.1.0/24", "10.2.0.0/16", "::/0", "fd05::/48"]
         self.assertEqual(sorted(routes), sorted(wanted))

@@ -137,9 +137,8 @@ public:
         while (at < words_.size() && !parsed_.error) {
             if (Group const *const group = take_group(words_[at].text))
                 match_group(*group, at);
-            else if (const std::size_t skipped =
-                         pattern_.skips ? skipped_words(words_[at].text) : 0)
-                at = std::min(at + skipped, words_.size());
+            else if (const std::size_t skipped = pattern_.skips ? skipped_words(words_, at) : 0)
+                at += skipped;
             else
                 parsed_.error = unexpected(words_[at], openings());
         }

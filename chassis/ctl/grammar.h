@@ -61,9 +61,10 @@ enum class Kind {
         "From now on this neighbour answers no probe")                                             \
     ROW(route_add, "route add", CTL_ROUTE, change,                                                 \
         "Install a route; each via, with its dev, is a gateway")                                   \
+    ROW(route_replace, "route replace", CTL_ROUTE, change, "As route add")                         \
     ROW(route_del, "route del", CTL_ROUTE, change, "Withdraw a route")                             \
     ROW(route_show, "route show", CTL_SHOW, read, "As show routes")                                \
-    ROW(ecmp_show, "ecmp show", "[--count] [--json]", read, "As show ecmp")                        \
+    ROW(ecmp_show, "ecmp show", CTL_SHOW, read, "As show ecmp")                                    \
     ROW(ftn_show, "ftn show", CTL_SHOW, read, "As show ftn")                                       \
     ROW(ilm_show, "ilm show", CTL_SHOW, read, "As show ilm")                                       \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
@@ -91,10 +92,10 @@ enum class Kind {
         "The chip refuses the next requests of a kind")                                            \
     ROW(show_interfaces, "show interfaces", CTL_SHOW, read, "L3 interfaces with their addresses")  \
     ROW(show_hosts, "show hosts", CTL_SHOW, read, "Resolved neighbours")                           \
-    ROW(show_nexthops, "show nexthops", "[--count] [--json]", read,                                \
+    ROW(show_nexthops, "show nexthops", CTL_SHOW, read,                                            \
         "The chip's next hops, shared by the hosts behind them")                                   \
     ROW(show_routes, "show routes", CTL_SHOW, read, "Routes, with what each gateway resolved to")  \
-    ROW(show_ecmp, "show ecmp", "[--count] [--json]", read, "Groups of next hops")                 \
+    ROW(show_ecmp, "show ecmp", CTL_SHOW, read, "Groups of next hops, with their routes")          \
     ROW(show_ftn, "show ftn", CTL_SHOW, read, "Label entries by prefix")                           \
     ROW(show_ilm, "show ilm", CTL_SHOW, read, "Label entries by incoming label")                   \
     ROW(show_hold, "show hold", CTL_SHOW, read, "Neighbours held since their port went down")      \
@@ -155,7 +156,8 @@ struct Type {
 };
 
 const Type &type_named(std::string_view name);
-std::size_t skipped_words(std::string_view word); // 1 or 2 words of ip(8) mean nothing here, else 0
+// How many words of ip(8) mean nothing here, from one on.
+std::size_t skipped_words(const std::vector<Word> &words, std::size_t at);
 
 // --- parsing ---------------------------------------------------------------------------------
 

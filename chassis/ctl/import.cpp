@@ -4,6 +4,10 @@
 // A route over several next hops stands on one line (ip -o) or goes on in lines that begin with a
 // blank (ip monitor).  A line is applied as soon as it is known to be whole, on the card that is
 // master then; while there is none, it waits.
+//
+// The kernel tells of a route that takes another's place, and not of the other's end; and it keeps
+// several to one prefix, of which it uses the one with the lowest metric.  So the import remembers
+// what the kernel has (KnownRoutes) and what it installed of it.
 
 #include "chassis/ctl/client.h"
 #include "chassis/ctl/import_lines.h"
@@ -93,11 +97,9 @@ private:
         if (neighbour.event == Neighbour::learnt || neighbour.event == Neighbour::lost)
             return apply(neighbour);
         const RouteLine route = neighbour.event == Neighbour::none ? RouteLine{} : read_route(line);
-        if (route.event == Route::added || route.event == Route::gone)
-            return apply(several_.whole(route), route.event == Route::added);
-        if (route.event == Route::skipped)
-            note_once(route.why_skipped + " are skipped");
-        else if (neighbour.event == Neighbour::not_understood)
+        if (route.event != Route::not_understood)
+            return apply(route);
+        if (neighbour.event == Neighbour::not_understood)
             note("neither neighbour nor route: " + line.substr(0, 100));
         return skipped_++, true;
     }
@@ -107,18 +109,68 @@ private:
         return found == devices_.end() ? device : found->second;
     }
 
-    // A line that takes one of several gateways away is carried out as what is left.
-    bool apply(const RouteLine &route, bool adds) {
-        const bool is_add = route.event == RouteLine::Event::added;
-        std::string text = (is_add ? "route add " : "route del ") + route.destination;
-        for (const RouteLine::Gateway &gateway : route.gateways)
-            text += (gateway.address.empty() ? "" : " via " + gateway.address) +
-                    (gateway.device.empty() ? "" : " dev " + mapped(gateway.device));
-        const auto reply = ask_master(text + " type " + std::to_string(route.type));
+    // Carries out what the line makes of its destination: another route than the line's may count.
+    bool apply(const RouteLine &line) {
+        if (!line.why_skipped.empty())
+            note_once(line.why_skipped + " are skipped");
+        if (line.destination.empty())
+            return skipped_++, true;
+        const auto route = known_.after(line);
+        if (!route) {
+            note_once("routes wait behind others to the same prefix whose metric is lower");
+            return skipped_++, true;
+        }
+        if (route->event == RouteLine::Event::gone)
+            return withdraw(line);
+        if (route->why_skipped.empty())
+            return install(*route, line.event == RouteLine::Event::added);
+        return skipped_++, withdraw_replaced(line.destination);
+    }
+
+    bool install(const RouteLine &route, bool adds) {
+        const auto reply = ask_master("route add " + text_of(route));
         if (!reply)
             return nobody();
         count(*reply, adds, route.destination);
+        if (reply->status != Status::ok)
+            return withdraw_replaced(route.destination);
+        installed_[route.destination] = route;
         return true;
+    }
+
+    // As it was installed, if it was by this import: its interfaces tell the VRF.
+    bool withdraw(const RouteLine &line) {
+        const auto found = installed_.find(line.destination);
+        if (found == installed_.end() && !line.why_skipped.empty())
+            return skipped_++, true;
+        const auto reply =
+            ask_master("route del " + text_of(found == installed_.end() ? line : found->second));
+        if (!reply)
+            return nobody();
+        count(*reply, false, line.destination);
+        installed_.erase(line.destination);
+        return true;
+    }
+
+    // What this import installed is not to outlive what took its place and is not for the chip.
+    bool withdraw_replaced(const std::string &destination) {
+        const auto found = installed_.find(destination);
+        if (found == installed_.end())
+            return true;
+        const auto reply = ask_master("route del " + text_of(found->second));
+        if (!reply)
+            return nobody();
+        note(destination + " is withdrawn: what took its place is not installed");
+        installed_.erase(found);
+        return true;
+    }
+
+    std::string text_of(const RouteLine &route) const {
+        std::string text = route.destination;
+        for (const RouteLine::Gateway &gateway : route.gateways)
+            text += (gateway.address.empty() ? "" : " via " + gateway.address) +
+                    (gateway.device.empty() ? "" : " dev " + mapped(gateway.device));
+        return text + " type " + std::to_string(route.type);
     }
 
     void count(const Reply &reply, bool added, const std::string &what) {
@@ -175,7 +227,8 @@ private:
     const std::string port_;
     const bool reachable_;
     std::map<std::string, std::string> devices_;
-    SeveralGateways several_;
+    KnownRoutes known_;
+    std::map<std::string, RouteLine> installed_; // by this import, by destination
     std::set<std::string> noted_;
     std::string begun_; // a line that may go on
     std::optional<unsigned> master_;

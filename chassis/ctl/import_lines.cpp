@@ -33,7 +33,7 @@ public:
     }
     // What means nothing here; false when the next word is something else.
     bool skip() {
-        const std::size_t count = skipped_words(peek());
+        const std::size_t count = skipped_words(words_, at_);
         at_ += count;
         return count > 0;
     }
@@ -72,28 +72,19 @@ bool is_link_scoped(std::string_view destination) {
             (address->address[0] == 0xFE && (address->address[1] & 0xC0) == 0x80));
 }
 
-RouteLine skipped(std::string why) {
-    RouteLine route;
-    route.event = RouteLine::Event::skipped;
-    route.why_skipped = std::move(why);
-    return route;
-}
-
 unsigned type_of(std::string_view protocol) {
     if (protocol == "kernel")
         return connected;
     return protocol == "static" || protocol == "boot" ? fixed : learnt_by_protocol;
 }
 
-// What stands behind a destination.
-struct Attributes {
-    std::vector<RouteLine::Gateway> gateways;
-    unsigned type = fixed; // ip(8) says nothing of the routes that were typed in
-    bool is_ipv6 = false;  // as its words tell
-};
+bool is_zero(std::string_view number) {
+    return parse_number(number) == 0u;
+}
 
-// False at a word that changes the route's meaning.
-bool read_attributes(Words &words, Attributes &route) {
+// Reads what stands behind a destination; false at a word that may change the route's meaning,
+// unless the route is skipped anyway.
+bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
     bool is_begun = false; // a gateway that has no device yet
     while (!words.at_end()) {
         if (words.take("\\") || words.take("nexthop")) { // -o joins lines so
@@ -103,7 +94,9 @@ bool read_attributes(Words &words, Attributes &route) {
             const auto address = parse_address(words.peek());
             if (!address)
                 return false;
-            route.is_ipv6 = route.is_ipv6 || (address->family == 2) != is_foreign;
+            if (is_foreign)
+                route.why_skipped = "routes over a gateway of the other family";
+            is_ipv6 = is_ipv6 || (address->family == 2) != is_foreign;
             route.gateways.push_back({std::string(words.next()), {}});
             is_begun = true;
         } else if (words.take("dev")) {
@@ -113,13 +106,36 @@ bool read_attributes(Words &words, Attributes &route) {
             is_begun = false;
         } else if (words.take("proto")) {
             route.type = type_of(words.next());
+        } else if (words.take("metric")) {
+            route.metric = parse_number(words.next()).value_or(0);
+        } else if (words.take("table")) {
+            if (const std::string_view table = words.next(); table != "main" && table != "254")
+                route.why_skipped = "routes of other tables", route.destination.clear();
+        } else if (words.take("encap")) {
+            route.why_skipped = "routes with encap";
+        } else if (words.take("tos")) {
+            if (!is_zero(words.next()))
+                route.why_skipped = "routes of one tos", route.destination.clear();
         } else {
-            route.is_ipv6 = route.is_ipv6 || words.peek() == "pref"; // said of IPv6 routes alone
-            if (!words.skip())
+            is_ipv6 = is_ipv6 || words.peek() == "pref"; // said of IPv6 routes alone
+            if (words.skip())
+                continue;
+            if (route.why_skipped.empty())
                 return false;
+            (void)words.next();
         }
     }
     return true;
+}
+
+// Of IPv4 the kernel tells the whole route.
+bool leaves_gateways(RouteLine &route, const RouteLine &gone) {
+    if (route.gateways.size() < 2 || route.destination.find(':') == std::string::npos)
+        return false;
+    std::erase_if(route.gateways, [&](const RouteLine::Gateway &gateway) {
+        return std::ranges::find(gone.gateways, gateway) != gone.gateways.end();
+    });
+    return !route.gateways.empty();
 }
 
 } // namespace
@@ -151,46 +167,41 @@ NeighbourLine read_neighbour(std::string_view line) {
 RouteLine read_route(std::string_view line) {
     Words words(line);
     (void)words.take("unicast");
-    if (is_other_kind(words.peek()))
-        return skipped(std::string(words.peek()) + " routes");
     RouteLine route;
+    if (is_other_kind(words.peek()))
+        route.why_skipped = std::string(words.next()) + " routes";
     if (!type_named("DEST").takes(words.peek()))
         return route;
     route.destination = words.next();
+    route.type = fixed; // ip(8) says nothing of the routes that were typed in
     if (is_link_scoped(route.destination))
-        return skipped("routes of one link");
-    Attributes attributes;
-    if (!read_attributes(words, attributes))
+        route.why_skipped = "routes of one link";
+    bool is_ipv6 = false;
+    if (!read_attributes(words, route, is_ipv6))
         return route;
     if (route.destination == "default")
-        route.destination = attributes.is_ipv6 ? "::/0" : "0.0.0.0/0";
-    route.gateways = std::move(attributes.gateways);
-    route.type = attributes.type;
+        route.destination = is_ipv6 ? "::/0" : "0.0.0.0/0";
     route.event = words.is_deleted() ? RouteLine::Event::gone : RouteLine::Event::added;
     return route;
 }
 
 bool RouteLine::goes_on() const {
-    return gateways.empty() && (event == Event::added || event == Event::gone);
+    return gateways.empty() && why_skipped.empty() && event != Event::not_understood;
 }
 
-RouteLine SeveralGateways::whole(RouteLine route) {
-    const auto known = routes_.find(route.destination);
-    if (route.event == RouteLine::Event::gone && known != routes_.end()) {
-        std::erase_if(known->second, [&](const RouteLine::Gateway &gateway) {
-            return std::ranges::find(route.gateways, gateway) != route.gateways.end();
-        });
-        if (!known->second.empty()) {
-            route.event = RouteLine::Event::added;
-            route.gateways = known->second;
-        }
+std::optional<RouteLine> KnownRoutes::after(const RouteLine &line) {
+    auto &routes = routes_[line.destination];
+    const auto same = routes.find(line.metric);
+    if (line.event == RouteLine::Event::added)
+        routes[line.metric] = line;
+    else if (same != routes.end() && !leaves_gateways(same->second, line))
+        routes.erase(same);
+    if (routes.empty()) {
+        routes_.erase(line.destination);
+        return line;
     }
-    if (known != routes_.end())
-        routes_.erase(known);
-    const bool is_ipv6 = route.destination.find(':') != route.destination.npos;
-    if (is_ipv6 && route.event == RouteLine::Event::added && route.gateways.size() > 1)
-        routes_[route.destination] = route.gateways;
-    return route;
+    const auto &[metric, counting] = *routes.begin();
+    return line.metric <= metric ? std::optional(counting) : std::nullopt;
 }
 
 } // namespace ctl

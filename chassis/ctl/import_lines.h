@@ -9,6 +9,7 @@
 // A label or a time stamp in front ("[ROUTE]") is passed over.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -29,26 +30,31 @@ struct RouteLine {
         std::string address, device; // no address: directly connected
         bool operator==(const Gateway &) const = default;
     };
-    enum class Event { added, gone, skipped, not_understood } event = Event::not_understood;
-    std::string why_skipped;
-    std::string destination; // as printed; a default with its length: 0.0.0.0/0, ::/0
+    enum class Event { added, gone, not_understood } event = Event::not_understood;
+    std::string why_skipped; // what kind of routes is not for the chip; empty: this one is
+    // As printed; a default with its length: 0.0.0.0/0, ::/0.  Empty: it takes no other route's
+    // place, since it stands in another table, or is for some packets only.
+    std::string destination;
     std::vector<Gateway> gateways;
-    unsigned type = 0; // of the route, by who installed it
+    std::uint64_t metric = 0; // of several to one destination the kernel uses the lowest
+    unsigned type = 0;        // of the route, by who installed it
     // The destination alone: its next hops may follow.
     bool goes_on() const;
 };
 
 RouteLine read_route(std::string_view line);
 
-// The kernel reports the end of one of an IPv6 route's next hops as if the route were deleted.
-// This remembers the IPv6 routes that were reported with several, and tells what is left.
-class SeveralGateways {
+// What the lines so far have told of the routes to each destination, those included that are not for
+// the chip.  The kernel reports the end of one of an IPv6 route's next hops as if the route were
+// deleted: what is left of it is known here.
+class KnownRoutes {
 public:
-    // `route` as it is to be carried out: a deletion that leaves gateways becomes what is left.
-    RouteLine whole(RouteLine route);
+    // The route that counts for the line's destination from now on, as added, or the line itself
+    // when its end leaves none; nothing when another route counted before and still does.
+    std::optional<RouteLine> after(const RouteLine &line);
 
 private:
-    std::map<std::string, std::vector<RouteLine::Gateway>> routes_; // by destination
+    std::map<std::string, std::map<std::uint64_t, RouteLine>> routes_; // by destination and metric
 };
 
 } // namespace ctl

@@ -37,12 +37,8 @@ bool is_state(std::string_view text) {
     });
 }
 
-bool is_subnet(std::string_view text) {
-    return parse_prefix(text) || parse_address(text);
-}
-
 bool is_destination(std::string_view text) {
-    return text == "default" || is_subnet(text);
+    return text == "default" || parse_prefix(text) || parse_address(text);
 }
 
 bool is_dev_map(std::string_view text) {
@@ -58,7 +54,7 @@ const std::vector<Type> types = {
     {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
     {"PREFIX", "an address with its length, as 10.1.1.1/24", reads<parse_prefix>, {}},
-    {"SUBNET", "an address or a prefix", is_subnet, {}},
+    {"SUBNET", "an address, a prefix or default", is_destination, {}},
     {"DEST", "a prefix, an address or default", is_destination, {}},
     {"MAC", "a MAC address, as 02:00:00:00:01:02", reads<parse_mac>, {}},
     {"VLAN", "a VLAN id (1 to 4094)", in_range<1, max_vlan>, {}},
@@ -110,10 +106,12 @@ const Type &type_named(std::string_view name) {
     std::abort();
 }
 
-std::size_t skipped_words(std::string_view word) {
+std::size_t skipped_words(const std::vector<Word> &words, std::size_t at) {
+    const std::string_view word = at < words.size() ? words[at].text : std::string_view();
+    std::size_t count = std::ranges::find(skipped_alone, word) != std::end(skipped_alone);
     if (std::ranges::find(skipped_pairs, word) != std::end(skipped_pairs))
-        return 2;
-    return std::ranges::find(skipped_alone, word) != std::end(skipped_alone) ? 1 : 0;
+        count = at + 1 < words.size() && words[at + 1].text == "lock" ? 3 : 2; // mtu lock 1400
+    return std::min(count, words.size() - std::min(at, words.size()));
 }
 
 } // namespace ctl

@@ -43,7 +43,9 @@ inline Reply answer(int result) {
 
 Reply unknown_interface(std::string_view name);
 Prefix address_argument(const Request &request, std::string_view key = "IP");
+Prefix prefix_of(const dpm_prefix &record);
 std::string text_of(const dpm_prefix &prefix); // without its length
+std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface);
 chassis::chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix);
 bool is_link_local(const dpm_prefix &ip); // such hosts have a next hop in the chip, and no entry
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);

@@ -10,6 +10,7 @@ namespace ctl::server {
 namespace {
 
 constexpr std::uint32_t learnt_by_protocol = 9; // a dynamic route type
+const TwoForms no_route{"", "null"};
 
 struct Gateway {
     std::optional<Prefix> address;
@@ -50,6 +51,23 @@ Prefix destination_of(const Parsed &line, const std::vector<Gateway> &gateways) 
     return {told == gateways.end() ? DPM_FAMILY_IPV4 : told->address->family, {}, 0};
 }
 
+// The first interface with an address in the gateway's network, of a VRF when one is named; empty
+// when there is none.
+std::string interface_towards(Request &request, const Prefix &gateway) {
+    std::string name;
+    (void)request.server.settle(); // addresses may be on their way
+    const TableLock lock;
+    each_interface([&](const dpm_if_entry &interface) {
+        const bool is_wanted =
+            !request.line.has("vrf") || request.line.number("vrf") == interface.vrf;
+        for (const dpm_if_ip_entry *address : addresses_of(interface))
+            if (is_wanted && name.empty() && address->ip.family == gateway.family &&
+                is_inside(prefix_of(address->ip), gateway.address.data()))
+                name = interface.ifname;
+    });
+    return name;
+}
+
 Reply change_route(Request &request, std::uint32_t oper) {
     const Parsed &line = request.line;
     const std::vector<Gateway> gateways = gateways_of(line);
@@ -60,7 +78,9 @@ Reply change_route(Request &request, std::uint32_t oper) {
     route.destination = record_of(destination_of(line, gateways));
     route.np_num = std::uint32_t(gateways.size());
     for (std::size_t i = 0; i < gateways.size(); i++) {
-        const std::string name(gateways[i].device);
+        std::string name(gateways[i].device);
+        if (name.empty())
+            name = interface_towards(request, *gateways[i].address);
         if (oper == DPM_OPER_ADD && name.empty())
             return refused("which dev is gateway " + std::to_string(i + 1) + " on?");
         const auto interface = request.card.suite.find(name);
@@ -77,11 +97,22 @@ Reply change_route(Request &request, std::uint32_t oper) {
     return answer(dpm_api_route_pro(&route, oper));
 }
 
-std::string gateway_text(const dpm_route_entry &route, std::uint32_t i) {
-    const std::string address = route.np[i].family == DPM_FAMILY_NONE ? "-" : text_of(route.np[i]);
-    const std::int32_t index = route.host_index[i];
-    return address + " " + route.np_ifname[i] + " " +
-           (index == -1 ? "unresolved" : std::to_string(index));
+TwoForms gateways_cell(const dpm_route_entry &route) {
+    TwoForms cell;
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        const bool has_address = route.np[i].family != DPM_FAMILY_NONE;
+        const std::string address = text_of(route.np[i]);
+        const std::string index = std::to_string(route.host_index[i]);
+        const bool is_resolved = route.host_index[i] != -1;
+        cell.text += (i ? ", " : "") + (has_address ? address : "-") + " " + route.np_ifname[i] +
+                     " " + (is_resolved ? index : "unresolved");
+        cell.json += (i ? ", {" : "{") +
+                     ("\"address\": " + (has_address ? json_string(address) : "null")) +
+                     ", \"interface\": " + json_string(route.np_ifname[i]) +
+                     ", \"nexthop\": " + (is_resolved ? index : "null") + "}";
+    }
+    cell.json = "[" + cell.json + "]";
+    return cell;
 }
 
 std::string state_of(const dpm_route_entry &route, const StandIns &stand_ins) {
@@ -124,6 +155,9 @@ std::string_view StandIns::of(const dpm_route_entry &route) const {
 Reply route_add(Request &request) {
     return change_route(request, DPM_OPER_ADD);
 }
+Reply route_replace(Request &request) {
+    return route_add(request);
+}
 Reply route_del(Request &request) {
     return change_route(request, DPM_OPER_DEL);
 }
@@ -136,27 +170,36 @@ Reply show_routes(Request &request) {
     each_route([&](const dpm_route_entry &route) {
         if (!filter.takes_network(route.vrf, route.destination))
             return;
-        std::vector<std::string> gateways;
-        for (std::uint32_t i = 0; i < route.np_num; i++)
-            gateways.push_back(gateway_text(route, i));
         table.row({route.vrf, prefix_text(route.destination), state_of(route, stand_ins),
-                   route.sdk_index, gateways, route.route_type,
+                   route.sdk_index, gateways_cell(route), route.route_type,
                    std::string(route.ecmp_enable == DPM_ROUTE_ECMP ? "yes" : "no")});
     });
     return print(request, table);
 }
 
 Reply show_ecmp(Request &request) {
-    Table table({"group", "family", "members", "nexthops"});
+    const Filter filter(request.line);
+    Table table({"group", "family", "members", "nexthops", "vrf", "route"});
     const TableLock lock;
+    std::map<std::int32_t, const dpm_route_entry *> routes; // by group
+    each_route([&](const dpm_route_entry &route) {
+        if (route.ecmp_enable == DPM_ROUTE_ECMP && route.sdk_index > 0)
+            routes.emplace(route.sdk_index, &route);
+    });
     each_group([&](const dpm_ecmp_entry &group) {
-        std::vector<std::string> members;
+        const auto found = routes.find(group.sdk_index);
+        const dpm_route_entry *const route = found == routes.end() ? nullptr : found->second;
+        if (!filter.takes_all() &&
+            (!route || !filter.takes_network(route->vrf, route->destination)))
+            return;
+        std::vector<std::int64_t> members;
         for (const std::uint32_t member : group.host_sdk)
             if (member != 0)
-                members.push_back(std::to_string(member));
+                members.push_back(member);
         table.row({group.sdk_index,
                    std::string(group.ecmp_type == DPM_FAMILY_IPV4 ? "IPv4" : "IPv6"),
-                   group.host_cnt, members});
+                   group.host_cnt, members, route ? Cell(route->vrf) : Cell(no_route),
+                   route ? Cell(prefix_text(route->destination)) : Cell(no_route)});
     });
     return print(request, table);
 }

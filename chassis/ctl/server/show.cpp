@@ -3,6 +3,8 @@
 
 #include "chassis/ctl/server/filter.h"
 
+#include <set>
+
 namespace ctl::server {
 
 namespace {
@@ -12,19 +14,11 @@ std::string interface_name(const chassis::Card &card, std::uint32_t ifindex) {
     return interface ? interface->name : "";
 }
 
-std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface) {
-    std::vector<const dpm_if_ip_entry *> all;
-    for (const list_head *list : {&interface.ipv4_list, &interface.ipv6_list})
-        for (const list_head *link = list->next; link != list; link = link->next)
-            all.push_back(reinterpret_cast<const dpm_if_ip_entry *>(link));
-    return all;
-}
-
-std::vector<std::string> sub_vlans_of(const dpm_if_entry &interface) {
-    std::vector<std::string> all;
+std::vector<std::int64_t> sub_vlans_of(const dpm_if_entry &interface) {
+    std::vector<std::int64_t> all;
     for (const list_head *link = interface.sub_list.next; link != &interface.sub_list;
          link = link->next)
-        all.push_back(std::to_string(reinterpret_cast<const dpm_if_entry *>(link)->if_id));
+        all.push_back(reinterpret_cast<const dpm_if_entry *>(link)->if_id);
     return all;
 }
 
@@ -98,9 +92,17 @@ Reply show_hosts(Request &request) {
 }
 
 Reply show_nexthops(Request &request) {
+    const Filter filter(request.line);
     Table table({"nexthop", "mac", "port", "vlan", "cvlan", "hosts", "+port_type", "+port_id"});
     const TableLock lock;
+    std::set<std::uint32_t> wanted; // of the hosts that were asked for
+    each_host([&](const dpm_host_entry &host) {
+        if (filter.takes(host.vrf, host.ip))
+            wanted.insert(host.sdk_index);
+    });
     each_nexthop([&](const dpm_nexthop_entry &entry) {
+        if (!filter.takes_all() && !wanted.contains(entry.sdk_index))
+            return;
         table.row({entry.sdk_index, mac_text(entry.mac),
                    port_text(entry.port_type, entry.port_id, entry.port_id), entry.svlan,
                    entry.cvlan, entry.cnt, entry.port_type, entry.port_id});

@@ -18,14 +18,20 @@ std::uint64_t hash_bytes(const void *bytes, std::size_t count) {
 }
 
 // A mirrored table hands every record to `visit` as its key in words and its bytes, with what is
-// the card's own (tree link, indexes of interfaces, timers) made zero.
+// the card's own (tree link, timers) made zero, and of an interface's index whether there is one.
 using VisitRecord = std::function<void(std::string key, const void *bytes, std::size_t count)>;
+
+// Whether this card knows the interface that a record names.
+std::uint32_t is_known_here(const char *ifname, std::uint32_t ifindex) {
+    constexpr std::uint32_t no_such_name = 0xFFFFFFFF;
+    return ifname[0] != '\0' && ifindex != 0 && ifindex != no_such_name;
+}
 
 void visit_hosts(const VisitRecord &visit) {
     each_host([&](const dpm_host_entry &host) {
         dpm_host_entry copy = host;
         copy.node = {};
-        copy.ifindex = 0;
+        copy.ifindex = is_known_here(host.ifname, host.ifindex);
         std::memset(copy.card_local, 0, sizeof copy.card_local);
         visit("vrf " + std::to_string(host.vrf) + " " + text_of(host.ip) + " dev " + host.ifname,
               &copy, sizeof copy);
@@ -55,7 +61,8 @@ void visit_routes(const VisitRecord &visit) {
     each_route([&](const dpm_route_entry &route) {
         dpm_route_entry copy = route;
         copy.node = {};
-        std::memset(copy.np_ifindex, 0, sizeof copy.np_ifindex);
+        for (std::size_t i = 0; i < std::size(copy.np_ifindex); i++)
+            copy.np_ifindex[i] = is_known_here(route.np_ifname[i], route.np_ifindex[i]);
         copy.delete_timer = {};
         visit("vrf " + std::to_string(route.vrf) + " " + text_of(route.destination) + "/" +
                   std::to_string(route.destination.prefix_len),
@@ -81,7 +88,7 @@ void visit_ilms(const VisitRecord &visit) {
         dpm_ilm copy = ilm;
         copy.node = {};
         copy.pend = {};
-        copy.out_ifindex = 0;
+        copy.out_ifindex = is_known_here(ilm.out_ifname, ilm.out_ifindex);
         visit("label " + std::to_string(ilm.in_label), &copy, sizeof copy);
     });
 }
@@ -129,6 +136,12 @@ Prefix address_argument(const Request &request, std::string_view key) {
     return *parse_address(request.line.value(key)); // the language has checked it
 }
 
+Prefix prefix_of(const dpm_prefix &record) {
+    Prefix prefix{record.family, {}, record.prefix_len};
+    std::ranges::copy(record.address, prefix.address.begin());
+    return prefix;
+}
+
 std::string text_of(const dpm_prefix &prefix) {
     return address_text(prefix.family, prefix.address);
 }
@@ -137,6 +150,14 @@ chassis::chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix) {
     chassis::chip::Address key{std::int32_t(vrf), prefix.family, {}, prefix.prefix_len};
     std::ranges::copy(prefix.address, key.bytes.begin());
     return key;
+}
+
+std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface) {
+    std::vector<const dpm_if_ip_entry *> all;
+    for (const list_head *list : {&interface.ipv4_list, &interface.ipv6_list})
+        for (const list_head *link = list->next; link != list; link = link->next)
+            all.push_back(reinterpret_cast<const dpm_if_ip_entry *>(link));
+    return all;
 }
 
 bool is_link_local(const dpm_prefix &ip) {

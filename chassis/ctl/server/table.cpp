@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 namespace ctl::server {
 
@@ -10,33 +11,40 @@ namespace {
 template <class... Cases> struct Overloaded : Cases... { using Cases::operator()...; };
 template <class... Cases> Overloaded(Cases...) -> Overloaded<Cases...>; // clang 14 needs it
 
+template <class List, class Text> std::string joined(const List &list, Text text_of) {
+    std::string text;
+    for (const auto &each : list)
+        text += (text.empty() ? "" : ", ") + text_of(each);
+    return text;
+}
+
+constexpr auto decimal = [](std::int64_t number) { return std::to_string(number); };
+
 std::string plain(const Cell &cell) {
-    return std::visit(
+    const std::string text = std::visit(
         Overloaded{
-            [](std::int64_t number) { return std::to_string(number); },
-            [](const std::string &text) { return text.empty() ? std::string("-") : text; },
-            [](const std::vector<std::string> &list) {
-                std::string text;
-                for (const std::string &each : list)
-                    text += (text.empty() ? "" : ", ") + each;
-                return text.empty() ? std::string("-") : text;
-            },
+            decimal,
+            [](const std::string &text) { return text; },
+            [](const std::vector<std::string> &list) { return joined(list, std::identity()); },
+            [](const std::vector<std::int64_t> &list) { return joined(list, decimal); },
+            [](const TwoForms &forms) { return forms.text; },
         },
         cell);
+    return text.empty() ? "-" : text;
 }
 
 std::string json_of(const Cell &cell) {
-    return std::visit(Overloaded{
-                          [](std::int64_t number) { return std::to_string(number); },
-                          [](const std::string &text) { return json_string(text); },
-                          [](const std::vector<std::string> &list) {
-                              std::string text;
-                              for (const std::string &each : list)
-                                  text += (text.empty() ? "" : ",") + json_string(each);
-                              return "[" + text + "]";
-                          },
-                      },
-                      cell);
+    return std::visit(
+        Overloaded{
+            decimal,
+            [](const std::string &text) { return json_string(text); },
+            [](const std::vector<std::string> &list) {
+                return "[" + joined(list, json_string) + "]";
+            },
+            [](const std::vector<std::int64_t> &list) { return "[" + joined(list, decimal) + "]"; },
+            [](const TwoForms &forms) { return forms.json; },
+        },
+        cell);
 }
 
 std::string upper(std::string_view name) {

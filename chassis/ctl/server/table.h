@@ -9,7 +9,13 @@
 
 namespace ctl::server {
 
-using Cell = std::variant<std::int64_t, std::string, std::vector<std::string>>;
+// What people read and programs read in another form.
+struct TwoForms {
+    std::string text, json;
+};
+
+using Cell = std::variant<std::int64_t, std::string, std::vector<std::string>,
+                          std::vector<std::int64_t>, TwoForms>;
 
 class Table {
 public:

@@ -16,6 +16,8 @@ namespace {
 
 using chassis::chip::Chip;
 
+constexpr unsigned group_capacity = 1024; // of the library, both families
+
 std::string seconds_text(std::int64_t seconds) {
     return std::to_string(seconds) + " s";
 }
@@ -23,12 +25,6 @@ std::string seconds_text(std::int64_t seconds) {
 bool is_address(const dpm_prefix &prefix, const Prefix &ip) {
     return prefix.family == ip.family &&
            std::memcmp(prefix.address, ip.address.data(), ip.address.size()) == 0;
-}
-
-Prefix prefix_of(const dpm_prefix &record) {
-    Prefix prefix{record.family, {}, record.prefix_len};
-    std::ranges::copy(record.address, prefix.address.begin());
-    return prefix;
 }
 
 std::string indented(std::string text, std::size_t columns) {
@@ -102,9 +98,24 @@ std::string target_text(const Chip &chip, const dpm_route_entry &route) {
     return text;
 }
 
+// Gateways are resolved, but the groups are all in use or the chip refused one more.
+bool is_without_group(const dpm_route_entry &route) {
+    return route.ecmp_enable == DPM_ROUTE_ECMP &&
+           std::ranges::any_of(route.host_index, [](std::int32_t index) { return index > 0; });
+}
+
+unsigned group_count() {
+    unsigned count = 0;
+    each_group([&](const dpm_ecmp_entry &) { count++; });
+    return count;
+}
+
 std::string route_state(const Chip &chip, const dpm_route_entry &route) {
     if (route.np_num == 0)
         return "not in the chip: it has no gateway";
+    if (route.sdk_index <= 0 && is_without_group(route))
+        return "not in the chip: it has no group (" + std::to_string(group_count()) + " of " +
+               std::to_string(group_capacity) + " in use)";
     if (route.sdk_index <= 0)
         return "not in the chip: it uses none of its gateways";
     const auto lock = chip.lock();
@@ -133,7 +144,7 @@ std::string why_gateway(const Request &request, const dpm_route_entry &route, st
     std::string text = host + why_waiting(request, route.vrf, ip);
     if (text.empty())
         text = "not a neighbour, and nothing waits for it\n";
-    if (!host.empty() && (route.sdk_index <= 0 || route.host_index[i] <= 0))
+    if (!host.empty() && route.host_index[i] <= 0)
         text += "not used: the chip refused it, or the neighbour is on another interface\n";
     const std::size_t first = text.find('\n') + 1;
     return name + text.substr(0, first) + indented(text.substr(first), 4);
@@ -201,10 +212,15 @@ std::string why_absent(const Request &request, std::uint32_t vrf, const Prefix &
 
 Reply why(Request &request) {
     const std::string question(request.line.value("SUBNET"));
-    const auto address = parse_address(question);
-    const Prefix ip = address ? *address : *parse_prefix(question); // the language has checked it
     const std::uint32_t vrf = std::uint32_t(request.line.number("vrf"));
     const TableLock lock;
+    if (question == "default") {
+        const std::string text = why_routes(request, vrf, {DPM_FAMILY_IPV4, {}, 0}) +
+                                 why_routes(request, vrf, {DPM_FAMILY_IPV6, {}, 0});
+        return done(question + ": " + (text.empty() ? "no route\n" : text));
+    }
+    const auto address = parse_address(question);
+    const Prefix ip = address ? *address : *parse_prefix(question); // the language has checked it
     std::string text = why_routes(request, vrf, ip);
     if (ip.length == host_length(ip.family))
         text = why_host(request, vrf, ip) + why_waiting(request, vrf, ip) + text;
