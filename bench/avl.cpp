@@ -69,24 +69,32 @@ template <std::size_t Bytes> struct reference_tree {
         set;
 };
 
-struct Orders {
+// Keys, and the records in an order for each operation.
+class Orders {
+public:
+    explicit Orders(unsigned count) : random_(count) {
+        std::uint32_t key = std::uint32_t(random_());
+        for (unsigned i = 0; i < count; i++)
+            keys.push_back(key += 2654435761u); // odd: no key comes twice
+        for (auto *list : {&insert, &find, &erase}) {
+            list->resize(count);
+            std::iota(list->begin(), list->end(), 0);
+        }
+        shuffle();
+    }
+
+    // An order that came again would be learnt by the processor's branch predictor.
+    void shuffle() {
+        for (auto *list : {&insert, &find, &erase})
+            std::shuffle(list->begin(), list->end(), random_);
+    }
+
     std::vector<std::uint32_t> keys;                // of record i
     std::vector<std::uint32_t> insert, find, erase; // records
-};
 
-Orders shuffled_orders(unsigned count) {
-    std::mt19937 random(count);
-    Orders orders;
-    std::uint32_t key = std::uint32_t(random());
-    for (unsigned i = 0; i < count; i++)
-        orders.keys.push_back(key += 2654435761u); // odd: no key comes twice
-    for (auto *list : {&orders.insert, &orders.find, &orders.erase}) {
-        list->resize(count);
-        std::iota(list->begin(), list->end(), 0);
-        std::shuffle(list->begin(), list->end(), random);
-    }
-    return orders;
-}
+private:
+    std::mt19937 random_;
+};
 
 // Memory in small pages, as the heap's blocks are: large ones, given to one side by luck, would decide the comparison.
 template <class Entry> class Records {
@@ -165,9 +173,10 @@ struct Round {
 };
 
 template <class Ours, class Theirs>
-Round measure_round(const Orders &orders, Ours &ours, Theirs &theirs) {
+Round measure_round(Orders &orders, Ours &ours, Theirs &theirs) {
     Round round;
     for (std::size_t done = 0; done < operations; done += orders.keys.size()) {
+        orders.shuffle();
         in_turns(
             orders.insert, round.insert, [&](auto i) { ours.insert(i); },
             [&](auto i) { theirs.insert(i); });
@@ -190,7 +199,7 @@ constexpr Operation operation_list[] = {
 
 template <std::size_t Bytes>
 void measure_size(unsigned count, const Options &options, const Report &report) {
-    const Orders orders = shuffled_orders(count);
+    Orders orders(count);
     Subject<our_tree<Bytes>> ours(orders);
     Subject<reference_tree<Bytes>> theirs(orders);
     Comparison comparisons[std::size(operation_list)];
