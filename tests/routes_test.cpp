@@ -419,6 +419,18 @@ TEST_F(Routes, Ipv6GatewaysAreScopedByInterfaceAndIpv4OnesAreNot) {
     EXPECT_EQ(forwards("2001:db8:2::4"), "");
 }
 
+TEST_F(Routes, AHostOnAnotherInterfaceKeepsItsPlaceFromARouteToItsAddress) {
+    learn("2001:db8:1::9"); // on vlanif100
+    Neighbour gateway = neighbour("2001:db8:3::2");
+    gateway.vlan = 200;
+    learn_host(gateway);
+    add_route({.prefix = "2001:db8:1::9", .via = {{gateway.ip, "vlanif200"}}});
+    EXPECT_EQ(forwards("2001:db8:1::9"), "2001:db8:1::9 -> 2001:db8:1::9");
+    check_laws();
+    forget("2001:db8:1::9");
+    EXPECT_EQ(forwards("2001:db8:1::9"), "2001:db8:1::9 -> 2001:db8:3::2");
+}
+
 TEST_F(Routes, VrfsAreApart) {
     set_vrf("vlanif200", 5);
     Neighbour other = neighbour("10.1.1.2");

@@ -6,7 +6,7 @@
 
 namespace dpm {
 
-// Puts a route that points somewhere into the chip, unless a label entry stands in its place.  A
+// Puts a route that points somewhere into the chip, unless another entry stands in its place.  A
 // default route takes the CPU's place first.  0, or the driver's answer: then the CPU default is
 // the caller's to restore.
 int program_route(route_record &record, const shell &caller);
@@ -14,7 +14,8 @@ int program_route(route_record &record, const shell &caller);
 // Takes what the chip holds of a route out of it.  0, or the driver's answer.
 int withdraw_route(route_record &record, const shell &caller);
 
-// What no entry matches goes to the CPU again, now that a default route is not programmed.
+// What no entry matches goes to the CPU again, now that a default route is not programmed, unless
+// another one is.
 void restore_cpu_default(const dpm_route_entry &route);
 
 // The chip refused a route: it stays in the table as one that points nowhere.

@@ -1,4 +1,4 @@
-// A route's entry in the chip: put there, taken out, left to a label entry, and followed as its
+// A route's entry in the chip: put there, taken out, left to a label entry or host, followed as its
 // gateways come and go.
 #include "dpm_route_program.h"
 
