@@ -288,9 +288,9 @@ void measure_labels(const Options &options, const Report &report) {
 // --- a whole switch-over -------------------------------------------------------------------------
 
 std::uint64_t chip_deletes(const chassis::chip::Chip &chip) {
-    using chassis::chip::Request;
-    return chip.requests(Request::del_ip_entry) + chip.requests(Request::del_ip_nexthop) +
-           chip.requests(Request::del_ecmp_nexthop);
+    using chassis::chip::Function;
+    return chip.requests(Function::del_ip_entry) + chip.requests(Function::del_ip_nexthop) +
+           chip.requests(Function::del_ecmp_nexthop);
 }
 
 // Milliseconds from the change of the role to the end of what the worker does about it.

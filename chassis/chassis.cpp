@@ -107,7 +107,9 @@ void make_current(Card &card) {
     current_card = &card;
 }
 
-CardScope::CardScope(Card &card) : former_(current()) { make_current(card); }
+CardScope::CardScope(Card &card) : former_(current()) {
+    make_current(card);
+}
 
 CardScope::~CardScope() {
     if (former_)

@@ -153,8 +153,8 @@ TEST_F(ChipTest, ARefusedRemovalExcusesTheNextHopsDelete) {
     const std::int32_t group = new_group();
     ASSERT_EQ(change_group(group, 1, member), 0);
     ASSERT_EQ(add(2, 32, target), 0);
-    chip.refuse(Request::update_ecmp_nexthop, 1);
-    chip.refuse(Request::del_ip_entry, 1);
+    chip.refuse(Function::update_ecmp_nexthop, 1);
+    chip.refuse(Function::del_ip_entry, 1);
     EXPECT_EQ(change_group(group, 2, member), -1);
     EXPECT_EQ(del(2, 32, target), -1);
     EXPECT_EQ(dal_driver_del_ip_nexthop(member, 0), -1);
@@ -197,14 +197,14 @@ TEST_F(ChipTest, SlotsThatARequestReachesReportTheirOwnAnswers) {
     std::vector<std::string> lines;
     card.os.log_to([&](const os::LogLine &line) { lines.push_back(line.text); });
     chip.answer_slots({2, 3});
-    chip.fail_slot(Request::add_ip_entry, 3, -5);
+    chip.fail_slot(Function::add_ip_entry, 3, -5);
     const std::uint32_t nexthop = new_nexthop(1);
     EXPECT_EQ(add(2, 32, nexthop), 0);
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines[0], "dpm_driver_add_ip_entry_result obj_bit 8 result -5 ");
     lines.clear();
     EXPECT_EQ(add(2, 32, nexthop, slot_3), 0) << "a slot fails once";
-    chip.fail_slot(Request::add_ip_entry, 2, -5);
+    chip.fail_slot(Function::add_ip_entry, 2, -5);
     EXPECT_EQ(add(2, 32, nexthop, slot_3), 0) << "the other slot is not asked";
     EXPECT_TRUE(lines.empty());
 }

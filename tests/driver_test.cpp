@@ -143,9 +143,9 @@ TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
 }
 
 TEST_F(Driver, TheChipsOwnCodeComesBackUnchanged) {
-    card.chip.refuse(chassis::chip::Request::del_ip_nexthop, 1, -17);
+    card.chip.refuse(chassis::chip::Function::del_ip_nexthop, 1, -17);
     EXPECT_EQ(dpm_driver_del_nexthop(99, 0), -17);
-    card.chip.refuse(chassis::chip::Request::other, 1, 5);
+    card.chip.refuse(chassis::chip::Function::other, 1, 5);
     EXPECT_EQ(dpm_driver_mpls_ftn_del(record, 0), 5);
 }
 

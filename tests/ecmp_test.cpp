@@ -9,7 +9,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using Members = std::vector<std::uint32_t>;
 
@@ -130,7 +130,7 @@ TEST_P(Groups, OfBothFamiliesTogetherThereAre1024) {
 
 TEST_P(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas) {
     std::int32_t index = 0;
-    refuse(Request::add_ecmp_nexthop);
+    refuse(Function::add_ecmp_nexthop);
     EXPECT_EQ(add(index, 0), 0) << "the caller waits";
     EXPECT_EQ(index, 0);
     EXPECT_EQ(logged(master(), "driver create ecmp failed!"), 1u);
@@ -140,19 +140,19 @@ TEST_P(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas) {
     EXPECT_EQ(index, 0);
     EXPECT_TRUE(master().chip.groups.empty()) << "given back";
 
-    refuse(Request::update_ecmp_nexthop);
+    refuse(Function::update_ecmp_nexthop);
     EXPECT_EQ(add(index, 0), 0);
     EXPECT_EQ(recorded(index), slots({})) << "a group without member";
     EXPECT_EQ(add(index, 1), 0);
-    refuse(Request::update_ecmp_nexthop);
+    refuse(Function::update_ecmp_nexthop);
     EXPECT_EQ(add(index, 2), 0);
     EXPECT_EQ(recorded(index), slots({1}));
     clear_journal();
-    refuse(Request::update_ecmp_nexthop);
+    refuse(Function::update_ecmp_nexthop);
     EXPECT_EQ(del(index, 1), 0);
     EXPECT_EQ(recorded(index), slots({1}));
     EXPECT_EQ(mirrored(), 1u);
-    refuse(Request::update_ecmp_nexthop);
+    refuse(Function::update_ecmp_nexthop);
     EXPECT_EQ(del_all(index), 0);
     EXPECT_EQ(index, 0);
     EXPECT_EQ(logged(master(), ":: driver_ecmp_del failed! ecmp_type"), 1u);

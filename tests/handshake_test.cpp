@@ -10,7 +10,7 @@
 namespace {
 
 using chassis::Card;
-using chassis::chip::Request;
+using chassis::chip::Function;
 using Lines = std::vector<std::string>;
 
 Lines names_of(const std::vector<chassis::peer::Call> &calls) {
@@ -164,7 +164,7 @@ TEST_F(Handshake, CardDataMovesTheLinkLocalAddressOfEveryEnabledVrf) {
     EXPECT_EQ(deliver(standby(), name, rig::mac_of("02:00:00:00:00:0a")), 0) << "its own";
     EXPECT_TRUE(chip_calls(standby()).empty());
 
-    standby().chip.refuse(Request::del_ip_entry, 1);
+    standby().chip.refuse(Function::del_ip_entry, 1);
     EXPECT_EQ(deliver(standby(), name, rig::mac_of("02:00:00:00:00:99")), 0);
     EXPECT_EQ(chip_calls(standby()),
               (Lines{"del_ip_entry vrf 0 fe80::ff:fe00:a/128 nexthop 2 slots 0x0 -> -1",

@@ -10,7 +10,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using rig::Neighbour;
 using Lines = std::vector<std::string>;
@@ -129,7 +129,7 @@ TEST_P(Hosts, ReaddingAHostWithAnotherMacDeletesItFirst) {
 }
 
 TEST_P(Hosts, ARefusedEntryKeepsItsNextHopReference) {
-    refuse(Request::add_ip_entry, 1, 3);
+    refuse(Function::add_ip_entry, 1, 3);
     learn_host(own());
     EXPECT_EQ(logged(master(), "::host_entry add driver failed!"), 1u);
     EXPECT_TRUE(hosts(master()).empty());
@@ -143,7 +143,7 @@ TEST_P(Hosts, WithoutMemoryOrNextHopNothingIsKept) {
     fail(Fault::allocation, 3); // the request, the next hop, the host
     learn_host(own());
     EXPECT_EQ(told(), (Lines{"add_ip_nexthop", "add_ip_entry", "del_ip_entry", "del_ip_nexthop"}));
-    refuse(Request::add_ip_nexthop, 1, -7);
+    refuse(Function::add_ip_nexthop, 1, -7);
     learn_host(own());
     EXPECT_EQ(logged(master(), "::host_entry add nexthop failed!"), 1u);
     EXPECT_TRUE(hosts(standby()).empty() && nexthops(standby()).empty());
@@ -151,11 +151,11 @@ TEST_P(Hosts, WithoutMemoryOrNextHopNothingIsKept) {
 
 TEST_P(Hosts, AHostWhoseDeleteStoppedHalfWayIsDeletedFromThereOn) {
     learn_host(own());
-    refuse(Request::del_ip_entry);
+    refuse(Function::del_ip_entry);
     forget_host(own());
     EXPECT_EQ(logged(master(), "::host_entry del driver failed!"), 1u);
     check_laws();
-    refuse(Request::del_ip_nexthop);
+    refuse(Function::del_ip_nexthop);
     forget_host(own());
     EXPECT_EQ(logged(master(), "::host_entry del nexthop failed!"), 1u);
     EXPECT_EQ(hosts(master()).size(), 1u);
@@ -167,7 +167,7 @@ TEST_P(Hosts, AHostWhoseDeleteStoppedHalfWayIsDeletedFromThereOn) {
     EXPECT_EQ(told(), (Lines{"deleted " + own().ip, "del_ip_nexthop", "add_ip_nexthop",
                              "add_ip_entry", "added " + own().ip}))
         << "put back";
-    refuse(Request::del_ip_nexthop);
+    refuse(Function::del_ip_nexthop);
     forget_host(own());
     told();
     forget_host(own());

@@ -10,7 +10,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using Lines = std::vector<std::string>;
 
 class Interfaces : public rig::LoneShelf {
@@ -140,7 +140,7 @@ TEST_F(Interfaces, LinkLocalAndForeignAddressesAreNotKept) {
 
 TEST_F(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept) {
     for (const auto request :
-         {Request::add_l3_intf, Request::set_arp_to_cpu, Request::interface_vrf_set})
+         {Function::add_l3_intf, Function::set_arp_to_cpu, Function::interface_vrf_set})
         refuse(request);
     add_interface("vlanif300", 300);
     add_address("vlanif300", "10.1.1.1/24");
@@ -148,7 +148,7 @@ TEST_F(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept) {
     EXPECT_EQ(entry("vlanif300").l3_programmed, 1u);
     EXPECT_EQ(entry("vlanif300").arp_programmed, 1u);
     EXPECT_EQ(entry("vlanif300").vrf, 3u);
-    refuse(Request::delete_l3_intf);
+    refuse(Function::delete_l3_intf);
     del_interface("vlanif300");
     EXPECT_EQ(interfaces(master()).size(), 2u);
     add_interface("vlanif300", 300); // what stayed in the chip takes no harm

@@ -9,7 +9,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using rig::Ftn;
 using rig::Ilm;

@@ -11,7 +11,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using Sizes = std::vector<std::size_t>;
 using Receiver = int (*)(const void *, std::uint32_t);
@@ -169,7 +169,7 @@ TEST_F(Mirroring, APeerThatGoesAwayDuringTheTableEndsTheWalk) {
 TEST_F(Mirroring, APeerThatGoesAwayDuringTheProgrammingOfASlotEndsTheWalk) {
     learn_hosts(20);
     master().chip.answer_slots({3});
-    master().chip.fail_slot(Request::add_ip_entry, 3); // logged by the library
+    master().chip.fail_slot(Function::add_ip_entry, 3); // logged by the library
     master().os.log_to([this](const chassis::os::LogLine &line) {
         if (line.text.find("add_ip_entry_result") != line.text.npos)
             master().peer.cut();
@@ -206,7 +206,7 @@ TEST_F(Mirroring, AMirroredHostIsKeptWithTheStandbysOwnIndexAndCleanLocalParts) 
         EXPECT_EQ(host.sdk_index, 78u);
         EXPECT_EQ(std::count(host.card_local, host.card_local + 32, 0), 32);
     }
-    EXPECT_EQ(standby().chip.requests(Request::add_ip_nexthop), 0u);
+    EXPECT_EQ(standby().chip.requests(Function::add_ip_nexthop), 0u);
     // The master's delete names the master's index.
     EXPECT_EQ(receive(dpm_host_entry_del_sync_receive, mirrored("2001:db8::2")), 0);
     EXPECT_EQ(receive(dpm_host_entry_del_sync_receive, mirrored("2001:db8::2")), 0) << "gone";

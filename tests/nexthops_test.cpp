@@ -5,7 +5,7 @@
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 
 class NextHops : public rig::Shelf {
@@ -56,7 +56,7 @@ TEST_F(NextHops, AStaleIndexOrAnUnknownNeighbourIsNoDelete) {
 
 TEST_F(NextHops, ARefusedLastDeleteLeavesTheEntry) {
     ASSERT_EQ(add(3), 0);
-    refuse(Request::del_ip_nexthop, 1, -5);
+    refuse(Function::del_ip_nexthop, 1, -5);
     EXPECT_EQ(del(3, index), -5);
     EXPECT_EQ(counts(master()), Counts{1});
     EXPECT_EQ(counts(standby()), Counts{1});
@@ -65,7 +65,7 @@ TEST_F(NextHops, ARefusedLastDeleteLeavesTheEntry) {
 
 TEST_F(NextHops, ARefusedAddStoresNothingAndAFailedAllocationLeavesTheChipsObject) {
     index = 4711;
-    refuse(Request::add_ip_nexthop, 1, -9);
+    refuse(Function::add_ip_nexthop, 1, -9);
     EXPECT_EQ(add(3), -9);
     EXPECT_EQ(index, 4711u);
     fail(Fault::allocation);

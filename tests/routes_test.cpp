@@ -16,7 +16,7 @@
 namespace {
 
 using chassis::Card;
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using rig::Gateway;
 using rig::Neighbour;
@@ -171,7 +171,7 @@ TEST_P(EitherFamily, ADefaultRouteTakesTheCpusPlaceWhileItIsProgrammed) {
         learn(f.a);
         del_route(route);
         EXPECT_TRUE(to_cpu(f.number));
-        refuse(Request::add_ip_entry);
+        refuse(Function::add_ip_entry);
         add_route(route);
         EXPECT_TRUE(to_cpu(f.number)) << "the chip refused the route";
         del_route(route);
@@ -201,7 +201,7 @@ TEST_P(EitherFamily, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes) {
     learn(f.a);
     const Route route{.prefix = f.host, .via = {{f.a}}};
     add_route(route);
-    refuse(Request::del_ip_entry);
+    refuse(Function::del_ip_entry);
     learn(f.host);
     EXPECT_EQ(forwards(f.host), f.host + " -> " + f.host);
     check_laws();
@@ -211,9 +211,9 @@ TEST_P(EitherFamily, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes) {
     forget(f.host);
     EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a);
     check_laws();
-    refuse(Request::del_ip_entry);
+    refuse(Function::del_ip_entry);
     learn(f.host);
-    refuse(Request::add_ip_entry);
+    refuse(Function::add_ip_entry);
     forget(f.host);
     EXPECT_EQ(entry(f.host).sdk_index, 0) << "its place is refused: it waits";
     allow().routes_adrift = true;
@@ -221,7 +221,7 @@ TEST_P(EitherFamily, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes) {
     forget(f.a);
     learn(f.a);
     allow().routes_adrift = false;
-    refuse(Request::del_ip_entry);
+    refuse(Function::del_ip_entry);
     fail(Fault::allocation, 3); // after request and next hop: the host's record
     learn(f.host);
     EXPECT_EQ(forwards(f.host), f.host + " -> " + f.a) << "the host did not come";
@@ -255,7 +255,7 @@ TEST_P(EitherFamily, AnotherGatewayReplacesTheRouteAndTheIpStackIsTold) {
     settle();
     hold(false);
     EXPECT_EQ(programmed(), to(f.b)) << "nothing is half done";
-    refuse(Request::del_ip_entry);
+    refuse(Function::del_ip_entry);
     add_route(single());
     EXPECT_EQ(programmed(), to(f.b)) << "the chip would not let the old one go";
     add_route(single());
@@ -267,13 +267,13 @@ TEST_P(EitherFamily, WhatIsNotRenewedAfterASwitchOverIsDeletedInTenMinutes) {
     learn(f.a);
     for (unsigned type = 0; type < 14; ++type)
         add_route({.prefix = net(type), .via = {{f.a}}, .type = type});
-    const std::uint64_t before = standby().chip.requests(Request::del_ip_entry);
+    const std::uint64_t before = standby().chip.requests(Function::del_ip_entry);
     switch_over();
     add_route({.prefix = net(1), .via = {{f.a}}, .type = 1});
     add_route({.prefix = net(4), .via = {{f.b}}, .type = 4});
     standby_connects();
-    EXPECT_EQ(master().chip.requests(Request::del_ip_entry), before + 1) << "the replaced route's";
-    refuse(Request::del_ip_entry);
+    EXPECT_EQ(master().chip.requests(Function::del_ip_entry), before + 1) << "the replaced route's";
+    refuse(Function::del_ip_entry);
     advance(599);
     EXPECT_EQ(routes(master()).size(), 14u);
     check_laws();
@@ -292,7 +292,7 @@ TEST_P(EitherFamily, WhatIsNotRenewedAfterASwitchOverIsDeletedInTenMinutes) {
 TEST_P(EitherFamily, ARefusedRouteWaitsInTheTableForItsGatewayToComeAgain) {
     learn(f.a);
     for (const Route &route : {single(), both()}) {
-        refuse(Request::add_ip_entry);
+        refuse(Function::add_ip_entry);
         add_route(route);
         EXPECT_EQ(entry(f.net).sdk_index, 0);
         EXPECT_TRUE(groups(master()).empty());
@@ -301,7 +301,7 @@ TEST_P(EitherFamily, ARefusedRouteWaitsInTheTableForItsGatewayToComeAgain) {
         forget(f.a);
         allow().routes_adrift = false;
         follow({{"+a", "a"}, {"-a", ""}});
-        refuse(Request::add_ip_entry, 1, -1, 1); // behind the host's own
+        refuse(Function::add_ip_entry, 1, -1, 1); // behind the host's own
         learn(f.a);
         EXPECT_EQ(programmed(), "");
         EXPECT_EQ(entry(f.net).host_index[0], DPM_ROUTE_UNRESOLVED);
@@ -313,8 +313,8 @@ TEST_P(EitherFamily, ARefusedRouteWaitsInTheTableForItsGatewayToComeAgain) {
 // The member and then the route are refused: the group must not stay behind.
 TEST_P(EitherFamily, AGroupWithoutMemberGoesWithItsRefusedRoute) {
     add_route(both());
-    refuse(Request::update_ecmp_nexthop);
-    refuse(Request::add_ip_entry, 1, -1, 1);
+    refuse(Function::update_ecmp_nexthop);
+    refuse(Function::add_ip_entry, 1, -1, 1);
     learn(f.a);
     EXPECT_EQ(entry(f.net).sdk_index, 0);
     EXPECT_TRUE(groups(master()).empty());

@@ -15,7 +15,7 @@ unsigned c_counts_hosts(void);
 
 namespace {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 using Lines = std::vector<std::string>;
 
@@ -72,7 +72,7 @@ TEST_F(BareCard, AStepThatFailsGivesBackWhatWasMadeAndRegistersNothing) {
         EXPECT_EQ(other.os.deleted_semaphores(), failing.deleted);
         EXPECT_EQ(other.os.tasks().size(), 0u);
         EXPECT_EQ(other.hal.port_link(1, true), -1);
-        EXPECT_EQ(other.chip.requests(Request::default_route_set), 0u);
+        EXPECT_EQ(other.chip.requests(Function::default_route_set), 0u);
         EXPECT_TRUE(log.empty());
     }
 }
@@ -115,7 +115,7 @@ TEST_F(Settings, AVrfIsEnabledAndDisabledOnceEach) {
 TEST_F(Settings, TheHashModeIsSetWhenItChangesAndKeptWhenTheChipRefuses) {
     EXPECT_EQ(dpm_api_set_ecmp_hash(6), 0);
     EXPECT_EQ(chip_calls(master()).size(), 0u);
-    refuse(Request::set_ecmp_hash_ctl);
+    refuse(Function::set_ecmp_hash_ctl);
     EXPECT_EQ(dpm_api_set_ecmp_hash(3), -1);
     EXPECT_EQ(dpm_api_get_ecmp_hash(), 6u);
     EXPECT_EQ(dpm_api_set_ecmp_hash(3), 0);

@@ -46,14 +46,14 @@ template <class Lines> void keep_line(Lines &lines, std::string line, std::size_
 }
 
 struct Word {
-    Request kind;
+    Function kind;
     std::string_view name; // of the contract function
     std::string_view word; // of the command language
 };
 
 #define CHIP_REQUEST(name, word)                                                                   \
     Word {                                                                                         \
-        Request::name, #name, word                                                                 \
+        Function::name, #name, word                                                                \
     }
 constexpr Word words[] = {
     CHIP_REQUEST(add_l3_intf, "interface"),
@@ -75,15 +75,15 @@ constexpr Word words[] = {
     CHIP_REQUEST(other, "other"),
 };
 #undef CHIP_REQUEST
-static_assert(std::size(words) == std::size_t(Request::count));
+static_assert(std::size(words) == std::size_t(Function::count));
 
 } // namespace
 
-std::string_view name_of(Request kind) {
-    return kind < Request::count ? words[std::size_t(kind)].name : "?";
+std::string_view name_of(Function kind) {
+    return kind < Function::count ? words[std::size_t(kind)].name : "?";
 }
 
-std::optional<Request> request_named(std::string_view name) {
+std::optional<Function> request_named(std::string_view name) {
     for (const Word &word : words)
         if (name == word.name || name == word.word)
             return word.kind;
@@ -129,13 +129,13 @@ std::optional<Answer> Chip::lookup(std::int32_t vrf, std::uint32_t family,
 // --- refusals, counts, journal
 // --------------------------------------------------------------------------------------
 
-void Chip::refuse(Request kind, unsigned count, int code, unsigned skip) {
+void Chip::refuse(Function kind, unsigned count, int code, unsigned skip) {
     const std::lock_guard guard(mutex_);
     refusals_.at(std::size_t(kind)) = {skip, count, code};
 }
 
 // The code of an ordered refusal that is due, else 0.
-int Chip::ordered_refusal(Request kind) {
+int Chip::ordered_refusal(Function kind) {
     Refusal &refusal = refusals_[std::size_t(kind)];
     if (refusal.count == 0)
         return 0;
@@ -150,11 +150,11 @@ int Chip::ordered_refusal(Request kind) {
 // The library sets its marks for interfaces and trap rules whatever the chip says, so an ordered
 // refusal there is followed by an add of what stayed or a delete of what never came.  The chip does
 // not hold that against it.
-bool Chip::is_forgiven(Request kind, std::uint32_t key) const {
+bool Chip::is_forgiven(Function kind, std::uint32_t key) const {
     return forgiven_.contains({kind, key});
 }
 
-void Chip::note(Request kind, const Outcome &outcome, const std::string &line) {
+void Chip::note(Function kind, const Outcome &outcome, const std::string &line) {
     if (recording_)
         keep_line(journal_, line, journal_lines);
     if (outcome.mistake == nullptr)
@@ -164,7 +164,7 @@ void Chip::note(Request kind, const Outcome &outcome, const std::string &line) {
               mistake_lines_kept);
 }
 
-std::uint64_t Chip::requests(Request kind) const {
+std::uint64_t Chip::requests(Function kind) const {
     const std::lock_guard guard(mutex_);
     return requests_.at(std::size_t(kind));
 }
@@ -199,7 +199,7 @@ void Chip::answer_slots(std::vector<unsigned> slots) {
     slots_ = std::move(slots);
 }
 
-void Chip::fail_slot(Request kind, unsigned slot, int code) {
+void Chip::fail_slot(Function kind, unsigned slot, int code) {
     const std::lock_guard guard(mutex_);
     failing_slots_[{kind, slot}] = code;
 }
@@ -215,29 +215,29 @@ void Chip::set_null(bool on) {
 Chip::Outcome Chip::add_interface(std::uint16_t vlan, const std::uint8_t *mac, std::uint32_t *id) {
     const auto found = interfaces.find(vlan);
     if (found != interfaces.end()) {
-        if (!is_forgiven(Request::delete_l3_intf, vlan))
+        if (!is_forgiven(Function::delete_l3_intf, vlan))
             return {-1, "the VLAN has an interface"};
         interfaces.erase(found);
-        forgiven_.erase({Request::delete_l3_intf, vlan});
+        forgiven_.erase({Function::delete_l3_intf, vlan});
     }
     Interface interface { {}, new_index(), 0 };
     std::copy_n(mac, interface.mac.size(), interface.mac.begin());
     *id = interface.id;
     interfaces.emplace(vlan, interface);
-    forgiven_.erase({Request::add_l3_intf, vlan});
+    forgiven_.erase({Function::add_l3_intf, vlan});
     return {};
 }
 
 Chip::Outcome Chip::delete_interface(std::uint16_t vlan) {
     if (interfaces.erase(vlan) > 0)
         return {};
-    if (forgiven_.erase({Request::add_l3_intf, vlan}) > 0)
+    if (forgiven_.erase({Function::add_l3_intf, vlan}) > 0)
         return {-1};
     return {-1, "the VLAN has no interface"};
 }
 
 Chip::Outcome Chip::set_arp_rule(std::uint16_t vlan, bool on) {
-    const bool forgiven = forgiven_.erase({Request::set_arp_to_cpu, vlan}) > 0;
+    const bool forgiven = forgiven_.erase({Function::set_arp_to_cpu, vlan}) > 0;
     const bool changed = on ? arp_rules.insert(vlan).second : arp_rules.erase(vlan) > 0;
     if (changed || forgiven)
         return {};
@@ -275,8 +275,8 @@ Chip::Outcome Chip::delete_nexthop(std::uint32_t id) {
     if (found == nexthops.end())
         return {-1, "no such next hop"};
     if (const auto users = uses_.find(id); users != uses_.end() && users->second > 0) {
-        const bool kept_on_order = is_forgiven(Request::del_ip_entry, id) ||
-                                   is_forgiven(Request::update_ecmp_nexthop, id);
+        const bool kept_on_order = is_forgiven(Function::del_ip_entry, id) ||
+                                   is_forgiven(Function::update_ecmp_nexthop, id);
         return {-1, kept_on_order ? nullptr : "the next hop is in use"};
     }
     drop_nexthop(id);
@@ -347,7 +347,7 @@ Chip::Outcome Chip::add_entry(const Address &key, std::uint32_t index, bool agai
     const bool identical = present != entries.end() && present->second == index;
     if (again)
         return identical ? Outcome{} : Outcome{-1, "no such entry to program again"};
-    if (identical && index == to_cpu && forgiven_.erase({Request::del_ip_entry, to_cpu}) > 0)
+    if (identical && index == to_cpu && forgiven_.erase({Function::del_ip_entry, to_cpu}) > 0)
         return {};
     if (identical)
         return {-1, "the entry is there"};
@@ -412,7 +412,7 @@ void Chip::take_over(const Chip &other) {
     lengths_ = other.lengths_;
     others_.insert(other.others_.begin(), other.others_.end());
     for (const auto &[kind, key] : other.forgiven_)
-        if (kind == Request::del_ip_entry || kind == Request::update_ecmp_nexthop)
+        if (kind == Function::del_ip_entry || kind == Function::update_ecmp_nexthop)
             forgiven_.emplace(kind, key);
 }
 

@@ -26,7 +26,7 @@ namespace chassis::chip {
 
 // Kinds of request, for refusals and counts.  One for each contract function, named after it
 // without "dal_driver_".
-enum class Request {
+enum class Function {
     add_l3_intf,
     delete_l3_intf,
     interface_vrf_set,
@@ -47,8 +47,8 @@ enum class Request {
     count
 };
 
-std::string_view name_of(Request kind);
-std::optional<Request>
+std::string_view name_of(Function kind);
+std::optional<Function>
 request_named(std::string_view name); // also the words of the command language: route, nexthop ...
 
 struct Address { // key of an address entry
@@ -118,9 +118,9 @@ public:
     std::uint32_t hash_mode = 0;
 
     // The next `count` requests of a kind are refused with `code`, after `skip` that pass.
-    void refuse(Request kind, unsigned count, int code = -1, unsigned skip = 0);
+    void refuse(Function kind, unsigned count, int code = -1, unsigned skip = 0);
 
-    std::uint64_t requests(Request kind) const; // how many came
+    std::uint64_t requests(Function kind) const; // how many came
     std::uint64_t mistakes() const;
     std::vector<std::string> mistake_lines() const;
 
@@ -136,7 +136,7 @@ public:
     void answer_slots(std::vector<unsigned> slots);
     // The next report of a slot on a request of this kind carries `code`; the request's own answer
     // stays.
-    void fail_slot(Request kind, unsigned slot, int code = -1);
+    void fail_slot(Function kind, unsigned slot, int code = -1);
 
     // Accepts everything, hands out indexes and keeps nothing: for measuring the library alone.
     void set_null(bool on);
@@ -181,11 +181,11 @@ private:
         unsigned skip = 0, count = 0;
         int code = 0;
     };
-    int ordered_refusal(Request kind);
+    int ordered_refusal(Function kind);
     std::uint32_t new_index() { return next_index_++; }
     bool is_target(std::uint32_t index) const;
-    bool is_forgiven(Request kind, std::uint32_t key) const;
-    void note(Request kind, const Outcome &outcome, const std::string &line);
+    bool is_forgiven(Function kind, std::uint32_t key) const;
+    void note(Function kind, const Outcome &outcome, const std::string &line);
 
     void keep_entry(const Address &key, std::uint32_t index);
     void drop_entry(const Address &key);
@@ -216,15 +216,15 @@ private:
     // Indexes handed out by calls that are not modelled; they may be named.
     std::set<std::uint32_t> others_;
 
-    std::array<Refusal, std::size_t(Request::count)> refusals_{};
-    std::array<std::uint64_t, std::size_t(Request::count)> requests_{};
-    std::set<std::pair<Request, std::uint32_t>> forgiven_; // refused on order, by VLAN
+    std::array<Refusal, std::size_t(Function::count)> refusals_{};
+    std::array<std::uint64_t, std::size_t(Function::count)> requests_{};
+    std::set<std::pair<Function, std::uint32_t>> forgiven_; // refused on order, by VLAN
     std::deque<std::string> mistake_lines_;
     std::uint64_t mistakes_ = 0;
     bool recording_ = false;
     std::deque<std::string> journal_;
     std::vector<unsigned> slots_;
-    std::map<std::pair<Request, unsigned>, int> failing_slots_;
+    std::map<std::pair<Function, unsigned>, int> failing_slots_;
 };
 
 } // namespace chassis::chip

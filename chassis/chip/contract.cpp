@@ -135,7 +135,7 @@ using namespace chassis::chip;
 
 int dal_driver_add_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t *id, uint32_t) {
     return Contract::perform(
-               {Request::add_l3_intf, __func__, 0, vlan}, {id},
+               {Function::add_l3_intf, __func__, 0, vlan}, {id},
                [&](Chip &chip) { return chip.add_interface(vlan, mac, id); },
                [&] { return text("vlan %u mac %s id %u", vlan, mac_text(mac).c_str(), *id); })
         .report(dpm_driver_add_l3_intf_result, mac, vlan, id);
@@ -143,7 +143,7 @@ int dal_driver_add_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t *id, uint
 
 int dal_driver_delete_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t) {
     return Contract::perform(
-               {Request::delete_l3_intf, __func__, 0, vlan}, {},
+               {Function::delete_l3_intf, __func__, 0, vlan}, {},
                [&](Chip &chip) { return chip.delete_interface(vlan); },
                [&] { return text("vlan %u mac %s", vlan, mac_text(mac).c_str()); })
         .report(dpm_driver_delete_l3_intf_result, mac, vlan);
@@ -157,14 +157,14 @@ int dal_driver_interface_vrf_set(int32_t vlan, uint16_t vrf, uint32_t slot_bits)
             found->second.vrf = vrf;
         return Outcome{};
     };
-    return Contract::perform({Request::interface_vrf_set, __func__, slot_bits, {}}, {}, set_vrf,
+    return Contract::perform({Function::interface_vrf_set, __func__, slot_bits, {}}, {}, set_vrf,
                              [&] { return text("vlan %d vrf %u", vlan, vrf); })
         .report(dpm_driver_interface_vrf_set_result, vlan, vrf);
 }
 
 int dal_driver_interface_mpls_enable(uint16_t vlan, uint8_t enable, uint32_t slot_bits) {
     return Contract::perform(
-               {Request::interface_mpls_enable, __func__, slot_bits, {}}, {},
+               {Function::interface_mpls_enable, __func__, slot_bits, {}}, {},
                [&](Chip &) { return Outcome{}; },
                [&] { return text("vlan %u enable %u", vlan, enable); })
         .report(dpm_driver_interface_mpls_enable_result, vlan, enable);
@@ -177,7 +177,7 @@ int dal_driver_add_ip_entry(int32_t vrf, uint32_t family, const void *address, u
                             uint32_t nexthop_id, uint32_t slot_bits) {
     const Address key = entry_key(vrf, family, address, prefix_len);
     return Contract::perform(
-               {Request::add_ip_entry, __func__, slot_bits, {}}, {},
+               {Function::add_ip_entry, __func__, slot_bits, {}}, {},
                [&](Chip &chip) { return chip.add_entry(key, nexthop_id, is_again(slot_bits)); },
                [&] { return entry_text(key, nexthop_id); })
         .report(dpm_driver_add_ip_entry_result, vrf, family, address, prefix_len, nexthop_id);
@@ -187,7 +187,7 @@ int dal_driver_del_ip_entry(int32_t vrf, uint32_t family, const void *address, u
                             uint32_t nexthop_id, uint32_t slot_bits) {
     const Address key = entry_key(vrf, family, address, prefix_len);
     return Contract::perform(
-               {Request::del_ip_entry, __func__, slot_bits, nexthop_id}, {},
+               {Function::del_ip_entry, __func__, slot_bits, nexthop_id}, {},
                [&](Chip &chip) { return chip.delete_entry(key, nexthop_id); },
                [&] { return entry_text(key, nexthop_id); })
         .report(dpm_driver_del_ip_entry_result, vrf, family, address, prefix_len, nexthop_id);
@@ -200,8 +200,8 @@ int dal_driver_default_route_set(uint32_t family, uint16_t vrf, uint32_t to_cpu,
         return text("vrf %u family %u %s queue %u rate %u", vrf, family,
                     to_cpu == 1 ? "to-cpu" : "drop", cpu_queue, cpu_rate);
     };
-    return Contract::perform({Request::default_route_set, __func__, slot_bits, {}}, {}, set_default,
-                             describe)
+    return Contract::perform({Function::default_route_set, __func__, slot_bits, {}}, {},
+                             set_default, describe)
         .report(dpm_driver_default_route_set_result, family, vrf, to_cpu, cpu_queue, cpu_rate);
 }
 
@@ -216,7 +216,7 @@ int dal_driver_add_ip_nexthop(uint32_t port_type, uint32_t port_id, uint32_t *id
                     port_id, svlan, cvlan, mac_text(mac).c_str(), *id);
     };
     return Contract::perform(
-               {Request::add_ip_nexthop, __func__, slot_bits, {}}, {id},
+               {Function::add_ip_nexthop, __func__, slot_bits, {}}, {id},
                [&](Chip &chip) { return chip.add_nexthop(nexthop, id, is_again(slot_bits)); },
                describe)
         .report(dpm_driver_add_ip_nexthop_result, port_type, port_id, id, svlan, cvlan, mac);
@@ -224,7 +224,7 @@ int dal_driver_add_ip_nexthop(uint32_t port_type, uint32_t port_id, uint32_t *id
 
 int dal_driver_del_ip_nexthop(uint32_t id, uint32_t slot_bits) {
     return Contract::perform(
-               {Request::del_ip_nexthop, __func__, slot_bits, {}}, {},
+               {Function::del_ip_nexthop, __func__, slot_bits, {}}, {},
                [&](Chip &chip) { return chip.delete_nexthop(id); },
                [&] { return text("index %u", id); })
         .report(dpm_driver_del_ip_nexthop_result, id);
@@ -234,7 +234,7 @@ int dal_driver_add_ecmp_nexthop(int32_t *group, uint32_t operation, uint32_t cou
                                 const void *members, uint32_t slot_bits) {
     const std::span list = member_list(count, members);
     return Contract::perform(
-               {Request::add_ecmp_nexthop, __func__, slot_bits, {}},
+               {Function::add_ecmp_nexthop, __func__, slot_bits, {}},
                {reinterpret_cast<std::uint32_t *>(group)},
                [&](Chip &chip) {
                    return chip.add_group(group, {list.begin(), list.end()}, is_again(slot_bits));
@@ -257,14 +257,14 @@ int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t c
                     members_text(list).c_str());
     };
     const auto forgiven = list.empty() ? std::nullopt : std::optional(list.front());
-    return Contract::perform({Request::update_ecmp_nexthop, __func__, slot_bits, forgiven}, {},
+    return Contract::perform({Function::update_ecmp_nexthop, __func__, slot_bits, forgiven}, {},
                              update, describe)
         .report(dpm_driver_update_ecmp_nexthop_result, group, operation, count, members);
 }
 
 int dal_driver_del_ecmp_nexthop(int32_t group, uint32_t slot_bits) {
     return Contract::perform(
-               {Request::del_ecmp_nexthop, __func__, slot_bits, {}}, {},
+               {Function::del_ecmp_nexthop, __func__, slot_bits, {}}, {},
                [&](Chip &chip) { return chip.delete_group(group); },
                [&] { return text("group %d", group); })
         .report(dpm_driver_del_ecmp_nexthop_result, group);
@@ -272,7 +272,7 @@ int dal_driver_del_ecmp_nexthop(int32_t group, uint32_t slot_bits) {
 
 int dal_driver_set_ecmp_hash_ctl(uint32_t hash_mode, uint32_t slot_bits) {
     const auto set_mode = [&](Chip &chip) { return chip.set_hash(hash_mode); };
-    return Contract::perform({Request::set_ecmp_hash_ctl, __func__, slot_bits, {}}, {}, set_mode,
+    return Contract::perform({Function::set_ecmp_hash_ctl, __func__, slot_bits, {}}, {}, set_mode,
                              [&] { return text("mode %u", hash_mode); })
         .report(dpm_driver_set_ecmp_hash_ctl_result, hash_mode);
 }
@@ -282,7 +282,7 @@ int dal_driver_set_ecmp_hash_ctl(uint32_t hash_mode, uint32_t slot_bits) {
 
 int hal_set_arp_to_cpu(uint16_t vlan, uint32_t, uint32_t on) {
     return Contract::perform(
-               {Request::set_arp_to_cpu, __func__, 0, vlan}, {},
+               {Function::set_arp_to_cpu, __func__, 0, vlan}, {},
                [&](Chip &chip) { return chip.set_arp_rule(vlan, on == 1); },
                [&] { return rule_text(vlan, on); })
         .result;
@@ -290,7 +290,7 @@ int hal_set_arp_to_cpu(uint16_t vlan, uint32_t, uint32_t on) {
 
 int hal_set_ospf_to_cpu_ex(uint32_t vlan, uint32_t on) {
     return Contract::perform(
-               {Request::set_ospf_to_cpu, __func__, 0, {}}, {},
+               {Function::set_ospf_to_cpu, __func__, 0, {}}, {},
                [&](Chip &chip) { return set_rule(chip.ospf_rules, vlan, on == 1); },
                [&] { return rule_text(vlan, on); })
         .result;
@@ -301,7 +301,7 @@ int hal_set_ipv6_ns_rule(uint32_t on, uint16_t vlan, const hal_mac_match *match)
         return rule_text(vlan, on) + text(" match 0x%04x/0x%04x", match->value, match->mask);
     };
     return Contract::perform(
-               {Request::set_ipv6_ns_rule, __func__, 0, {}}, {},
+               {Function::set_ipv6_ns_rule, __func__, 0, {}}, {},
                [&](Chip &chip) { return set_rule(chip.nd_rules, vlan, on == 1); }, describe)
         .result;
 }

@@ -29,7 +29,7 @@ constexpr bool is_again(std::uint32_t slot_bits) {
 }
 
 struct Call {
-    Request kind;
+    Function kind;
     std::string_view function; // the contract function's name
     std::uint32_t slot_bits = 0;
     std::optional<std::uint32_t>
@@ -88,7 +88,7 @@ struct Contract {
                 hand_out(chip, outputs);
             return Chip::Outcome{};
         };
-        return perform({Request::other, function, slot_bits, {}}, outputs, act, describe);
+        return perform({Function::other, function, slot_bits, {}}, outputs, act, describe);
     }
 
 private:

@@ -239,7 +239,7 @@ int dal_driver_update_gre_nexthop(uint32_t port_type, uint32_t port_id, const ui
 
 int dal_driver_del_gre_nexthop(uint32_t id, uint32_t slot_bits) {
     return Contract::perform(
-               {Request::other, __func__, slot_bits, {}}, {},
+               {Function::other, __func__, slot_bits, {}}, {},
                [&](Chip &chip) { return chip.delete_other(id); },
                [&] { return text("index %u", id); })
         .report(dpm_driver_del_gre_nexthop_result, id);

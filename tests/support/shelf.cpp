@@ -2,7 +2,7 @@
 
 #include "support/shelf.h"
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 #include "dpm.h"
 #include "support/laws.h"
 
@@ -273,7 +273,7 @@ void Shelf::settle() {
     ADD_FAILURE() << "the cards do not come to rest";
 }
 
-void Shelf::refuse(chip::Request kind, unsigned count, int code, unsigned skip) {
+void Shelf::refuse(chip::Function kind, unsigned count, int code, unsigned skip) {
     master().chip.refuse(kind, count, code, skip);
 }
 

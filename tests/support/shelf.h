@@ -158,7 +158,7 @@ public:
     void switch_over(); // the master is gone and the standby takes its place
 
     // Faults on the master.
-    void refuse(chassis::chip::Request kind, unsigned count = 1, int code = -1, unsigned skip = 0);
+    void refuse(chassis::chip::Function kind, unsigned count = 1, int code = -1, unsigned skip = 0);
     void fail(chassis::os::Fault kind, unsigned nth = 1, unsigned count = 1);
 
     // What was logged and asked of the chip since the last clear_journal().

@@ -13,7 +13,7 @@
 
 namespace rig {
 
-using chassis::chip::Request;
+using chassis::chip::Function;
 using chassis::os::Fault;
 
 namespace {
@@ -173,8 +173,8 @@ void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned
 void ShelfWalk::disarm() {
     if (!std::exchange(is_armed_, false))
         return;
-    for (unsigned kind = 0; kind < unsigned(Request::count); ++kind)
-        refuse(Request(kind), 0);
+    for (unsigned kind = 0; kind < unsigned(Function::count); ++kind)
+        refuse(Function(kind), 0);
     fail(Fault::allocation, 0);
     fail(Fault::send, 0);
 }
@@ -226,9 +226,9 @@ bool ShelfWalk::master_dies() {
     if (!has_standby() || dpm_get_slave_up() != 1)
         return false;
     note("# the master dies");
-    const auto before = standby().chip.requests(Request::del_ip_entry);
+    const auto before = standby().chip.requests(Function::del_ip_entry);
     switch_over();
-    EXPECT_EQ(master().chip.requests(Request::del_ip_entry), before) << "nothing leaves the chip";
+    EXPECT_EQ(master().chip.requests(Function::del_ip_entry), before) << "nothing leaves the chip";
     if (!one_in(3))
         standby_comes();
     return true;

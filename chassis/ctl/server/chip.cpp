@@ -1,7 +1,7 @@
 // The chip: what it holds, what it would do with a packet, what it refuses; and whether it holds
 // what the tables say.
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 
 #include <algorithm>
 #include <cstring>
@@ -170,13 +170,13 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
 
 } // namespace
 
-Reply chip_lookup(Request &request) {
-    const Prefix ip = address_argument(request);
-    const std::int32_t vrf = std::int32_t(request.line.number("vrf"));
-    const Chip &chip = request.card.chip;
+Reply chip_lookup(Command &command) {
+    const Prefix ip = address_argument(command);
+    const std::int32_t vrf = std::int32_t(command.line.number("vrf"));
+    const Chip &chip = command.card.chip;
     const auto found = chip.lookup(vrf, ip.family, ip.address.data());
     const auto lock = chip.lock();
-    const std::string question = std::string(request.line.value("IP")) + ": ";
+    const std::string question = std::string(command.line.value("IP")) + ": ";
     if (found)
         return done(question + answer_text(chip, *found));
     const auto standard = chip.cpu_default.find({ip.family, std::uint16_t(vrf)});
@@ -184,8 +184,8 @@ Reply chip_lookup(Request &request) {
     return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
 }
 
-Reply chip_show(Request &request) {
-    const Chip &chip = request.card.chip;
+Reply chip_show(Command &command) {
+    const Chip &chip = command.card.chip;
     Table table({"object", "key", "leads_to"});
     const auto lock = chip.lock();
     for (const auto &[vlan, interface] : chip.interfaces)
@@ -209,19 +209,19 @@ Reply chip_show(Request &request) {
         table.row({std::string("default"),
                    "vrf " + std::to_string(key.second) + (key.first == 1 ? " IPv4" : " IPv6"),
                    std::string(cpu ? "to the CPU" : "dropped")});
-    return done(request.line.has("--json") ? table.json() : table.text());
+    return done(command.line.has("--json") ? table.json() : table.text());
 }
 
-Reply chip_check(Request &request) {
+Reply chip_check(Command &command) {
     const TableLock tables;
-    const Chip &chip = request.card.chip;
+    const Chip &chip = command.card.chip;
     Expectation expected;
     expect_hosts(expected);
     expect_routes(expected);
     expect_groups(expected);
     expect_nexthops(expected);
     expect_interfaces(expected);
-    expected.disabled_vrfs = request.server.disabled_vrfs;
+    expected.disabled_vrfs = command.server.disabled_vrfs;
     std::string differences;
     {
         const auto lock = chip.lock();
@@ -237,9 +237,9 @@ Reply chip_check(Request &request) {
                 std::to_string(expected.interfaces.size()) + "\n");
 }
 
-Reply chip_journal(Request &request) {
-    Chip &chip = request.card.chip;
-    const std::string_view state = request.line.value("STATE");
+Reply chip_journal(Command &command) {
+    Chip &chip = command.card.chip;
+    const std::string_view state = command.line.value("STATE");
     if (state == "clear")
         chip.clear_journal();
     else if (!state.empty())
@@ -252,19 +252,19 @@ Reply chip_journal(Request &request) {
     return done(text);
 }
 
-Reply chip_mistakes(Request &request) {
+Reply chip_mistakes(Command &command) {
     std::string text;
-    for (const std::string &line : request.card.chip.mistake_lines())
+    for (const std::string &line : command.card.chip.mistake_lines())
         text += line + "\n";
     return done(text);
 }
 
-Reply chip_refuse(Request &request) {
-    const auto kind = chassis::chip::request_named(request.line.value("REQUEST"));
+Reply chip_refuse(Command &command) {
+    const auto kind = chassis::chip::request_named(command.line.value("REQUEST"));
     if (!kind)
         return refused("the chip knows no such request");
-    const Parsed &line = request.line;
-    request.card.chip.refuse(*kind, unsigned(line.number("COUNT")), int(line.number("code", -1)),
+    const Parsed &line = command.line;
+    command.card.chip.refuse(*kind, unsigned(line.number("COUNT")), int(line.number("code", -1)),
                              unsigned(line.number("skip")));
     return done();
 }

@@ -1,6 +1,6 @@
 // Events of the platform: links, the other card, the clock, faults; and the state of the card.
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 
 namespace ctl::server {
 
@@ -12,15 +12,15 @@ std::string role_text(const chassis::Card &card) {
     return card.peer.role() == chassis::peer::Role::master ? "master" : "standby";
 }
 
-Reply link(Request &request, std::string_view key, bool up) {
-    const std::uint32_t number = std::uint32_t(request.line.number(key));
-    const auto &hal = request.card.hal;
+Reply link(Command &command, std::string_view key, bool up) {
+    const std::uint32_t number = std::uint32_t(command.line.number(key));
+    const auto &hal = command.card.hal;
     return answer(key == "PORT" ? hal.port_link(number, up) : hal.trunk_link(number, up));
 }
 
-Reply member(Request &request, std::uint32_t action) {
-    return answer(request.card.hal.trunk_member(0, std::uint32_t(request.line.number("TRUNK")),
-                                                std::uint32_t(request.line.number("port")),
+Reply member(Command &command, std::uint32_t action) {
+    return answer(command.card.hal.trunk_member(0, std::uint32_t(command.line.number("TRUNK")),
+                                                std::uint32_t(command.line.number("port")),
                                                 action));
 }
 
@@ -31,27 +31,27 @@ std::string seconds_text(std::int64_t nsec) {
 
 } // namespace
 
-Reply port_up(Request &request) {
-    return link(request, "PORT", true);
+Reply port_up(Command &command) {
+    return link(command, "PORT", true);
 }
-Reply port_down(Request &request) {
-    return link(request, "PORT", false);
+Reply port_down(Command &command) {
+    return link(command, "PORT", false);
 }
-Reply trunk_up(Request &request) {
-    return link(request, "TRUNK", true);
+Reply trunk_up(Command &command) {
+    return link(command, "TRUNK", true);
 }
-Reply trunk_down(Request &request) {
-    return link(request, "TRUNK", false);
+Reply trunk_down(Command &command) {
+    return link(command, "TRUNK", false);
 }
-Reply trunk_join(Request &request) {
-    return member(request, 1);
+Reply trunk_join(Command &command) {
+    return member(command, 1);
 }
-Reply trunk_leave(Request &request) {
-    return member(request, 2);
+Reply trunk_leave(Command &command) {
+    return member(command, 2);
 }
 
-Reply card_status(Request &request) {
-    const chassis::Card &card = request.card;
+Reply card_status(Command &command) {
+    const chassis::Card &card = command.card;
     const auto yes = [](bool is) { return std::string(is ? "yes" : "no"); };
     Table table(
         {"slot", "role", "peer", "peer_slot", "standby_usable", "queued", "hash", "chip_mistakes"});
@@ -59,72 +59,72 @@ Reply card_status(Request &request) {
                std::int64_t(card.peer.peer_slot()), yes(card.peer.standby_usable()),
                std::int64_t(card.os.queued()), std::int64_t(dpm_api_get_ecmp_hash()),
                std::int64_t(card.chip.mistakes())});
-    return done(request.line.has("--json") ? table.json() : table.text());
+    return done(command.line.has("--json") ? table.json() : table.text());
 }
 
-Reply card_role(Request &request) {
-    return done(role_text(request.card) + "\n");
+Reply card_role(Command &command) {
+    return done(role_text(command.card) + "\n");
 }
 
-Reply card_master(Request &request) {
-    if (request.card.peer.exists() && role_text(request.card) == "standby")
+Reply card_master(Command &command) {
+    if (command.card.peer.exists() && role_text(command.card) == "standby")
         return refused("the other card is master and must go first");
-    request.card.peer.become_master();
+    command.card.peer.become_master();
     return done();
 }
 
-Reply card_standby_lost(Request &request) {
-    request.card.peer.set_standby_usable(false);
+Reply card_standby_lost(Command &command) {
+    command.card.peer.set_standby_usable(false);
     return done();
 }
 
-Reply card_standby_usable(Request &request) {
-    request.card.peer.set_standby_usable(true);
+Reply card_standby_usable(Command &command) {
+    command.card.peer.set_standby_usable(true);
     return done();
 }
 
-Reply card_slot_up(Request &request) {
-    return answer(dpm_bridge_slot_up(std::uint32_t(request.line.number("SLOT"))));
+Reply card_slot_up(Command &command) {
+    return answer(dpm_bridge_slot_up(std::uint32_t(command.line.number("SLOT"))));
 }
 
-Reply card_quit(Request &request) {
-    request.server.ask_to_quit();
+Reply card_quit(Command &command) {
+    command.server.ask_to_quit();
     return done();
 }
 
-Reply clock_show(Request &request) {
-    return done(seconds_text(request.card.os.now_nsec()) + " s\n");
+Reply clock_show(Command &command) {
+    return done(seconds_text(command.card.os.now_nsec()) + " s\n");
 }
 
-Reply clock_advance(Request &request) {
-    request.card.os.advance(*parse_duration(request.line.value("DURATION")));
+Reply clock_advance(Command &command) {
+    command.card.os.advance(*parse_duration(command.line.value("DURATION")));
     return done();
 }
 
-Reply log_level(Request &request) {
-    request.card.os.log_level(int(request.line.number("NUMBER")));
+Reply log_level(Command &command) {
+    command.card.os.log_level(int(command.line.number("NUMBER")));
     return done();
 }
 
-Reply show_log(Request &request) {
+Reply show_log(Command &command) {
     std::string text;
-    for (const std::string &line : request.server.log_lines(request.line.number("last", 20)))
+    for (const std::string &line : command.server.log_lines(command.line.number("last", 20)))
         text += line + "\n";
     return done(text);
 }
 
-Reply fault(Request &request) {
-    const std::string_view kind = request.line.value("FAULT");
+Reply fault(Command &command) {
+    const std::string_view kind = command.line.value("FAULT");
     const Fault fault = kind == "alloc"   ? Fault::allocation
                         : kind == "sem"   ? Fault::semaphore
                         : kind == "queue" ? Fault::queue
                                           : Fault::send;
-    request.card.os.fail(fault, unsigned(request.line.number("COUNT")),
-                         unsigned(request.line.number("times", 1)));
+    command.card.os.fail(fault, unsigned(command.line.number("COUNT")),
+                         unsigned(command.line.number("times", 1)));
     return done();
 }
 
-Reply settle(Request &) {
+Reply settle(Command &) {
     return done(); // every reading command has waited before its handler runs
 }
 

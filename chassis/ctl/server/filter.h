@@ -1,7 +1,7 @@
 // What the shows share: the rows that were asked for, and how they are printed.
 #pragma once
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 
 namespace ctl::server {
 
@@ -40,10 +40,10 @@ private:
     bool is_default_ = false;
 };
 
-inline Reply print(const Request &request, const Table &table) {
-    if (request.line.has("--count"))
+inline Reply print(const Command &command, const Table &table) {
+    if (command.line.has("--count"))
         return done(std::to_string(table.rows()) + "\n");
-    return done(request.line.has("--json") ? table.json() : table.text());
+    return done(command.line.has("--json") ? table.json() : table.text());
 }
 
 inline std::string prefix_text(const dpm_prefix &prefix) {

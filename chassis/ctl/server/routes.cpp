@@ -53,13 +53,13 @@ Prefix destination_of(const Parsed &line, const std::vector<Gateway> &gateways) 
 
 // The first interface with an address in the gateway's network, of a VRF when one is named; empty
 // when there is none.
-std::string interface_towards(Request &request, const Prefix &gateway) {
+std::string interface_towards(Command &command, const Prefix &gateway) {
     std::string name;
-    (void)request.server.settle(); // addresses may be on their way
+    (void)command.server.settle(); // addresses may be on their way
     const TableLock lock;
     each_interface([&](const dpm_if_entry &interface) {
         const bool is_wanted =
-            !request.line.has("vrf") || request.line.number("vrf") == interface.vrf;
+            !command.line.has("vrf") || command.line.number("vrf") == interface.vrf;
         for (const dpm_if_ip_entry *address : addresses_of(interface))
             if (is_wanted && name.empty() && address->ip.family == gateway.family &&
                 is_inside(prefix_of(address->ip), gateway.address.data()))
@@ -68,8 +68,8 @@ std::string interface_towards(Request &request, const Prefix &gateway) {
     return name;
 }
 
-Reply change_route(Request &request, std::uint32_t oper) {
-    const Parsed &line = request.line;
+Reply change_route(Command &command, std::uint32_t oper) {
+    const Parsed &line = command.line;
     const std::vector<Gateway> gateways = gateways_of(line);
     if (gateways.size() > DPM_ROUTE_GATEWAYS)
         return refused("a route has at most 8 gateways");
@@ -80,10 +80,10 @@ Reply change_route(Request &request, std::uint32_t oper) {
     for (std::size_t i = 0; i < gateways.size(); i++) {
         std::string name(gateways[i].device);
         if (name.empty())
-            name = interface_towards(request, *gateways[i].address);
+            name = interface_towards(command, *gateways[i].address);
         if (oper == DPM_OPER_ADD && name.empty())
             return refused("which dev is gateway " + std::to_string(i + 1) + " on?");
-        const auto interface = request.card.suite.find(name);
+        const auto interface = command.card.suite.find(name);
         if (!name.empty() && !interface)
             return unknown_interface(name);
         if (interface) {
@@ -152,18 +152,18 @@ std::string_view StandIns::of(const dpm_route_entry &route) const {
     return held == held_.end() ? std::string_view() : held->second;
 }
 
-Reply route_add(Request &request) {
-    return change_route(request, DPM_OPER_ADD);
+Reply route_add(Command &command) {
+    return change_route(command, DPM_OPER_ADD);
 }
-Reply route_replace(Request &request) {
-    return route_add(request);
+Reply route_replace(Command &command) {
+    return route_add(command);
 }
-Reply route_del(Request &request) {
-    return change_route(request, DPM_OPER_DEL);
+Reply route_del(Command &command) {
+    return change_route(command, DPM_OPER_DEL);
 }
 
-Reply show_routes(Request &request) {
-    const Filter filter(request.line);
+Reply show_routes(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "destination", "state", "index", "gateways", "type", "+ecmp"});
     const TableLock lock;
     const StandIns stand_ins;
@@ -174,11 +174,11 @@ Reply show_routes(Request &request) {
                    route.sdk_index, gateways_cell(route), route.route_type,
                    std::string(route.ecmp_enable == DPM_ROUTE_ECMP ? "yes" : "no")});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_ecmp(Request &request) {
-    const Filter filter(request.line);
+Reply show_ecmp(Command &command) {
+    const Filter filter(command.line);
     Table table({"group", "family", "members", "nexthops", "vrf", "route"});
     const TableLock lock;
     std::map<std::int32_t, const dpm_route_entry *> routes; // by group
@@ -201,11 +201,11 @@ Reply show_ecmp(Request &request) {
                    group.host_cnt, members, route ? Cell(route->vrf) : Cell(no_route),
                    route ? Cell(prefix_text(route->destination)) : Cell(no_route)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_ftn(Request &request) {
-    const Filter filter(request.line);
+Reply show_ftn(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "fec", "state", "tunnel_label", "vpn_label", "nexthop", "+nhid",
                  "+tunnel_id", "+sdk_result"});
     const TableLock lock;
@@ -217,11 +217,11 @@ Reply show_ftn(Request &request) {
                        address_text(ftn.tunnel_ip_type, ftn.tunnel_nhop), std::uint32_t(ftn.nhid),
                        std::uint32_t(ftn.tunnel_id), std::int32_t(ftn.sdk_result)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_ilm(Request &request) {
-    const Filter filter(request.line);
+Reply show_ilm(Command &command) {
+    const Filter filter(command.line);
     Table table({"label", "vrf", "fec", "state", "swap", "nexthop", "interface", "+nhid",
                  "+tunnel_id", "+sdk_result"});
     const TableLock lock;
@@ -234,20 +234,20 @@ Reply show_ilm(Request &request) {
                        std::string(ilm.out_ifname), std::uint32_t(ilm.nhid),
                        std::uint32_t(ilm.tunnel_id), std::int32_t(ilm.sdk_result)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply route_show(Request &request) {
-    return show_routes(request);
+Reply route_show(Command &command) {
+    return show_routes(command);
 }
-Reply ecmp_show(Request &request) {
-    return show_ecmp(request);
+Reply ecmp_show(Command &command) {
+    return show_ecmp(command);
 }
-Reply ftn_show(Request &request) {
-    return show_ftn(request);
+Reply ftn_show(Command &command) {
+    return show_ftn(command);
 }
-Reply ilm_show(Request &request) {
-    return show_ilm(request);
+Reply ilm_show(Command &command) {
+    return show_ilm(command);
 }
 
 } // namespace ctl::server

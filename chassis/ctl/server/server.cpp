@@ -2,7 +2,7 @@
 
 #include "chassis/ctl/server/server.h"
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 
 #include <thread>
 
@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t log_lines_kept = 10'000;
 constexpr std::int64_t settle_nsec = 20'000'000'000;
 
-using Handler = Reply (*)(server::Request &request);
+using Handler = Reply (*)(server::Command &command);
 
 // In the order of the commands; null for the client's own.
 #define CTL_HANDLER_OF_config(name) server::name
@@ -61,8 +61,8 @@ Reply Server::execute(std::string_view line) {
         return server::refused("this is the client's own command");
     if (parsed.command->kind == Kind::read && !settle())
         return server::refused("the worker does not come to rest");
-    server::Request request{card_, parsed, *this};
-    return handler(request);
+    server::Command command{card_, parsed, *this};
+    return handler(command);
 }
 
 void Server::keep_log_line(const std::string &line) {

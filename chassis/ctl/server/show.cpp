@@ -41,23 +41,23 @@ std::int64_t waited_sec(const chassis::Card &card, const dpm_unreachable_entry &
     return card.os.now_nsec() / 1'000'000'000 - dpm_api_get_unreachable_since(entry.vrf, &entry.ip);
 }
 
-Reply probes_table(Request &request, const std::vector<chassis::stack::Probe> &probes) {
-    const Filter filter(request.line);
+Reply probes_table(Command &command, const std::vector<chassis::stack::Probe> &probes) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "interface", "ago_sec"});
     for (const auto &probe : probes)
         if (filter.takes(probe.key.vrf, probe.key.family, probe.key.address.data()))
             table.row({std::int64_t(probe.key.vrf),
                        address_text(probe.key.family, probe.key.address.data()),
-                       interface_name(request.card, probe.ifindex),
-                       (request.card.os.now_nsec() - probe.at_nsec) / 1'000'000'000});
-    return print(request, table);
+                       interface_name(command.card, probe.ifindex),
+                       (command.card.os.now_nsec() - probe.at_nsec) / 1'000'000'000});
+    return print(command, table);
 }
 
 } // namespace
 
-Reply show_interfaces(Request &request) {
+Reply show_interfaces(Command &command) {
     static constexpr const char *types[] = {"vlan", "?", "super", "sub"};
-    const Filter filter(request.line);
+    const Filter filter(command.line);
     Table table({"interface", "vrf", "vlan", "type", "ifindex", "mac", "chip", "arp", "addresses",
                  "sub_vlans", "+mtu", "+l3_intf_id"});
     const TableLock lock;
@@ -73,11 +73,11 @@ Reply show_interfaces(Request &request) {
                    std::string(entry.arp_programmed ? "yes" : "no"), addresses, sub_vlans_of(entry),
                    entry.mtu, entry.l3_intf_id});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_hosts(Request &request) {
-    const Filter filter(request.line);
+Reply show_hosts(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "mac", "port", "vlan", "cvlan", "nexthop", "interface",
                  "ifindex", "+supervlan", "+port_type", "+log_port_id", "+phy_port_id"});
     const TableLock lock;
@@ -88,11 +88,11 @@ Reply show_hosts(Request &request) {
                        host.cvlan, host.sdk_index, std::string(host.ifname), host.ifindex,
                        host.supervlan, host.port_type, host.log_port_id, host.phy_port_id});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_nexthops(Request &request) {
-    const Filter filter(request.line);
+Reply show_nexthops(Command &command) {
+    const Filter filter(command.line);
     Table table({"nexthop", "mac", "port", "vlan", "cvlan", "hosts", "+port_type", "+port_id"});
     const TableLock lock;
     std::set<std::uint32_t> wanted; // of the hosts that were asked for
@@ -107,43 +107,43 @@ Reply show_nexthops(Request &request) {
                    port_text(entry.port_type, entry.port_id, entry.port_id), entry.svlan,
                    entry.cvlan, entry.cnt, entry.port_type, entry.port_id});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_hold(Request &request) {
-    const Filter filter(request.line);
+Reply show_hold(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "mac", "port", "vlan", "interface", "forgotten_in_sec"});
     const TableLock lock;
     each_hold([&](const dpm_hold_entry &entry) {
         if (filter.takes(entry.vrf, entry.ip))
             table.row({entry.vrf, text_of(entry.ip), mac_text(entry.mac),
                        port_text(entry.port_type, entry.log_port_id, entry.phy_port_id),
-                       entry.svlan, interface_name(request.card, entry.ifindex),
-                       due_in_sec(request.card, entry.timer)});
+                       entry.svlan, interface_name(command.card, entry.ifindex),
+                       due_in_sec(command.card, entry.timer)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_unreachable(Request &request) {
-    const Filter filter(request.line);
+Reply show_unreachable(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "interface", "waited_sec", "probes_left", "next_probe_in_sec"});
     const TableLock lock;
     each_unreachable([&](const dpm_unreachable_entry &entry) {
         if (filter.takes(entry.vrf, entry.ip))
-            table.row({entry.vrf, text_of(entry.ip), interface_name(request.card, entry.ifindex),
-                       waited_sec(request.card, entry), entry.probe_cnt,
-                       due_in_sec(request.card, entry.timer)});
+            table.row({entry.vrf, text_of(entry.ip), interface_name(command.card, entry.ifindex),
+                       waited_sec(command.card, entry), entry.probe_cnt,
+                       due_in_sec(command.card, entry.timer)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_timers(Request &request) {
-    const Filter filter(request.line);
+Reply show_timers(Command &command) {
+    const Filter filter(command.line);
     Table table({"timer", "vrf", "address", "due_in_sec"});
     const auto add = [&](const char *timer, const auto &entry) {
         if (filter.takes(entry.vrf, entry.ip))
             table.row({std::string(timer), entry.vrf, text_of(entry.ip),
-                       due_in_sec(request.card, entry.timer)});
+                       due_in_sec(command.card, entry.timer)});
     };
     const TableLock lock;
     each_unreachable([&](const dpm_unreachable_entry &entry) { add("probe", entry); });
@@ -152,57 +152,57 @@ Reply show_timers(Request &request) {
         if (route.delete_timer.expiry_sec != 0 &&
             filter.takes_network(route.vrf, route.destination))
             table.row({std::string("route-delete"), route.vrf, prefix_text(route.destination),
-                       due_in_sec(request.card, route.delete_timer)});
+                       due_in_sec(command.card, route.delete_timer)});
     });
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_neighbours(Request &request) {
-    const Filter filter(request.line);
+Reply show_neighbours(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "mac", "port", "vlan", "interface"});
-    for (const dpm_host_info &info : request.card.stack.cache())
+    for (const dpm_host_info &info : command.card.stack.cache())
         if (filter.takes(info.vrf, info.family, info.address))
             table.row({info.vrf, address_text(info.family, info.address), mac_text(info.mac),
                        port_text(info.port_type, info.log_port_id, info.phy_port_id), info.svlan,
-                       interface_name(request.card, info.ifindex)});
-    return print(request, table);
+                       interface_name(command.card, info.ifindex)});
+    return print(command, table);
 }
 
-Reply show_probes(Request &request) {
-    const Reply reply = probes_table(request, request.card.stack.probes());
-    if (request.line.has("clear"))
-        request.card.stack.clear_history();
+Reply show_probes(Command &command) {
+    const Reply reply = probes_table(command, command.card.stack.probes());
+    if (command.line.has("clear"))
+        command.card.stack.clear_history();
     return reply;
 }
 
-Reply show_deletions(Request &request) {
-    const Filter filter(request.line);
+Reply show_deletions(Command &command) {
+    const Filter filter(command.line);
     Table table({"vrf", "address", "interface"});
-    for (const auto &key : request.card.stack.deletions())
+    for (const auto &key : command.card.stack.deletions())
         if (filter.takes(key.vrf, key.family, key.address.data()))
             table.row({key.vrf, address_text(key.family, key.address.data()),
-                       interface_name(request.card, key.ifindex)});
-    if (request.line.has("clear"))
-        request.card.stack.clear_history();
-    return print(request, table);
+                       interface_name(command.card, key.ifindex)});
+    if (command.line.has("clear"))
+        command.card.stack.clear_history();
+    return print(command, table);
 }
 
-Reply show_memory(Request &request) {
+Reply show_memory(Command &command) {
     Table table({"file", "line", "blocks", "bytes"});
-    for (const auto &[place, use] : request.card.os.live_by_place())
+    for (const auto &[place, use] : command.card.os.live_by_place())
         table.row({place.file, place.line, std::int64_t(use.blocks), std::int64_t(use.bytes)});
-    return print(request, table);
+    return print(command, table);
 }
 
-Reply show_counters(Request &request) {
-    using chassis::chip::Request;
-    const chassis::Card &card = request.card;
+Reply show_counters(Command &command) {
+    using chassis::chip::Function;
+    const chassis::Card &card = command.card;
     Table table({"counter", "value"});
     const auto count = [&](std::string name, std::uint64_t value) {
         table.row({std::move(name), std::int64_t(value)});
     };
-    for (unsigned kind = 0; kind < unsigned(Request::count); kind++)
-        count("chip " + std::string(name_of(Request(kind))), card.chip.requests(Request(kind)));
+    for (unsigned kind = 0; kind < unsigned(Function::count); kind++)
+        count("chip " + std::string(name_of(Function(kind))), card.chip.requests(Function(kind)));
     count("chip mistakes", card.chip.mistakes());
     count("messages queued", card.os.queued());
     count("live blocks", card.os.live_blocks());
@@ -211,7 +211,7 @@ Reply show_counters(Request &request) {
     count("handle errors", card.os.handle_errors());
     count("delays", card.os.delays());
     count("clock reads", card.os.clock_reads());
-    return print(request, table);
+    return print(command, table);
 }
 
 } // namespace ctl::server

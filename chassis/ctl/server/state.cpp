@@ -1,6 +1,6 @@
 // Digests of the mirrored tables, and what the handlers share.
 
-#include "chassis/ctl/server/request.h"
+#include "chassis/ctl/server/command.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -109,9 +109,9 @@ std::string hash_text(std::uint64_t hash) {
 
 } // namespace
 
-Reply digest(Request &request) {
+Reply digest(Command &command) {
     const TableLock lock;
-    const std::string_view wanted = request.line.value("TABLE");
+    const std::string_view wanted = command.line.value("TABLE");
     std::string text;
     for (const auto &table : mirrored_tables) {
         std::uint64_t sum = 0; // of the records: the order of a tree may be the card's own
@@ -132,8 +132,8 @@ Reply digest(Request &request) {
 
 // --- what the handlers share -----------------------------------------------------------------
 
-Prefix address_argument(const Request &request, std::string_view key) {
-    return *parse_address(request.line.value(key)); // the language has checked it
+Prefix address_argument(const Command &command, std::string_view key) {
+    return *parse_address(command.line.value(key)); // the language has checked it
 }
 
 Prefix prefix_of(const dpm_prefix &record) {

@@ -36,13 +36,13 @@ std::string indented(std::string text, std::size_t columns) {
 // --- addresses -------------------------------------------------------------------------------
 
 // The hosts' lines; empty when the table has none.
-std::string why_host(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+std::string why_host(const Command &command, std::uint32_t vrf, const Prefix &ip) {
     std::string text;
     each_host([&](const dpm_host_entry &host) {
         if (host.vrf != vrf || !is_address(host.ip, ip))
             return;
         const auto found =
-            request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
+            command.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
         const bool in_chip =
             found && found->entry.prefix_len == ip.length && found->index == host.sdk_index;
         text += in_chip ? "in the chip, "
@@ -56,9 +56,9 @@ std::string why_host(const Request &request, std::uint32_t vrf, const Prefix &ip
     return text;
 }
 
-std::string why_waiting(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+std::string why_waiting(const Command &command, std::uint32_t vrf, const Prefix &ip) {
     std::string text;
-    const std::int64_t now = request.card.os.now_nsec() / 1'000'000'000;
+    const std::int64_t now = command.card.os.now_nsec() / 1'000'000'000;
     each_unreachable([&](const dpm_unreachable_entry &entry) {
         if (entry.vrf == vrf && is_address(entry.ip, ip))
             text += "waits for the neighbour to answer since " +
@@ -130,7 +130,7 @@ std::string route_state(const Chip &chip, const dpm_route_entry &route) {
     return "in the chip, " + target_text(chip, route);
 }
 
-std::string why_gateway(const Request &request, const dpm_route_entry &route, std::uint32_t i) {
+std::string why_gateway(const Command &command, const dpm_route_entry &route, std::uint32_t i) {
     const dpm_prefix &gateway = route.np[i];
     if (gateway.family == DPM_FAMILY_NONE)
         return std::string("directly connected on ") + route.np_ifname[i] + ", to the CPU\n";
@@ -140,8 +140,8 @@ std::string why_gateway(const Request &request, const dpm_route_entry &route, st
         return name + "of another family than the route, and so not used\n";
     Prefix ip = prefix_of(gateway);
     ip.length = host_length(ip.family);
-    const std::string host = why_host(request, route.vrf, ip);
-    std::string text = host + why_waiting(request, route.vrf, ip);
+    const std::string host = why_host(command, route.vrf, ip);
+    std::string text = host + why_waiting(command, route.vrf, ip);
     if (text.empty())
         text = "not a neighbour, and nothing waits for it\n";
     if (!host.empty() && route.host_index[i] <= 0)
@@ -151,27 +151,27 @@ std::string why_gateway(const Request &request, const dpm_route_entry &route, st
 }
 
 // A route's line, and one for each of its gateways.
-std::string why_route(const Request &request, const dpm_route_entry &route) {
+std::string why_route(const Command &command, const dpm_route_entry &route) {
     std::string text = "route " + prefix_text(route.destination) + ": ";
     const std::string_view stand_in = StandIns().of(route);
     if (route.sdk_index > 0 && stand_in == "label")
         return text + "a label entry for the same prefix stands in its place\n";
     if (route.sdk_index > 0 && stand_in == "host")
         return text + "the host of this address stands in its place\n";
-    text += route_state(request.card.chip, route) + "\n";
+    text += route_state(command.card.chip, route) + "\n";
     for (std::uint32_t i = 0; i < route.np_num; i++)
-        text += indented(why_gateway(request, route, i), 4);
+        text += indented(why_gateway(command, route, i), 4);
     return text;
 }
 
 // The routes to this network, whatever host bits they were given with.
-std::string why_routes(const Request &request, std::uint32_t vrf, const Prefix &network) {
+std::string why_routes(const Command &command, std::uint32_t vrf, const Prefix &network) {
     std::string text;
     each_route([&](const dpm_route_entry &route) {
         const dpm_prefix &destination = route.destination;
         if (route.vrf == vrf && destination.family == network.family &&
             destination.prefix_len == network.length && is_inside(network, destination.address))
-            text += why_route(request, route);
+            text += why_route(command, route);
     });
     return text;
 }
@@ -190,17 +190,17 @@ const dpm_route_entry *covering_route(std::uint32_t vrf, const Prefix &ip) {
     return longest;
 }
 
-std::string why_absent(const Request &request, std::uint32_t vrf, const Prefix &ip) {
+std::string why_absent(const Command &command, std::uint32_t vrf, const Prefix &ip) {
     const bool is_host = ip.length == host_length(ip.family);
     const std::string absent = is_host ? "not a neighbour" : "no route";
-    const auto in_chip = request.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
-    for (const dpm_host_info &info : request.card.stack.cache())
+    const auto in_chip = command.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
+    for (const dpm_host_info &info : command.card.stack.cache())
         if (is_host && info.family == ip.family &&
             std::memcmp(info.address, ip.address.data(), ip.family == 1 ? 4 : 16) == 0)
             return "the IP stack knows it in vrf " + std::to_string(info.vrf) +
                    ", but no table has it in vrf " + std::to_string(vrf) + "\n";
     if (const dpm_route_entry *const route = covering_route(vrf, ip))
-        return absent + "; what covers it is\n" + why_route(request, *route);
+        return absent + "; what covers it is\n" + why_route(command, *route);
     if (in_chip)
         return absent + "; the chip has it under " +
                address_text(ip.family, in_chip->entry.bytes.data()) + "/" +
@@ -210,22 +210,22 @@ std::string why_absent(const Request &request, std::uint32_t vrf, const Prefix &
 
 } // namespace
 
-Reply why(Request &request) {
-    const std::string question(request.line.value("SUBNET"));
-    const std::uint32_t vrf = std::uint32_t(request.line.number("vrf"));
+Reply why(Command &command) {
+    const std::string question(command.line.value("SUBNET"));
+    const std::uint32_t vrf = std::uint32_t(command.line.number("vrf"));
     const TableLock lock;
     if (question == "default") {
-        const std::string text = why_routes(request, vrf, {DPM_FAMILY_IPV4, {}, 0}) +
-                                 why_routes(request, vrf, {DPM_FAMILY_IPV6, {}, 0});
+        const std::string text = why_routes(command, vrf, {DPM_FAMILY_IPV4, {}, 0}) +
+                                 why_routes(command, vrf, {DPM_FAMILY_IPV6, {}, 0});
         return done(question + ": " + (text.empty() ? "no route\n" : text));
     }
     const auto address = parse_address(question);
     const Prefix ip = address ? *address : *parse_prefix(question); // the language has checked it
-    std::string text = why_routes(request, vrf, ip);
+    std::string text = why_routes(command, vrf, ip);
     if (ip.length == host_length(ip.family))
-        text = why_host(request, vrf, ip) + why_waiting(request, vrf, ip) + text;
+        text = why_host(command, vrf, ip) + why_waiting(command, vrf, ip) + text;
     if (text.empty())
-        text = why_absent(request, vrf, ip);
+        text = why_absent(command, vrf, ip);
     return done(question + ": " + text);
 }
 

@@ -18,10 +18,10 @@ namespace {
 constexpr std::uint32_t free_slot = 0;
 
 // A family other than the two is told in the log; what was asked for then counts as done.
-bool is_known_type(std::uint32_t ecmp_type, const dpm::shell &caller) {
+bool is_known_type(std::uint32_t ecmp_type, const dpm::call_site &caller) {
     if (dpm::is_known_family(ecmp_type))
         return true;
-    DPM_SHELL_LOG(caller, "%s %d::ecmp_type = %d is err!\r\n", ecmp_type);
+    DPM_LOG_FROM(caller, "%s %d::ecmp_type = %d is err!\r\n", ecmp_type);
     return false;
 }
 
@@ -79,15 +79,15 @@ void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index) {
 }
 
 dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, int &result,
-                             const dpm::shell &caller) {
+                             const dpm::call_site &caller) {
     result = -1;
     if (group_count() >= DPM_ECMP_CAPACITY) {
-        DPM_SHELL_LOG(caller, "%s %d::ecmp entry is full!!!\r\n");
+        DPM_LOG_FROM(caller, "%s %d::ecmp entry is full!!!\r\n");
         return nullptr;
     }
     if (dpm_driver_ecmp_creat(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) != 0 || *sdk_index <= 0 ||
         find(ecmp_type, *sdk_index) != nullptr) {
-        DPM_SHELL_LOG(caller, "%s %d::driver create ecmp failed!\r\n");
+        DPM_LOG_FROM(caller, "%s %d::driver create ecmp failed!\r\n");
         *sdk_index = 0;
         result = 0; // the route waits unprogrammed
         return nullptr;
@@ -128,9 +128,9 @@ struct ecmp_mirror {
 } // namespace
 
 #define LOG_MEMBERS(caller, group, format, ...)                                                    \
-    DPM_SHELL_LOG(caller, format, __VA_ARGS__, group->host_sdk[0], group->host_sdk[1],             \
-                  group->host_sdk[2], group->host_sdk[3], group->host_sdk[4], group->host_sdk[5],  \
-                  group->host_sdk[6], group->host_sdk[7])
+    DPM_LOG_FROM(caller, format, __VA_ARGS__, group->host_sdk[0], group->host_sdk[1],              \
+                 group->host_sdk[2], group->host_sdk[3], group->host_sdk[4], group->host_sdk[5],   \
+                 group->host_sdk[6], group->host_sdk[7])
 
 // clang-format off
 DPM_MIRRORED_TABLE(ecmp_mirror,
@@ -147,7 +147,7 @@ ecmp_table ecmp_groups(std::uint32_t ecmp_type) {
 }
 
 int ecmp_group::add(std::uint32_t host_index) {
-    const shell caller = {"dpm_ecmp_add", __LINE__};
+    const call_site caller = {"dpm_ecmp_add", __LINE__};
     if (!is_known_type(ecmp_type_, caller))
         return 0;
     if (sdk_index_ == 0) {
@@ -158,8 +158,8 @@ int ecmp_group::add(std::uint32_t host_index) {
         add_member(*entry_, host_index);
         (void)ecmp_groups(ecmp_type_).add(*entry_);
     } else if (!is_found()) {
-        DPM_SHELL_LOG(caller, "%s %d::sdk_index = %d, can not find same ecmp_entry!\r\n",
-                      sdk_index_);
+        DPM_LOG_FROM(caller, "%s %d::sdk_index = %d, can not find same ecmp_entry!\r\n",
+                     sdk_index_);
         return -1;
     } else {
         add_member(*entry_, host_index);
@@ -172,13 +172,13 @@ int ecmp_group::add(std::uint32_t host_index) {
 }
 
 int ecmp_group::remove(std::uint32_t host_index) {
-    const shell caller = {"dpm_ecmp_del", __LINE__};
+    const call_site caller = {"dpm_ecmp_del", __LINE__};
     if (!is_known_type(ecmp_type_, caller))
         return 0;
     if (!is_found()) {
-        DPM_SHELL_LOG(caller,
-                      "%s %d::sdk_index = %d, can not find same ecmp_entry in ecmp_tree!\r\n",
-                      sdk_index_);
+        DPM_LOG_FROM(caller,
+                     "%s %d::sdk_index = %d, can not find same ecmp_entry in ecmp_tree!\r\n",
+                     sdk_index_);
         return -1;
     }
     LOG_MEMBERS(caller, entry_, "%s %d::sdk_index = %d, host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
@@ -223,7 +223,7 @@ int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
         DPM_TRACE("%s %d::sdk_index = %d, can not find same ecmp_entry.\r\n", *sdk_index);
         return -1;
     }
-    LOG_MEMBERS(DPM_SHELL, group,
+    LOG_MEMBERS(DPM_CALL_SITE, group,
                 "%s %d::ecmp_type %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
                 ecmp_type, group->sdk_index);
     for (std::uint32_t &slot : group->host_sdk) {
@@ -241,7 +241,7 @@ int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
 }
 
 dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key) {
-    if (!is_known_type(ecmp_type, DPM_SHELL))
+    if (!is_known_type(ecmp_type, DPM_CALL_SITE))
         return nullptr;
     return dpm::ecmp_groups(ecmp_type).find(*key);
 }
@@ -249,7 +249,7 @@ dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_e
 int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (!is_known_type(entry->ecmp_type, DPM_SHELL))
+    if (!is_known_type(entry->ecmp_type, DPM_CALL_SITE))
         return -1;
     const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
     if (dpm_ecmp_entry *present = groups.find(*entry)) {
@@ -269,7 +269,7 @@ int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry) {
 int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (!is_known_type(entry->ecmp_type, DPM_SHELL))
+    if (!is_known_type(entry->ecmp_type, DPM_CALL_SITE))
         return -1;
     const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
     if (dpm_ecmp_entry *present = groups.find(*entry)) {

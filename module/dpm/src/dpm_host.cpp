@@ -63,10 +63,10 @@ void unlink(dpm_host_entry &host) {
         dpm::ipv6_hosts().remove(host);
 }
 
-bool has_egress(const dpm_host_entry &host, dpm::egress &out, const dpm::shell &caller) {
+bool has_egress(const dpm_host_entry &host, dpm::egress &out, const dpm::call_site &caller) {
     if (dpm::egress_of(host, out))
         return true;
-    DPM_SHELL_LOG(
+    DPM_LOG_FROM(
         caller,
         "%s %d::host_info paramter is err! port_type %d log_port_id %d phy_port_id 0x%x.\r\n",
         host.port_type, host.log_port_id, host.phy_port_id);
@@ -76,20 +76,20 @@ bool has_egress(const dpm_host_entry &host, dpm::egress &out, const dpm::shell &
 // What can be checked before anything is changed; `own_weight` is that of an entry which the host
 // replaces.
 bool is_admissible(const dpm_host_entry &host, std::uint32_t own_weight, dpm::egress &out,
-                   const dpm::shell &caller) {
+                   const dpm::call_site &caller) {
     if (occupied() - own_weight >= DPM_HOST_CAPACITY) {
-        DPM_SHELL_LOG(caller, "%s %d::host entry is full!!!\r\n");
+        DPM_LOG_FROM(caller, "%s %d::host entry is full!!!\r\n");
         return false;
     }
     if (!dpm::is_known_family(host.ip.family)) {
-        DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
+        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
         return false;
     }
     return has_egress(host, out, caller);
 }
 
-void log_host(const dpm_host_entry &host, const dpm::shell &caller) {
-    DPM_SHELL_LOG(
+void log_host(const dpm_host_entry &host, const dpm::call_site &caller) {
+    DPM_LOG_FROM(
         caller,
         "%s %d::host_entry vrf %d port_type %d port %d/0x%x svlan %d ip %s mac %x.%x.%x.%x.%x.%x "
         "sdk_index %d \r\n",
@@ -139,14 +139,14 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
 }
 
 // A host wins over a route to its very address.
-void displace_route(const dpm_host_entry &host, const dpm::shell &caller) {
+void displace_route(const dpm_host_entry &host, const dpm::call_site &caller) {
     dpm_route_entry *route = dpm::find_route(host.vrf, host.ip);
     if (route == nullptr)
         return;
     const dpm::address_text prefix(host.ip);
-    DPM_SHELL_LOG(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
+    DPM_LOG_FROM(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
     if (dpm_route_del(route) != 0)
-        DPM_SHELL_LOG(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
+        DPM_LOG_FROM(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
 }
 
 // A route that would not go stays behind the host, and is in the chip again when the host is not.
@@ -195,9 +195,9 @@ struct host_mirror {
 };
 
 // A mirrored entry as this card keeps it: what is card-local is looked up again or cleared.
-bool localise(dpm_host_entry &host, const dpm::shell &caller) {
+bool localise(dpm_host_entry &host, const dpm::call_site &caller) {
     if (!dpm::is_known_family(host.ip.family)) {
-        DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
+        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
         return false;
     }
     host.ip.prefix_len = dpm::host_bits(host.ip.family);
@@ -356,7 +356,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     dpm::egress out;
-    if (!is_admissible(*entry, 0, out, DPM_SHELL))
+    if (!is_admissible(*entry, 0, out, DPM_CALL_SITE))
         return -1;
     dpm_host_entry host = *entry;
     if (dpm_nexthop_add(out.port_type, out.port_id, host.mac, host.svlan, host.cvlan,
@@ -381,7 +381,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
     record->entry = host;
     record->in_chip = in_chip;
     dpm_host_entry &added = record.release()->entry;
-    log_host(added, DPM_SHELL);
+    log_host(added, DPM_CALL_SITE);
     link(added);
     (void)dpm_host_entry_add_sync_send(&added);
     (void)dpm_host_unreachable_del(added.vrf, &added.ip);
@@ -400,9 +400,9 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
         return -1;
     }
     dpm::egress out;
-    if (!has_egress(*entry, out, DPM_SHELL))
+    if (!has_egress(*entry, out, DPM_CALL_SITE))
         return -1;
-    log_host(*entry, DPM_SHELL);
+    log_host(*entry, DPM_CALL_SITE);
     dpm_host_notify(entry, DPM_HOST_DELETED);
     if (record_of(*entry).in_chip && chip_delete(*entry) != 0) {
         DPM_TRACE("%s %d::host_entry del driver failed!\r\n");
@@ -442,9 +442,9 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     const bool is_same = present != nullptr && is_settled(*present, host);
     dpm::egress out;
     if (!is_same &&
-        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_SHELL))
+        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_CALL_SITE))
         return -1;
-    displace_route(host, DPM_SHELL);
+    displace_route(host, DPM_CALL_SITE);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
         (void)dpm_host_hold_entry_del(held);
     if (is_same) {
@@ -480,7 +480,7 @@ int dpm_host_entry_add_sync_process(const dpm_host_entry *entry) {
     if (!record)
         return -1;
     record->entry = *entry;
-    if (!localise(record->entry, DPM_SHELL))
+    if (!localise(record->entry, DPM_CALL_SITE))
         return -1;
     record->in_chip = !dpm::is_linklocal(record->entry.ip); // the master has programmed it
     drop_mirrored(dpm_host_find_by_entry(&record->entry));
@@ -492,7 +492,7 @@ int dpm_host_entry_del_sync_process(const dpm_host_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     dpm_host_entry key = *entry;
-    if (!localise(key, DPM_SHELL))
+    if (!localise(key, DPM_CALL_SITE))
         return -1;
     drop_mirrored(dpm_host_find_by_entry(&key));
     return 0;

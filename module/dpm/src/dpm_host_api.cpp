@@ -28,7 +28,7 @@ std::uint32_t host_code(std::uint32_t oper) {
 }
 
 // What every report looks at first; false when the call ends with `result`.
-bool may_report(const void *record, const dpm::shell &caller, int &result) {
+bool may_report(const void *record, const dpm::call_site &caller, int &result) {
     if (is_test_running()) {
         result = 0;
         return false;
@@ -40,10 +40,10 @@ bool may_report(const void *record, const dpm::shell &caller, int &result) {
     return true;
 }
 
-bool is_known_oper(std::uint32_t oper, const dpm::shell &caller) {
+bool is_known_oper(std::uint32_t oper, const dpm::call_site &caller) {
     if (oper == DPM_OPER_ADD || oper == DPM_OPER_DEL)
         return true;
-    DPM_SHELL_LOG(caller, "%s %d::unkown oper %d!\r\n", oper);
+    DPM_LOG_FROM(caller, "%s %d::unkown oper %d!\r\n", oper);
     return false;
 }
 
@@ -104,9 +104,9 @@ int relay(std::uint32_t code, const void *data, std::uint32_t length_bytes,
 
 int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
     int result;
-    if (!may_report(info, DPM_SHELL, result))
+    if (!may_report(info, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(oper, DPM_SHELL))
+    if (!is_known_oper(oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)
@@ -125,9 +125,9 @@ int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
 
 int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
     int result;
-    if (!may_report(info, DPM_SHELL, result))
+    if (!may_report(info, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(info->oper, DPM_SHELL))
+    if (!is_known_oper(info->oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)
@@ -146,9 +146,9 @@ int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
 
 int dpm_api_host_msg_send(const dpm_host_entry *entry, std::uint32_t oper) {
     int result;
-    if (!may_report(entry, DPM_SHELL, result))
+    if (!may_report(entry, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(oper, DPM_SHELL))
+    if (!is_known_oper(oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)

@@ -72,17 +72,17 @@ neighbour_block neighbour_request(std::uint32_t ifindex, const void *address) {
 
 enum class on_failure { silent, log };
 
-int failed(on_failure action, const dpm::shell &caller) {
+int failed(on_failure action, const dpm::call_site &caller) {
     const int error = ipcomx_errno_get();
     if (action == on_failure::log)
-        DPM_SHELL_LOG(caller, "%s %d::set ipstack errno %d errstring %s\r\n", error,
-                      ipcomx_strerror(error));
+        DPM_LOG_FROM(caller, "%s %d::set ipstack errno %d errstring %s\r\n", error,
+                     ipcomx_strerror(error));
     return error > 0 ? -error : -1;
 }
 
 // One call on a socket of its own; 0, or the negated error number of the step that failed.
 int call_stack(int family, std::uint32_t vrf, std::uint32_t request, void *block, on_failure action,
-               const dpm::shell &caller) {
+               const dpm::call_site &caller) {
     const int socket = ipcomx_socket(family, IPCOMX_SOCK_DGRAM, 0);
     if (socket < 0)
         return failed(action, caller);
@@ -109,7 +109,7 @@ bool is_printable(const void *address) {
 int dpm_arp_req_send(std::uint32_t vrf, std::uint32_t ifindex, std::uint32_t address) {
     arp_block block = arp_request(ifindex, address);
     return call_stack(IPCOMX_AF_INET, vrf, IPCOMX_ARP_REQUEST, &block, on_failure::silent,
-                      DPM_SHELL);
+                      DPM_CALL_SITE);
 }
 
 int dpm_ndp_req_send(std::uint32_t vrf, std::uint32_t ifindex, const std::uint8_t *address) {
@@ -117,13 +117,13 @@ int dpm_ndp_req_send(std::uint32_t vrf, std::uint32_t ifindex, const std::uint8_
         return dpm::null_parameter();
     neighbour_block block = neighbour_request(ifindex, address);
     return call_stack(IPCOMX_AF_INET6, vrf, IPCOMX_ND_SOLICIT, &block, on_failure::silent,
-                      DPM_SHELL);
+                      DPM_CALL_SITE);
 }
 
 int dpm_arp_ipstack_delete(std::uint32_t vrf, std::uint32_t ifindex, std::uint32_t address) {
     arp_block block = arp_request(ifindex, address);
     const int result =
-        call_stack(IPCOMX_AF_INET, vrf, IPCOMX_ARP_DELETE, &block, on_failure::log, DPM_SHELL);
+        call_stack(IPCOMX_AF_INET, vrf, IPCOMX_ARP_DELETE, &block, on_failure::log, DPM_CALL_SITE);
     if (result == 0)
         (void)proxy_arp_route_del_by_vrf_ip(vrf, address);
     return result;
@@ -133,7 +133,8 @@ int dpm_ndp_ipstack_delete(std::uint32_t vrf, std::uint32_t ifindex, const std::
     if (address == nullptr)
         return dpm::null_parameter();
     neighbour_block block = neighbour_request(ifindex, address);
-    return call_stack(IPCOMX_AF_INET6, vrf, IPCOMX_ND_DELETE, &block, on_failure::log, DPM_SHELL);
+    return call_stack(IPCOMX_AF_INET6, vrf, IPCOMX_ND_DELETE, &block, on_failure::log,
+                      DPM_CALL_SITE);
 }
 
 int dpm_get_arp_info_by_vrf_ip(std::uint32_t vrf, std::uint32_t address, std::uint8_t *mac,
@@ -141,7 +142,8 @@ int dpm_get_arp_info_by_vrf_ip(std::uint32_t vrf, std::uint32_t address, std::ui
     if (mac == nullptr || first == nullptr || second == nullptr)
         return dpm::null_parameter();
     arp_block block = arp_request(0, htonl(address));
-    if (call_stack(IPCOMX_AF_INET, vrf, IPCOMX_ARP_GET, &block, on_failure::silent, DPM_SHELL) != 0)
+    if (call_stack(IPCOMX_AF_INET, vrf, IPCOMX_ARP_GET, &block, on_failure::silent,
+                   DPM_CALL_SITE) != 0)
         return -1;
     std::memcpy(mac, block.mac,
                 block.mac_length < mac_bytes_max ? block.mac_length : mac_bytes_max);
@@ -160,7 +162,7 @@ int dpm_get_ndp_entry_by_ip(const void *address, std::uint8_t *mac, std::uint32_
         return -1;
     neighbour_block block = neighbour_request(0, address);
     if (call_stack(IPCOMX_AF_INET6, static_cast<std::uint32_t>(vrf), IPCOMX_ND_GET, &block,
-                   on_failure::silent, DPM_SHELL) != 0)
+                   on_failure::silent, DPM_CALL_SITE) != 0)
         return -1;
     std::memcpy(mac, block.mac, DPM_MAC_BYTES);
     *first = block.first;

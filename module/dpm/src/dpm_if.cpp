@@ -92,7 +92,8 @@ list_head &addresses_of(dpm_if_entry &entry, std::uint16_t family) {
 
 // The interface of an address request; null when it is unknown or in another VRF, which
 // `absent_text` tells, or when there is nothing to do for the address.
-dpm_if_entry *owner_of(const if_ip_msg *body, const char *absent_text, const dpm::shell &caller) {
+dpm_if_entry *owner_of(const if_ip_msg *body, const char *absent_text,
+                       const dpm::call_site &caller) {
     if (body == nullptr) {
         (void)dpm::null_parameter(caller.function, caller.line);
         return nullptr;
@@ -102,7 +103,7 @@ dpm_if_entry *owner_of(const if_ip_msg *body, const char *absent_text, const dpm
     dpm_if_entry *entry = dpm_if_find_by_ifindex(body->if_index);
     if (entry != nullptr && entry->vrf == body->vrf)
         return entry;
-    DPM_SHELL_LOG(caller, absent_text, body->if_index, body->vrf);
+    DPM_LOG_FROM(caller, absent_text, body->if_index, body->vrf);
     return nullptr;
 }
 
@@ -169,7 +170,7 @@ int dpm_if_del(const dpm_if_msg *body) {
 int dpm_if_add_ip(const if_ip_msg *body) {
     dpm_if_entry *entry = owner_of(
         body, "%s %d::if_index %d ,if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
-        DPM_SHELL);
+        DPM_CALL_SITE);
     if (entry == nullptr)
         return -1;
     list_head &list = addresses_of(*entry, body->ip.family);
@@ -192,7 +193,7 @@ int dpm_if_add_ip(const if_ip_msg *body) {
 int dpm_if_del_ip(const if_ip_msg *body) {
     dpm_if_entry *entry = owner_of(
         body, "%s %d::if_index %d if_ip_msg->vrf %d .can not find pt_if, or vrf_id unequal!\r\n",
-        DPM_SHELL);
+        DPM_CALL_SITE);
     if (entry == nullptr)
         return -1;
     dpm_if_ip_entry *address = dpm_if_ip_find(&addresses_of(*entry, body->ip.family), &body->ip);

@@ -114,13 +114,13 @@ template <class Kind> void unlink_and_free(typename Kind::entry &entry) {
     dpm::free_zeroed(&record_of<Kind>(entry));
 }
 
-template <class Kind> int pend_add(typename Kind::entry *entry, const dpm::shell &caller) {
+template <class Kind> int pend_add(typename Kind::entry *entry, const dpm::call_site &caller) {
     if (entry == nullptr)
         return -1;
     list_head *link = dpm::pend_link(*entry);
     list_del_init(link);
     list_add(link, &Kind::pend_list());
-    DPM_SHELL_LOG(caller, "%s:%d list_empty=%d\n\r", list_empty(&Kind::pend_list()));
+    DPM_LOG_FROM(caller, "%s:%d list_empty=%d\n\r", list_empty(&Kind::pend_list()));
     return 0;
 }
 
@@ -304,11 +304,11 @@ int dpm_mpls_ilm_del(dpm_ilm *entry) {
 }
 
 int dpm_mpls_pend_ftn_add(dpm_ftn *entry) {
-    return pend_add<ftn_kind>(entry, DPM_SHELL);
+    return pend_add<ftn_kind>(entry, DPM_CALL_SITE);
 }
 
 int dpm_mpls_pend_ilm_add(dpm_ilm *entry) {
-    return pend_add<ilm_kind>(entry, DPM_SHELL);
+    return pend_add<ilm_kind>(entry, DPM_CALL_SITE);
 }
 
 int dpm_mpls_pend_ftn_del(dpm_ftn *entry) {

@@ -40,15 +40,15 @@ int refuse(const char *text) {
 }
 
 // What counts and indexes arrays, of a request or a route.
-template <class Record> bool is_sound(const Record &record, const dpm::shell &caller) {
+template <class Record> bool is_sound(const Record &record, const dpm::call_site &caller) {
     if (record.np_num > DPM_ROUTE_GATEWAYS) {
-        DPM_SHELL_LOG(caller, "%s %d::np_num %d is err!\r\n", record.np_num);
+        DPM_LOG_FROM(caller, "%s %d::np_num %d is err!\r\n", record.np_num);
         return false;
     }
     const dpm_prefix &destination = record.destination;
     if (dpm::is_known_family(destination.family) &&
         destination.prefix_len > dpm::host_bits(destination.family)) {
-        DPM_SHELL_LOG(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
+        DPM_LOG_FROM(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
         return false;
     }
     return true;
@@ -130,16 +130,16 @@ void tell_ip_stack(const dpm_route_entry &route) {
 
 // Adds a route whose block is at hand; the block is released when the table takes it.
 int add_route(dpm::route_block &record) {
-    const dpm::shell caller = {"dpm_route_add", __LINE__}; // also when a route is replaced
+    const dpm::call_site caller = {"dpm_route_add", __LINE__}; // also when a route is replaced
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
     const std::int32_t *host = route.host_index;
-    DPM_SHELL_LOG(caller,
-                  "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d "
-                  "host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
-                  dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
-                  route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2],
-                  host[3], host[4], host[5], host[6], host[7]);
+    DPM_LOG_FROM(caller,
+                 "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d "
+                 "host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+                 dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
+                 route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2],
+                 host[3], host[4], host[5], host[6], host[7]);
     if (route.sdk_index > 0 && dpm::program_route(*record, caller) != 0)
         dpm::unresolve(route);
     dpm::link_route(*record.release());
@@ -152,10 +152,10 @@ std::uint32_t weight(const dpm_route_entry &route) {
 }
 
 // `own_weight` is that of a route which gives way.
-bool has_room(std::uint32_t own_weight, const dpm::shell &caller) {
+bool has_room(std::uint32_t own_weight, const dpm::call_site &caller) {
     if (occupied() - own_weight < DPM_ROUTE_CAPACITY)
         return true;
-    DPM_SHELL_LOG(caller, "%s %d::route entry is full!!!\r\n");
+    DPM_LOG_FROM(caller, "%s %d::route entry is full!!!\r\n");
     return false;
 }
 
@@ -233,13 +233,13 @@ int dpm_route_dynamic_type_check(std::uint32_t route_type) {
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (!has_room(0, DPM_SHELL))
+    if (!has_room(0, DPM_CALL_SITE))
         return -1;
     if (!dpm::is_known_family(entry->destination.family)) {
         DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
         return 0;
     }
-    if (!is_sound(*entry, DPM_SHELL))
+    if (!is_sound(*entry, DPM_CALL_SITE))
         return -1;
     dpm::route_block record(*entry);
     if (!record)
@@ -261,7 +261,7 @@ int dpm_route_del(dpm_route_entry *entry) {
               entry->sdk_index, entry->route_type, entry->ecmp_enable);
     route_record &record = record_of(*entry);
     const bool was_programmed = entry->sdk_index != 0 || record.chip_index != 0;
-    if (dpm::withdraw_route(record, DPM_SHELL) != 0)
+    if (dpm::withdraw_route(record, DPM_CALL_SITE) != 0)
         return -1;
     if (was_programmed)
         dpm::restore_cpu_default(*entry);
@@ -278,7 +278,7 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
         return (void)dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer), 0;
-    if (!is_sound(*new_entry, DPM_SHELL) || !has_room(weight(*old_entry), DPM_SHELL))
+    if (!is_sound(*new_entry, DPM_CALL_SITE) || !has_room(weight(*old_entry), DPM_CALL_SITE))
         return -1;
     dpm::route_block record(*new_entry); // taken before the old route goes
     if (!record)
@@ -296,7 +296,7 @@ int dpm_route_add_msg(const dpm_route_msg *body) {
         DPM_TRACE("%s %d::it is slave.\r\n");
         return 0;
     }
-    if (!is_sound(*body, DPM_SHELL))
+    if (!is_sound(*body, DPM_CALL_SITE))
         return -1;
     dpm_route_entry route = {};
     fill_route(route, *body);

@@ -54,10 +54,10 @@ std::uint32_t export_count() {
     return count;
 }
 
-bool is_known(std::uint32_t family, const dpm::shell &caller) {
+bool is_known(std::uint32_t family, const dpm::call_site &caller) {
     if (dpm::is_known_family(family))
         return true;
-    DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", family);
+    DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
     return false;
 }
 
@@ -81,13 +81,13 @@ int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper) {
 }
 
 const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family) {
-    return is_known(family, DPM_SHELL) ? dpm::routes_of(family).first() : nullptr;
+    return is_known(family, DPM_CALL_SITE) ? dpm::routes_of(family).first() : nullptr;
 }
 
 const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return (void)dpm::null_parameter(), nullptr;
-    if (!is_known(entry->destination.family, DPM_SHELL))
+    if (!is_known(entry->destination.family, DPM_CALL_SITE))
         return nullptr;
     return dpm::routes_of(entry->destination.family).next(*entry);
 }

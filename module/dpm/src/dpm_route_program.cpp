@@ -39,25 +39,25 @@ struct following {
     std::int32_t old_sdk_index;
 };
 
-void log_came(const following &f, const dpm::shell &caller) {
+void log_came(const following &f, const dpm::call_site &caller) {
     const dpm_route_entry &route = f.route;
-    DPM_SHELL_LOG(caller,
-                  "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
-                  "\t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
-                  f.event, dpm::address_text(route.destination).c_str(),
-                  route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
-                  route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index,
-                  route.host_index[f.position]);
+    DPM_LOG_FROM(caller,
+                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
+                 "\t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
+                 f.event, dpm::address_text(route.destination).c_str(),
+                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
+                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index,
+                 route.host_index[f.position]);
 }
 
-void log_went(const following &f, const dpm::shell &caller) {
+void log_went(const following &f, const dpm::call_site &caller) {
     const dpm_route_entry &route = f.route;
-    DPM_SHELL_LOG(caller,
-                  "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
-                  "old_sdk_index %d new_sdk_index %d .\r\n",
-                  f.event, dpm::address_text(route.destination).c_str(),
-                  route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
-                  route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index);
+    DPM_LOG_FROM(caller,
+                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
+                 "old_sdk_index %d new_sdk_index %d .\r\n",
+                 f.event, dpm::address_text(route.destination).c_str(),
+                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
+                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index);
 }
 
 // The chip refused: the gateway counts as unresolved again.
@@ -75,7 +75,7 @@ void undo_arrival(const following &f) {
 }
 
 // A gateway's host came.  True when the route changed and is to be mirrored.
-bool gateway_came(const following &f, const dpm::shell &caller) {
+bool gateway_came(const following &f, const dpm::call_site &caller) {
     dpm_route_entry &route = f.route;
     const auto host_index = static_cast<std::int32_t>(f.host.sdk_index);
     if (route.host_index[f.position] != DPM_ROUTE_UNRESOLVED || host_index <= 0)
@@ -95,7 +95,7 @@ bool gateway_came(const following &f, const dpm::shell &caller) {
 }
 
 // A gateway's host is going.  True when the route changed and is to be mirrored.
-bool gateway_went(const following &f, const dpm::shell &caller) {
+bool gateway_went(const following &f, const dpm::call_site &caller) {
     dpm_route_entry &route = f.route;
     const std::int32_t host_index = route.host_index[f.position];
     if (host_index <= 0)
@@ -155,11 +155,11 @@ struct route_mirror {
 };
 
 // A mirrored route as this card keeps it: interface indexes are looked up by name again.
-bool localise(dpm_route_entry &route, const dpm::shell &caller) {
+bool localise(dpm_route_entry &route, const dpm::call_site &caller) {
     const dpm_prefix &destination = route.destination;
     if (!dpm::is_known_family(destination.family) || route.np_num > DPM_ROUTE_GATEWAYS ||
         destination.prefix_len > dpm::host_bits(destination.family)) {
-        DPM_SHELL_LOG(caller, "%s %d::iptype = %d is err!\r\n", destination.family);
+        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", destination.family);
         return false;
     }
     for (std::uint32_t i = 0; i < DPM_ROUTE_GATEWAYS; i++) {
@@ -190,7 +190,7 @@ DPM_MIRRORED_TABLE(route_mirror,
 
 namespace dpm {
 
-int program_route(route_record &record, const shell &caller) {
+int program_route(route_record &record, const call_site &caller) {
     const dpm_route_entry &route = record.entry;
     if (record.chip_index == route.sdk_index)
         return 0;
@@ -203,20 +203,20 @@ int program_route(route_record &record, const shell &caller) {
     if (result == 0)
         record.chip_index = route.sdk_index;
     else
-        DPM_SHELL_LOG(caller, "%s %d::prefix %s add driver failed!\r\n",
-                      address_text(route.destination).c_str());
+        DPM_LOG_FROM(caller, "%s %d::prefix %s add driver failed!\r\n",
+                     address_text(route.destination).c_str());
     return result;
 }
 
-int withdraw_route(route_record &record, const shell &caller) {
+int withdraw_route(route_record &record, const call_site &caller) {
     if (record.chip_index == 0)
         return 0;
     const int result = chip_delete(record);
     if (result == 0)
         record.chip_index = 0;
     else
-        DPM_SHELL_LOG(caller, "%s %d::prefix %s delete driver failed!\r\n",
-                      address_text(record.entry.destination).c_str());
+        DPM_LOG_FROM(caller, "%s %d::prefix %s delete driver failed!\r\n",
+                     address_text(record.entry.destination).c_str());
     return result;
 }
 
@@ -249,7 +249,7 @@ bool gives_way(const dpm_route_entry &route) {
 }
 
 int route_leave_to_label(dpm_route_entry &route) {
-    return withdraw_route(record_of(route), DPM_SHELL);
+    return withdraw_route(record_of(route), DPM_CALL_SITE);
 }
 
 void route_lose_to_host(dpm_route_entry &route) {
@@ -260,7 +260,7 @@ int route_take_back(dpm_route_entry &route) {
     route_record &record = record_of(route);
     if (route.sdk_index <= 0 || record.chip_index != 0 || gives_way(route))
         return 0;
-    const int result = program_route(record, DPM_SHELL);
+    const int result = program_route(record, DPM_CALL_SITE);
     if (result != 0) {
         unresolve(route);
         (void)dpm_route_entry_add_sync_send(&route);
@@ -289,8 +289,8 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
         handled = place.route;
         dpm_route_entry &route = place.route->entry;
         const following f = {route, *host, event, place.position, route.sdk_index};
-        const bool has_changed =
-            event == DPM_HOST_ADDED ? gateway_came(f, DPM_SHELL) : gateway_went(f, DPM_SHELL);
+        const bool has_changed = event == DPM_HOST_ADDED ? gateway_came(f, DPM_CALL_SITE)
+                                                         : gateway_went(f, DPM_CALL_SITE);
         if (has_changed)
             (void)dpm_route_entry_add_sync_send(&route);
     }
@@ -301,7 +301,7 @@ int dpm_route_entry_add_sync_process(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
     dpm_route_entry route = *entry;
-    if (!localise(route, DPM_SHELL))
+    if (!localise(route, DPM_CALL_SITE))
         return -1;
     dpm::route_block record(route);
     if (!record)

@@ -50,12 +50,13 @@ concept mirrored_table = requires(const typename Table::entry &entry, std::uint3
 };
 
 // The parts of the family that do not depend on the record; sizes in bytes.
-int mirror_send(const void *entry, std::uint32_t size, const char *receiver, const shell &caller);
-bool mirror_may_receive(const void *buffer, bool fits, const shell &caller, int &result);
+int mirror_send(const void *entry, std::uint32_t size, const char *receiver,
+                const call_site &caller);
+bool mirror_may_receive(const void *buffer, bool fits, const call_site &caller, int &result);
 
 template <class Entry>
 int mirror_receive(std::uint32_t code, const void *buffer, std::uint32_t length,
-                   const shell &caller) {
+                   const call_site &caller) {
     int result;
     if (!mirror_may_receive(buffer, length == sizeof(Entry), caller, result))
         return result;
@@ -68,12 +69,12 @@ int mirror_receive(std::uint32_t code, const void *buffer, std::uint32_t length,
 
 // A trailing partial record is ignored; more than a batch cannot have been sent.
 template <mirrored_table Table>
-int mirror_receive_all(const void *buffer, std::uint32_t length, const shell &caller) {
+int mirror_receive_all(const void *buffer, std::uint32_t length, const call_site &caller) {
     using entry = typename Table::entry;
     if (!dpm_bridge_self_is_slave())
         return 0;
     if (buffer == nullptr || length == 0 || length > Table::batch_entries * sizeof(entry)) {
-        DPM_SHELL_LOG(caller, "%s %d::len = %d ,the input paramter is null!\r\n", length);
+        DPM_LOG_FROM(caller, "%s %d::len = %d ,the input paramter is null!\r\n", length);
         return -1;
     }
     const auto *bytes = static_cast<const unsigned char *>(buffer);
@@ -93,17 +94,17 @@ int mirror_receive_all(const void *buffer, std::uint32_t length, const shell &ca
 // walk.
 class peer_watch {
 public:
-    explicit peer_watch(const shell &caller)
+    explicit peer_watch(const call_site &caller)
         : caller_(caller), was_there_(dpm_bridge_peer_is_exist() == 1) {}
     bool lost() const {
         if (!was_there_ || dpm_bridge_peer_is_exist() == 1)
             return false;
-        DPM_SHELL_LOG(caller_, "%s %d::peer is not exist!\r\n");
+        DPM_LOG_FROM(caller_, "%s %d::peer is not exist!\r\n");
         return true;
     }
 
 private:
-    const shell &caller_;
+    const call_site &caller_;
     const bool was_there_;
 };
 
@@ -116,12 +117,12 @@ template <mirrored_table Table, class Visit> void mirror_walk(Visit visit) {
 }
 
 // Programs the chip of the slot that came up with what the table holds in the chip.  0 or -1.
-template <mirrored_table Table> int mirror_reprogram(std::uint32_t slot, const shell &caller) {
+template <mirrored_table Table> int mirror_reprogram(std::uint32_t slot, const call_site &caller) {
     const std::uint32_t slot_bits = dpm_slot_obj_bit_get(slot);
-    DPM_SHELL_LOG(caller, Table::driver_sync_text, slot_bits);
+    DPM_LOG_FROM(caller, Table::driver_sync_text, slot_bits);
     if constexpr (Table::empty_first_text != nullptr)
         if (dpm_avl_is_empty(Table::trees()[0]))
-            DPM_SHELL_LOG(caller, Table::empty_first_text);
+            DPM_LOG_FROM(caller, Table::empty_first_text);
     const peer_watch peer(caller);
     int result = 0;
     mirror_walk<Table>([&](const typename Table::entry &entry) {
@@ -161,8 +162,8 @@ private:
 };
 
 template <mirrored_table Table>
-int mirror_send_table(std::uint32_t slot, const char *receiver, const shell &caller) {
-    DPM_SHELL_LOG(caller, Table::table_sync_text, slot);
+int mirror_send_table(std::uint32_t slot, const char *receiver, const call_site &caller) {
+    DPM_LOG_FROM(caller, Table::table_sync_text, slot);
     mirror_batch<Table> batch(receiver);
     if (!batch)
         return -1;
@@ -170,7 +171,7 @@ int mirror_send_table(std::uint32_t slot, const char *receiver, const shell &cal
         batch.put(entry);
         if (dpm_bridge_peer_is_exist() == 1)
             return true;
-        DPM_SHELL_LOG(caller, "%s %d::peer is not exist!\r\n");
+        DPM_LOG_FROM(caller, "%s %d::peer is not exist!\r\n");
         return false;
     });
     batch.flush();
@@ -180,9 +181,9 @@ int mirror_send_table(std::uint32_t slot, const char *receiver, const shell &cal
 // A slot came up: its chip is re-programmed and, when it is the peer card's slot, the table is sent
 // there.
 template <mirrored_table Table>
-int mirror_send_all(std::uint32_t slot, const char *receiver, const shell &caller) {
+int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &caller) {
     if (dpm_bridge_self_is_slave()) {
-        DPM_SHELL_LOG(caller, "%s %d::it is slave.\r\n");
+        DPM_LOG_FROM(caller, "%s %d::it is slave.\r\n");
         return 0;
     }
     if (mirror_reprogram<Table>(slot, caller) != 0)
@@ -198,25 +199,25 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const shell &calle
 // receivers by name.
 #define DPM_MIRRORED_ENTRY(table, add_send, add_receive, del_send, del_receive)                    \
     int add_send(const table::entry *entry) {                                                      \
-        return dpm::mirror_send(entry, sizeof(table::entry), #add_receive, DPM_SHELL);             \
+        return dpm::mirror_send(entry, sizeof(table::entry), #add_receive, DPM_CALL_SITE);         \
     }                                                                                              \
     int del_send(const table::entry *entry) {                                                      \
-        return dpm::mirror_send(entry, sizeof(table::entry), #del_receive, DPM_SHELL);             \
+        return dpm::mirror_send(entry, sizeof(table::entry), #del_receive, DPM_CALL_SITE);         \
     }                                                                                              \
     int add_receive(const void *buffer, std::uint32_t length_bytes) {                              \
         return dpm::mirror_receive<table::entry>(table::add_code, buffer, length_bytes,            \
-                                                 DPM_SHELL);                                       \
+                                                 DPM_CALL_SITE);                                   \
     }                                                                                              \
     int del_receive(const void *buffer, std::uint32_t length_bytes) {                              \
         return dpm::mirror_receive<table::entry>(table::del_code, buffer, length_bytes,            \
-                                                 DPM_SHELL);                                       \
+                                                 DPM_CALL_SITE);                                   \
     }
 #define DPM_MIRRORED_TABLE(table, add_send, add_receive, del_send, del_receive, all_send,          \
                            all_receive)                                                            \
     DPM_MIRRORED_ENTRY(table, add_send, add_receive, del_send, del_receive)                        \
     int all_send(std::uint32_t slot) {                                                             \
-        return dpm::mirror_send_all<table>(slot, #all_receive, DPM_SHELL);                         \
+        return dpm::mirror_send_all<table>(slot, #all_receive, DPM_CALL_SITE);                     \
     }                                                                                              \
     int all_receive(const void *buffer, std::uint32_t length_bytes) {                              \
-        return dpm::mirror_receive_all<table>(buffer, length_bytes, DPM_SHELL);                    \
+        return dpm::mirror_receive_all<table>(buffer, length_bytes, DPM_CALL_SITE);                \
     }

@@ -22,14 +22,14 @@ inline constexpr int DPM_LEVEL_ERROR = 13;
 namespace dpm {
 
 // The function whose name and line stand in a line that a shared body logs for it.
-struct shell {
+struct call_site {
     const char *function;
     int line;
 };
-#define DPM_SHELL (dpm::shell{__func__, __LINE__})
-#define DPM_SHELL_LOG(shell, format, ...)                                                          \
-    ulogPrintf(g_dpm_global.module_id, DPM_LEVEL_TRACE, format, (shell).function,                  \
-               (shell).line __VA_OPT__(, ) __VA_ARGS__)
+#define DPM_CALL_SITE (dpm::call_site{__func__, __LINE__})
+#define DPM_LOG_FROM(caller, format, ...)                                                          \
+    ulogPrintf(g_dpm_global.module_id, DPM_LEVEL_TRACE, format, (caller).function,                 \
+               (caller).line __VA_OPT__(, ) __VA_ARGS__)
 
 // Logs a null argument under the caller's name; -1.
 inline int null_parameter(const char *function = __builtin_FUNCTION(),

@@ -9,10 +9,10 @@ namespace dpm {
 // Puts a route that points somewhere into the chip, unless another entry stands in its place.  A
 // default route takes the CPU's place first.  0, or the driver's answer: then the CPU default is
 // the caller's to restore.
-int program_route(route_record &record, const shell &caller);
+int program_route(route_record &record, const call_site &caller);
 
 // Takes what the chip holds of a route out of it.  0, or the driver's answer.
-int withdraw_route(route_record &record, const shell &caller);
+int withdraw_route(route_record &record, const call_site &caller);
 
 // What no entry matches goes to the CPU again, now that a default route is not programmed, unless
 // another one is.

@@ -15,16 +15,16 @@ namespace ctl::server {
 
 inline constexpr std::uint32_t to_cpu = 2; // the chip's index for "to the CPU"
 
-struct Request {
+struct Command {
     chassis::Card &card;
     const Parsed &line;
     Server &server;
 };
 
-#define CTL_HANDLER_config(name) Reply name(Request &request);
-#define CTL_HANDLER_change(name) Reply name(Request &request);
-#define CTL_HANDLER_read(name) Reply name(Request &request);
-#define CTL_HANDLER_ask(name) Reply name(Request &request);
+#define CTL_HANDLER_config(name) Reply name(Command &command);
+#define CTL_HANDLER_change(name) Reply name(Command &command);
+#define CTL_HANDLER_read(name) Reply name(Command &command);
+#define CTL_HANDLER_ask(name) Reply name(Command &command);
 #define CTL_HANDLER_local(name)
 #define CTL_ROW(name, path, arguments, kind, help) CTL_HANDLER_##kind(name)
 CTL_COMMANDS(CTL_ROW)
@@ -42,7 +42,7 @@ inline Reply answer(int result) {
 }
 
 Reply unknown_interface(std::string_view name);
-Prefix address_argument(const Request &request, std::string_view key = "IP");
+Prefix address_argument(const Command &command, std::string_view key = "IP");
 Prefix prefix_of(const dpm_prefix &record);
 std::string text_of(const dpm_prefix &prefix); // without its length
 std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface);
