@@ -195,7 +195,7 @@ TEST_F(Interfaces, BadRequestsAreRefusedAndPostNothing) {
     EXPECT_EQ(logged(master(), "::unkown oper "), 2u);
     EXPECT_EQ(logged(master(), "] trunkindex 107 err."), 1u);
     EXPECT_EQ(master().os.queued(), 0u);
-    EXPECT_EQ(master().os.live_blocks(), 3u) << "the interfaces, the host table's dependant";
+    EXPECT_EQ(master().os.live_blocks(), 4u) << "the interfaces, the host table's dependants";
 }
 
 TEST_F(Interfaces, ATrunkMemberChangeReachesTheWorkerWithItsAction) {

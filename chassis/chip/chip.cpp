@@ -157,6 +157,8 @@ bool Chip::is_forgiven(Function kind, std::uint32_t key) const {
 void Chip::note(Function kind, const Outcome &outcome, const std::string &line) {
     if (recording_)
         keep_line(journal_, line, journal_lines);
+    if (recording_ && watcher_)
+        watcher_(line);
     if (outcome.mistake == nullptr)
         return;
     mistakes_++;
@@ -192,6 +194,11 @@ std::vector<std::string> Chip::journal() const {
 void Chip::clear_journal() {
     const std::lock_guard guard(mutex_);
     journal_.clear();
+}
+
+void Chip::watch(std::function<void(const std::string &)> watcher) {
+    const std::lock_guard guard(mutex_);
+    watcher_ = std::move(watcher);
 }
 
 void Chip::answer_slots(std::vector<unsigned> slots) {

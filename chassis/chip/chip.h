@@ -129,6 +129,9 @@ public:
     void record(bool on);
     std::vector<std::string> journal() const;
     void clear_journal();
+    // Is told of each of these lines, on the requester's thread with the lock held, while recording
+    // is on.
+    void watch(std::function<void(const std::string &line)> watcher);
 
     // Each of these slots reports its own answer to every request that reaches it, through the
     // library's result callbacks, on the requester's thread before the request returns.  None at
@@ -223,6 +226,7 @@ private:
     std::uint64_t mistakes_ = 0;
     bool recording_ = false;
     std::deque<std::string> journal_;
+    std::function<void(const std::string &)> watcher_;
     std::vector<unsigned> slots_;
     std::map<std::pair<Function, unsigned>, int> failing_slots_;
 };

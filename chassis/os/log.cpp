@@ -90,8 +90,8 @@ extern "C" int ulogPrintf(uint32_t module_id, int level, const char *format, ...
     va_end(arguments);
     if (wanted < 0)
         return -1;
-    const os::LogLine line{module_id, level,
-                           os::one_line(text, std::min<std::size_t>(wanted, sizeof text - 1))};
+    const std::size_t length = std::min<std::size_t>(wanted, sizeof text - 1);
+    const os::LogLine line{module_id, level, os::one_line(text, length), {text, length}};
     std::lock_guard lock(state.log_mutex);
     state.sink ? state.sink(line) : os::write_line(os, stderr, line);
     return 0;

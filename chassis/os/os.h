@@ -47,7 +47,8 @@ struct Task { // as asked for with rqzt_task_spawn
 struct LogLine {
     std::uint32_t module_id;
     int level;
-    std::string text; // without its line end
+    std::string text; // one line: without its end, control characters as blanks
+    std::string raw;  // as it was logged, line end and all
 };
 
 class Os {

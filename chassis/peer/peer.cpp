@@ -194,10 +194,17 @@ void Peer::drop_calls(bool on) {
     state_->drop = on;
 }
 
+void Peer::watch(Watcher watcher) {
+    state_->watcher = std::move(watcher);
+}
+
 // Sends one call to the other card: in one process it is made at once.
 int Peer::call(std::string_view name, std::span<const std::byte> payload) {
-    if (state_->drop || !state_->exists || payload.size() > max_call_bytes ||
-        name.size() > max_frame_name_bytes)
+    const bool is_taken = !state_->drop && state_->exists && payload.size() <= max_call_bytes &&
+                          name.size() <= max_frame_name_bytes;
+    if (state_->watcher)
+        state_->watcher(name, payload, is_taken);
+    if (!is_taken)
         return -1;
     if (state_->recording) {
         std::lock_guard lock(state_->mutex);

@@ -73,6 +73,10 @@ public:
     const std::vector<Call> &calls() const;
     void clear_calls();
     void drop_calls(bool on); // the peer takes nothing: calls answer -1
+    // Is told of every call that this card makes, and whether the peer takes it, on the caller's
+    // thread.  For the rig: in one process the peer takes it at once, and later than the watcher.
+    using Watcher = std::function<void(std::string_view name, std::span<const std::byte>, bool)>;
+    void watch(Watcher watcher);
 
     struct State;
     State &state() { return *state_; }

@@ -98,6 +98,11 @@ void Stack::clear_history() {
     state_->deletions.clear();
 }
 
+void Stack::watch(Watcher watcher) {
+    std::lock_guard lock(state_->mutex);
+    state_->watcher = std::move(watcher);
+}
+
 unsigned Stack::deliver() {
     std::vector<dpm_host_info> answers;
     {
@@ -123,6 +128,8 @@ void Stack::fail_next(unsigned count, int error) {
 void Stack::probe(const NeighbourKey &key, std::uint32_t ifindex) {
     std::lock_guard lock(state_->mutex);
     remember(state_->probes, {key, ifindex, card().os.now_nsec()});
+    if (state_->watcher)
+        state_->watcher("probe", key);
     const auto found = state_->reachable.find(key);
     if (found == state_->reachable.end())
         return;
@@ -137,6 +144,8 @@ void Stack::probe(const NeighbourKey &key, std::uint32_t ifindex) {
 bool Stack::forget(const NeighbourKey &key) {
     std::lock_guard lock(state_->mutex);
     remember(state_->deletions, key);
+    if (state_->watcher)
+        state_->watcher("forget", key);
     return state_->cache.erase(key) > 0;
 }
 

@@ -10,9 +10,11 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace chassis::stack {
@@ -52,6 +54,9 @@ public:
     std::vector<Probe> probes() const;
     std::vector<NeighbourKey> deletions() const;
     void clear_history();
+    // Is told of each of these, "probe" or "forget", on the requester's thread.
+    using Watcher = std::function<void(std::string_view deed, const NeighbourKey &key)>;
+    void watch(Watcher watcher);
 
     // Makes the reports that answered probes are waiting for; how many.
     unsigned deliver();

@@ -24,6 +24,7 @@ struct Stack::State {
     std::vector<dpm_host_info> answers; // reports that are due
     std::deque<Probe> probes;
     std::deque<NeighbourKey> deletions;
+    Stack::Watcher watcher;
 
     std::map<int, Socket> sockets;
     int next_socket = 3;

@@ -42,13 +42,17 @@ struct Contract {
         std::lock_guard lock(own.mutex_);
         if (own.hal_notices_.size() < max_notices)
             own.hal_notices_.push_back({text});
+        if (own.watcher_)
+            own.watcher_(text);
         return 0;
     }
 
-    static void count(unsigned Suite::ProxyCounts::*what) {
+    static void count(unsigned Suite::ProxyCounts::*what, const char *name) {
         Suite &own = suite();
         std::lock_guard lock(own.mutex_);
         ++(own.proxy_.*what);
+        if (own.watcher_)
+            own.watcher_(name);
     }
 
     static std::mutex &vlan_lock() { return suite().vlan_lock_; }
@@ -165,21 +169,21 @@ int hal_ipstack_ipv6_static_route_process(uint32_t origin, const void *destinati
 }
 
 void dpm_proxy_msg_packet_recv(void *packet) {
-    Contract::count(&Suite::ProxyCounts::packets);
+    Contract::count(&Suite::ProxyCounts::packets, "proxy packet");
     bep_freeEx(packet, __FILE__, __LINE__);
 }
 
 void dpm_proxy_msg_timer() {
-    Contract::count(&Suite::ProxyCounts::ticks);
+    Contract::count(&Suite::ProxyCounts::ticks, "proxy tick");
 }
 
 void dpm_proxy_msg_slave_sync(void *data) {
-    Contract::count(&Suite::ProxyCounts::syncs);
+    Contract::count(&Suite::ProxyCounts::syncs, "proxy data");
     bep_freeEx(data, __FILE__, __LINE__);
 }
 
 int proxy_arp_route_del_by_vrf_ip(uint32_t, uint32_t) {
-    return Contract::count(&Suite::ProxyCounts::route_deletions), 0;
+    return Contract::count(&Suite::ProxyCounts::route_deletions, "proxy route goes"), 0;
 }
 
 } // extern "C"

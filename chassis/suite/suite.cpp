@@ -113,6 +113,11 @@ std::vector<Suite::HalNotice> Suite::hal_notices() const {
     return hal_notices_;
 }
 
+void Suite::watch(std::function<void(const std::string &)> watcher) {
+    std::lock_guard lock(mutex_);
+    watcher_ = std::move(watcher);
+}
+
 Suite::ProxyCounts Suite::proxy_counts() const {
     std::lock_guard lock(mutex_);
     return proxy_;

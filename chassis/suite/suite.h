@@ -7,6 +7,7 @@
 #include "dpm_api.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -59,6 +60,8 @@ public:
         std::string text;
     }; // hal_ns_vlanif_* calls, oldest first
     std::vector<HalNotice> hal_notices() const;
+    // Is told of each of these and of each of the proxy's, on the requester's thread.
+    void watch(std::function<void(const std::string &text)> watcher);
 
 private:
     friend struct Contract;
@@ -68,6 +71,7 @@ private:
     std::vector<std::pair<std::uint32_t, unsigned>> ospf_networks_;
     std::map<unsigned, unsigned> vlan_ports_;
     std::vector<HalNotice> hal_notices_;
+    std::function<void(const std::string &)> watcher_;
     ProxyCounts proxy_{};
     std::mutex vlan_lock_; // uv_lock_outside
 };

@@ -19,7 +19,6 @@ using namespace chassis;
 
 namespace {
 
-constexpr std::size_t max_log_lines = 100'000;
 constexpr unsigned max_rounds = 10'000; // of settling
 
 void expect_lawful(const laws::Lines &lines, const char *law) {
@@ -60,15 +59,10 @@ Card &Shelf::start_card(unsigned index) {
     Card &card = *cards_[index];
     if (const Card *const other = cards_[1 - index].get())
         card.os.advance(other->os.now_nsec() - card.os.now_nsec());
-    logs_[index].clear();
-    card.os.log_to([this, index](const os::LogLine &line) {
-        if (logs_[index].size() == max_log_lines)
-            logs_[index].pop_front();
-        logs_[index].push_back(line.text);
-    });
-    card.os.log_level(keep_log_ ? 0 : 100);
-    card.chip.record(keep_log_);
+    servers_[index] = std::make_unique<ctl::Server>(card);
     EXPECT_EQ(card.start(), 0);
+    journal.watch(card);
+    keep_log(keep_log_);
     blocks_at_start_[index] = card.os.live_blocks();
     return card;
 }
@@ -78,6 +72,7 @@ void Shelf::end_card(unsigned index) {
     past_mistakes_ += card.chip.mistakes();
     past_failed_checks_ += laws::failed_checks(card);
     card.peer.cut();
+    servers_[index].reset();
     cards_[index].reset();
 }
 
@@ -198,6 +193,73 @@ void Shelf::replay(Card &card) {
             dpm_api_super_sub_proc(entry.vlan, sub_vlan, DPM_OPER_ADD);
         card.pump();
     }
+    for (const Setting &setting : settings_) {
+        (void)servers_[&card == cards_[1].get()]->execute(setting.command);
+        card.pump();
+    }
+}
+
+// --- commands ---
+
+namespace {
+
+constexpr std::string_view undoing[] = {"if_del", "addr_del", "sub_del", "neigh_silent"};
+
+// What a setting is about: one that is about the same takes its place.
+std::string subject_of(const ctl::Parsed &line) {
+    std::string subject(line.command->path.substr(0, line.command->path.find(' ')));
+    subject += line.command->path == "if vrf" ? " vrf" : "";
+    for (const char *key : {"NAME", "PREFIX", "SUPERVLAN", "IP", "dev"})
+        subject += line.has(key) ? " " + std::string(line.value(key)) : "";
+    const bool is_of_a_vlan = line.has("SUPERVLAN") || line.command->path.starts_with("vrf ");
+    return subject + (is_of_a_vlan
+                          ? " " + std::string(line.value("VLAN")) + std::string(line.value("VRF"))
+                          : "");
+}
+
+} // namespace
+
+void Shelf::keep_setting(const ctl::Parsed &line, const std::string &command) {
+    const std::string subject = subject_of(line);
+    const std::string name(line.command->path == "if del" ? line.value("NAME") : "");
+    const std::string subs = "sub " + (name.size() > 6 ? name.substr(6) : "none") + " ";
+    std::erase_if(settings_, [&](const Setting &kept) {
+        return kept.about == subject || kept.about.starts_with(subs) ||
+               (!name.empty() && kept.about.ends_with(" " + name));
+    });
+    if (std::find(std::begin(undoing), std::end(undoing), line.command->name) == std::end(undoing))
+        settings_.push_back({subject, command});
+}
+
+ctl::Reply Shelf::run_on(Card &card, const std::string &command) {
+    const ctl::Reply reply = servers_[&card == cards_[1].get()]->execute(command);
+    settle_verb();
+    return reply;
+}
+
+ctl::Reply Shelf::run(const std::string &text) {
+    std::string command = text;
+    if (text.starts_with("neigh ")) {
+        if (text.find(" dev ") == text.npos)
+            command += " dev vlanif100";
+        const std::string ip = text.substr(0, text.find(' ', text.find(' ', 6) + 1));
+        if (!text.starts_with("neigh del") && text.find(" lladdr ") == text.npos)
+            command += std::string(" lladdr 02:00:00:00:01:0") + ip.back();
+    }
+    const ctl::Parsed line = ctl::parse(command);
+    const std::string_view path = line.command ? line.command->path : "";
+    if (path == "clock advance" && !line.error)
+        return advance(unsigned(*ctl::parse_duration(line.value("DURATION")) / os::nsec_per_sec)),
+               ctl::Reply{};
+    const bool is_setting = line.command && !line.error && line.command->kind == ctl::Kind::config;
+    const bool is_link = path.starts_with("port ") || path.starts_with("trunk ");
+    if (is_setting)
+        keep_setting(line, command);
+    ctl::Reply reply = servers_[master_]->execute(command);
+    if ((is_setting || is_link) && has_standby())
+        (void)servers_[1 - master_]->execute(command);
+    settle_verb();
+    return reply;
 }
 
 // --- neighbours, links ---
@@ -283,29 +345,34 @@ void Shelf::fail(os::Fault kind, unsigned nth, unsigned count) {
 
 // --- journal and tables ---
 
-const std::deque<std::string> &Shelf::log(const Card &card) const {
-    return logs_[card.slot() - 9];
+std::vector<std::string> Shelf::log(const Card &card) const {
+    std::vector<std::string> lines;
+    for (const Event &event : journal.events())
+        if (event.slot == card.slot() && event.channel == Channel::log) {
+            const std::size_t first = event.text.find(' ') + 1;
+            lines.push_back(event.text.substr(first, event.text.find('\r') - first));
+        }
+    return lines;
 }
 
 unsigned Shelf::logged(const Card &card, const std::string &substring) const {
-    const auto &lines = log(card);
+    const auto lines = log(card);
     return unsigned(std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
         return line.find(substring) != std::string::npos;
     }));
 }
 
 void Shelf::clear_journal() {
-    for (unsigned index : {0u, 1u}) {
-        logs_[index].clear();
-        if (cards_[index]) {
-            cards_[index]->chip.clear_journal();
-            cards_[index]->peer.clear_calls();
-        }
+    journal.clear();
+    for (Card *card : cards()) {
+        card->chip.clear_journal();
+        card->peer.clear_calls();
     }
 }
 
 void Shelf::keep_log(bool on) {
     keep_log_ = on;
+    journal.keep(on);
     for (Card *card : cards()) {
         card->os.log_level(on ? 0 : 100);
         card->chip.record(on);

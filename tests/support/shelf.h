@@ -14,8 +14,10 @@
 #pragma once
 
 #include "chassis/chassis.h"
+#include "chassis/ctl/grammar.h"
+#include "chassis/ctl/server/server.h"
+#include "support/journal.h"
 
-#include <deque>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -114,6 +116,12 @@ public:
     std::vector<Card *> cards();
     [[nodiscard]] chassis::CardScope as(Card &card) { return chassis::CardScope(card); }
 
+    // A command, as dpmctl gives it: settings and events of links to both cards, settings again to
+    // one that comes later, anything else to the master.  Time passes as by advance().  What a
+    // neighbour's command leaves open is vlanif100, and a MAC that ends as its address does.
+    ctl::Reply run(const std::string &command);
+    ctl::Reply run_on(Card &card, const std::string &command);
+
     // Interfaces, on both cards.  The results are the master's.
     int add_interface(const std::string &name, unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
     int del_interface(const std::string &name);
@@ -162,7 +170,7 @@ public:
     void fail(chassis::os::Fault kind, unsigned nth = 1, unsigned count = 1);
 
     // What was logged and asked of the chip since the last clear_journal().
-    const std::deque<std::string> &log(const Card &card) const;
+    std::vector<std::string> log(const Card &card) const;
     unsigned logged(const Card &card, const std::string &substring) const;
     std::vector<std::string> chip_calls(const Card &card) const { return card.chip.journal(); }
     void clear_journal();
@@ -186,6 +194,8 @@ public:
     // address; "cpu" and "nowhere" stand for themselves, "" for no entry.
     std::string forwards(const std::string &address, unsigned vrf = 0);
 
+    Journal journal; // before the cards: they write to its end
+
     Exceptions &allow() { return exceptions_; }
     void check_laws();
 
@@ -200,7 +210,11 @@ private:
         std::vector<std::string> addresses;
         std::set<unsigned> sub_vlans;
     };
+    struct Setting { // of the cards, as the suite would tell it again
+        std::string about, command;
+    };
     Card &start_card(unsigned index);
+    void keep_setting(const ctl::Parsed &line, const std::string &command);
     void replay(Card &card);
     void end_card(unsigned index);
     int request_route(const Route &route, std::uint32_t oper);
@@ -210,11 +224,12 @@ private:
     std::int64_t nsec_to_next_timer();
 
     std::unique_ptr<Card> cards_[2]; // slots 9 and 10
-    std::deque<std::string> logs_[2];
+    std::unique_ptr<ctl::Server> servers_[2];
     std::size_t blocks_at_start_[2] = {};
     unsigned master_ = 0;
     bool held_ = false, keep_log_ = true;
     std::vector<Configured> configured_;
+    std::vector<Setting> settings_;
     Exceptions exceptions_;
     std::uint64_t past_mistakes_ = 0, past_failed_checks_ = 0; // of cards that are gone
 };

@@ -1,0 +1,344 @@
+// Rows: what their words stand for, what they do and what is made of a difference.
+
+#include "support/rows.h"
+
+#include "dpm_route.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+namespace rig {
+
+using namespace chassis;
+
+namespace {
+
+constexpr std::size_t columns = 100;
+constexpr const char *channel_words[] = {"chip", "mirror", "log", "stack", "notice", "platform"};
+
+struct Names { // of one family
+    const char *link, *net, *inside, *any, *nets, *nets_end, *bits, *link_bits;
+};
+constexpr Names ipv4{"10.1.1.", "10.2.0.0/16", "10.2.3.4", "0.0.0.0/0",
+                     "10.9.",   ".0/24",       "32",       "/24"};
+constexpr Names ipv6{"2001:db8:1::", "2001:db8:2::/48", "2001:db8:2::4", "::/0",
+                     "2001:db8:9:",  "::/64",           "128",           "/64"};
+
+std::map<std::string, std::function<void(RowShelf &, const Words &)>> &added_verbs() {
+    static std::map<std::string, std::function<void(RowShelf &, const Words &)>> verbs;
+    return verbs;
+}
+
+bool is_part_of_word(char character) {
+    return std::isalnum(static_cast<unsigned char>(character)) || character == '.' ||
+           character == ':' || character == '/';
+}
+
+void replace_words(std::string &text, const std::string &word, const std::string &by) {
+    for (std::size_t at = text.find(word); at != text.npos; at = text.find(word, at)) {
+        const std::size_t end = at + word.size();
+        const bool stands_alone = (at == 0 || !is_part_of_word(text[at - 1])) &&
+                                  (end == text.size() || !is_part_of_word(text[end]));
+        if (stands_alone)
+            text.replace(at, word.size(), by);
+        at += stands_alone ? by.size() : word.size();
+    }
+}
+
+std::vector<std::string> split(const std::string &text, const std::string &by) {
+    std::vector<std::string> parts;
+    for (std::size_t at = 0; !text.empty();) {
+        const std::size_t end = text.find(by, at);
+        parts.push_back(text.substr(at, end - at));
+        if (end == text.npos)
+            break;
+        at = end + by.size();
+    }
+    return parts;
+}
+
+bool matches(const std::string &wanted, const std::string &found) {
+    return wanted.ends_with("...") ? found.starts_with(wanted.substr(0, wanted.size() - 3))
+                                   : found == wanted;
+}
+
+std::string escaped(const std::string &text) {
+    std::string plain;
+    for (const char character : text)
+        plain += character == '\r'   ? "\\r"
+                 : character == '\n' ? "\\n"
+                 : character == '\t' ? "\\t"
+                 : character == '"'  ? "\\\""
+                                     : std::string(1, character);
+    return plain;
+}
+
+// A row as it is written in a source.
+std::string source_of(const std::string &command, const std::vector<std::string> &effects) {
+    std::string text = "    {\"" + command + "\",", line;
+    const auto end_line = [&] { text += "\n     \"" + std::exchange(line, "") + "\""; };
+    for (const std::string &effect : effects) {
+        const std::string part = escaped(effect) + (&effect == &effects.back() ? "" : "; ");
+        if (!line.empty() && line.size() + part.size() > columns - 10)
+            end_line();
+        line += part;
+    }
+    if (text.find('\n') == text.npos && text.size() + line.size() + 5 <= columns)
+        return text + " \"" + line + "\"},\n";
+    end_line();
+    return text + "},\n";
+}
+
+std::string number_behind(const Words &words, const std::string &word, const char *otherwise) {
+    const auto at = std::find(words.begin(), words.end(), word);
+    return at == words.end() || at + 1 == words.end() ? otherwise : at[1];
+}
+
+bool has_word(const Words &words, const std::string &word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+int change_label(RowShelf &shelf, const Words &words) {
+    const unsigned flags = has_word(words, "waits") ? DPM_LABEL_WAITING : DPM_LABEL_PROGRAMMED;
+    if (words[0] == "ftn") {
+        Ftn ftn{
+            .prefix = words[2], .nhop = number_behind(words, "via", "10.1.1.1"), .flags = flags};
+        ftn.vrf = unsigned(std::stoul(number_behind(words, "vrf", "0")));
+        ftn.label = unsigned(std::stoul(number_behind(words, "label", "1000")));
+        return words[1] == "add" ? shelf.add_ftn(ftn) : shelf.del_ftn(ftn);
+    }
+    Ilm ilm{.label = unsigned(std::stoul(words[2])), .flags = flags};
+    ilm.nhop = number_behind(words, "via", "10.1.1.1");
+    ilm.ifname = number_behind(words, "dev", "vlanif100");
+    ilm.egress = has_word(words, "egress");
+    return words[1] == "add" ? shelf.add_ilm(ilm) : shelf.del_ilm(ilm);
+}
+
+void make_exception(Exceptions &exceptions, const Words &words) {
+    const unsigned number = words.size() > 2 ? unsigned(std::stoul(words[2])) : 1;
+    const std::map<std::string, unsigned Exceptions::*> numbers{
+        {"mistakes", &Exceptions::mistakes},   {"failed-checks", &Exceptions::failed_checks},
+        {"leaks", &Exceptions::nexthop_leaks}, {"group-leaks", &Exceptions::group_leaks},
+        {"blocks", &Exceptions::blocks},
+    };
+    const std::map<std::string, bool Exceptions::*> flags{
+        {"adrift", &Exceptions::routes_adrift},
+        {"chip-differs", &Exceptions::chip_differs},
+        {"standby-differs", &Exceptions::standby_differs},
+    };
+    if (const auto found = numbers.find(words[1]); found != numbers.end())
+        exceptions.*found->second = number;
+    else if (const auto flag = flags.find(words[1]); flag != flags.end())
+        exceptions.*flag->second = number != 0;
+    else
+        ADD_FAILURE() << "no such exception: " << words[1];
+}
+
+} // namespace
+
+Words words_of(const std::string &text) {
+    std::istringstream stream(text);
+    Words words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+
+Verb::Verb(const char *word, std::function<void(RowShelf &, const Words &)> act) {
+    added_verbs()[word] = std::move(act);
+}
+
+// --- the shelf of a table ---
+
+RowShelf::RowShelf(unsigned family, Role role, const RowOptions &options)
+    : Shelf(role == Role::alone ? Start::alone : Start::mirroring), family_(family), role_(role) {
+    const Names &names = family == 4 ? ipv4 : ipv6;
+    const auto value = [this](const std::string &name, const std::string &text) {
+        values_.emplace_back("{" + name + "}", text);
+    };
+    value("net", names.net);
+    value("in", names.inside);
+    value("any", names.any);
+    value("gw", std::string(names.link) + "99");
+    value("f", family == 4 ? "1" : "2");
+    value("bits", names.bits);
+    for (int i = 1; i <= 9; ++i) {
+        const std::string number = std::to_string(i);
+        value(i == 9 ? "h" : std::string(1, char('a' + i - 1)), names.link + number);
+        value("m" + number, "02:00:00:00:01:0" + number);
+        value("M" + number, "2.0.0.0.1." + number);
+        value("l" + number, "fe80::ff:fe00:10" + number);
+        value("net" + number, names.nets + number + names.nets_end);
+    }
+    see(options.see);
+    if (!options.bare)
+        for (const char *command : {"if add vlanif100", "if add vlanif200"})
+            (void)run(command);
+    if (!options.bare)
+        (void)run(expanded("addr add {gw}") + names.link_bits + " dev vlanif100");
+    if (role == Role::taken_over) {
+        switch_over();
+        standby_connects();
+    }
+    value("mac", role == Role::taken_over ? "02:00:00:00:00:0a" : "02:00:00:00:00:09");
+    value("linklocal", role == Role::taken_over ? "fe80::ff:fe00:a" : "fe80::ff:fe00:9");
+}
+
+std::string RowShelf::expanded(std::string text) const {
+    for (const auto &[name, value] : values_)
+        for (std::size_t at = text.find(name); at != text.npos; at = text.find(name, at))
+            text.replace(at, name.size(), value);
+    EXPECT_EQ(text.find('{'), text.npos) << "unknown placeholder in " << text;
+    return text;
+}
+
+std::string RowShelf::written(std::string text) const {
+    for (const auto &[name, value] : values_)
+        if (value.size() > 3) // no single numbers
+            replace_words(text, value, name);
+    return text;
+}
+
+void RowShelf::see(const std::string &channels) {
+    seen_.clear();
+    for (const std::string &word : words_of(channels)) {
+        const auto at = std::find(std::begin(channel_words), std::end(channel_words), word);
+        ASSERT_NE(at, std::end(channel_words)) << "no such channel: " << word;
+        seen_.push_back(Channel(at - std::begin(channel_words)));
+    }
+}
+
+bool RowShelf::perform_verb(const std::string &command) {
+    const Words words = words_of(command);
+    const std::string &verb = words[0], second = words.size() > 1 ? words[1] : "";
+    const std::string vrf = words.size() > 2 ? words[2] : "0";
+    if (const auto added = added_verbs().find(verb); added != added_verbs().end())
+        added->second(*this, words);
+    else if (verb == "see")
+        see(command.substr(4));
+    else if (verb == "switch-over")
+        switch_over();
+    else if (command == "standby comes")
+        standby_connects();
+    else if (command == "standby starts")
+        standby_starts();
+    else if (command == "standby goes")
+        standby_lost();
+    else if (verb == "hold" || verb == "go")
+        hold(verb == "hold");
+    else if (verb == "ftn" || verb == "ilm")
+        change_label(*this, words) == 0 ? void() : answers_.push_back("refused");
+    else if (verb == "allow")
+        make_exception(allow(), words);
+    else if (verb == "forwards")
+        answer(forwards(second, unsigned(std::stoul(vrf))));
+    else if (verb == "best") {
+        const dpm_prefix ip = prefix_of(second);
+        const auto *const route = dpm_route_find_best_route(std::uint32_t(std::stoul(vrf)), &ip);
+        answer(route ? text_of(route->destination) : "none");
+    } else
+        return false;
+    return true;
+}
+
+void RowShelf::perform(const std::string &command) {
+    if (perform_verb(command))
+        return;
+    const bool is_standbys = command.starts_with("standby ");
+    const ctl::Reply reply = is_standbys ? run_on(standby(), command.substr(8)) : run(command);
+    if (reply.status == ctl::Status::ok) {
+        for (const std::string &line : split(reply.text, "\n"))
+            line.empty() ? void() : answer(line);
+        return;
+    }
+    const bool is_librarys = reply.text.find("library refused") != reply.text.npos;
+    answers_.push_back(is_librarys ? "refused" : "error " + reply.text);
+}
+
+std::vector<std::string> RowShelf::wanted(const Row &row) const {
+    std::vector<std::string> wanted;
+    for (const std::string &effect : split(expanded(row.effects), "; ")) {
+        const bool is_of_one = effect.starts_with("4: ") || effect.starts_with("6: ");
+        if (is_of_one && unsigned(effect[0] - '0') != family_)
+            continue;
+        const std::string text = effect.substr(is_of_one ? 3 : 0);
+        if (role_ != Role::alone || !text.starts_with("mirror "))
+            wanted.push_back(text);
+    }
+    return wanted;
+}
+
+std::vector<std::string> RowShelf::effects() const {
+    std::vector<std::string> effects;
+    const unsigned own = const_cast<RowShelf &>(*this).master().slot();
+    for (const Event &event : journal.events())
+        if (std::find(seen_.begin(), seen_.end(), event.channel) != seen_.end())
+            effects.push_back((event.slot == own ? "" : "standby: ") + event.text);
+    effects.insert(effects.end(), answers_.begin(), answers_.end());
+    return effects;
+}
+
+void RowShelf::take(const Row &row, bool print) {
+    const bool is_of_one = row.command.starts_with("4: ") || row.command.starts_with("6: ");
+    if (is_of_one && unsigned(row.command[0] - '0') != family_)
+        return;
+    clear_journal();
+    answers_.clear();
+    perform(expanded(row.command.substr(is_of_one ? 3 : 0)));
+    settle();
+    std::vector<std::string> found = effects();
+    const auto is_as_wanted = [&] {
+        const std::vector<std::string> wanted_effects = wanted(row);
+        return std::equal(wanted_effects.begin(), wanted_effects.end(), found.begin(), found.end(),
+                          matches);
+    };
+    const bool is_same = !row.effects || is_as_wanted();
+    for (std::string &effect : found)
+        effect = written(effect);
+    if (print)
+        std::cout << source_of(row.command, found);
+    EXPECT_TRUE(is_same) << source_of(row.command, split(row.effects, "; ")) << "did\n"
+                         << source_of(row.command, found);
+    SCOPED_TRACE("behind " + row.command);
+    check_laws();
+}
+
+// --- tables ---
+
+namespace {
+
+class TableOfRows : public ::testing::Test {
+public:
+    TableOfRows(const Rows &rows, RowOptions options) : rows_(rows), options_(options) {}
+
+private:
+    void TestBody() override {
+        static constexpr const char *names[] = {"alone", "mirroring", "taken over"};
+        const bool print = std::getenv("DPM_ROWS") != nullptr;
+        for (const Role role : options_.roles)
+            for (const unsigned family : options_.families) {
+                SCOPED_TRACE("IPv" + std::to_string(family) + ", " + names[unsigned(role)]);
+                if (print)
+                    std::cout << "IPv" << family << ", " << names[unsigned(role)] << "\n";
+                RowShelf shelf(family, role, options_);
+                for (const Row &row : rows_.all)
+                    shelf.take(row, print);
+            }
+    }
+    const Rows &rows_;
+    const RowOptions options_;
+};
+
+} // namespace
+
+RowTest::RowTest(const char *suite, const char *name, const Rows &rows, const char *file, int line,
+                 RowOptions options) {
+    testing::RegisterTest(
+        suite, name, nullptr, nullptr, file, line,
+        [&rows, options]() -> testing::Test * { return new TableOfRows(rows, options); });
+}
+
+} // namespace rig
