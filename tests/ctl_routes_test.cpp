@@ -117,7 +117,7 @@ TEST_F(ctl_routes, refuse_what_cannot_be_meant) {
         EXPECT_TRUE(has(refusal(line), "column")) << line;
     EXPECT_EQ(text("show routes --count"), "0\n");
     text("route add 10.2.0.0/16");
-    EXPECT_TRUE(has(text("why 10.2.0.0/16"), "not in the chip: it has no gateway"));
+    EXPECT_TRUE(has(text("why 10.2.0.0/16"), "not in the chip: waits for a gateway"));
 }
 
 TEST_F(ctl_routes, are_shown_by_vrf_and_by_the_networks_inside_one) {
@@ -184,14 +184,14 @@ TEST_F(ctl_routes, are_followed_to_what_is_missing) {
     master().chip.groups.insert(group);
 
     text("neigh del 10.1.1.2 dev vlanif100");
-    EXPECT_TRUE(has(text("why 10.2.0.0/16"), "not in the chip: it uses none of its gateways\n"
+    EXPECT_TRUE(has(text("why 10.2.0.0/16"), "not in the chip: waits for one of its gateways\n"
                                              "    gateway 10.1.1.2 on vlanif100: not a neighbour"));
     text("chip refuse route 1 skip 1"); // behind the host's own entry
     learn("10.1.1.2", 2);
     EXPECT_TRUE(has(text("why 10.2.0.0/16"), "        not used: the chip refused it"));
     text("chip refuse group 1");
     text("route add 10.4.0.0/16 via 10.1.1.2 dev vlanif100 via 10.1.1.9 dev vlanif100");
-    EXPECT_TRUE(has(text("why 10.4.0.0/16"), "not in the chip: it has no group (0 of 1024 in use)\n"
+    EXPECT_TRUE(has(text("why 10.4.0.0/16"), "not in the chip: waits for a group (0 of 1024 in use)\n"
                                              "    gateway 10.1.1.2 on vlanif100: in the chip"));
     allow().routes_adrift = true;
 }

@@ -10,10 +10,11 @@
 //   ...             what ip(8) prints and means nothing here (proto, scope, metric ...) is skipped
 //
 // A new command is one line in CTL_COMMANDS and, unless it is the client's own, one handler of that
-// name in the card.
+// name in the card.  A new table's `show` comes with the table (chassis/tables/list.h).
 #pragma once
 
 #include "chassis/ctl/words.h"
+#include "chassis/tables/list.h" // names alone
 
 #include <functional>
 #include <string>
@@ -35,6 +36,13 @@ enum class Kind {
 #define CTL_ROUTE "DEST [nexthop]* [via IP]* [dev NAME]* [vrf VRF] [type NUMBER] ..."
 #define CTL_NEIGHBOUR                                                                              \
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
+
+// A table's own command.
+#define CTL_SHOW_TABLE(ROW, name, record, scope, help)                                             \
+    ROW(show_##name, "show " #name, CTL_SHOW_##scope, read, help)
+#define CTL_SHOW_mirrored CTL_SHOW
+#define CTL_SHOW_local CTL_SHOW
+#define CTL_SHOW_history CTL_SHOW " [clear]"
 
 // One row per command: its name (and that of its handler), path, arguments, kind, help.
 #define CTL_COMMANDS(ROW)                                                                          \
@@ -90,22 +98,7 @@ enum class Kind {
     ROW(chip_mistakes, "chip mistakes", "", read, "Requests that a chip would not understand")     \
     ROW(chip_refuse, "chip refuse", "REQUEST COUNT [skip COUNT] [code NUMBER]", change,            \
         "The chip refuses the next requests of a kind")                                            \
-    ROW(show_interfaces, "show interfaces", CTL_SHOW, read, "L3 interfaces with their addresses")  \
-    ROW(show_hosts, "show hosts", CTL_SHOW, read, "Resolved neighbours")                           \
-    ROW(show_nexthops, "show nexthops", CTL_SHOW, read,                                            \
-        "The chip's next hops, shared by the hosts behind them")                                   \
-    ROW(show_routes, "show routes", CTL_SHOW, read, "Routes, with what each gateway resolved to")  \
-    ROW(show_ecmp, "show ecmp", CTL_SHOW, read, "Groups of next hops, with their routes")          \
-    ROW(show_ftn, "show ftn", CTL_SHOW, read, "Label entries by prefix")                           \
-    ROW(show_ilm, "show ilm", CTL_SHOW, read, "Label entries by incoming label")                   \
-    ROW(show_hold, "show hold", CTL_SHOW, read, "Neighbours held since their port went down")      \
-    ROW(show_unreachable, "show unreachable", CTL_SHOW, read, "Addresses that are waited for")     \
-    ROW(show_timers, "show timers", CTL_SHOW, read, "Timers that run, by what they wait for")      \
-    ROW(show_neighbours, "show neighbours", CTL_SHOW, read, "The IP stack's own cache")            \
-    ROW(show_probes, "show probes", CTL_SHOW " [clear]", read,                                     \
-        "Probes that the IP stack was asked to send")                                              \
-    ROW(show_deletions, "show deletions", CTL_SHOW " [clear]", read,                               \
-        "Neighbours that the IP stack was asked to forget")                                        \
+    CHASSIS_TABLES(CTL_SHOW_TABLE, ROW)                                                            \
     ROW(show_memory, "show memory", "[--count] [--json]", read, "Live heap blocks by place")       \
     ROW(show_counters, "show counters", "[--json]", read, "Requests made of the chip, and others") \
     ROW(show_log, "show log", "[last COUNT]", ask, "The last lines of the card's log")             \

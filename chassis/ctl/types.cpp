@@ -50,6 +50,11 @@ template <auto parse_value> bool reads(std::string_view text) {
     return parse_value(text).has_value();
 }
 
+#define CTL_TABLE(ROW, name, record, scope, help) CTL_TABLE_##scope(#name)
+#define CTL_TABLE_mirrored(name) name,
+#define CTL_TABLE_local(name)
+#define CTL_TABLE_history(name)
+
 const std::vector<Type> types = {
     {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
@@ -75,7 +80,7 @@ const std::vector<Type> types = {
       "nd-rule", "other"}},
     {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
     {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
-    {"TABLE", "a mirrored table", nullptr, {"nexthops", "hosts", "ecmp", "routes", "ftn", "ilm"}},
+    {"TABLE", "a mirrored table", nullptr, {CHASSIS_TABLES(CTL_TABLE, )}},
     {"DEVMAP", "a device and an interface, as eth0=vlanif100", is_dev_map, {}},
     {"PATH", "the name of a file", is_any, {}},
     {"TOPIC", "a word of a command", is_any, {}},

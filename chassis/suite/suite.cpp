@@ -76,6 +76,22 @@ int Suite::set_vrf(const std::string &name, unsigned vrf) {
     return dpm_api_set_if_vrf_proc(ifindex, vrf);
 }
 
+int Suite::enable_vrf(unsigned vrf, bool enable) {
+    const int result = dpm_api_set_vrf_enable(vrf, enable);
+    std::lock_guard lock(mutex_);
+    if (result == 0)
+        vrfs_[vrf] = enable;
+    return result;
+}
+
+std::vector<Vrf> Suite::vrfs() const {
+    std::lock_guard lock(mutex_);
+    std::vector<Vrf> all;
+    for (const auto &[id, is_enabled] : vrfs_)
+        all.push_back({id, is_enabled});
+    return all;
+}
+
 std::optional<Interface> Suite::find(const std::string &name) const {
     std::lock_guard lock(mutex_);
     const auto found = interfaces_.find(name);

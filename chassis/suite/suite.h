@@ -24,6 +24,11 @@ struct Interface {
     std::uint32_t type; // DPM_IF_*
 };
 
+struct Vrf {
+    std::uint32_t id;
+    bool is_enabled;
+};
+
 class Suite {
 public:
     // The first ifindex that this card gives out: cards number their interfaces differently on
@@ -38,10 +43,12 @@ public:
     int del_address(const std::string &name, std::uint32_t family, const void *address,
                     unsigned prefix_len);
     int set_vrf(const std::string &name, unsigned vrf);
+    int enable_vrf(unsigned vrf, bool enable);
 
     std::optional<Interface> find(const std::string &name) const;
     std::optional<Interface> find(std::uint32_t ifindex) const;
     std::vector<Interface> interfaces() const;
+    std::vector<Vrf> vrfs() const; // that were enabled or disabled; the library enables VRF 0
 
     // Networks on which OSPF runs (dpm_if_ip_ospf_network_exist answers 1 for the interface
     // address).
@@ -68,6 +75,7 @@ private:
     mutable std::mutex mutex_;
     std::uint32_t next_ifindex_;
     std::map<std::string, Interface> interfaces_;
+    std::map<std::uint32_t, bool> vrfs_{{0, true}}; // whether it is enabled
     std::vector<std::pair<std::uint32_t, unsigned>> ospf_networks_;
     std::map<unsigned, unsigned> vlan_ports_;
     std::vector<HalNotice> hal_notices_;

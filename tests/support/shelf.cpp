@@ -2,7 +2,7 @@
 
 #include "support/shelf.h"
 
-#include "chassis/ctl/server/command.h"
+#include "chassis/tables/tables.h"
 #include "dpm.h"
 #include "support/laws.h"
 
@@ -379,23 +379,23 @@ void Shelf::keep_log(bool on) {
     }
 }
 
-// One row a reader: the entries of a table, as its walker gives them.
-#define READER(name, entry, each)                                                                  \
+// One row a reader: the entries of a table, in its order.
+#define READER(name, entry, table)                                                                 \
     std::vector<entry> Shelf::name(Card &card) {                                                   \
         const CardScope scope(card);                                                               \
         std::vector<entry> all;                                                                    \
-        ctl::server::each([&all](const entry &one) { all.push_back(one); });                       \
+        tables::table.each([&all](const entry &one) { all.push_back(one); });                      \
         return all;                                                                                \
     }
-READER(hosts, dpm_host_entry, each_host)
-READER(nexthops, dpm_nexthop_entry, each_nexthop)
-READER(interfaces, dpm_if_entry, each_interface)
-READER(unreachables, dpm_unreachable_entry, each_unreachable)
-READER(holds, dpm_hold_entry, each_hold)
-READER(routes, dpm_route_entry, each_route)
-READER(groups, dpm_ecmp_entry, each_group)
-READER(ftns, dpm_ftn, each_ftn)
-READER(ilms, dpm_ilm, each_ilm)
+READER(hosts, dpm_host_entry, hosts)
+READER(nexthops, dpm_nexthop_entry, nexthops)
+READER(interfaces, dpm_if_entry, interfaces)
+READER(unreachables, dpm_unreachable_entry, unreachable)
+READER(holds, dpm_hold_entry, hold)
+READER(routes, dpm_route_entry, routes)
+READER(groups, dpm_ecmp_entry, ecmp)
+READER(ftns, dpm_ftn, ftn)
+READER(ilms, dpm_ilm, ilm)
 
 std::vector<std::string> Shelf::host_texts(Card &card) {
     std::vector<std::string> texts;
@@ -407,7 +407,7 @@ std::vector<std::string> Shelf::host_texts(Card &card) {
 const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {
     const CardScope scope(card);
     const dpm_host_entry *found = nullptr;
-    ctl::server::each_host([&found, wanted = prefix_of(ip)](const dpm_host_entry &host) {
+    tables::hosts.each([&found, wanted = prefix_of(ip)](const dpm_host_entry &host) {
         if (!found && std::equal(wanted.address, wanted.address + 16, host.ip.address))
             found = &host;
     });

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <set>
 
 namespace ctl::server {
 
@@ -22,7 +24,7 @@ std::string entry_text(const Address &entry) {
 
 std::string nexthop_text(const NextHop &nexthop) {
     std::string text = mac_text(nexthop.mac.data()) + " port " +
-                       port_text(nexthop.port_type, nexthop.port_id, nexthop.port_id) + " vlan " +
+                       tables::port_text(nexthop.port_type, nexthop.port_id, nexthop.port_id) + " vlan " +
                        std::to_string(nexthop.svlan);
     return nexthop.cvlan ? text + " cvlan " + std::to_string(nexthop.cvlan) : text;
 }
@@ -57,24 +59,23 @@ struct Expectation {
 };
 
 void expect_hosts(Expectation &expected) {
-    each_host([&](const dpm_host_entry &host) {
-        if (!is_link_local(host.ip))
-            expected.entries.emplace(chip_key(host.vrf, host.ip), host.sdk_index);
+    tables::hosts.each([&](const dpm_host_entry &host) {
+        if (!tables::is_link_local(host.ip))
+            expected.entries.emplace(tables::chip_key(host.vrf, host.ip), host.sdk_index);
     });
 }
 
 // A route that another entry stands in for is the other's to program.
-void expect_routes(Expectation &expected) {
-    const StandIns stand_ins;
-    each_route([&](const dpm_route_entry &route) {
+void expect_routes(Expectation &expected, const Reading &reading) {
+    tables::routes.each([&](const dpm_route_entry &route) {
         if (route.sdk_index <= 0)
             return;
         const dpm_prefix &destination = route.destination;
         if (destination.prefix_len == 0)
             expected.default_routes.emplace(destination.family, std::uint16_t(route.vrf));
-        if (!stand_ins.of(route).empty())
+        if (!tables::stand_in(route, reading).empty())
             return;
-        const Address key = chip_key(route.vrf, destination);
+        const Address key = tables::chip_key(route.vrf, destination);
         if (route.sdk_index == int(to_cpu))
             expected.to_the_cpu.insert(key);
         else
@@ -83,7 +84,7 @@ void expect_routes(Expectation &expected) {
 }
 
 void expect_groups(Expectation &expected) {
-    each_group([&](const dpm_ecmp_entry &group) {
+    tables::ecmp.each([&](const dpm_ecmp_entry &group) {
         auto &members = expected.groups[std::uint32_t(group.sdk_index)];
         for (const std::uint32_t member : group.host_sdk)
             if (member != 0)
@@ -93,7 +94,7 @@ void expect_groups(Expectation &expected) {
 }
 
 void expect_nexthops(Expectation &expected) {
-    each_nexthop([&](const dpm_nexthop_entry &entry) {
+    tables::nexthops.each([&](const dpm_nexthop_entry &entry) {
         NextHop nexthop{entry.port_type,
                         entry.port_id,
                         std::uint16_t(entry.svlan),
@@ -105,7 +106,7 @@ void expect_nexthops(Expectation &expected) {
 }
 
 void expect_interfaces(Expectation &expected) {
-    each_interface([&](const dpm_if_entry &entry) {
+    tables::interfaces.each([&](const dpm_if_entry &entry) {
         if (entry.l3_programmed)
             expected.interfaces.insert(entry.if_id);
         if (entry.arp_programmed)
@@ -213,15 +214,17 @@ Reply chip_show(Command &command) {
 }
 
 Reply chip_check(Command &command) {
-    const TableLock tables;
+    const Reading reading(command.card);
     const Chip &chip = command.card.chip;
     Expectation expected;
     expect_hosts(expected);
-    expect_routes(expected);
+    expect_routes(expected, reading);
     expect_groups(expected);
     expect_nexthops(expected);
     expect_interfaces(expected);
-    expected.disabled_vrfs = command.server.disabled_vrfs;
+    for (const tables::Vrf &vrf : command.card.suite.vrfs())
+        if (!vrf.is_enabled)
+            expected.disabled_vrfs.insert(vrf.id);
     std::string differences;
     {
         const auto lock = chip.lock();

@@ -86,16 +86,8 @@ Reply change_sub(Command &command, std::uint32_t oper) {
                                          std::uint32_t(command.line.number("VLAN")), oper));
 }
 
-Reply change_vrf(Command &command, std::uint32_t state) {
-    const std::uint32_t vrf = std::uint32_t(command.line.number("VRF"));
-    const Reply reply = answer(dpm_api_set_vrf_enable(vrf, state));
-    if (reply.status != Status::ok)
-        return reply;
-    if (state == DPM_DISABLE)
-        command.server.disabled_vrfs.insert(vrf);
-    else
-        command.server.disabled_vrfs.erase(vrf);
-    return reply;
+Reply change_vrf(Command &command, bool enable) {
+    return answer(command.card.suite.enable_vrf(unsigned(command.line.number("VRF")), enable));
 }
 
 } // namespace
@@ -146,10 +138,10 @@ Reply sub_del(Command &command) {
     return change_sub(command, DPM_OPER_DEL);
 }
 Reply vrf_enable(Command &command) {
-    return change_vrf(command, DPM_ENABLE);
+    return change_vrf(command, true);
 }
 Reply vrf_disable(Command &command) {
-    return change_vrf(command, DPM_DISABLE);
+    return change_vrf(command, false);
 }
 
 Reply hash(Command &command) {

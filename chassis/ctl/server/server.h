@@ -9,7 +9,6 @@
 
 #include <deque>
 #include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,8 +34,6 @@ public:
 
     void ask_to_quit() { quit_ = true; }
     bool wants_to_quit() const { return quit_; }
-
-    std::set<std::uint32_t> disabled_vrfs; // by command; the chip drops there what matches nothing
 
 private:
     chassis::Card &card_;

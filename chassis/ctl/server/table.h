@@ -1,21 +1,11 @@
 // A table of rows, printed with aligned columns for people or as JSON for programs.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <variant>
-#include <vector>
+#include "chassis/tables/cell.h"
 
 namespace ctl::server {
 
-// What people read and programs read in another form.
-struct TwoForms {
-    std::string text, json;
-};
-
-using Cell = std::variant<std::int64_t, std::string, std::vector<std::string>,
-                          std::vector<std::int64_t>, TwoForms>;
+using chassis::tables::Cell;
 
 class Table {
 public:
@@ -35,7 +25,5 @@ private:
     std::vector<Column> columns_;
     std::vector<std::vector<Cell>> rows_;
 };
-
-std::string json_string(std::string_view text);
 
 } // namespace ctl::server

@@ -1,0 +1,65 @@
+// Groups of next hops.  One is found by the route that it is for.
+
+#include "chassis/tables/tables.h"
+#include "chassis/tables/text.h"
+
+namespace chassis::tables {
+
+namespace {
+
+const TwoForms no_route{"", "null"};
+
+struct RoutesByGroup {
+    explicit RoutesByGroup(const Reading &) {
+        routes.each([this](const dpm_route_entry &route) {
+            if (route.ecmp_enable == DPM_ROUTE_ECMP && route.sdk_index > 0)
+                by_group.emplace(route.sdk_index, &route);
+        });
+    }
+    std::map<std::int32_t, const dpm_route_entry *> by_group;
+};
+
+const dpm_route_entry *route_over(const dpm_ecmp_entry &group, const Reading &reading) {
+    const auto &by_group = reading.made<RoutesByGroup>().by_group;
+    const auto found = by_group.find(group.sdk_index);
+    return found == by_group.end() ? nullptr : found->second;
+}
+
+std::vector<std::int64_t> members_of(const dpm_ecmp_entry &group) {
+    std::vector<std::int64_t> members;
+    for (const std::uint32_t member : group.host_sdk)
+        if (member != 0)
+            members.push_back(member);
+    return members;
+}
+
+} // namespace
+
+const TableOf<dpm_ecmp_entry> ecmp{
+    .each = walk<dpm_api_get_ecmp_entry_first, dpm_api_get_ecmp_entry_next>,
+    .key = [](auto &group) { return "group " + std::to_string(group.sdk_index); },
+    .places =
+        [](auto &group, auto &reading) {
+            const dpm_route_entry *const route = route_over(group, reading);
+            return route ? std::vector<Place>{{route->vrf, route->destination}}
+                         : std::vector<Place>();
+        },
+    .own = [](auto &group, auto &) { group.node = {}; },
+    .columns = {{"group", TABLE_MEMBER(sdk_index)},
+                {"family",
+                 [](auto &group) { return group.ecmp_type == DPM_FAMILY_IPV4 ? "IPv4" : "IPv6"; }},
+                {"members", TABLE_MEMBER(host_cnt)},
+                {"nexthops", members_of},
+                {"vrf",
+                 [](auto &group, auto &reading) {
+                     const dpm_route_entry *const route = route_over(group, reading);
+                     return route ? Cell(route->vrf) : Cell(no_route);
+                 }},
+                {"route",
+                 [](auto &group, auto &reading) {
+                     const dpm_route_entry *const route = route_over(group, reading);
+                     return route ? Cell(prefix_text(route->destination)) : Cell(no_route);
+                 }}},
+};
+
+} // namespace chassis::tables

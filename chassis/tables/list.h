@@ -1,0 +1,31 @@
+// The list of tables.  Its rows name everything that is made for a table: its description
+// (tables.h), the command `show NAME`, and the tables that `digest` and `verify` compare.
+//
+//   T, ROW  what a user of the list makes of a row, and a word of his that it passes on
+//   name    of the description, which stands in a file of its own
+//   record  that the table holds
+//   scope   mirrored: the standby holds the same records
+//           local: the card's own
+//           history: what the IP stack was asked for, oldest first, until it is cleared
+//   help    of the command
+//
+// The order is that of the answers of `digest` and `why`.
+#pragma once
+
+// clang-format off
+#define CHASSIS_TABLES(T, ROW)                                                                     \
+    T(ROW, interfaces,  dpm_if_entry,          local,    "L3 interfaces with their addresses")     \
+    T(ROW, vrfs,        Vrf,                   local,    "VRFs that were enabled or disabled")     \
+    T(ROW, hosts,       dpm_host_entry,        mirrored, "Resolved neighbours")                    \
+    T(ROW, unreachable, dpm_unreachable_entry, local,    "Addresses that are waited for")          \
+    T(ROW, hold,        dpm_hold_entry,        local,    "Neighbours held since a port went down") \
+    T(ROW, nexthops,    dpm_nexthop_entry,     mirrored, "The chip's next hops, shared by hosts")  \
+    T(ROW, routes,      dpm_route_entry,       mirrored, "Routes, with their gateways' next hops") \
+    T(ROW, ecmp,        dpm_ecmp_entry,        mirrored, "Groups of next hops, with their routes") \
+    T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
+    T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \
+    T(ROW, timers,      Timer,                 local,    "Timers that run, by what they are for")  \
+    T(ROW, neighbours,  dpm_host_info,         local,    "The IP stack's own cache")               \
+    T(ROW, probes,      stack::Probe,          history,  "Probes asked of the IP stack")           \
+    T(ROW, deletions,   stack::NeighbourKey,   history,  "Deletions asked of the IP stack")
+// clang-format on

@@ -1,0 +1,188 @@
+// Unicast routes.
+//
+// A route points to the next hop of its gateway, or to a group of those of its gateways that are
+// resolved.  Its place in the chip may be held by another: a tunnel's label entry for the same
+// prefix, or the host of the very address.
+
+#include "chassis/tables/tables.h"
+#include "chassis/tables/text.h"
+
+#include <algorithm>
+
+namespace chassis::tables {
+
+namespace {
+
+constexpr unsigned group_capacity = 1024; // of the library, both families
+
+struct StandIns {
+    explicit StandIns(const Reading &) {
+        ftn.each([this](const dpm_ftn &entry) {
+            if (entry.vrf_id == 0)
+                held.emplace(chip_key(0, fec_of(entry)), "label");
+        });
+        hosts.each([this](const dpm_host_entry &host) {
+            if (!is_link_local(host.ip))
+                held.emplace(chip_key(host.vrf, host.ip), "host");
+        });
+    }
+    std::map<chip::Address, std::string_view> held;
+};
+
+TwoForms gateways_of(const dpm_route_entry &route) {
+    TwoForms cell;
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        const bool has_address = route.np[i].family != DPM_FAMILY_NONE;
+        const std::string address = text_of(route.np[i]);
+        const std::string index = std::to_string(route.host_index[i]);
+        const bool is_resolved = route.host_index[i] != -1;
+        cell.text += (i ? ", " : "") + (has_address ? address : "-") + " " + route.np_ifname[i] +
+                     " " + (is_resolved ? index : "unresolved");
+        cell.json += (i ? ", {" : "{") +
+                     ("\"address\": " + (has_address ? json_string(address) : "null")) +
+                     ", \"interface\": " + json_string(route.np_ifname[i]) +
+                     ", \"nexthop\": " + (is_resolved ? index : "null") + "}";
+    }
+    cell.json = "[" + cell.json + "]";
+    return cell;
+}
+
+std::string state_of(const dpm_route_entry &route, const Reading &reading) {
+    if (route.sdk_index <= 0)
+        return "waits";
+    const std::string_view other = stand_in(route, reading);
+    return std::string(other.empty() ? "chip" : other);
+}
+
+unsigned group_count() {
+    unsigned count = 0;
+    ecmp.each([&](const dpm_ecmp_entry &) { count++; });
+    return count;
+}
+
+std::string missing_of(const dpm_route_entry &route) {
+    if (route.sdk_index > 0)
+        return "";
+    if (route.np_num == 0)
+        return "a gateway";
+    // Gateways are resolved, but the groups are all in use or the chip refused one more.
+    if (route.ecmp_enable == DPM_ROUTE_ECMP &&
+        std::ranges::any_of(route.host_index, [](std::int32_t index) { return index > 0; }))
+        return "a group (" + std::to_string(group_count()) + " of " +
+               std::to_string(group_capacity) + " in use)";
+    return "one of its gateways";
+}
+
+// --- why -------------------------------------------------------------------------------------
+
+std::string indented(std::string text, std::size_t columns) {
+    for (std::size_t at = 0; at < text.size(); at = std::min(text.find('\n', at), text.size()) + 1)
+        text.insert(at, columns, ' ');
+    return text;
+}
+
+// What a route points to, down to what the chip does not have of it; the caller holds the chip's
+// lock.
+std::string target_text(const chip::Chip &chip, const dpm_route_entry &route) {
+    const auto index = std::uint32_t(route.sdk_index);
+    const auto lacks = [&](std::uint32_t nexthop) {
+        return !chip.nexthops.contains(nexthop) && nexthop != to_cpu;
+    };
+    if (route.ecmp_enable != DPM_ROUTE_ECMP)
+        return index == to_cpu ? "to the CPU"
+                               : "by next hop " + std::to_string(index) +
+                                     (lacks(index) ? ", which the chip does not have" : "");
+    std::string text = "by group " + std::to_string(index);
+    const auto group = chip.groups.find(index);
+    if (group == chip.groups.end())
+        return text + ", which the chip does not have";
+    for (const std::uint32_t member : group->second)
+        text += (member == group->second.front() ? " of next hops " : " ") +
+                std::to_string(member) + (lacks(member) ? " (which the chip does not have)" : "");
+    return text;
+}
+
+std::string in_chip_text(const chip::Chip &chip, const dpm_route_entry &route) {
+    const auto lock = chip.lock();
+    const auto entry = chip.entries.find(chip_key(route.vrf, route.destination));
+    if (entry == chip.entries.end())
+        return "not in the chip, which should have it " + target_text(chip, route);
+    if (entry->second != std::uint32_t(route.sdk_index))
+        return "the chip has it by index " + std::to_string(entry->second) + ", not " +
+               target_text(chip, route);
+    return "in the chip, " + target_text(chip, route);
+}
+
+std::string why_gateway(const dpm_route_entry &route, std::uint32_t i, const Reading &reading) {
+    const dpm_prefix &gateway = route.np[i];
+    if (gateway.family == DPM_FAMILY_NONE)
+        return std::string("directly connected on ") + route.np_ifname[i] + ", to the CPU\n";
+    const std::string name =
+        "gateway " + text_of(gateway) + " on " + std::string(route.np_ifname[i]) + ": ";
+    if (gateway.family != route.destination.family)
+        return name + "of another family than the route, and so not used\n";
+    std::string text =
+        why_neighbour({route.vrf, host_of(gateway.family, gateway.address)}, reading);
+    const bool is_neighbour = text.find("next hop ") != text.npos;
+    if (text.empty())
+        text = "not a neighbour, and nothing waits for it\n";
+    if (is_neighbour && route.host_index[i] <= 0)
+        text += "not used: the chip refused it, or the neighbour is on another interface\n";
+    const std::size_t first = text.find('\n') + 1;
+    return name + text.substr(0, first) + indented(text.substr(first), 4);
+}
+
+// A route's line, and one for each of its gateways.
+std::string why_route(const dpm_route_entry &route, const Reading &reading) {
+    std::string text = "route " + prefix_text(route.destination) + ": ";
+    const std::string missing = missing_of(route);
+    const std::string_view other = stand_in(route, reading);
+    if (missing.empty() && other == "label")
+        return text + "a label entry for the same prefix stands in its place\n";
+    if (missing.empty() && other == "host")
+        return text + "the host of this address stands in its place\n";
+    text += missing.empty() ? in_chip_text(reading.card.chip, route)
+                            : "not in the chip: waits for " + missing;
+    text += "\n";
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        text += indented(why_gateway(route, i, reading), 4);
+    return text;
+}
+
+} // namespace
+
+std::string_view stand_in(const dpm_route_entry &route, const Reading &reading) {
+    const auto &held = reading.made<StandIns>().held;
+    const auto found = held.find(chip_key(route.vrf, route.destination));
+    return found == held.end() ? std::string_view() : found->second;
+}
+
+const TableOf<dpm_route_entry> routes{
+    .each = walk<dpm_api_get_route_entry_first, dpm_api_get_route_entry_next>,
+    .key =
+        [](auto &route) {
+            return "vrf " + std::to_string(route.vrf) + " " + prefix_text(route.destination);
+        },
+    .places =
+        [](auto &route) {
+            return std::vector<Place>{{route.vrf, route.destination}};
+        },
+    .own =
+        [](auto &route, auto &reading) {
+            route.node = {};
+            route.delete_timer = {};
+            for (std::size_t i = 0; i < std::size(route.np_ifindex); i++)
+                route.np_ifindex[i] = leads(reading, route.np_ifname[i], route.np_ifindex[i]);
+        },
+    .columns = {{"vrf", TABLE_MEMBER(vrf)},
+                {"destination", [](auto &route) { return prefix_text(route.destination); }},
+                {"state", state_of},
+                {"index", TABLE_MEMBER(sdk_index)},
+                {"gateways", gateways_of},
+                {"type", TABLE_MEMBER(route_type)},
+                {"+ecmp", [](auto &route) { return yes_or_no(route.ecmp_enable == 1); }}},
+    .waits_for = missing_of,
+    .why = why_route,
+};
+
+} // namespace chassis::tables

@@ -1,0 +1,66 @@
+// What the descriptions of tables share: walks over the library's tables, and the words for what
+// records hold.
+#pragma once
+
+#include "chassis/chassis.h"
+#include "dpm_api.h"
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace chassis::tables {
+
+inline constexpr std::uint32_t to_cpu = 2; // the chip's index for "to the CPU"
+
+// A walk by exported walkers: of both families where they take one.
+template <auto first, auto next>
+inline constexpr auto walk = [](const auto &visit) {
+    const auto walk_from = [&visit](auto *entry) {
+        for (; entry; entry = next(entry))
+            visit(*entry);
+    };
+    if constexpr (std::is_invocable_v<decltype(first)>)
+        walk_from(first());
+    else
+        for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+            walk_from(first(family));
+};
+
+std::string text_of(const dpm_prefix &prefix); // without its length
+std::string prefix_text(const dpm_prefix &prefix);
+std::string address_text(std::uint32_t family, const std::uint8_t *address);
+std::string mac_text(const std::uint8_t *mac);
+std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);
+std::string seconds_text(std::int64_t seconds);
+std::string yes_or_no(bool is);
+
+// Whether a prefix lies inside a network, or is the network.
+bool covers(const dpm_prefix &network, const dpm_prefix &prefix);
+dpm_prefix prefix_of(std::uint32_t family, const std::uint8_t *address, unsigned prefix_len);
+dpm_prefix host_of(std::uint32_t family, const std::uint8_t *address); // with the host length
+chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix);
+bool is_link_local(const dpm_prefix &ip); // such hosts have a next hop in the chip, and no entry
+std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface);
+
+// Of the current card.
+std::string interface_name(std::uint32_t ifindex);       // empty when the suite knows none
+std::int64_t seconds_until(const dpm_timer_node &timer); // that is armed, rounded up
+
+// What is the same for both kinds of label entry; they are packed.
+template <class Entry> dpm_prefix fec_of(const Entry &entry) {
+    return prefix_of(entry.ip_type, entry.fec_prefix, entry.prefixlen);
+}
+template <class Entry> std::string tunnel_nexthop(const Entry &entry) {
+    return address_text(entry.tunnel_ip_type, entry.tunnel_nhop);
+}
+template <class Entry> std::string label_state(const Entry &entry) {
+    return entry.flags == DPM_LABEL_PROGRAMMED ? "chip"
+           : entry.flags == DPM_LABEL_WAITING  ? "waits"
+                                               : "new";
+}
+template <class Entry> std::string label_waits_for(const Entry &entry) {
+    return entry.flags == DPM_LABEL_WAITING ? "its neighbour " + tunnel_nexthop(entry) : "";
+}
+
+} // namespace chassis::tables
