@@ -2,6 +2,7 @@
 
 #include "support/shelf.h"
 
+#include "dpm_destination.h"
 #include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_route.h"
@@ -96,7 +97,8 @@ int Shelf::add_ftn(const Ftn &ftn) {
         entry->tunnel_label = ftn.label;
         dpm_route_entry *const route = dpm::find_route(0, prefix_of(ftn.prefix));
         const bool takes_over = ftn.vrf == 0 && ftn.flags == DPM_LABEL_PROGRAMMED && route;
-        if (takes_over && dpm::route_leave_to_label(*route) != 0)
+        if (takes_over && dpm::give_way_below(dpm::destination_rank::label, 0, route->destination,
+                                              dpm::way::out_of_chip, DPM_CALL_SITE) != 0)
             entry->flags = DPM_LABEL_WAITING;
         if (entry->flags == DPM_LABEL_WAITING && !dpm_mpls_pend_ftn_lookup(*entry))
             dpm_mpls_pend_ftn_add(entry);
@@ -115,8 +117,7 @@ int Shelf::del_ftn(const Ftn &ftn) {
             return -1;
         dpm_mpls_ftn_del_sync_send(entry);
         dpm_mpls_ftn_del(entry);
-        if (dpm_route_entry *const route = dpm::find_route(0, prefix_of(ftn.prefix)))
-            (void)dpm::route_take_back(*route); // one that is refused stays outside
+        dpm::take_back_below(dpm::destination_rank::label, 0, prefix_of(ftn.prefix));
     }
     settle_verb();
     return 0;

@@ -5,32 +5,19 @@
 // for it.  On its way out the dependants hear first, so that nothing points to a host entry that is
 // gone.  The tables are full at a fixed count; nothing is evicted.  Beside each host, card-locally,
 // stands whether the chip has its entry.
-#include "dpm_host.h"
+#include "dpm_host_record.h"
 
 #include "dpm.h"
 #include "dpm_bridge.h"
+#include "dpm_destination.h"
 #include "dpm_driver.h"
 #include "dpm_if.h"
-#include "dpm_mirror.h"
 #include "dpm_nexthop.h"
-#include "dpm_route.h"
 #include "dpm_trace.h"
 
 #include <utility>
 
 namespace {
-
-struct host_record {
-    dpm_host_entry entry; // first: the tables see this alone
-    bool in_chip;         // false for link-local hosts, and while a delete stands half done
-};
-
-host_record &record_of(dpm_host_entry &entry) {
-    return reinterpret_cast<host_record &>(entry);
-}
-const host_record &record_of(const dpm_host_entry &entry) {
-    return reinterpret_cast<const host_record &>(entry);
-}
 
 struct notify_node {
     list_head link;
@@ -46,21 +33,6 @@ std::uint32_t weight(std::uint32_t family) {
 
 std::uint32_t occupied() {
     return dpm::ipv4_hosts().count() + 2 * dpm::ipv6_hosts().count();
-}
-
-// Puts an entry into, or takes it out of, the tree of its family.
-void link(dpm_host_entry &host) {
-    if (host.ip.family == DPM_FAMILY_IPV4)
-        (void)dpm::ipv4_hosts().add(host);
-    else
-        (void)dpm::ipv6_hosts().add(host);
-}
-
-void unlink(dpm_host_entry &host) {
-    if (host.ip.family == DPM_FAMILY_IPV4)
-        dpm::ipv4_hosts().remove(host);
-    else
-        dpm::ipv6_hosts().remove(host);
 }
 
 bool has_egress(const dpm_host_entry &host, dpm::egress &out, const dpm::call_site &caller) {
@@ -138,28 +110,6 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
     return host;
 }
 
-// A host wins over a route to its very address.
-void displace_route(const dpm_host_entry &host, const dpm::call_site &caller) {
-    dpm_route_entry *route = dpm::find_route(host.vrf, host.ip);
-    if (route == nullptr)
-        return;
-    const dpm::address_text prefix(host.ip);
-    DPM_LOG_FROM(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
-    if (dpm_route_del(route) != 0)
-        DPM_LOG_FROM(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
-}
-
-// A route that would not go stays behind the host, and is in the chip again when the host is not.
-void take_place(const dpm_host_entry &host) {
-    if (dpm_route_entry *route = dpm::find_route(host.vrf, host.ip))
-        dpm::route_lose_to_host(*route);
-}
-
-void give_place_back(const dpm_host_entry &host) {
-    if (dpm_route_entry *route = dpm::find_route(host.vrf, host.ip))
-        (void)dpm::route_take_back(*route);
-}
-
 // A repeated report changes nothing, unless a delete of the host was left half done.
 bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported) {
     return dpm_host_entry_is_same(&present, &reported) &&
@@ -168,106 +118,35 @@ bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported) {
 
 // The entry that a report replaces is deleted in full, its dependants told.  0, or -1 when it would
 // not go.
-int make_way(dpm_host_entry *present) {
+int delete_replaced(dpm_host_entry *present) {
     return present != nullptr ? dpm_host_entry_del(present) : 0;
 }
 
-struct host_mirror {
-    using entry = dpm_host_entry;
-    static constexpr auto add_code = DPM_MSG_SYNC_ADD_HOST, del_code = DPM_MSG_SYNC_DEL_HOST;
-    static constexpr std::uint32_t batch_entries = 100;
-    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, host driver sync.\r\n";
-    static constexpr const char *empty_first_text = "%s %d::ipv4 host tree is null.\r\n";
-    static constexpr const char *table_sync_text = "%s %d::slot %d, host table sync.\r\n";
-    static std::span<dpm_avl_tree *const> trees() {
-        static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.host_ipv4_tree,
-                                                       &g_dpm_global.host_ipv6_tree};
-        return list;
-    }
-    static bool reprogram(const dpm_host_entry &host, std::uint32_t slot_bits) {
-        if (!dpm::is_known_family(host.ip.family))
-            return false;
-        if (record_of(host).in_chip)
-            (void)dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
-                                       dpm::host_bits(host.ip.family), host.sdk_index, slot_bits);
-        return true;
-    }
+// What stands behind a host for its very address gives way, and takes the chip's entry back.
+void give_way_to(const dpm_host_entry &host, dpm::way how, const dpm::call_site &caller) {
+    (void)dpm::give_way_below(dpm::destination_rank::host, host.vrf, host.ip, how, caller);
+}
+
+void take_back_after(const dpm_host_entry &host) {
+    dpm::take_back_below(dpm::destination_rank::host, host.vrf, host.ip);
+}
+
+constexpr dpm::destination_owner host_owner = {
+    .holds = dpm::has_chip_host,
+    .give_way = nullptr, // a host keeps its entry beside a label entry
+    .take_back = nullptr,
 };
-
-// A mirrored entry as this card keeps it: what is card-local is looked up again or cleared.
-bool localise(dpm_host_entry &host, const dpm::call_site &caller) {
-    if (!dpm::is_known_family(host.ip.family)) {
-        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
-        return false;
-    }
-    host.ip.prefix_len = dpm::host_bits(host.ip.family);
-    host.ifname[sizeof host.ifname - 1] = '\0';
-    host.ifindex = dpm_if_get_ifindexbyname(host.ifname);
-    host.node = {};
-    std::memset(host.card_local, 0, sizeof host.card_local);
-    return true;
-}
-
-void drop_mirrored(dpm_host_entry *present) {
-    if (present == nullptr)
-        return;
-    unlink(*present);
-    dpm::free_host(*present);
-}
 
 } // namespace
 
-// clang-format off
-DPM_MIRRORED_TABLE(host_mirror,
-                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive,
-                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive,
-                   dpm_host_entry_sync_all_send, dpm_host_entry_sync_all_receive)
-// clang-format on
-
 namespace dpm {
-
-ipv4_host_table ipv4_hosts() {
-    return ipv4_host_table(g_dpm_global.host_ipv4_tree);
-}
-ipv6_host_table ipv6_hosts() {
-    return ipv6_host_table(g_dpm_global.host_ipv6_tree);
-}
 
 void host_tables_create() {
     ipv4_hosts().create();
     ipv6_hosts().create();
-}
-
-bool egress_of(const dpm_host_entry &host, egress &out) {
-    switch (host.port_type) {
-    case DPM_PORT_LOGICAL:
-        out = {DPM_PORT_LOGICAL, host.log_port_id};
-        return host.log_port_id != 0;
-    case 0:
-    case DPM_PORT_PHYSICAL:
-        out = {DPM_PORT_PHYSICAL, host.phy_port_id};
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip) {
-    dpm_host_entry key; // only what the compares read is set
-    key.vrf = vrf;
-    key.ifindex = 0; // before every interface
-    key.ip = ip;
-    const bool is_ipv4 = ip.family == DPM_FAMILY_IPV4;
-    const dpm_host_entry *host = is_ipv4 ? ipv4_hosts().find(key) : ipv6_hosts().find_from(key);
-    for (; host != nullptr && host->vrf == vrf && dpm_prefix_compare(host->ip, ip) == 0;
-         host = is_ipv4 ? nullptr : ipv6_hosts().next(*host))
-        if (record_of(*host).in_chip)
-            return true;
-    return false;
-}
-
-void free_host(dpm_host_entry &host) {
-    free_zeroed(&record_of(host));
+    hold_index_create();
+    unreachable_index_create();
+    destination_register(destination_rank::host, host_owner);
 }
 
 } // namespace dpm
@@ -293,65 +172,6 @@ void dpm_host_notify(const dpm_host_entry *entry, std::uint32_t event) {
         (void)node.callback(entry, event);
 }
 
-int dpm_host_ipv4_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
-    if (a.vrf != b.vrf)
-        return dpm::three_way(a.vrf, b.vrf);
-    return dpm_prefix_compare(a.ip, b.ip);
-}
-
-// IPv6 addresses are scoped by interface.
-int dpm_host_ipv6_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
-    if (const int order = dpm_host_ipv4_compare(a, b))
-        return order;
-    return dpm::three_way(a.ifindex, b.ifindex);
-}
-
-int dpm_host_entry_is_same(const dpm_host_entry *a, const dpm_host_entry *b) {
-    if (a->vrf != b->vrf || a->ip.family != b->ip.family || dpm_prefix_compare(a->ip, b->ip) != 0 ||
-        a->svlan != b->svlan || a->cvlan != b->cvlan || a->port_type != b->port_type ||
-        std::memcmp(a->mac, b->mac, sizeof a->mac) != 0)
-        return 0;
-    switch (a->port_type) {
-    case DPM_PORT_LOGICAL:
-        return a->log_port_id == b->log_port_id;
-    case 0:
-    case DPM_PORT_PHYSICAL:
-        return a->phy_port_id == b->phy_port_id;
-    default:
-        return 0;
-    }
-}
-
-dpm_host_entry *dpm_host_find_by_entry(const dpm_host_entry *key) {
-    if (key->ip.family == DPM_FAMILY_IPV4)
-        return dpm::ipv4_hosts().find(*key);
-    if (key->ip.family == DPM_FAMILY_IPV6)
-        return dpm::ipv6_hosts().find(*key);
-    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->ip.family);
-    return nullptr;
-}
-
-dpm_host_entry *dpm_host_find_by_ip(std::uint32_t vrf, const dpm_prefix *ip,
-                                    std::uint32_t ifindex) {
-    dpm_host_entry key; // only what the compares read is set: routes ask for each of their gateways
-    key.vrf = vrf;
-    key.ifindex = ifindex;
-    key.ip = *ip;
-    return dpm_host_find_by_entry(&key);
-}
-
-std::uint32_t dpm_host_get_index_by_ip(std::uint32_t vrf, std::uint32_t ifindex,
-                                       const dpm_prefix *ip) {
-    if (const dpm_host_entry *host = dpm_host_find_by_ip(vrf, ip, ifindex))
-        return host->sdk_index;
-    (void)dpm_host_unreachable_add(vrf, ifindex, ip, DPM_UNREACHABLE_PROBES);
-    return DPM_HOST_UNRESOLVED;
-}
-
-int dpm_host_is_linklocal(const dpm_prefix *ip) {
-    return dpm::is_linklocal(*ip);
-}
-
 int dpm_host_entry_add(const dpm_host_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
@@ -370,11 +190,11 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
         return -1; // deliberate: the next-hop reference is kept
     }
     if (in_chip)
-        take_place(host);
+        give_way_to(host, dpm::way::overwritten, DPM_CALL_SITE);
     dpm::block<host_record> record;
     if (!record) {
         if (in_chip && chip_delete(host) == 0)
-            give_place_back(host);
+            take_back_after(host);
         (void)nexthop_release(host, out);
         return -1;
     }
@@ -382,7 +202,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
     record->in_chip = in_chip;
     dpm_host_entry &added = record.release()->entry;
     log_host(added, DPM_CALL_SITE);
-    link(added);
+    dpm::link_host(added);
     (void)dpm_host_entry_add_sync_send(&added);
     (void)dpm_host_unreachable_del(added.vrf, &added.ip);
     if (added.ip.family == DPM_FAMILY_IPV6 && in_chip)
@@ -409,13 +229,13 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
         return -1;
     }
     if (std::exchange(record_of(*entry).in_chip, false))
-        give_place_back(*entry);
+        take_back_after(*entry);
     if (nexthop_release(*entry, out) != 0) {
         DPM_TRACE("%s %d::host_entry del nexthop failed!\r\n");
         return -1;
     }
     (void)dpm_host_entry_del_sync_send(entry);
-    unlink(*entry);
+    dpm::unlink_host(*entry);
     dpm::free_host(*entry);
     return 0;
 }
@@ -444,7 +264,7 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     if (!is_same &&
         !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_CALL_SITE))
         return -1;
-    displace_route(host, DPM_CALL_SITE);
+    give_way_to(host, dpm::way::out_of_table, DPM_CALL_SITE);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
         (void)dpm_host_hold_entry_del(held);
     if (is_same) {
@@ -453,7 +273,7 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     }
     if (present != nullptr)
         DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");
-    if (make_way(present) != 0)
+    if (delete_replaced(present) != 0)
         return -1;
     return dpm_host_entry_add(&host);
 }
@@ -471,29 +291,4 @@ int dpm_host_del_msg(const dpm_host_msg *body) {
         return 0;
     DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");
     return dpm_host_entry_del(present);
-}
-
-int dpm_host_entry_add_sync_process(const dpm_host_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    dpm::block<host_record> record;
-    if (!record)
-        return -1;
-    record->entry = *entry;
-    if (!localise(record->entry, DPM_CALL_SITE))
-        return -1;
-    record->in_chip = !dpm::is_linklocal(record->entry.ip); // the master has programmed it
-    drop_mirrored(dpm_host_find_by_entry(&record->entry));
-    link(record.release()->entry);
-    return 0;
-}
-
-int dpm_host_entry_del_sync_process(const dpm_host_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    dpm_host_entry key = *entry;
-    if (!localise(key, DPM_CALL_SITE))
-        return -1;
-    drop_mirrored(dpm_host_find_by_entry(&key));
-    return 0;
 }

@@ -112,9 +112,10 @@ using ipv6_host_table = avl_table<dpm_host_entry, dpm_host_ipv6_compare>;
 ipv4_host_table ipv4_hosts();
 ipv6_host_table ipv6_hosts();
 void host_tables_create();
-void host_hold_indexes_create();
+void hold_index_create();
+void unreachable_index_create();
 
-// Whether the chip has a host's entry for an address, on whatever interface the host is.
+// Whether the chip has a host's entry for a destination, on whatever interface the host is.
 bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip);
 
 // Makes the IP stack forget a neighbour, or look for it, in the way of the address's family.
@@ -127,7 +128,5 @@ struct egress {
     std::uint32_t port_id;
 };
 bool egress_of(const dpm_host_entry &host, egress &out);
-
-void free_host(dpm_host_entry &host);
 
 } // namespace dpm

@@ -1,16 +1,12 @@
-// Neighbour reports of the routing suite and the IP stack, the relay of proxy ARP, and readers.
+// Neighbour reports of the routing suite and the IP stack, and diagnostics.
 //
-// Everything here runs on its caller's thread and only builds and posts; the readers walk under the
-// DPM lock.
+// Everything here runs on its caller's thread and only builds and posts.
 #include "dpm_host.h"
 
 #include "dpm_locks.h"
 #include "dpm_msg.h"
 #include "dpm_state.h"
 #include "dpm_trace.h"
-#include "platform/hss.h"
-
-#include <cstdio>
 
 // 1 while an IPv6 conformance test runs: then reports and routes are dropped with success.
 DPM_STATE std::uint32_t ipv6_ready_test_switch;
@@ -87,19 +83,6 @@ int post_test_host(std::uint32_t code, std::uint32_t address, std::uint32_t ifin
         (body)->log_port_id, (body)->phy_port_id, (body)->port_type, (body)->cvlan, (body)->svlan, \
         (body)->supervlan
 
-// A copy of the host's data, whose block the message's owner frees.  The allocation is passed on as
-// it is.
-int relay(std::uint32_t code, const void *data, std::uint32_t length_bytes,
-          const dpm::send_error &error) {
-    void *copy = bep_mallocEx(length_bytes, __FILE__, __LINE__);
-    if (copy != nullptr)
-        std::memcpy(copy, data, length_bytes);
-    if (dpm::post_words(code, length_bytes, reinterpret_cast<std::uint32_t>(copy), error) == 0)
-        return 0;
-    bep_freeEx(copy, __FILE__, __LINE__);
-    return -1;
-}
-
 } // namespace
 
 int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
@@ -164,26 +147,6 @@ int dpm_api_host_msg_send(const dpm_host_entry *entry, std::uint32_t oper) {
     return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
-int dpm_api_proxy_arp_packet_send(const void *packet, std::uint32_t length_bytes) {
-    if (packet == nullptr)
-        return dpm::null_parameter();
-    return relay(DPM_MSG_PROXY_PACKET, packet, length_bytes,
-                 DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
-}
-
-int dpm_api_proxy_arp_timer_send() {
-    return dpm::post_words(DPM_MSG_PROXY_TIMER, 0, 0, DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
-}
-
-int dpm_api_proxy_arp_slave_sync(const void *data, std::uint32_t length_bytes) {
-    if (hss_IsSmuMaster() == 1)
-        return 0;
-    if (data == nullptr)
-        return dpm::null_parameter();
-    return relay(DPM_MSG_PROXY_SLAVE_SYNC, data, length_bytes,
-                 DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
-}
-
 int dpm_host_test_add(std::uint32_t address, std::uint32_t ifindex, std::uint32_t svlan,
                       std::uint32_t port_type, std::uint32_t log_port_id,
                       std::uint32_t phy_port_id) {
@@ -212,50 +175,7 @@ std::uint32_t dpm_get_ipv6_ready_test_switch_state() {
     return __atomic_load_n(&ipv6_ready_test_switch, __ATOMIC_RELAXED);
 }
 
-const dpm_host_entry *dpm_api_get_host_entry_first(std::uint32_t family) {
-    if (family == DPM_FAMILY_IPV4)
-        return dpm::ipv4_hosts().first();
-    if (family == DPM_FAMILY_IPV6)
-        return dpm::ipv6_hosts().first();
-    return nullptr;
-}
-
-const dpm_host_entry *dpm_api_get_host_entry_next(const dpm_host_entry *entry) {
-    if (entry == nullptr)
-        return nullptr;
-    return entry->ip.family == DPM_FAMILY_IPV4 ? dpm::ipv4_hosts().next(*entry)
-                                               : dpm::ipv6_hosts().next(*entry);
-}
-
 int dpm_host_start_delete_time_test() {
     const dpm::dpm_lock lock;
     return dpm_host_start_delete_time();
-}
-
-void dpm_ipv4_host_show() {
-    const dpm::dpm_lock lock;
-    for (const dpm_host_entry &host : dpm::ipv4_hosts()) {
-        const std::uint8_t *ip = host.ip.address;
-        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip "
-                    "%x.%x.%x.%x "
-                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
-                    ip[1], ip[2], ip[3], host.mac[0], host.mac[1], host.mac[2], host.mac[3],
-                    host.mac[4], host.mac[5], host.sdk_index, host.ifindex, host.ifname);
-    }
-}
-
-void dpm_ipv6_host_show() {
-    const dpm::dpm_lock lock;
-    for (const dpm_host_entry &host : dpm::ipv6_hosts()) {
-        const std::uint8_t *ip = host.ip.address;
-        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                "
-                    "ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x "
-                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
-                    ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10], ip[11],
-                    ip[12], ip[13], ip[14], ip[15], host.mac[0], host.mac[1], host.mac[2],
-                    host.mac[3], host.mac[4], host.mac[5], host.sdk_index, host.ifindex,
-                    host.ifname);
-    }
 }

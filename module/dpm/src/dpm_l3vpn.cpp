@@ -7,6 +7,7 @@
 // FEC.
 #include "dpm_l3vpn.h"
 
+#include "dpm_destination.h"
 #include "dpm_if.h"
 #include "dpm_list.h"
 #include "dpm_memory.h"
@@ -179,6 +180,28 @@ struct ilm_mirror : label_mirror<dpm_ilm> {
     static std::span<dpm_avl_tree *const> trees() { return list; }
 };
 
+// Whether a tunnel FTN stands for exactly this prefix.  Tunnels are VRF 0's, so the routes of other
+// VRFs never meet one.
+bool has_tunnel_ftn(std::uint32_t vrf, const dpm_prefix &destination) {
+    if (vrf != 0 || dpm::ftns().empty())
+        return false;
+    ftn_record key = {}; // zero-padded, as label entries keep their addresses
+    std::memcpy(key.entry.fec_prefix, destination.address, dpm::address_bytes(destination.family));
+    for (ftn_record *record = by_fec().find_from(key); record != nullptr;
+         record = by_fec().next(*record)) {
+        if (dpm_fec_addr_cmp(record->entry.fec_prefix, key.entry.fec_prefix) != 0)
+            return false;
+        if (record->entry.ip_type == destination.family &&
+            record->entry.prefixlen == destination.prefix_len)
+            return true;
+    }
+    return false;
+}
+
+// A label entry holds from its insertion on, and nobody stands above it.
+constexpr dpm::destination_owner label_owner = {
+    .holds = has_tunnel_ftn, .give_way = nullptr, .take_back = nullptr};
+
 } // namespace
 
 // clang-format off
@@ -205,22 +228,7 @@ void label_tables_create() {
     ftns().create();
     ilms().create();
     by_fec().create();
-}
-
-bool has_tunnel_ftn(std::uint32_t vrf, const dpm_prefix &destination) {
-    if (vrf != 0 || ftns().empty())
-        return false;
-    ftn_record key = {}; // zero-padded, as label entries keep their addresses
-    std::memcpy(key.entry.fec_prefix, destination.address, address_bytes(destination.family));
-    for (ftn_record *record = by_fec().find_from(key); record != nullptr;
-         record = by_fec().next(*record)) {
-        if (dpm_fec_addr_cmp(record->entry.fec_prefix, key.entry.fec_prefix) != 0)
-            return false;
-        if (record->entry.ip_type == destination.family &&
-            record->entry.prefixlen == destination.prefix_len)
-            return true;
-    }
-    return false;
+    destination_register(destination_rank::label, label_owner);
 }
 
 } // namespace dpm

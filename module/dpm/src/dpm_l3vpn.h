@@ -120,8 +120,4 @@ template <class Entry> Entry &pend_entry(list_head *link) {
     return *reinterpret_cast<Entry *>(reinterpret_cast<char *>(link) - offsetof(Entry, pend));
 }
 
-// Whether a tunnel FTN stands for exactly this prefix: it then owns the chip's entry.  Tunnels are
-// VRF 0's, so the routes of other VRFs never meet one.
-bool has_tunnel_ftn(std::uint32_t vrf, const dpm_prefix &destination);
-
 } // namespace dpm

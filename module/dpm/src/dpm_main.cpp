@@ -23,9 +23,6 @@
 #include <cstdio>
 #include <initializer_list>
 
-DPM_STATE dpm_global g_dpm_global;
-DPM_STATE dpm_index g_dpm_index;
-
 namespace {
 
 constexpr std::uint32_t mutex_options =
@@ -82,7 +79,6 @@ void init_lists() {
 void create_tables() {
     dpm::ecmp_tables_create();
     dpm::host_tables_create();
-    dpm::host_hold_indexes_create();
     dpm::route_tables_create();
     dpm::nexthop_tables_create();
 }

@@ -2,9 +2,9 @@
 //
 // A route is in the chip only while at least one gateway is a resolved host: with one gateway it
 // points at that host's next hop, with several at an ECMP group of the resolved ones.  It follows
-// its gateways through the host table's notices (dpm_route_follow), gives way to a host entry or a
-// tunnel FTN for the same destination, and ages out after a switch-over unless it is installed
-// again.  A route that the chip refuses stays in the table, unprogrammed.
+// its gateways through the host table's notices (dpm_route_follow), gives way to what stands above
+// it for the same destination (dpm_destination), and ages out after a switch-over unless it is
+// installed again.  A route that the chip refuses stays in the table, unprogrammed.
 //
 // sdk_index tells what the route points at, also while another entry stands in its place; what the
 // chip itself holds is remembered beside the record, so that a delete is sent exactly when there is
@@ -12,12 +12,10 @@
 #include "dpm_route.h"
 
 #include "dpm_bridge.h"
-#include "dpm_driver.h"
+#include "dpm_destination.h"
 #include "dpm_ecmp.h"
 #include "dpm_host.h"
 #include "dpm_if.h"
-#include "dpm_l3vpn.h"
-#include "dpm_mirror.h"
 #include "dpm_route_program.h"
 #include "dpm_route_record.h"
 #include "dpm_trace.h"
@@ -26,7 +24,6 @@
 namespace {
 
 constexpr std::uint32_t static_route_origin = 15; // as the IP stack numbers it
-constexpr char tunnel_prefix[] = "tunnel";
 
 std::uint32_t occupied() {
     return dpm::ipv4_routes().count() + 2 * dpm::ipv6_routes().count();
@@ -66,8 +63,8 @@ void fill_route(dpm_route_entry &route, const dpm_route_msg &body) {
         (void)dpm_if_get_ifnamebyindex(route.np_ifindex[i], route.np_ifname[i]);
 }
 
-// A host route whose address is already a host is not added: the host's entry wins.
-bool is_taken_by_host(const dpm_route_entry &route) {
+// The address of a host on the route's interface: the host holds it, and the route is not added.
+bool is_address_of_host(const dpm_route_entry &route) {
     const dpm_prefix &destination = route.destination;
     return dpm::is_known_family(destination.family) &&
            destination.prefix_len == dpm::host_bits(destination.family) &&
@@ -151,7 +148,7 @@ std::uint32_t weight(const dpm_route_entry &route) {
     return route.destination.family == DPM_FAMILY_IPV6 ? 2 : 1;
 }
 
-// `own_weight` is that of a route which gives way.
+// `own_weight` is that of a route which the new one replaces.
 bool has_room(std::uint32_t own_weight, const dpm::call_site &caller) {
     if (occupied() - own_weight < DPM_ROUTE_CAPACITY)
         return true;
@@ -168,67 +165,61 @@ void take_over(dpm_route_entry &route) {
                               delete_expired, reinterpret_cast<std::uintptr_t>(&route), 0, 0);
 }
 
+// --- as an owner of destinations ---
+
+bool holds(std::uint32_t vrf, const dpm_prefix &destination) {
+    const dpm_route_entry *route = dpm::find_route(vrf, destination);
+    return route != nullptr && record_of(*route).chip_index != 0;
+}
+
+// A host comes to the route's very address: nobody needs the route any more.
+int leave_table(dpm_route_entry &route, const dpm::call_site &caller) {
+    const dpm::address_text prefix(route.destination);
+    DPM_LOG_FROM(caller, "%s %d::prefix %s exist in fib route, del!\r\n", prefix.c_str());
+    const int result = dpm_route_del(&route);
+    if (result != 0)
+        DPM_LOG_FROM(caller, "%s %d::prefix %s del err!\r\n", prefix.c_str());
+    return result;
+}
+
+int route_give_way(std::uint32_t vrf, const dpm_prefix &destination, dpm::way how,
+                   const dpm::call_site &caller) {
+    dpm_route_entry *route = dpm::find_route(vrf, destination);
+    if (route == nullptr)
+        return 0;
+    if (how == dpm::way::out_of_table)
+        return leave_table(*route, caller);
+    if (how == dpm::way::out_of_chip)
+        return dpm::withdraw_route(record_of(*route), caller);
+    record_of(*route).chip_index = 0;
+    return 0;
+}
+
+void route_take_back(std::uint32_t vrf, const dpm_prefix &destination) {
+    dpm_route_entry *route = dpm::find_route(vrf, destination);
+    if (route == nullptr || route->sdk_index <= 0 || record_of(*route).chip_index != 0 ||
+        dpm::gives_way(*route))
+        return;
+    if (dpm::program_route(record_of(*route), DPM_CALL_SITE) != 0) {
+        dpm::unresolve(*route);
+        (void)dpm_route_entry_add_sync_send(route);
+    }
+}
+
+constexpr dpm::destination_owner route_owner = {holds, route_give_way, route_take_back};
+
 } // namespace
 
 namespace dpm {
-
-ipv4_route_table ipv4_routes() {
-    return ipv4_route_table(g_dpm_global.route_ipv4_tree);
-}
-ipv6_route_table ipv6_routes() {
-    return ipv6_route_table(g_dpm_global.route_ipv6_tree);
-}
-
-ipv4_route_table routes_of(std::uint32_t family) {
-    return ipv4_route_table(family == DPM_FAMILY_IPV4 ? g_dpm_global.route_ipv4_tree
-                                                      : g_dpm_global.route_ipv6_tree);
-}
 
 void route_tables_create() {
     ipv4_routes().create();
     ipv6_routes().create();
     route_indexes_create();
-}
-
-bool is_over_tunnel(const dpm_route_entry &route) {
-    return std::strncmp(route.np_ifname[0], tunnel_prefix, sizeof tunnel_prefix - 1) == 0;
+    destination_register(destination_rank::route, route_owner);
 }
 
 } // namespace dpm
-
-int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
-    if (a.vrf != b.vrf)
-        return dpm::three_way(a.vrf, b.vrf);
-    return dpm_prefix_compare(a.destination, b.destination);
-}
-
-int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
-    return dpm_route_ipv4_compare(a, b);
-}
-
-dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
-    if (key == nullptr) {
-        (void)dpm::null_parameter();
-        return nullptr;
-    }
-    if (dpm::is_known_family(key->destination.family))
-        return dpm::routes_of(key->destination.family).find(*key);
-    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
-    return nullptr;
-}
-
-int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
-    if (a == nullptr || b == nullptr || a->vrf != b->vrf ||
-        a->destination.family != b->destination.family ||
-        dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
-        return 0;
-    return std::memcmp(a->np, b->np, a->np_num * sizeof a->np[0]) == 0;
-}
-
-// Static and directly connected routes are not; what a protocol learnt is.
-int dpm_route_dynamic_type_check(std::uint32_t route_type) {
-    return route_type <= 12 && route_type != 2 && route_type != 3;
-}
 
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)
@@ -300,7 +291,7 @@ int dpm_route_add_msg(const dpm_route_msg *body) {
         return -1;
     dpm_route_entry route = {};
     fill_route(route, *body);
-    if (is_taken_by_host(route)) {
+    if (is_address_of_host(route)) {
         DPM_TRACE("%s %d::ip_str %s exist in fib host\r\n",
                   dpm::address_text(route.destination).c_str());
         return 0;

@@ -69,19 +69,7 @@ dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination);
 // A route over a tunnel is the tunnel table's.
 bool is_over_tunnel(const dpm_route_entry &route);
 
-// Whether another entry stands in the chip in a route's place: a label entry for its prefix, or a
-// host with its very address.
+// Whether another owner holds a route's destination in the chip.
 bool gives_way(const dpm_route_entry &route);
-
-// A label entry is about to take a route's place in the chip.  0, or the driver's answer when the
-// chip refused; the route itself stays as it is.
-int route_leave_to_label(dpm_route_entry &route);
-
-// A host's entry went over the one that the chip would not let go.
-void route_lose_to_host(dpm_route_entry &route);
-
-// What stood in its place may have gone.  0, or the driver's answer: then the route waits, as after
-// any refusal.
-int route_take_back(dpm_route_entry &route);
 
 } // namespace dpm

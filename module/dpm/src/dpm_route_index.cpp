@@ -6,8 +6,8 @@
 // may be stored with host bits set; the index by network holds it without them.
 #include "dpm_route_record.h"
 
+#include "dpm_destination.h"
 #include "dpm_if.h"
-#include "dpm_l3vpn.h"
 #include "dpm_trace.h"
 
 #include <initializer_list>
@@ -210,7 +210,7 @@ bool is_candidate(const route_record &record) {
     const dpm_route_entry &route = record.entry;
     return !record.is_over_tunnel && route.sdk_index > 0 &&
            route.sdk_index != DPM_ROUTE_NO_ADDRESS &&
-           !dpm::has_tunnel_ftn(route.vrf, route.destination);
+           !dpm::is_held_by(dpm::destination_rank::label, route.vrf, route.destination);
 }
 
 } // namespace

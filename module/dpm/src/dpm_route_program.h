@@ -6,8 +6,8 @@
 
 namespace dpm {
 
-// Puts a route that points somewhere into the chip, unless another entry stands in its place.  A
-// default route takes the CPU's place first.  0, or the driver's answer: then the CPU default is
+// Puts a route that points somewhere into the chip, unless it gives way.  A default route takes the
+// CPU's place first.  0, or the driver's answer: then the CPU default is
 // the caller's to restore.
 int program_route(route_record &record, const call_site &caller);
 
@@ -23,5 +23,8 @@ void unresolve(dpm_route_entry &route);
 
 // What the chip holds of a route that another card has programmed.
 void adopt_chip_entry(route_record &record);
+
+// Programs a slot that came up with what the chip holds of a route.
+void reprogram_route(const dpm_route_entry &route, std::uint32_t slot_bits);
 
 } // namespace dpm

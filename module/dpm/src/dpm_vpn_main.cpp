@@ -1,12 +1,10 @@
-// The VPN context and its start-up.  A table joins with its owner.
+// Start-up of the VPN context.  A table joins with its owner.
 #include "dpm_vpn.h"
 
 #include "dpm_l3vpn.h"
 #include "dpm_list.h"
 
 #include <initializer_list>
-
-DPM_STATE dpm_vpn g_dpm_vpn;
 
 void dpm_vpn_main_init() {
     g_dpm_vpn = {};

@@ -1,0 +1,103 @@
+// Hosts on the two cards: how they travel to the standby, and what a card that becomes master does.
+#include "dpm_host_record.h"
+
+#include "dpm.h"
+#include "dpm_driver.h"
+#include "dpm_if.h"
+#include "dpm_mirror.h"
+
+namespace {
+
+struct host_mirror {
+    using entry = dpm_host_entry;
+    static constexpr auto add_code = DPM_MSG_SYNC_ADD_HOST, del_code = DPM_MSG_SYNC_DEL_HOST;
+    static constexpr std::uint32_t batch_entries = 100;
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, host driver sync.\r\n";
+    static constexpr const char *empty_first_text = "%s %d::ipv4 host tree is null.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, host table sync.\r\n";
+    static std::span<dpm_avl_tree *const> trees() {
+        static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.host_ipv4_tree,
+                                                       &g_dpm_global.host_ipv6_tree};
+        return list;
+    }
+    static bool reprogram(const dpm_host_entry &host, std::uint32_t slot_bits) {
+        if (!dpm::is_known_family(host.ip.family))
+            return false;
+        if (record_of(host).in_chip)
+            (void)dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
+                                       dpm::host_bits(host.ip.family), host.sdk_index, slot_bits);
+        return true;
+    }
+};
+
+// A mirrored entry as this card keeps it: what is card-local is looked up again or cleared.
+bool localise(dpm_host_entry &host, const dpm::call_site &caller) {
+    if (!dpm::is_known_family(host.ip.family)) {
+        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
+        return false;
+    }
+    host.ip.prefix_len = dpm::host_bits(host.ip.family);
+    host.ifname[sizeof host.ifname - 1] = '\0';
+    host.ifindex = dpm_if_get_ifindexbyname(host.ifname);
+    host.node = {};
+    std::memset(host.card_local, 0, sizeof host.card_local);
+    return true;
+}
+
+void drop_mirrored(dpm_host_entry *present) {
+    if (present == nullptr)
+        return;
+    dpm::unlink_host(*present);
+    dpm::free_host(*present);
+}
+
+// After a switch-over: hosts that answer are reported again, the others age out where they are
+// reported from.
+void ask_again(const dpm_host_entry &host) {
+    dpm::drop_neighbour(host.vrf, host.ifindex, host.ip);
+    (void)dpm_host_unreachable_add(host.vrf, host.ifindex, &host.ip, DPM_SWITCHOVER_PROBES);
+}
+
+} // namespace
+
+// clang-format off
+DPM_MIRRORED_TABLE(host_mirror,
+                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive,
+                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive,
+                   dpm_host_entry_sync_all_send, dpm_host_entry_sync_all_receive)
+// clang-format on
+
+int dpm_host_entry_add_sync_process(const dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm::block<host_record> record;
+    if (!record)
+        return -1;
+    record->entry = *entry;
+    if (!localise(record->entry, DPM_CALL_SITE))
+        return -1;
+    record->in_chip = !dpm::is_linklocal(record->entry.ip); // the master has programmed it
+    drop_mirrored(dpm_host_find_by_entry(&record->entry));
+    dpm::link_host(record.release()->entry);
+    return 0;
+}
+
+int dpm_host_entry_del_sync_process(const dpm_host_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm_host_entry key = *entry;
+    if (!localise(key, DPM_CALL_SITE))
+        return -1;
+    drop_mirrored(dpm_host_find_by_entry(&key));
+    return 0;
+}
+
+int dpm_host_start_delete_time() {
+    if (dpm::ipv4_hosts().empty())
+        DPM_TRACE("%s %d:: ipv4 host tree is null!\r\n");
+    for (const dpm_host_entry &host : dpm::ipv4_hosts())
+        ask_again(host);
+    for (const dpm_host_entry &host : dpm::ipv6_hosts())
+        ask_again(host);
+    return 0;
+}

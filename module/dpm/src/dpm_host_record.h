@@ -1,0 +1,29 @@
+// What stands beside each host, card-locally: whether the chip has its entry.  For the sources of the
+// host table alone.
+#pragma once
+
+#include "dpm_host.h"
+#include "dpm_memory.h"
+
+struct host_record {
+    dpm_host_entry entry; // first: the tables see this alone
+    bool in_chip;         // false for link-local hosts, and while a delete stands half done
+};
+
+inline host_record &record_of(dpm_host_entry &entry) {
+    return reinterpret_cast<host_record &>(entry);
+}
+inline const host_record &record_of(const dpm_host_entry &entry) {
+    return reinterpret_cast<const host_record &>(entry);
+}
+
+namespace dpm {
+
+// Put a host's entry into, or take it out of, the tree of its family.
+void link_host(dpm_host_entry &host);
+void unlink_host(dpm_host_entry &host);
+
+// Frees a host that is not, or no longer, linked.
+void free_host(dpm_host_entry &host);
+
+} // namespace dpm

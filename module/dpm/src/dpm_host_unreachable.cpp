@@ -1,0 +1,138 @@
+// Addresses that something waits for.
+//
+// Such an address is probed at once and then every 30 seconds until its probes are spent or the host
+// is added.  The list has the newest entry first; an index beside it finds an entry without walking.
+#include "dpm_host.h"
+
+#include "dpm.h"
+#include "dpm_bridge.h"
+#include "dpm_memory.h"
+#include "dpm_trace.h"
+
+namespace {
+
+struct unreachable_record {
+    dpm_unreachable_entry entry; // first: the list sees this alone
+    dpm_avl_node by_address;
+    std::int32_t since_sec; // monotonic clock
+};
+
+int address_order(const unreachable_record &a, const unreachable_record &b) {
+    if (a.entry.vrf != b.entry.vrf)
+        return dpm::three_way(a.entry.vrf, b.entry.vrf);
+    if (a.entry.ip.family != b.entry.ip.family)
+        return dpm::three_way(a.entry.ip.family, b.entry.ip.family);
+    return dpm_prefix_compare(a.entry.ip, b.entry.ip);
+}
+
+using unreachable_index =
+    dpm::avl_table<unreachable_record, address_order, offsetof(unreachable_record, by_address)>;
+
+unreachable_index unreachables_by_address() {
+    return unreachable_index(g_dpm_index.unreachable_by_address);
+}
+
+unreachable_record &record_of(dpm_unreachable_entry &entry) {
+    return reinterpret_cast<unreachable_record &>(entry);
+}
+
+// On a card that has become standby a probe is left out and not counted, but stays due: the card
+// may become master again.
+int probe_due(std::uintptr_t arg, std::uintptr_t, std::uintptr_t) {
+    auto *entry = reinterpret_cast<dpm_unreachable_entry *>(arg);
+    if (dpm_bridge_self_is_slave())
+        return dpm_timer_restart(g_dpm_global.timer_list, &entry->timer,
+                                 DPM_UNREACHABLE_PERIOD_SEC);
+    return dpm_host_unreachable_send(entry);
+}
+
+void forget(dpm_unreachable_entry &entry) {
+    (void)dpm_timer_stop(g_dpm_global.timer_list, &entry.timer);
+    unreachables_by_address().remove(record_of(entry));
+    list_del(&entry.link);
+    dpm::free_zeroed(&record_of(entry));
+}
+
+} // namespace
+
+namespace dpm {
+
+void unreachable_index_create() {
+    unreachables_by_address().create();
+}
+
+} // namespace dpm
+
+dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, const dpm_prefix *ip) {
+    if (ip == nullptr)
+        return nullptr;
+    unreachable_record key = {};
+    key.entry.vrf = vrf;
+    key.entry.ip = *ip;
+    unreachable_record *record = unreachables_by_address().find(key);
+    return record != nullptr ? &record->entry : nullptr;
+}
+
+int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix *ip,
+                             std::uint32_t probe_count) {
+    if (ip == nullptr)
+        return dpm::null_parameter();
+    if (!dpm::is_known_family(ip->family)) { // such an address would never be found again
+        DPM_TRACE("%s %d::iptype = %d is err!\r\n", ip->family);
+        return -1;
+    }
+    if (dpm_host_unreachable_find(vrf, ip) != nullptr)
+        return 0;
+    dpm::probe_neighbour(vrf, ifindex, *ip);
+    dpm::block<unreachable_record> record;
+    if (!record)
+        return -1;
+    dpm_unreachable_entry &entry = record.release()->entry;
+    entry.vrf = vrf;
+    entry.ifindex = ifindex;
+    entry.ip = *ip;
+    entry.probe_cnt = probe_count;
+    (void)dpm_timer_node_init(&entry.timer);
+    (void)dpm_timer_start(g_dpm_global.timer_list, &entry.timer, DPM_UNREACHABLE_PERIOD_SEC,
+                          probe_due, reinterpret_cast<std::uintptr_t>(&entry), 0, 0);
+    if (entry.timer.expiry_sec != 0) // else there is no timer list
+        record_of(entry).since_sec =
+            entry.timer.expiry_sec - static_cast<std::int32_t>(DPM_UNREACHABLE_PERIOD_SEC);
+    (void)unreachables_by_address().add(record_of(entry));
+    list_add(&entry.link, &g_dpm_global.unreachable_list);
+    return 0;
+}
+
+int dpm_host_unreachable_send(dpm_unreachable_entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    dpm::probe_neighbour(entry->vrf, entry->ifindex, entry->ip);
+    if (--entry->probe_cnt == 0)
+        forget(*entry);
+    else
+        (void)dpm_timer_restart(g_dpm_global.timer_list, &entry->timer, DPM_UNREACHABLE_PERIOD_SEC);
+    return 0;
+}
+
+int dpm_host_unreachable_del(std::uint32_t vrf, const dpm_prefix *ip) {
+    if (ip == nullptr)
+        return dpm::null_parameter();
+    if (dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ip))
+        forget(*entry);
+    return 0;
+}
+
+std::uint32_t dpm_host_get_index_by_ip(std::uint32_t vrf, std::uint32_t ifindex,
+                                       const dpm_prefix *ip) {
+    if (const dpm_host_entry *host = dpm_host_find_by_ip(vrf, ip, ifindex))
+        return host->sdk_index;
+    (void)dpm_host_unreachable_add(vrf, ifindex, ip, DPM_UNREACHABLE_PROBES);
+    return DPM_HOST_UNRESOLVED;
+}
+
+std::int32_t dpm_api_get_unreachable_since(std::uint32_t vrf, const dpm_prefix *ip) {
+    if (ip == nullptr)
+        return dpm::null_parameter();
+    dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ip);
+    return entry != nullptr ? record_of(*entry).since_sec : -1;
+}

@@ -1,0 +1,142 @@
+// Routes follow their gateways: a host that comes resolves them, one that goes takes them away.
+//
+// A host event visits the routes over that host alone, in the order of the table.  A route is put
+// into the chip with its first resolved gateway and taken out with the last; in between only its
+// group changes.
+#include "dpm_route_program.h"
+
+#include "dpm_ecmp.h"
+#include "dpm_host.h"
+
+namespace {
+
+// What one host event did to one route.
+struct following {
+    dpm_route_entry &route;
+    const dpm_host_entry &host;
+    std::uint32_t event;
+    std::uint32_t position; // of the gateway
+    std::int32_t old_sdk_index;
+};
+
+void log_came(const following &f, const dpm::call_site &caller) {
+    const dpm_route_entry &route = f.route;
+    DPM_LOG_FROM(caller,
+                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
+                 "\t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
+                 f.event, dpm::address_text(route.destination).c_str(),
+                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
+                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index,
+                 route.host_index[f.position]);
+}
+
+void log_went(const following &f, const dpm::call_site &caller) {
+    const dpm_route_entry &route = f.route;
+    DPM_LOG_FROM(caller,
+                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
+                 "old_sdk_index %d new_sdk_index %d .\r\n",
+                 f.event, dpm::address_text(route.destination).c_str(),
+                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
+                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index);
+}
+
+// The chip refused: the gateway counts as unresolved again.
+void undo_arrival(const following &f) {
+    dpm_route_entry &route = f.route;
+    if (route.ecmp_enable == DPM_ROUTE_ECMP)
+        (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
+                           static_cast<std::uint32_t>(route.host_index[f.position]));
+    else
+        route.sdk_index = 0;
+    if (route.sdk_index != 0) // the arrival made the group, and its member was refused as well
+        (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
+    route.host_index[f.position] = DPM_ROUTE_UNRESOLVED;
+    dpm::restore_cpu_default(route);
+}
+
+// A gateway's host came.  True when the route changed and is to be mirrored.
+bool gateway_came(const following &f, const dpm::call_site &caller) {
+    dpm_route_entry &route = f.route;
+    const auto host_index = static_cast<std::int32_t>(f.host.sdk_index);
+    if (route.host_index[f.position] != DPM_ROUTE_UNRESOLVED || host_index <= 0)
+        return false;
+    route.host_index[f.position] = host_index;
+    if (route.ecmp_enable == DPM_ROUTE_ECMP)
+        (void)dpm_ecmp_add(route.destination.family, &route.sdk_index, f.host.sdk_index);
+    else if (route.host_index[0] > 0)
+        route.sdk_index = route.host_index[0];
+    log_came(f, caller);
+    if (f.old_sdk_index == 0 && route.sdk_index > 0 &&
+        dpm::program_route(record_of(route), caller) != 0) {
+        undo_arrival(f);
+        return false;
+    }
+    return true;
+}
+
+// A gateway's host is going.  True when the route changed and is to be mirrored.
+bool gateway_went(const following &f, const dpm::call_site &caller) {
+    dpm_route_entry &route = f.route;
+    const std::int32_t host_index = route.host_index[f.position];
+    if (host_index <= 0)
+        return false;
+    if (route.ecmp_enable == DPM_ROUTE_ECMP)
+        (void)dpm_ecmp_del(route.destination.family, &route.sdk_index,
+                           static_cast<std::uint32_t>(host_index));
+    else
+        route.sdk_index = 0;
+    route.host_index[f.position] = DPM_ROUTE_UNRESOLVED;
+    log_went(f, caller);
+    if (route.sdk_index == 0 && f.old_sdk_index > 0) {
+        if (dpm::withdraw_route(record_of(route), caller) != 0)
+            return false;
+        dpm::restore_cpu_default(route);
+    }
+    return true;
+}
+
+// The interface is compared for IPv6 alone: its addresses are scoped.
+bool is_gateway(const gateway_place &place, const dpm_host_entry &host) {
+    return host.ip.family == DPM_FAMILY_IPV4 ||
+           place.route->entry.np_ifindex[place.position] == host.ifindex;
+}
+
+// Records are far apart: what the next one needs is asked for while this one is worked on.
+void fetch_ahead(const gateway_place *place) {
+    if (place == nullptr)
+        return;
+    const route_record &record = *place->route;
+    __builtin_prefetch(&record.entry);
+    __builtin_prefetch(&record.entry.np_ifindex);
+    __builtin_prefetch(&record.entry.sdk_index);
+    __builtin_prefetch(&record.chip_index);
+}
+
+} // namespace
+
+int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
+    if (host == nullptr)
+        return dpm::null_parameter();
+    if (!dpm::is_known_family(host->ip.family))
+        return -1;
+    if (event != DPM_HOST_ADDED && event != DPM_HOST_DELETED)
+        return 0;
+    route_gateway *gateway = dpm::find_gateway(host->vrf, host->ip);
+    if (gateway == nullptr)
+        return 0;
+    const route_record *handled = nullptr; // of a route's equal gateways the first alone counts
+    const dpm::gateway_places places(gateway->places);
+    for (gateway_place &place : places) {
+        fetch_ahead(places.next(place));
+        if (place.route == handled || !is_gateway(place, *host))
+            continue;
+        handled = place.route;
+        dpm_route_entry &route = place.route->entry;
+        const following f = {route, *host, event, place.position, route.sdk_index};
+        const bool has_changed = event == DPM_HOST_ADDED ? gateway_came(f, DPM_CALL_SITE)
+                                                         : gateway_went(f, DPM_CALL_SITE);
+        if (has_changed)
+            (void)dpm_route_entry_add_sync_send(&route);
+    }
+    return 0;
+}

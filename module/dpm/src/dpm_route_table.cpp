@@ -1,0 +1,67 @@
+// The route trees: their orders, lookups by key, and what a route is by itself.
+#include "dpm_route.h"
+
+#include "dpm.h"
+#include "dpm_trace.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr char tunnel_prefix[] = "tunnel";
+
+} // namespace
+
+namespace dpm {
+
+ipv4_route_table ipv4_routes() {
+    return ipv4_route_table(g_dpm_global.route_ipv4_tree);
+}
+ipv6_route_table ipv6_routes() {
+    return ipv6_route_table(g_dpm_global.route_ipv6_tree);
+}
+
+ipv4_route_table routes_of(std::uint32_t family) {
+    return ipv4_route_table(family == DPM_FAMILY_IPV4 ? g_dpm_global.route_ipv4_tree
+                                                      : g_dpm_global.route_ipv6_tree);
+}
+
+bool is_over_tunnel(const dpm_route_entry &route) {
+    return std::strncmp(route.np_ifname[0], tunnel_prefix, sizeof tunnel_prefix - 1) == 0;
+}
+
+} // namespace dpm
+
+int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
+    if (a.vrf != b.vrf)
+        return dpm::three_way(a.vrf, b.vrf);
+    return dpm_prefix_compare(a.destination, b.destination);
+}
+
+int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b) {
+    return dpm_route_ipv4_compare(a, b);
+}
+
+dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
+    if (key == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
+    }
+    if (dpm::is_known_family(key->destination.family))
+        return dpm::routes_of(key->destination.family).find(*key);
+    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
+    return nullptr;
+}
+
+int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
+    if (a == nullptr || b == nullptr || a->vrf != b->vrf ||
+        a->destination.family != b->destination.family ||
+        dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
+        return 0;
+    return std::memcmp(a->np, b->np, a->np_num * sizeof a->np[0]) == 0;
+}
+
+// Static and directly connected routes are not; what a protocol learnt is.
+int dpm_route_dynamic_type_check(std::uint32_t route_type) {
+    return route_type <= 12 && route_type != 2 && route_type != 3;
+}
