@@ -202,6 +202,11 @@ std::string RowShelf::written(std::string text) const {
     return text;
 }
 
+void RowShelf::answer(const std::string &line) {
+    for (const std::string &part : split("= " + line, "; "))
+        answers_.push_back(part);
+}
+
 void RowShelf::see(const std::string &channels) {
     seen_.clear();
     for (const std::string &word : words_of(channels)) {

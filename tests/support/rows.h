@@ -69,8 +69,8 @@ public:
 
     std::string expanded(std::string text) const; // with the values of the placeholders
     std::string written(std::string text) const;  // and back
-    // An effect of the row that runs: a line of an answer.
-    void answer(const std::string &line) { answers_.push_back("= " + line); }
+    // An effect of the row that runs: a line of an answer; "; " in it separates effects too.
+    void answer(const std::string &line);
 
 private:
     void TestBody() override {}
