@@ -1,11 +1,17 @@
 // The control socket of a card: one thread, which waits for lines of its clients and carries them
 // out one after the other.
 //
-// A client may hang up at any time.  A line that does not end within its bound is answered with an
-// error and the connection is closed; so is a client past the last place.
+// A turn is one command of each client that has sent one, so that a long script keeps nobody
+// waiting.  A client may hang up at any time, and nothing more of its is carried out then.  A line
+// that does not end within its bound is answered with an error and the connection is closed.
+//
+// Clients have a number of places, and leave some file descriptors to the rest of the card.  One
+// that finds no place takes that of a client which has been idle for a minute, or is turned away
+// with a word.
 #pragma once
 
 #include "chassis/ctl/server/server.h"
+#include "chassis/os/os.h"
 
 #include <list>
 #include <string>
@@ -14,8 +20,9 @@ namespace card {
 
 class Control {
 public:
-    Control(ctl::Server &server, ctl::Descriptor listener)
-        : server_(server), listener_(std::move(listener)) {}
+    // The clock by which clients are idle is the card's, which can be moved.
+    Control(ctl::Server &server, const chassis::os::Os &clock, ctl::Descriptor listener)
+        : server_(server), clock_(clock), listener_(std::move(listener)) {}
 
     // Until the descriptor becomes readable or a command asks the card to end.
     void serve(int stop);
@@ -23,19 +30,27 @@ public:
 private:
     struct Client {
         ctl::Descriptor socket;
+        std::int64_t last_nsec; // when it last said something, or took its answer
         std::string in, out;
         bool closing = false; // once `out` is gone
+
+        bool has_line() const; // to be carried out in the next turn
+        short awaited() const;
     };
 
-    void wait(int stop);
+    void take_turn(int stop);
+    bool serve_client(Client &client, short events);
+    bool receive(Client &client);
+    bool send(Client &client);
+    void execute_line(Client &client);
     void accept_client();
-    static bool receive(Client &client);
-    static bool send(Client &client);
-    void execute_lines(Client &client);
+    bool drop_idle_client();
 
     ctl::Server &server_;
+    const chassis::os::Os &clock_;
     const ctl::Descriptor listener_;
     std::list<Client> clients_;
+    bool rests_ = false; // the listener does, for want of descriptors
     bool stopped_ = false;
 };
 

@@ -170,7 +170,7 @@ int run(const Options &options, int stop) {
     if (!listener)
         return fail(path + ": " + std::strerror(errno));
     card.peer.open(ctl::shelf_path(options.directory));
-    card::Control(server, std::move(listener)).serve(stop);
+    card::Control(server, card.os, std::move(listener)).serve(stop);
     unlink(path.c_str());
     card.peer.close();
     if (!ctl::connect_to(other))
