@@ -56,9 +56,12 @@ std::int64_t Os::now_nsec() const {
     return mode_ == Mode::pumped ? own : raw_nsec() + own;
 }
 
-void Os::advance(std::int64_t nsec) {
+bool Os::advance(std::int64_t nsec) {
+    if (nsec > latest_clock_sec * nsec_per_sec - now_nsec())
+        return false;
     state_->clock_nsec += nsec;
     state_->wake_receivers();
+    return true;
 }
 
 std::uint64_t Os::clock_reads() const {

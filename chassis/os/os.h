@@ -21,6 +21,8 @@ enum class Mode { threaded, pumped };
 
 inline constexpr int ticks_per_second = 1000;
 inline constexpr std::int64_t nsec_per_sec = 1'000'000'000;
+// A 32-bit clock ends at 2^31 seconds; behind this there are still some years to run.
+inline constexpr std::int64_t latest_clock_sec = 2'000'000'000;
 
 // Kinds of operation that can be told to fail.
 enum class Fault { allocation, semaphore, queue, send };
@@ -71,9 +73,9 @@ public:
     void fail(Fault kind, unsigned nth, unsigned count = 1);
 
     // Clock: monotonic nanoseconds of this card.  advance() moves it forward; in threaded mode it
-    // adds an offset.
+    // adds an offset.  It is refused past latest_clock_sec.
     std::int64_t now_nsec() const;
-    void advance(std::int64_t nsec);
+    bool advance(std::int64_t nsec);
     std::uint64_t
     clock_reads() const; // how often clock_gettime(CLOCK_MONOTONIC) was asked on this card
 

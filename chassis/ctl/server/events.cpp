@@ -97,8 +97,10 @@ Reply clock_show(Command &command) {
 }
 
 Reply clock_advance(Command &command) {
-    command.card.os.advance(*parse_duration(command.line.value("DURATION")));
-    return done();
+    if (command.card.os.advance(*parse_duration(command.line.value("DURATION"))))
+        return done();
+    return refused("the clock goes to " + std::to_string(chassis::os::latest_clock_sec) +
+                   " s at most");
 }
 
 Reply log_level(Command &command) {
