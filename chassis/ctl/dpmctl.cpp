@@ -1,12 +1,13 @@
 // dpmctl: commands to the cards of a shelf, from the arguments, a file, a pipe or a prompt.
 
 #include "chassis/ctl/client.h"
+#include "chassis/ctl/lines.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
 #include <getopt.h>
-#include <iostream>
 #include <unistd.h>
 
 namespace {
@@ -71,17 +72,22 @@ int read_options(int argc, char **argv, Options &options) {
     return 0;
 }
 
-// Every line of a stream, up to the first that fails.
-bool run_lines(ctl::Session &session, std::istream &lines, const std::string &name,
-               bool keep_going) {
+bool fail(const std::string &name, int error) {
+    std::fprintf(stderr, "dpmctl: %s: %s\n", ctl::printable(name).c_str(), std::strerror(error));
+    return false;
+}
+
+// Every line of an input, up to the first that fails.
+bool run_lines(ctl::Session &session, int input, const std::string &name, bool keep_going) {
+    ctl::LineReader lines(input);
     bool good = true;
     std::string line;
-    for (unsigned number = 1; std::getline(lines, line) && !session.wants_to_quit(); number++) {
+    for (unsigned number = 1; !session.wants_to_quit() && lines.next(line); number++) {
         good = session.run(line, name + ":" + std::to_string(number)) && good;
         if (!good && !keep_going)
             return false;
     }
-    return good;
+    return lines.error() == 0 ? good : fail(name, lines.error());
 }
 
 bool run_prompt(ctl::Session &session) {
@@ -92,12 +98,8 @@ bool run_prompt(ctl::Session &session) {
 }
 
 bool run_file(ctl::Session &session, const std::string &path, bool keep_going) {
-    std::ifstream file(path);
-    if (!file) {
-        std::fprintf(stderr, "dpmctl: %s: %s\n", path.c_str(), std::strerror(errno));
-        return false;
-    }
-    return run_lines(session, file, path, keep_going);
+    const ctl::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file ? run_lines(session, file.get(), path, keep_going) : fail(path, errno);
 }
 
 } // namespace
@@ -118,6 +120,6 @@ int main(int argc, char **argv) {
     else if (isatty(STDIN_FILENO))
         good = run_prompt(session);
     else
-        good = run_lines(session, std::cin, "stdin", options.keep_going);
+        good = run_lines(session, STDIN_FILENO, "stdin", options.keep_going);
     return good ? 0 : 1;
 }

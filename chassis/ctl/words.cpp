@@ -2,6 +2,7 @@
 
 #include "chassis/ctl/words.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <cstdio>
@@ -19,6 +20,15 @@ template <class Number> bool read_number(std::string_view text, Number &number, 
     const char *const end = text.data() + text.size();
     const auto read = std::from_chars(text.data(), end, number, base);
     return !text.empty() && read.ec == std::errc() && read.ptr == end;
+}
+
+// A control character; of two bytes where UTF-8 makes one of U+0080 to U+009F.
+std::size_t control_bytes(std::string_view text) {
+    const auto first = std::uint8_t(text.front());
+    const auto second = text.size() > 1 ? std::uint8_t(text[1]) : 0;
+    if (first == 0xC2 && second >= 0x80 && second < 0xA0)
+        return 2;
+    return (first < ' ' && first != '\t' && first != '\n') || first == 0x7F;
 }
 
 } // namespace
@@ -119,6 +129,22 @@ std::string mac_text(const std::uint8_t *mac) {
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
                   mac[3], mac[4], mac[5]);
     return text;
+}
+
+std::string printable(std::string_view text) {
+    std::string shown;
+    while (!text.empty()) {
+        const std::size_t bytes = control_bytes(text);
+        for (std::size_t i = 0; i < bytes; i++) {
+            char escape[5];
+            std::snprintf(escape, sizeof escape, "\\x%02x", unsigned(std::uint8_t(text[i])));
+            shown += escape;
+        }
+        if (bytes == 0)
+            shown += text.front();
+        text.remove_prefix(std::max<std::size_t>(bytes, 1));
+    }
+    return shown;
 }
 
 } // namespace ctl

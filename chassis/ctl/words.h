@@ -46,5 +46,8 @@ std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
 std::string address_text(std::uint32_t family, const std::uint8_t *address);
 std::string mac_text(const std::uint8_t *mac);
+// A text from elsewhere as a terminal may have it: control characters but tabs and line ends as
+// "\x1b".
+std::string printable(std::string_view text);
 
 } // namespace ctl
