@@ -1,81 +1,13 @@
-// Asking cards, and printing what they answer.
+// Commands on the cards that they are for, and printing what those answer.
 
 #include "chassis/ctl/client.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
-#include <poll.h>
-#include <sys/socket.h>
 
 namespace ctl {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr int reply_msec = 60'000; // a read waits for the worker, and the worker for the chip
-constexpr int role_msec = 2'000;
-constexpr std::size_t head_bytes = 40;
-
-// Waits for bytes and appends them to `text`; false when none come in time, or the card hung up.
-bool receive(int socket, std::string &text, Clock::time_point deadline) {
-    char bytes[65536];
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd polled{socket, POLLIN, 0};
-        const int ready = poll(&polled, 1, int(std::max<std::int64_t>(left.count(), 0)));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            return false;
-        const ssize_t count = recv(socket, bytes, sizeof bytes, 0);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        text.append(bytes, std::size_t(count));
-        return true;
-    }
-}
-
-std::optional<Reply> receive_reply(int socket, int timeout_msec) {
-    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_msec);
-    std::string text;
-    std::size_t end;
-    while ((end = text.find('\n')) == text.npos)
-        if (text.size() > head_bytes || !receive(socket, text, deadline))
-            return std::nullopt;
-    const auto head = decode_reply_head(std::string_view(text).substr(0, end));
-    if (!head)
-        return std::nullopt;
-    text.erase(0, end + 1);
-    while (text.size() < head->length)
-        if (!receive(socket, text, deadline))
-            return std::nullopt;
-    return Reply{head->status, text};
-}
-
-// A card says nothing unasked: what can be read now is its end.
-bool has_ended(int socket) {
-    pollfd polled{socket, POLLIN, 0};
-    return poll(&polled, 1, 0) != 0;
-}
-
-bool send_line(int socket, std::string_view line) {
-    std::string bytes(line);
-    bytes += '\n';
-    for (std::string_view left = bytes; !left.empty();) {
-        const ssize_t count = send(socket, left.data(), left.size(), MSG_NOSIGNAL);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        left.remove_prefix(std::size_t(count));
-    }
-    return true;
-}
 
 std::vector<std::string> lines_of(const std::string &text) {
     std::vector<std::string> lines;
@@ -130,86 +62,63 @@ void print_answers(const std::vector<Answer> &answers) {
     print_paged(text);
 }
 
+std::string name_of(unsigned slot) {
+    return "slot " + std::to_string(slot);
+}
+
 bool complain(const std::string &origin, const std::string &text) {
     std::fflush(stdout);
     const bool ended = text.ends_with('\n');
-    std::fprintf(stderr, "%s: %s%s", origin.c_str(), text.c_str(), ended ? "" : "\n");
+    std::fprintf(stderr, "%s: %s%s", printable(origin).c_str(), printable(text).c_str(),
+                 ended ? "" : "\n");
     return false;
 }
 
 } // namespace
 
-std::optional<Reply> Shelf::ask_once(unsigned slot, std::string_view line, int timeout_msec) {
-    Descriptor &socket = connections_[slot];
-    if (socket && has_ended(socket.get()))
-        socket.reset();
-    if (!socket)
-        socket = connect_to(control_path(directory_, slot));
-    if (!socket)
-        return std::nullopt;
-    std::optional<Reply> reply;
-    if (send_line(socket.get(), line))
-        reply = receive_reply(socket.get(), timeout_msec);
-    if (!reply)
-        socket.reset();
-    return reply;
-}
-
-std::optional<Reply> Shelf::ask(unsigned slot, std::string_view line) {
-    return ask_once(slot, line, reply_msec);
-}
-
-std::string Shelf::role(unsigned slot) {
-    const std::optional<Reply> reply = ask_once(slot, "card role", role_msec);
-    return reply && reply->status == Status::ok ? reply->text.substr(0, reply->text.find('\n'))
-                                                : "";
-}
-
-std::vector<unsigned> Shelf::present() {
-    std::vector<unsigned> found;
-    for (const unsigned slot : slots)
-        if (!role(slot).empty())
-            found.push_back(slot);
-    return found;
-}
-
-std::optional<unsigned> Shelf::master() {
-    for (const unsigned slot : slots)
-        if (role(slot) == "master")
-            return slot;
-    return std::nullopt;
-}
-
-std::vector<unsigned> Session::cards_for(const Command &command) {
+std::vector<Seen> Session::cards_for(const Command &command, const std::string &origin) {
     if (target_.slot)
-        return {*target_.slot};
-    if (target_.both || command.kind == Kind::config)
-        return shelf_.present();
-    const auto master = shelf_.master();
-    return master ? std::vector{*master} : std::vector<unsigned>{};
+        return {{*target_.slot, "chosen"}};
+    const bool is_for_all = target_.both || command.kind == Kind::config;
+    const std::vector<Seen> seen = shelf_.look(!is_for_all);
+    if (seen.empty())
+        complain(origin, "no card runs in " + shelf_.directory());
+    if (seen.empty() || is_for_all)
+        return seen;
+    if (const auto found = std::ranges::find(seen, "master", &Seen::role); found != seen.end())
+        return {*found};
+    for (const Seen &card : seen)
+        if (card.role.empty())
+            complain(origin, "the card in " + name_of(card.slot) + " " + shelf_.trouble(card.slot));
+    complain(origin, "no card is master; choose one with --card");
+    return {};
+}
+
+// A card that did not say what it is would keep this waiting as well.
+std::optional<Reply> Session::ask(const Seen &card, const Command &command, std::string_view line) {
+    if (card.role.empty())
+        return std::nullopt;
+    return shelf_.ask(card.slot, line, command.kind == Kind::read ? read_limit : change_limit);
 }
 
 bool Session::run_on_cards(const Command &command, std::string_view line,
                            const std::string &origin) {
-    const std::vector<unsigned> cards = cards_for(command);
-    if (cards.empty())
-        return complain(origin, shelf_.present().empty()
-                                    ? "no card runs in " + shelf_.directory()
-                                    : "no card is master; choose one with --card");
+    const std::vector<Seen> cards = cards_for(command, origin);
     if (cards.size() > 1 && command.kind == Kind::read)
-        if (const auto master = shelf_.master()) // what it still has to do reaches the other card
-            shelf_.ask(*master, "settle");
-    bool good = true;
+        for (const Seen &card : cards)
+            if (card.role == "master") // what it still has to do reaches the other card
+                shelf_.ask(card.slot, "settle");
+    bool good = !cards.empty();
     std::vector<Answer> answers;
-    for (const unsigned slot : cards) {
-        const std::string name = "slot " + std::to_string(slot);
-        const auto reply = shelf_.ask(slot, line);
+    for (const Seen &card : cards) {
+        const std::string name = name_of(card.slot);
+        const auto reply = ask(card, command, line);
         if (!reply)
-            good = complain(origin, "the card in " + name + " does not answer");
+            good = complain(origin, "the card in " + name + " " + shelf_.trouble(card.slot));
         else if (reply->status != Status::ok)
             good = complain(origin, (cards.size() > 1 ? name + ": " : "") + reply->text);
         else
-            answers.push_back({name + " (" + shelf_.role(slot) + ")", reply->text});
+            answers.push_back({name + " (" + card.role + ")", reply->text});
     }
     print_answers(answers);
     return good;
@@ -243,8 +152,10 @@ bool Session::run(std::string_view line, const std::string &origin) {
         return true;
     if (line.find('\n') != line.npos)
         return complain(origin, "a command is one line");
-    return parsed.command->kind == Kind::local ? run_local(parsed, origin)
-                                               : run_on_cards(*parsed.command, line, origin);
+    const bool good = parsed.command->kind == Kind::local
+                          ? run_local(parsed, origin)
+                          : run_on_cards(*parsed.command, line, origin);
+    return flush_output() && good;
 }
 
 std::vector<std::string> Session::values_of(std::string_view type) {

@@ -5,6 +5,7 @@
 #include "chassis/ctl/grammar.h"
 #include "chassis/ctl/wire.h"
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,6 +13,16 @@
 #include <vector>
 
 namespace ctl {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a card may take to answer.  What reads waits for the worker, at most 20 seconds.
+inline constexpr std::chrono::milliseconds change_limit{10'000}, read_limit{30'000};
+
+struct Seen { // a card that runs
+    unsigned slot;
+    std::string role; // "master", "standby", or empty: it does not say
+};
 
 // Connections to the cards of one directory.  A connection that ended is made again when the card
 // is asked next.
@@ -22,17 +33,25 @@ public:
     const std::string &directory() const { return directory_; }
 
     // The card's reply; none when it does not run, hangs up or takes too long.
-    std::optional<Reply> ask(unsigned slot, std::string_view line);
+    std::optional<Reply> ask(unsigned slot, std::string_view line,
+                             std::chrono::milliseconds limit = read_limit);
+    // Why there was none when the card was asked last: "does not run".
+    const std::string &trouble(unsigned slot) { return trouble_[slot]; }
 
-    std::vector<unsigned> present();
+    // Both are asked at once.  `for_master`: a master that is found is not kept waiting long for a
+    // card that does not answer.
+    std::vector<Seen> look(bool for_master = false);
     std::optional<unsigned> master(); // the first that says so
-    std::string role(unsigned slot);  // "master", "standby", or empty when it does not answer
+    std::string role(unsigned slot);  // empty when it does not say
 
 private:
-    std::optional<Reply> ask_once(unsigned slot, std::string_view line, int timeout_msec);
+    bool begin(unsigned slot, std::string_view line);
+    std::optional<Reply> finish(unsigned slot, Clock::time_point deadline);
+    std::string role_from(const std::optional<Reply> &reply, unsigned slot);
 
     const std::string directory_;
     std::map<unsigned, Descriptor> connections_;
+    std::map<unsigned, std::string> trouble_;
 };
 
 struct Target { // what the user chose with --card
@@ -55,7 +74,8 @@ public:
 private:
     bool run_local(const Parsed &parsed, const std::string &origin);
     bool run_on_cards(const Command &command, std::string_view line, const std::string &origin);
-    std::vector<unsigned> cards_for(const Command &command);
+    std::vector<Seen> cards_for(const Command &command, const std::string &origin);
+    std::optional<Reply> ask(const Seen &card, const Command &command, std::string_view line);
 
     Shelf shelf_;
     const Target target_;
@@ -69,6 +89,8 @@ bool import_lines(Shelf &shelf, const Parsed &parsed);
 // Printing (page.cpp).
 unsigned terminal_columns(); // plenty when stdout is no terminal
 void print_paged(const std::string &text);
+// False when stdout did not take all that was printed since the last time, which is told.
+bool flush_output();
 
 // Reads a line at a prompt, with history and completion where readline was built in; false at the
 // end of input (prompt.cpp).

@@ -114,7 +114,8 @@ enum class Kind {
         "when")                                                                                    \
     ROW(verify, "verify", "", local,                                                               \
         "Compare the two cards, and the master's tables and its chip")                             \
-    ROW(import, "import", "[--dev-map DEVMAP]* [--port PORT] [--reachable] [file PATH]", local,    \
+    ROW(import, "import",                                                                          \
+        "[--dev-map DEVMAP]* [--dev NAME] [--port PORT] [--reachable] [file PATH]", local,         \
         "Feed the lines of ip neigh, ip route and ip monitor, from stdin or a file")               \
     ROW(help, "help", "[TOPIC]*", local, "What there is to type")                                  \
     ROW(quit, "quit", "", local, "Leave the prompt")

@@ -11,24 +11,26 @@
 
 #include "chassis/ctl/client.h"
 #include "chassis/ctl/import_lines.h"
+#include "chassis/ctl/lines.h"
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace ctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds master_retry{50};
-constexpr unsigned master_tries = 300;
+constexpr std::chrono::milliseconds master_retry{50}, master_wait{20'000};
+constexpr std::size_t noted_bytes = 100; // of a line that is not understood
 constexpr std::size_t bar_width = 40;
 constexpr int quiet_msec = 20;
 
@@ -50,7 +52,7 @@ class Importer {
 public:
     Importer(Shelf &shelf, const Parsed &parsed)
         : shelf_(shelf), port_(std::to_string(parsed.number("--port", 1))),
-          reachable_(parsed.has("--reachable")) {
+          device_(parsed.value("--dev")), reachable_(parsed.has("--reachable")) {
         for (const std::string_view map : parsed.values("--dev-map")) {
             const std::size_t equals = map.find('=');
             devices_[std::string(map.substr(0, equals))] = map.substr(equals + 1);
@@ -59,8 +61,7 @@ public:
 
     // False when no card takes it.  A line that may go on is kept until it is whole.
     bool take(std::string_view line) {
-        const bool is_more = !line.empty() && (line.front() == ' ' || line.front() == '\t');
-        if (is_more && !begun_.empty()) {
+        if (continues(line)) {
             if (begun_.size() < max_line_bytes)
                 begun_ += line;
             return true;
@@ -81,6 +82,19 @@ public:
         return line.empty() || take_whole(line);
     }
 
+    // A line that was cut short may say something else than it was to say; so does the route that
+    // it goes on with.
+    bool refuse_cut(std::string_view line) {
+        const bool goes_on = continues(line);
+        if (!goes_on && !flush())
+            return false;
+        lines_ += !goes_on;
+        refused_++;
+        const std::string cut = std::exchange(begun_, {}).append(line);
+        note("cut short, and left out: " + cut.substr(0, noted_bytes));
+        return true;
+    }
+
     unsigned long lines() const { return lines_; }
 
     bool finish() const {
@@ -90,17 +104,23 @@ public:
     }
 
 private:
+    bool continues(std::string_view line) const {
+        const bool is_more = !line.empty() && (line.front() == ' ' || line.front() == '\t');
+        return is_more && !begun_.empty();
+    }
+
     bool take_whole(const std::string &line) {
         using Neighbour = NeighbourLine::Event;
         using Route = RouteLine::Event;
-        const NeighbourLine neighbour = read_neighbour(line);
+        const NeighbourLine neighbour = read_neighbour(line, device_);
         if (neighbour.event == Neighbour::learnt || neighbour.event == Neighbour::lost)
             return apply(neighbour);
-        const RouteLine route = neighbour.event == Neighbour::none ? RouteLine{} : read_route(line);
-        if (route.event != Route::not_understood)
+        const RouteLine route =
+            neighbour.event == Neighbour::none ? RouteLine{} : read_route(line, device_);
+        if (route.event == Route::gone || (route.event == Route::added && !route.goes_on()))
             return apply(route);
         if (neighbour.event == Neighbour::not_understood)
-            note("neither neighbour nor route: " + line.substr(0, 100));
+            note("neither neighbour nor route: " + line.substr(0, noted_bytes));
         return skipped_++, true;
     }
 
@@ -183,7 +203,7 @@ private:
     }
 
     bool nobody() const {
-        std::fprintf(stderr, "import: no card is master in %s\n", shelf_.directory().c_str());
+        note("no card is master in " + shelf_.directory());
         return false;
     }
 
@@ -195,20 +215,24 @@ private:
         if (!reply)
             return nobody();
         if (reply->status == Status::ok && learnt && reachable_)
-            for (const unsigned slot : shelf_.present())
-                shelf_.ask(slot, "neigh reachable " + described);
+            for (const Seen &card : shelf_.look())
+                if (!card.role.empty())
+                    shelf_.ask(card.slot, "neigh reachable " + described, change_limit);
         count(*reply, learnt, neighbour.address);
         return true;
     }
 
     std::optional<Reply> ask_master(const std::string &line) {
-        for (unsigned i = 0; i < master_tries && !interrupted; i++) {
+        const Clock::time_point deadline = Clock::now() + master_wait;
+        while (!interrupted) {
             if (!master_)
                 master_ = shelf_.master();
-            const auto reply = master_ ? shelf_.ask(*master_, line) : std::nullopt;
+            const auto reply = master_ ? shelf_.ask(*master_, line, change_limit) : std::nullopt;
             if (reply && shelf_.role(*master_) == "master")
                 return reply;
             master_.reset();
+            if (Clock::now() > deadline)
+                break;
             std::this_thread::sleep_for(master_retry);
         }
         return std::nullopt;
@@ -220,11 +244,11 @@ private:
     }
 
     static void note(const std::string &text) {
-        std::fprintf(stderr, "import: %s\n", text.c_str());
+        std::fprintf(stderr, "import: %s\n", printable(text).c_str());
     }
 
     Shelf &shelf_;
-    const std::string port_;
+    const std::string port_, device_;
     const bool reachable_;
     std::map<std::string, std::string> devices_;
     KnownRoutes known_;
@@ -248,11 +272,10 @@ public:
             std::fputs("\n", stderr);
     }
 
-    void advance(std::size_t bytes, unsigned long lines) {
-        done_ += off_t(bytes);
-        if (total_ <= 0)
+    void show(std::size_t bytes, unsigned long lines) {
+        if (total_ <= 0 || std::exchange(shown_, bytes) == bytes)
             return;
-        const double part = std::min(1.0, double(done_) / double(total_));
+        const double part = std::min(1.0, double(bytes) / double(total_));
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start_;
         const double seconds = std::max(taken.count(), 0.001);
         const int filled = int(part * bar_width);
@@ -263,57 +286,46 @@ public:
 
 private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    off_t total_ = 0, done_ = 0;
+    off_t total_ = 0;
+    std::size_t shown_ = 0;
 };
 
-// Whether more comes at once: a route's further next hops do.
-bool is_quiet(int input) {
-    pollfd waiting{input, POLLIN, 0};
-    return poll(&waiting, 1, quiet_msec) == 0;
+// Hands every line to the importer as soon as it is there.  A route's further next hops come at
+// once: when nothing does, what was begun is whole.
+bool import_all(LineReader &lines, Importer &importer) {
+    Progress progress(lines.input());
+    std::string line;
+    while (!interrupted) {
+        progress.show(lines.bytes(), importer.lines());
+        if (lines.is_quiet(quiet_msec) && !importer.flush())
+            return false;
+        if (!lines.next(line) || interrupted)
+            break;
+        if (!(lines.is_whole() ? importer.take(line) : importer.refuse_cut(line)))
+            return false;
+    }
+    return interrupted || importer.flush();
 }
 
-// Hands every whole line to the importer as soon as it is there.
-bool read_lines(int input, Importer &importer) {
-    Progress progress(input);
-    std::string pending;
-    char bytes[16384];
-    while (!interrupted) {
-        if (is_quiet(input) && !importer.flush())
-            return false;
-        const ssize_t count = read(input, bytes, sizeof bytes);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        pending.append(bytes, std::size_t(count));
-        std::size_t start = 0;
-        for (std::size_t end; (end = pending.find('\n', start)) != pending.npos; start = end + 1)
-            if (!importer.take(std::string_view(pending).substr(start, end - start)))
-                return false;
-        pending.erase(0, start);
-        if (pending.size() > max_line_bytes)
-            pending.resize(max_line_bytes); // nothing that matters is that long
-        progress.advance(std::size_t(count), importer.lines());
-    }
-    return importer.take(pending) && importer.flush();
+bool fail(const std::string &name, int error) {
+    std::fprintf(stderr, "import: %s: %s\n", printable(name).c_str(), std::strerror(error));
+    return false;
 }
 
 } // namespace
 
 bool import_lines(Shelf &shelf, const Parsed &parsed) {
-    Descriptor file;
-    int input = STDIN_FILENO;
-    if (parsed.has("file")) {
-        const std::string path(parsed.value("file"));
-        file = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        if (!file)
-            return std::perror(path.c_str()), false;
-        input = file.get();
-    }
+    const std::string path(parsed.value("file"));
+    const Descriptor file(path.empty() ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!path.empty() && !file)
+        return fail(path, errno);
     catch_interrupts();
     Importer importer(shelf, parsed);
-    const bool read_all = read_lines(input, importer);
-    return importer.finish() && read_all;
+    LineReader lines(file ? file.get() : STDIN_FILENO, &interrupted);
+    bool good = import_all(lines, importer);
+    if (lines.error() != 0)
+        good = fail(path.empty() ? "stdin" : path, lines.error());
+    return importer.finish() && good;
 }
 
 } // namespace ctl

@@ -140,9 +140,10 @@ bool leaves_gateways(RouteLine &route, const RouteLine &gone) {
 
 } // namespace
 
-NeighbourLine read_neighbour(std::string_view line) {
+NeighbourLine read_neighbour(std::string_view line, std::string_view device) {
     Words words(line);
     NeighbourLine neighbour;
+    neighbour.device = device;
     if (!parse_address(words.peek()))
         return neighbour;
     neighbour.address = words.next();
@@ -164,7 +165,7 @@ NeighbourLine read_neighbour(std::string_view line) {
     return neighbour;
 }
 
-RouteLine read_route(std::string_view line) {
+RouteLine read_route(std::string_view line, std::string_view device) {
     Words words(line);
     (void)words.take("unicast");
     RouteLine route;
@@ -181,6 +182,11 @@ RouteLine read_route(std::string_view line) {
         return route;
     if (route.destination == "default")
         route.destination = is_ipv6 ? "::/0" : "0.0.0.0/0";
+    if (route.gateways.empty() && !device.empty())
+        route.gateways.emplace_back();
+    for (RouteLine::Gateway &gateway : route.gateways)
+        if (gateway.device.empty())
+            gateway.device = device;
     route.event = words.is_deleted() ? RouteLine::Event::gone : RouteLine::Event::added;
     return route;
 }

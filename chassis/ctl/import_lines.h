@@ -6,7 +6,8 @@
 //   10.2.0.0/16 via 10.1.1.2 dev vlanif100 proto bird metric 32
 //   10.3.0.0/16 proto bird metric 32 \	nexthop via 10.1.1.2 dev vlanif100 weight 1 \	nexthop ...
 //
-// A label or a time stamp in front ("[ROUTE]") is passed over.
+// A label or a time stamp in front ("[ROUTE]") is passed over.  Of one device alone ip names no
+// device: it is given along then, as `device`.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +24,7 @@ struct NeighbourLine {
     std::string address, device, mac;
 };
 
-NeighbourLine read_neighbour(std::string_view line);
+NeighbourLine read_neighbour(std::string_view line, std::string_view device = {});
 
 struct RouteLine {
     struct Gateway {
@@ -38,11 +39,11 @@ struct RouteLine {
     std::vector<Gateway> gateways;
     std::uint64_t metric = 0; // of several to one destination the kernel uses the lowest
     unsigned type = 0;        // of the route, by who installed it
-    // The destination alone: its next hops may follow.
+    // The destination alone: its next hops may follow, and without them it is no route.
     bool goes_on() const;
 };
 
-RouteLine read_route(std::string_view line);
+RouteLine read_route(std::string_view line, std::string_view device = {});
 
 // What the lines so far have told of the routes to each destination, those included that are not for
 // the chip.  The kernel reports the end of one of an IPv6 route's next hops as if the route were

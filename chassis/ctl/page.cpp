@@ -6,9 +6,11 @@
 #include "chassis/ctl/client.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,11 +82,22 @@ unsigned terminal_columns() {
 }
 
 void print_paged(const std::string &text) {
+    const std::string shown = printable(text);
     std::fflush(stdout);
-    if (isatty(STDOUT_FILENO) && !fits(text, screen()) && page(text))
+    if (isatty(STDOUT_FILENO) && !fits(shown, screen()) && page(shown))
         return;
-    std::fputs(text.c_str(), stdout);
-    std::fflush(stdout);
+    std::fputs(shown.c_str(), stdout);
+}
+
+bool flush_output() {
+    const char *const why = std::fflush(stdout) != 0 ? std::strerror(errno)
+                            : std::ferror(stdout)    ? "not all was written"
+                                                     : nullptr;
+    if (!why)
+        return true;
+    std::fprintf(stderr, "dpmctl: stdout: %s\n", why);
+    std::clearerr(stdout);
+    return false;
 }
 
 } // namespace ctl

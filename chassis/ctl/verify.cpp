@@ -7,6 +7,7 @@
 
 #include "chassis/ctl/client.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <sstream>
@@ -42,11 +43,19 @@ std::string ask_text(Shelf &shelf, unsigned slot, const std::string &line) {
     return reply && reply->status == Status::ok ? reply->text : "";
 }
 
+bool no_answer(Shelf &shelf, unsigned slot) {
+    const std::string &trouble = shelf.trouble(slot);
+    std::fprintf(stderr, "verify: the card in slot %u %s\n", slot,
+                 trouble.empty() ? "gives no digest" : printable(trouble).c_str());
+    return false;
+}
+
 void print_differences(Shelf &shelf, unsigned master, unsigned standby, const std::string &table) {
     const auto here = by_key(ask_text(shelf, master, "digest " + table));
     const auto there = by_key(ask_text(shelf, standby, "digest " + table));
     const auto print = [&](const std::string &key, const std::string &what) {
-        std::fprintf(stderr, "verify: %s: %s: %s\n", table.c_str(), key.c_str(), what.c_str());
+        std::fprintf(stderr, "verify: %s: %s: %s\n", table.c_str(), printable(key).c_str(),
+                     what.c_str());
     };
     for (const auto &[key, digest] : here) {
         const auto found = there.find(key);
@@ -67,14 +76,11 @@ bool compare_cards(Shelf &shelf, unsigned master, unsigned standby) {
             std::this_thread::sleep_for(between_tries);
         here = ask_text(shelf, master, "digest");
         there = ask_text(shelf, standby, "digest");
-        if (!here.empty() && here == there)
+        if (here.empty() || there.empty() || here == there)
             break;
     }
-    if (here.empty() || there.empty()) {
-        std::fprintf(stderr, "verify: the card in slot %u does not answer\n",
-                     here.empty() ? master : standby);
-        return false;
-    }
+    if (here.empty() || there.empty())
+        return no_answer(shelf, here.empty() ? master : standby);
     const auto mine = by_table(here), other = by_table(there);
     std::string summary;
     bool equal = true;
@@ -98,26 +104,29 @@ bool check_chip(Shelf &shelf, unsigned master) {
         return std::printf("slot %u: %s", master, reply->text.c_str()) > 0;
     std::istringstream lines(reply ? reply->text : "the card does not answer");
     for (std::string line; std::getline(lines, line);)
-        std::fprintf(stderr, "verify: slot %u: %s\n", master, line.c_str());
+        std::fprintf(stderr, "verify: slot %u: %s\n", master, printable(line).c_str());
     return false;
 }
 
 } // namespace
 
 bool verify_shelf(Shelf &shelf) {
-    const auto master = shelf.master();
-    const std::vector<unsigned> present = shelf.present();
-    if (!master) {
+    const std::vector<Seen> cards = shelf.look();
+    const auto master = std::ranges::find(cards, "master", &Seen::role);
+    bool good = true;
+    for (const Seen &card : cards)
+        if (card.role.empty())
+            good = no_answer(shelf, card.slot);
+    if (master == cards.end()) {
         std::fprintf(stderr, "verify: no card is master in %s\n", shelf.directory().c_str());
         return false;
     }
-    bool good = true;
-    if (present.size() == 1)
-        std::printf("slot %u is alone: no other card to compare with\n", *master);
-    for (const unsigned slot : present)
-        if (slot != *master)
-            good = compare_cards(shelf, *master, slot) && good;
-    return check_chip(shelf, *master) && good;
+    if (cards.size() == 1)
+        std::printf("slot %u is alone: no other card to compare with\n", master->slot);
+    for (const Seen &card : cards)
+        if (card.slot != master->slot && !card.role.empty())
+            good = compare_cards(shelf, master->slot, card.slot) && good;
+    return check_chip(shelf, master->slot) && good;
 }
 
 } // namespace ctl

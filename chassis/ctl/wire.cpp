@@ -2,11 +2,13 @@
 
 #include "chassis/ctl/wire.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -20,7 +22,7 @@ bool make_address(const std::string &path, sockaddr_un &address) {
     address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path)
-        return false;
+        return errno = ENAMETOOLONG, false;
     std::memcpy(address.sun_path, path.data(), path.size());
     return true;
 }
@@ -74,10 +76,14 @@ void Descriptor::reset() {
         close(release());
 }
 
-Descriptor connect_to(const std::string &path) {
+Descriptor connect_to(const std::string &path, std::chrono::milliseconds limit) {
     sockaddr_un address;
+    if (!make_address(path, address))
+        return Descriptor();
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!make_address(path, address) || !socket ||
+    const timeval wait{.tv_sec = time_t(limit.count() / 1000),
+                       .tv_usec = suseconds_t(limit.count() % 1000 * 1000)};
+    if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait) != 0 ||
         connect(socket.get(), generic(address), sizeof address) != 0)
         return Descriptor();
     return socket;

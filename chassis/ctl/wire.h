@@ -2,10 +2,12 @@
 //
 // The client sends a command as one line; the card answers "STATUS LENGTH\n" and LENGTH bytes of
 // text.  A line longer than max_line_bytes is answered with an error and the connection is closed.
+// What a client asked for last before it hung up is carried out only if its turn had come.
 #pragma once
 
 #include "chassis/ctl/words.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,6 +17,7 @@ namespace ctl {
 
 inline constexpr unsigned slots[] = {9, 10};
 inline constexpr std::size_t max_reply_bytes = 256u << 20;
+inline constexpr std::chrono::milliseconds connect_limit{1000};
 
 enum class Status : unsigned {
     ok = 0,
@@ -60,8 +63,9 @@ private:
     int number_;
 };
 
-// A connection to a socket at a path; none when nobody listens there, or the path is too long.
-Descriptor connect_to(const std::string &path);
+// A connection to a socket at a path; none with errno: nobody listens there (ENOENT, ECONNREFUSED),
+// or who listens does not take it in time (EAGAIN), or another.  Sending over it has the same limit.
+Descriptor connect_to(const std::string &path, std::chrono::milliseconds limit = connect_limit);
 // A listener at a path that only its owner can reach.  What stands at the path is removed first.
 Descriptor listen_at(const std::string &path);
 
