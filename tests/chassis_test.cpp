@@ -48,6 +48,7 @@ TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
     EXPECT_EQ(bep_msgQReceiveEx(queue, buffer, sizeof buffer, 60'000, HERE), -1);
     EXPECT_LT(os::raw_nsec() - began, 30 * os::nsec_per_sec);
     EXPECT_GE(card.os.now_nsec() - began, 3600 * os::nsec_per_sec);
+    EXPECT_FALSE(card.os.advance(os::latest_clock_sec * os::nsec_per_sec)) << "it has an end";
     mover.join();
     EXPECT_NE(bep_msgQSendEx(queue, buffer, 17, 0, 1, HERE), 0) << "longer than a message";
 }

@@ -8,6 +8,7 @@ import fcntl
 import json
 import os
 import pty
+import resource
 import shlex
 import shutil
 import signal
@@ -139,7 +140,22 @@ class Commands(Shelf):
 
     def test_need_a_card(self):
         self.assertIn("no card runs in", self.refused("show", "hosts"))
-        self.assertIn("slot 10 does not answer", self.refused("--card", "10", "show", "hosts"))
+        self.assertIn("slot 10 does not run", self.refused("--card", "10", "show", "hosts"))
+        done = self.run_ctl("--dir", self.dir + "x" * 100, "show", "hosts")
+        self.assertIn("slot 9 cannot be reached", done.stderr)
+        self.assertIn("File name too long", done.stderr)
+
+    def test_fail_when_their_input_or_output_does(self):
+        self.start_master()
+        for arguments in [["-f", self.dir], ["import", "file", self.dir]]:
+            self.assertIn(f"{self.dir}: Is a directory", self.run_ctl(*arguments).stderr)
+            self.assertEqual(self.run_ctl(*arguments).returncode, 1)
+        self.assertIn(r"unknown word '\x1b[31mred\xc2\x9b'", self.refused("\x1b[31mred\x9b"))
+        with open("/dev/full", "w") as full:
+            for line in ["show hosts", "help", "verify"]:
+                command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *line.split()]
+                done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, text=True)
+                self.assertEqual((done.returncode, done.stderr[:15]), (1, "dpmctl: stdout:"), line)
 
     def on_terminal(self, *arguments, rows=24, typed=b"", **environment):
         """What a command prints on a terminal of so many rows."""
@@ -260,6 +276,17 @@ class TwoCards(Shelf):
         self.cards[9].send_signal(signal.SIGSTOP)
         self.wait_until("slot 10 is master", lambda: self.role(10) == "master")
         self.assertEqual(self.status(10)["peer"], "no")
+        crowd = []
+        with self.assertRaises(BlockingIOError):  # until its socket takes no more
+            while crowd.append(socket.socket(socket.AF_UNIX)) is None:
+                crowd[-1].setblocking(False)
+                crowd[-1].connect(f"{self.dir}/card-9.sock")
+        silent = "the card in slot 9 does not answer"
+        self.assertEqual(self.refused("if", "add", "vlanif7", "vlan", "7"), f"dpmctl: {silent}\n")
+        self.assertEqual(self.words("if list", 10), "vlanif100\nvlanif7\n", "the other card has taken it")
+        self.assertIn(f"verify: {silent}", self.run_ctl("verify").stderr)
+        for client in crowd:
+            client.close()
         self.cards[9].send_signal(signal.SIGCONT)
         self.wait_until("of two masters the lower slot stays", lambda: self.role(10) == "standby")
         self.assertEqual(self.role(9), "master")
@@ -284,19 +311,28 @@ fd00:100::2 dev vlanif100 lladdr 02:00:00:00:01:02 proto kernel DELAY
 Deleted 10.1.1.3 dev vlanif100 lladdr 02:00:00:00:01:03 STALE
 not a line of ip
 10.1.1.7 dev vlanif100 lladdr 02:00:00:00:01:07 used 10/5/1 probes 1 REACHABLE
-"""
+default
+red \x1b[31m
+Deleted 10.1.1.7 dev vlanif100"""
 
     def test_takes_the_lines_of_ip_as_they_stand(self):
         self.start_shelf()
         done = self.run_ctl("import", "--dev-map", "eth0=vlanif100", "--port", "7", input=self.LINES)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertEqual(done.stdout, "11 lines: 5 added, 2 removed, 4 skipped, 0 refused\n")
+        self.assertEqual(done.stdout, "14 lines: 5 added, 2 removed, 6 skipped, 1 refused\n")
+        self.assertEqual(done.returncode, 1, "the last line was cut")
         self.assertIn("lines are skipped: unknown interface 'wlan0'", done.stderr)
-        self.assertIn("neither neighbour nor route: not a line of ip", done.stderr)
+        for line in ["not a line of ip\n", "default\n", "red \\x1b[31m\n"]:
+            self.assertIn(f"neither neighbour nor route: {line}", done.stderr)
+        self.assertIn("cut short, and left out: Deleted 10.1.1.7", done.stderr)
         self.assertEqual(self.addresses(), ["10.1.1.4", "10.1.1.7", "fd00:100::2"])
         self.assertEqual(json.loads(self.words("show hosts 10.1.1.4 --json"))[0]["port"], "7")
         self.ctl("verify")
         self.assertEqual(self.words("show nexthops --count", 10), "3\n")
+        of_one = "Deleted 10.1.1.7 lladdr 02:00:00:00:01:07 STALE\n10.2.0.0/16 via 10.1.1.4\n10.3.0.0/16 scope link\n"
+        cut = "10.4.0.0/16 proto bird\n\tnexthop via 10.1.1.4 weight 1\n\tnexthop via 10.1"
+        done = self.run_ctl("import", "--dev", "eth0", "--dev-map", "eth0=vlanif100", input=of_one + cut)
+        self.assertEqual(done.stdout, "4 lines: 2 added, 1 removed, 0 skipped, 1 refused\n", done.stderr)
+        self.assertEqual(self.words("show routes --count"), "2\n")
 
     ROUTES = """\
 default via 10.1.1.2 dev vlanif100 proto bird metric 32
@@ -399,6 +435,9 @@ class Sockets(Shelf):
             self.assertTrue(client.recv(10).startswith(b"1 "))
         crowd = [self.connect() for _ in range(80)]
         self.assertIn(b"too many clients", self.read_to_end(crowd[-1]))
+        crowd[0].sendall(b"clock advance 60s\n")
+        self.assertEqual(crowd[0].recv(10), b"0 0\n")
+        self.assertEqual(self.words("card role"), "master\n", "idle clients make room")
         for client in crowd:
             client.close()
         with self.connect() as client:  # two commands in one packet, one in two
@@ -409,6 +448,24 @@ class Sockets(Shelf):
             self.assertEqual(self.read_to_end(client), b"0 10\nvlanif100\n" * 2)
         self.assertEqual(self.addresses(), ["10.1.1.2"])
         self.ctl("verify")
+
+    def test_are_shared_fairly(self):
+        self.start_master()
+        with self.connect() as script, self.connect() as client:
+            self.cards[9].send_signal(signal.SIGSTOP)
+            script.sendall(b"".join(b"if add v%d vlan %d\n" % (vlan, vlan) for vlan in range(1, 100)))
+            client.sendall(b"if list\n")
+            with self.connect() as impatient:
+                impatient.sendall(b"if add vlanif999\n")
+            self.cards[9].send_signal(signal.SIGCONT)
+            self.assertLess(client.recv(1000).count(b"v"), 10, "a long script keeps nobody waiting")
+            self.wait_until("the script is through", lambda: self.words("show interfaces --count") == "99\n")
+        few = len(os.listdir(f"/proc/{self.cards[9].pid}/fd")) + 8
+        resource.prlimit(self.cards[9].pid, resource.RLIMIT_NOFILE, (few, few))
+        crowd = [self.connect() for _ in range(20)]
+        self.assertIn(b"no file descriptor left", self.read_to_end(crowd[-1]))
+        for client in crowd:
+            client.close()
 
     def test_of_the_shelf_turn_strangers_away(self):
         def frame(name, payload=b""):
