@@ -503,12 +503,15 @@ class Sockets(Shelf):
         self.assertTrue(os.path.exists(f"{self.dir}/card-9.sock"))
         self.start_master()
 
+    def test_are_not_put_there_without_the_settings(self):
+        self.assertIn(f"{self.dir}: Is a directory", self.refused_card("--config", self.dir))
+
     def test_are_not_put_where_others_can_write(self):
         os.chmod(self.dir, 0o777)
         self.assertIn("not a directory of this user's own", self.refused_card())
 
-    def refused_card(self):
-        command = [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir]
+    def refused_card(self, *arguments):
+        command = [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir, *arguments]
         done = subprocess.run(command, capture_output=True, text=True, timeout=60)
         self.assertEqual(done.returncode, 1)
         return done.stderr

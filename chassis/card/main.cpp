@@ -6,13 +6,14 @@
 
 #include "chassis/card/control.h"
 #include "chassis/card/line_cards.h"
+#include "chassis/ctl/lines.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fstream>
+#include <fcntl.h>
 #include <getopt.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
@@ -81,7 +82,7 @@ bool read_options(int argc, char **argv, Options &options) {
 }
 
 int fail(const std::string &what) {
-    std::fprintf(stderr, "dpm-card: %s\n", what.c_str());
+    std::fprintf(stderr, "dpm-card: %s\n", ctl::printable(what).c_str());
     return 1;
 }
 
@@ -128,13 +129,16 @@ bool start_log(chassis::Card &card, ctl::Server &server, const Options &options)
 bool configure(ctl::Server &server, const std::string &path) {
     if (path.empty())
         return true;
-    std::ifstream file(path);
+    const ctl::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file)
         return fail(path + ": " + std::strerror(errno)), false;
+    ctl::LineReader lines(file.get());
     std::string line;
-    for (unsigned number = 1; std::getline(file, line); number++)
+    for (unsigned number = 1; lines.next(line); number++)
         if (const ctl::Reply reply = server.execute(line); reply.status != ctl::Status::ok)
             return fail(path + ":" + std::to_string(number) + ": " + reply.text), false;
+    if (lines.error() != 0)
+        return fail(path + ": " + std::strerror(lines.error())), false;
     return true;
 }
 
