@@ -6,7 +6,6 @@
 #include <arpa/inet.h>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 
 namespace ctl {
 
@@ -51,10 +50,9 @@ std::vector<Word> split_words(std::string_view line) {
 }
 
 bool is_inside(const Prefix &network, const std::uint8_t *address) {
-    const unsigned bytes = network.length / 8, bits = network.length % 8;
-    const std::uint8_t mask = std::uint8_t(0xFF00 >> bits);
-    return std::memcmp(address, network.address.data(), bytes) == 0 &&
-           (bits == 0 || ((address[bytes] ^ network.address[bytes]) & mask) == 0);
+    using namespace chassis;
+    return masked(address_bytes(network.family, address), network.length) ==
+           masked(network.address, network.length);
 }
 
 std::optional<std::uint64_t> parse_number(std::string_view text) {
@@ -115,20 +113,6 @@ std::optional<std::int64_t> parse_duration(std::string_view text) {
             number <= 100'000'000'000'000'000 / nsec)
             return number * nsec;
     return std::nullopt;
-}
-
-std::string address_text(std::uint32_t family, const std::uint8_t *address) {
-    char text[INET6_ADDRSTRLEN] = "?";
-    if (family == 1 || family == 2)
-        inet_ntop(family == 1 ? AF_INET : AF_INET6, address, text, sizeof text);
-    return text;
-}
-
-std::string mac_text(const std::uint8_t *mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
-                  mac[3], mac[4], mac[5]);
-    return text;
 }
 
 std::string printable(std::string_view text) {

@@ -4,6 +4,8 @@
 // are in network order, everything else in host order.
 #pragma once
 
+#include "chassis/address.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -33,9 +35,9 @@ struct Prefix {
     unsigned length; // bits
 };
 
-constexpr unsigned host_length(std::uint32_t family) {
-    return family == 1 ? 32 : 128;
-}
+using chassis::address_text;
+using chassis::host_length;
+using chassis::mac_text;
 
 bool is_inside(const Prefix &network, const std::uint8_t *address); // an address of its family
 
@@ -44,8 +46,6 @@ std::optional<Prefix> parse_address(std::string_view text);       // with the ho
 std::optional<Prefix> parse_prefix(std::string_view text);        // with its "/length"
 std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
-std::string address_text(std::uint32_t family, const std::uint8_t *address);
-std::string mac_text(const std::uint8_t *mac);
 // A text from elsewhere as a terminal may have it: control characters but tabs and line ends as
 // "\x1b".
 std::string printable(std::string_view text);

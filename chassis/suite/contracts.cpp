@@ -1,6 +1,7 @@
 // What the routing suite and the host process supply to the library: the registry's answers, VLAN
 // ports, notices about VLAN interfaces, and the proxy ARP's side of the worker.
 
+#include "chassis/address.h"
 #include "chassis/chassis.h"
 #include "platform/bep.h"
 #include "platform/hal.h"
@@ -21,12 +22,13 @@ struct Contract {
     static bool runs_ospf(std::uint32_t address, unsigned prefix_len) {
         Suite &own = suite();
         std::lock_guard lock(own.mutex_);
-        for (const auto &[network, length] : own.ospf_networks_) {
-            const std::uint32_t mask = length ? ~0u << (32 - std::min(length, 32u)) : 0;
-            if (prefix_len >= length && !((ntohl(address) ^ ntohl(network)) & mask))
-                return true;
-        }
-        return false;
+        const auto bytes = address_bytes(DPM_FAMILY_IPV4, &address);
+        return std::ranges::any_of(own.ospf_networks_, [&](const auto &running) {
+            const auto &[network, length] = running;
+            return prefix_len >= length &&
+                   masked(bytes, length) ==
+                       masked(address_bytes(DPM_FAMILY_IPV4, &network), length);
+        });
     }
 
     static unsigned vlan_port(unsigned vlan) {
@@ -60,6 +62,7 @@ struct Contract {
 
 } // namespace chassis::suite
 
+using chassis::address_text;
 using chassis::suite::Contract;
 using chassis::suite::Suite;
 
@@ -74,12 +77,6 @@ int vlan_in_name(std::string_view name) {
     const char *const first = name.data() + head.size(), *const last = name.data() + name.size();
     const auto [end, error] = std::from_chars(first, last, vlan);
     return error == std::errc() && end == last ? vlan : -1;
-}
-
-std::string address_text(uint32_t family, const void *address) {
-    char text[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(family == DPM_FAMILY_IPV4 ? AF_INET : AF_INET6, address, text, sizeof text);
-    return text;
 }
 
 template <class... Arguments> int notice(const char *format, Arguments... arguments) {
