@@ -2,6 +2,7 @@
 // another chip forward as it does.
 
 #include "chassis/chassis.h"
+#include "chassis/chip/objects.h"
 #include "platform/dal.h"
 #include "platform/hal.h"
 
@@ -61,42 +62,40 @@ protected:
     Chip &chip = card.chip;
 };
 
+// In what line cards keep.
 void expect_equal(const Chip &chip, const Chip &other) {
-    EXPECT_EQ(chip.entries, other.entries);
-    EXPECT_EQ(chip.nexthops, other.nexthops);
-    EXPECT_EQ(chip.groups, other.groups);
-    EXPECT_EQ(chip.cpu_default, other.cpu_default);
-    EXPECT_EQ(chip.hash_mode, other.hash_mode);
+    each_kind([&]<class Kind>(Kind) {
+        if (Kind::outlives_card) {
+            EXPECT_EQ(chip.held<Kind>(), other.held<Kind>()) << Kind::name;
+        }
+    });
 }
 
 // Random requests, sensible and not.
 void make_requests(Chip &chip, unsigned count, unsigned seed) {
     std::mt19937 random(seed);
-    std::vector<std::uint32_t> indexes;
-    std::vector<std::int32_t> groups;
+    std::vector<Index> indexes{99}, groups{99};
     const auto any = [&](auto &list) { return list[random() % list.size()]; };
+    const auto byte = [&] { return std::uint8_t(random()); };
     for (unsigned i = 0; i < count; i++) {
-        std::uint32_t index = 0;
-        std::int32_t group = 0;
-        if (indexes.empty() || random() % 4 == 0) {
-            chip.add_nexthop(nexthop(std::uint8_t(random())), &index, false);
-            indexes.push_back(index);
-        } else if (groups.empty() || random() % 8 == 0) {
-            if (chip.add_group(&group, {any(indexes)}, false).code == 0)
-                groups.push_back(group);
-        }
-        chip.add_entry(entry(std::uint8_t(random()), 24 + random() % 9), any(indexes), false);
-        chip.delete_entry(entry(std::uint8_t(random())), any(indexes));
-        if (!groups.empty()) {
-            chip.update_group(any(groups), random() % 2, {any(indexes)}, false);
-            chip.add_entry(entry(std::uint8_t(random())), std::uint32_t(any(groups)), false);
-        }
+        Index made = 0;
+        if (random() % 4 == 0 && chip.create<kinds::nexthop>(made, nexthop(byte())).code == 0)
+            indexes.push_back(made);
+        else if (random() % 8 == 0 && chip.create<kinds::group>(made, {any(indexes)}).code == 0)
+            groups.push_back(made);
+        chip.put<kinds::entry>(entry(byte(), 24 + random() % 9), any(indexes));
+        chip.put<kinds::entry>(entry(byte()), any(groups));
+        chip.drop<kinds::entry>(entry(byte()), any(indexes));
+        if (const Index group = any(groups); group != 99)
+            chip.keep<kinds::group>(group, {any(indexes), any(indexes)});
         if (random() % 16 == 0)
-            chip.delete_nexthop(any(indexes));
-        if (!groups.empty() && random() % 64 == 0)
-            chip.delete_group(any(groups));
-        chip.set_default(1 + random() % 2, std::uint16_t(random() % 4), random() % 2);
-        chip.set_hash(random() % 8);
+            chip.drop<kinds::nexthop>(any(indexes));
+        if (const unsigned place = random() % 256; place < groups.size() && place > 0) {
+            chip.drop<kinds::group>(groups[place]);
+            groups.erase(groups.begin() + place);
+        }
+        chip.put<kinds::cpu_default>({1 + random() % 2, random() % 4}, random() % 2);
+        chip.put<kinds::hash_mode>({}, random() % 8);
     }
 }
 
@@ -109,9 +108,8 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
     ASSERT_EQ(add(2, 32, used), 0);
     ASSERT_EQ(new_interface(100), 0);
     ASSERT_EQ(hal_set_arp_to_cpu(100, 0, 1), 0);
-    const auto entries = chip.entries;
-    const auto nexthops = chip.nexthops;
-    const auto groups = chip.groups;
+    ASSERT_EQ(dal_driver_add_gre_tunnel(0, mac, mac, 5, 0, 0), 0);
+    const auto before = chip.forwarding();
     const struct {
         const char *what;
         std::function<int()> make;
@@ -131,6 +129,8 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
         {"no such interface", [&] { return dal_driver_delete_l3_intf(mac, 101, 0); }},
         {"a rule that is there", [&] { return hal_set_arp_to_cpu(100, 0, 1); }},
         {"no such rule", [&] { return hal_set_arp_to_cpu(101, 0, 0); }},
+        {"a tunnel that is there", [&] { return dal_driver_add_gre_tunnel(0, mac, mac, 5, 0, 0); }},
+        {"no such tunnel", [&] { return dal_driver_del_gre_tunnel(0, mac, mac, 6, 0, 0); }},
         {"a slot's entry that is not there", [&] { return add(3, 32, used, slot_3); }},
         {"a slot's next hop that is not there", [&] { return new_nexthop(9, slot_3) ? 0 : -1; }},
         {"a slot's member that is not there", [&] { return change_group(group, 1, used, slot_3); }},
@@ -142,9 +142,7 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
         EXPECT_EQ(chip.mistakes(), ++count) << mistake.what;
     }
     EXPECT_EQ(chip.mistake_lines().size(), count);
-    EXPECT_EQ(chip.entries, entries);
-    EXPECT_EQ(chip.nexthops, nexthops);
-    EXPECT_EQ(chip.groups, groups);
+    EXPECT_EQ(chip.forwarding(), before);
 }
 
 // What was kept on order keeps its next hop, and nobody is to blame for trying to delete that.
@@ -163,19 +161,18 @@ TEST_F(ChipTest, ARefusedRemovalExcusesTheNextHopsDelete) {
 }
 
 TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {
-    const std::uint32_t nexthop = new_nexthop(1, every_slot);
+    std::uint32_t nexthop = new_nexthop(1, every_slot);
     const std::int32_t group = new_group();
     ASSERT_EQ(change_group(group, 1, nexthop), 0);
     ASSERT_EQ(add(2, 32, nexthop, every_slot), 0);
-    const auto groups = chip.groups;
-    EXPECT_EQ(new_nexthop(1, slot_3), nexthop);
+    const auto before = chip.forwarding();
+    EXPECT_EQ(dal_driver_add_ip_nexthop(2, 1, &nexthop, 100, 0, mac, slot_3), 0);
     EXPECT_EQ(add(2, 32, nexthop, slot_3), 0);
     EXPECT_EQ(change_group(group, 1, nexthop, slot_3), 0);
     std::int32_t again = group;
     EXPECT_EQ(dal_driver_add_ecmp_nexthop(&again, 0, 0, nullptr, slot_3), 0);
     EXPECT_EQ(again, group);
-    EXPECT_EQ(chip.groups, groups);
-    EXPECT_EQ(chip.nexthops.size(), 1u);
+    EXPECT_EQ(chip.forwarding(), before);
     ASSERT_EQ(change_group(group, 2, nexthop), 0);
     ASSERT_EQ(del(2, 32, nexthop), 0);
     EXPECT_EQ(dal_driver_del_ip_nexthop(nexthop, 0), 0) << "nothing counted twice";
@@ -213,41 +210,53 @@ TEST_F(ChipTest, ANullChipTakesEverythingAndKeepsNothing) {
     chip.set_null(true);
     EXPECT_NE(new_nexthop(4), 0u);
     EXPECT_EQ(add(9, 32, 99), 0);
-    EXPECT_TRUE(chip.nexthops.empty() && chip.entries.empty());
+    EXPECT_TRUE(chip.forwarding().empty());
     EXPECT_EQ(chip.mistakes(), 0u);
 }
 
-TEST(Forwarding, is_followed_by_whoever_hears_of_the_changes) {
+TEST(Forwarding, IsFollowedByWhoeverHearsOfTheChanges) {
     for (unsigned seed = 1; seed <= 20; seed++) {
         SCOPED_TRACE(seed);
         Chip chip, follower, latecomer;
         chip.observe([&](const Change &change) { follower.apply(change); });
         make_requests(chip, 500, seed);
-        ASSERT_FALSE(chip.entries.empty() || chip.groups.empty());
+        ASSERT_FALSE(chip.held<kinds::entry>().empty() || chip.held<kinds::group>().empty());
         expect_equal(chip, follower);
         for (const Change &change : chip.forwarding())
-            latecomer.apply(change);
+            EXPECT_TRUE(latecomer.apply(change));
         expect_equal(chip, latecomer);
 
         // New indexes are new, and next hops are in use there as here.
-        std::uint32_t index = 0;
-        follower.add_nexthop(nexthop(1), &index, false);
-        EXPECT_FALSE(chip.nexthops.contains(index) || chip.groups.contains(index));
-        const auto all = chip.nexthops;
+        Index index = 0;
+        follower.create<kinds::nexthop>(index, nexthop(1));
+        EXPECT_FALSE(chip.held<kinds::nexthop>().contains(index) ||
+                     chip.held<kinds::group>().contains(index));
+        const auto all = chip.held<kinds::nexthop>();
         for (const auto &[number, what] : all)
-            EXPECT_EQ(chip.delete_nexthop(number).code, latecomer.delete_nexthop(number).code);
+            EXPECT_EQ(chip.drop<kinds::nexthop>(number).code,
+                      latecomer.drop<kinds::nexthop>(number).code);
     }
 }
 
-TEST(Forwarding, takes_no_harm_from_changes_that_repeat_or_come_late) {
+TEST(Forwarding, TakesNoHarmFromChangesThatRepeatComeLateOrAreNone) {
     Chip chip;
-    const std::uint32_t index = 40;
+    const Index index = 40;
+    const NextHop what = nexthop(1);
+    const Members members{index};
     for (const bool there : {true, true, false, false}) {
-        chip.apply(nexthop_change(index, nexthop(1), there));
-        chip.apply(group_change(41, {index}, there));
-        chip.apply(entry_change(entry(1), index, there));
+        chip.apply(change_of<kinds::nexthop>(index, there ? &what : nullptr));
+        chip.apply(change_of<kinds::group>(41, there ? &members : nullptr));
+        chip.apply(change_of<kinds::entry>(entry(1), there ? &index : nullptr));
     }
-    EXPECT_TRUE(chip.entries.empty() && chip.nexthops.empty() && chip.groups.empty());
-    chip.apply(entry_change(entry(1), 77, true)); // leads nowhere, and stays harmless
-    EXPECT_EQ(chip.lookup(0, 1, entry(1).bytes.data())->index, 77u);
+    Change change = change_of<kinds::nexthop>(index, &what);
+    for (const unsigned size : {0u, 3u, change.size - 1, change.size + 1, ~0u}) {
+        change.size = size;
+        EXPECT_FALSE(chip.apply(change)) << size;
+    }
+    EXPECT_FALSE(chip.apply(change_of<kinds::entry>(entry(1, 65535), &index)));
+    change.kind = ~0u;
+    EXPECT_FALSE(chip.apply(change));
+    EXPECT_TRUE(chip.forwarding().empty());
+    chip.apply(change_of<kinds::entry>(entry(1), &index)); // leads nowhere, and stays harmless
+    EXPECT_EQ(chip.lookup(0, 1, entry(1).bytes.data())->index, index);
 }

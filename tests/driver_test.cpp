@@ -11,6 +11,7 @@
 
 namespace {
 
+namespace chip = chassis::chip;
 using Lines = std::vector<std::string>;
 
 // The requests below mean nothing to the chip; only how they arrive counts.
@@ -54,7 +55,7 @@ TEST(Slots, HaveABitEachAndAnythingElseAllOfThem) {
 #define WRAPPER(call, line) ROW(call, line, true)
 #define UNSLOTTED(call, line) ROW(call, line, false)
 
-TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
+TEST_F(Driver, WrappersNarrowTheirArgumentsRestrictSlotsWhileThePeerIsUpAndAreRefusedByName) {
     const std::uint32_t wide = 0xABC10064; // 100 in 16 bits and in 8
     const auto bits = 8u;
     std::uint8_t vlans[512] = {};
@@ -72,7 +73,7 @@ TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
         UNSLOTTED(delete_intf_ip(wide, 1, ip, 24), "del_ip_entry vrf 100 10.1.1.2/24 nexthop 2"),
         WRAPPER(interface_vrf_set(0xFFFF, wide, bits), "interface_vrf_set vlan -1 vrf 100"),
         WRAPPER(interface_mpls_enable(wide, 0x101, bits),
-                "interface_mpls_enable vlan 100 enable 1"),
+                "interface_mpls_enable vlan 100 on"),
         WRAPPER(add_nexthop(1, wide, mac, wide, 0x10007, out, bits),
                 "add_ip_nexthop trunk 2881552484 svlan 100 cvlan 7 mac 02:00:00:00:01:02"),
         WRAPPER(del_nexthop(wide, bits), "del_ip_nexthop index 2881552484"),
@@ -95,24 +96,24 @@ TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
         UNSLOTTED(del_ospf_rule(7), "set_ospf_to_cpu_ex vlan 7 off"),
         UNSLOTTED(set_ndp_rule(wide, 1), "set_ipv6_ns_rule vlan 100 on match 0x3333/0xffff"),
         UNSLOTTED(set_ndp_rule(wide, 0), "set_ipv6_ns_rule vlan 100 off match 0x3333/0xffff"),
-        WRAPPER(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add request nhid"),
-        WRAPPER(mpls_ftn_del(record, bits), "mpls_ftn_del request"),
-        WRAPPER(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add request nhid"),
-        WRAPPER(mpls_ilm_del(record, bits), "mpls_ilm_del request"),
+        WRAPPER(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add nhid"),
+        WRAPPER(mpls_ftn_del(record, bits), "mpls_ftn_del slots"),
+        WRAPPER(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add nhid"),
+        WRAPPER(mpls_ilm_del(record, bits), "mpls_ilm_del slots"),
         WRAPPER(vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits),
-                "vpws_entry_add request ac"),
-        WRAPPER(vpws_entry_del(record, 5, bits), "vpws_entry_del request"),
+                "vpws_entry_add ac"),
+        WRAPPER(vpws_entry_del(record, 5, bits), "vpws_entry_del slots"),
         WRAPPER(vpws_entry_update(record, record, out, out + 1, 5, bits),
-                "vpws_entry_update request pw"),
+                "vpws_entry_update pw"),
         WRAPPER(vpws_entry_del_vlanlist(record, 5, bits, vlans),
-                "vpws_entry_del_test request vlans 3"),
+                "vpws_entry_del_test vlans 3"),
         WRAPPER(pw_group_switch(wide, 1, bits), "pw_group_switch group 2881552484 protect 1"),
         WRAPPER(vpls_add(wide, out, bits), "vpls_add vpls 100 fid"),
         WRAPPER(vpls_del(wide, bits), "vpls_del vpls 100"),
-        WRAPPER(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add request nhid"),
-        WRAPPER(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del request"),
-        WRAPPER(mpls_pw_entry_add(record, out, out + 1, bits), "vpls_pw_entry_add request nhid"),
-        WRAPPER(mpls_pw_entry_del(record, bits), "vpls_pw_entry_del request"),
+        WRAPPER(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add nhid"),
+        WRAPPER(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del slots"),
+        WRAPPER(mpls_pw_entry_add(record, out, out + 1, bits), "vpls_pw_entry_add nhid"),
+        WRAPPER(mpls_pw_entry_del(record, bits), "vpls_pw_entry_del slots"),
         WRAPPER(port_scl_key_type_set(wide, wide, 0x10007, 0x101, 0x103, bits),
                 "port_scl_key_type_set type 2881552484 port 100 subport 7 direction 1 key 3"),
         WRAPPER(add_gre_tunnel(3, ip, other_ip, 0, 5, 1, bits),
@@ -121,10 +122,11 @@ TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
         WRAPPER(del_gre_tunnel(3, ip, other_ip, 7, 5, 1, bits),
                 "del_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 5 checksum 1"),
         WRAPPER(add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 0, out, bits),
-                "add_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 4294967295 "
-                "checksum 0"),
+                "add_gre_nexthop port 3 vid 4 ivid 5 mac 02:00:00:00:01:02 vrf 6 source "
+                "10.1.1.2 destination 172.16.0.1 key 4294967295 checksum 0"),
         WRAPPER(update_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 1, 9, 0, out, bits),
-                "update_gre_nexthop vrf 6 source 10.1.1.2 destination 172.16.0.1 key 9 checksum 0"),
+                "update_gre_nexthop port 3 vid 4 ivid 5 mac 02:00:00:00:01:02 vrf 6 source "
+                "10.1.1.2 destination 172.16.0.1 key 9 checksum 0"),
         WRAPPER(del_gre_nexthop(wide, bits), "del_gre_nexthop index 2881552484"),
         // clang-format on
     };
@@ -138,14 +140,19 @@ TEST_F(Driver, WrappersNarrowTheirArgumentsAndRestrictSlotsWhileThePeerIsUp) {
             EXPECT_TRUE(journal[0].starts_with(wrapper.line)) << journal[0];
             const std::string slots = wrapper.restricted && up ? " slots 0x8 " : " slots 0x0 ";
             EXPECT_NE(journal[0].find(slots), std::string::npos) << journal[0];
+            const auto function = chip::request_named(journal[0].substr(0, journal[0].find(' ')));
+            ASSERT_TRUE(function) << journal[0];
+            card.chip.refuse(*function, 1, -17);
+            wrapper.call();
+            EXPECT_TRUE(card.chip.journal().at(1).ends_with(" -> -17")) << wrapper.line;
         }
     }
 }
 
 TEST_F(Driver, TheChipsOwnCodeComesBackUnchanged) {
-    card.chip.refuse(chassis::chip::Function::del_ip_nexthop, 1, -17);
+    card.chip.refuse(chip::Function::del_ip_nexthop, 1, -17);
     EXPECT_EQ(dpm_driver_del_nexthop(99, 0), -17);
-    card.chip.refuse(chassis::chip::Function::other, 1, 5);
+    card.chip.refuse(chip::Function::mpls_ftn_del, 1, 5);
     EXPECT_EQ(dpm_driver_mpls_ftn_del(record, 0), 5);
 }
 

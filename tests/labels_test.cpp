@@ -281,7 +281,7 @@ TEST_P(LabelsAndRoutes, OnlyATunnelOfTheSamePrefixCounts) {
 
 TEST_P(LabelsAndRoutes, ADefaultRouteLeftToATunnelKeepsTheCpuOut) {
     const std::string any = v6() ? "::/0" : "0.0.0.0/0";
-    const std::pair<std::uint32_t, std::uint16_t> key{v6() ? DPM_FAMILY_IPV6 : DPM_FAMILY_IPV4, 0};
+    const chassis::chip::DefaultKey key{v6() ? 2u : 1u, 0};
     const auto &to_cpu = master().chip.cpu_default;
     add_ftn({.prefix = any, .nhop = b()});
     EXPECT_TRUE(to_cpu.at(key));

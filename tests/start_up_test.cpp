@@ -120,7 +120,7 @@ TEST_F(Settings, TheHashModeIsSetWhenItChangesAndKeptWhenTheChipRefuses) {
     EXPECT_EQ(dpm_api_get_ecmp_hash(), 6u);
     EXPECT_EQ(dpm_api_set_ecmp_hash(3), 0);
     EXPECT_EQ(dpm_api_get_ecmp_hash(), 3u);
-    EXPECT_EQ(master().chip.hash_mode, 3u);
+    EXPECT_EQ(master().chip.held<chassis::chip::kinds::hash_mode>().at({}), 3u);
 }
 
 TEST_F(Settings, TheExportedHeaderServesACallerInC) {

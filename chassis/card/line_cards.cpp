@@ -1,10 +1,9 @@
 #include "chassis/card/line_cards.h"
 
+#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <type_traits>
 #include <unistd.h>
 
 namespace card {
@@ -14,12 +13,19 @@ namespace {
 using chassis::chip::Change;
 using chassis::chip::Chip;
 
-static_assert(std::is_trivially_copyable_v<Change>);
-
 constexpr std::size_t changes_before_rewrite = 100'000;
 
+constexpr std::size_t head_bytes = offsetof(Change, bytes);
+
 bool read_change(int file, Change &change) {
-    return read(file, &change, sizeof change) == ssize_t(sizeof change);
+    return read(file, &change, head_bytes) == ssize_t(head_bytes) &&
+           change.size <= change.bytes.size() &&
+           read(file, change.bytes.data(), change.size) == ssize_t(change.size);
+}
+
+bool write_change(int file, const Change &change) {
+    const std::size_t bytes = head_bytes + change.used().size();
+    return write(file, &change, bytes) == ssize_t(bytes);
 }
 
 } // namespace
@@ -43,7 +49,7 @@ void LineCards::take_over() {
         return;
     Chip left;
     read_into(left);
-    if (!left.entries.empty() || !left.nexthops.empty() || !left.groups.empty())
+    if (!left.forwarding().empty())
         card_.chip.take_over(left);
     const auto lock = card_.chip.lock();
     start_file();
@@ -67,7 +73,7 @@ void LineCards::start_file() {
     written_ = 0;
     const std::vector<Change> changes = card_.chip.forwarding();
     for (const Change &change : changes)
-        if (::write(file_.get(), &change, sizeof change) != ssize_t(sizeof change))
+        if (!write_change(file_.get(), change))
             return std::perror(fresh.c_str());
     kept_ = changes.size();
     if (rename(fresh.c_str(), path_.c_str()) != 0)
@@ -93,7 +99,7 @@ void LineCards::write(const Change &change) {
         return;
     if (++written_ > changes_before_rewrite + kept_ || is_replaced())
         start_file(); // without this change, which the chip is about to make or has just made
-    if (::write(file_.get(), &change, sizeof change) != ssize_t(sizeof change))
+    if (!write_change(file_.get(), change))
         std::perror(path_.c_str());
 }
 

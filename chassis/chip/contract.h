@@ -1,21 +1,24 @@
 // The frame of every contract function: count the request, refuse it if so ordered, carry it out,
 // write it down, and let the slots report.
+//
+// A contract function is one call of answer<Function::name>(operation, its arguments...).  The
+// operations below put, create and drop objects of a kind; Accepted does for what is not modelled.
 #pragma once
 
 #include "chassis/chassis.h"
+#include "chassis/chip/objects.h"
+#include "dpm_api.h"
+#include "platform/dal.h"
+#include "platform/hal.h"
 
-#include <initializer_list>
 #include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace chassis::chip {
 
-// printf into a string.
-[[gnu::format(printf, 1, 2)]] std::string text(const char *format, ...);
-std::string address_text(std::uint32_t family, const void *address);
-std::string mac_text(const std::uint8_t *mac);
+// A request for single slots: it programs again what is there.  0 and all ones mean every slot.
+constexpr bool is_again(std::uint32_t slot_bits) {
+    return slot_bits != 0 && slot_bits != ~0u;
+}
 
 inline std::array<std::uint8_t, 6> mac_of(const std::uint8_t *mac) {
     std::array<std::uint8_t, 6> bytes;
@@ -23,78 +26,218 @@ inline std::array<std::uint8_t, 6> mac_of(const std::uint8_t *mac) {
     return bytes;
 }
 
-// A request for single slots: it programs again what is there.  0 and all ones mean every slot.
-constexpr bool is_again(std::uint32_t slot_bits) {
-    return slot_bits != 0 && slot_bits != ~0u;
-}
+// --- arguments that no kind tells of -----------------------------------------------------------
 
-struct Call {
-    Function kind;
-    std::string_view function; // the contract function's name
-    std::uint32_t slot_bits = 0;
-    std::optional<std::uint32_t>
-        forgiven; // what to remember when it is refused on order (chip.cpp)
+struct Mac {
+    const std::uint8_t *bytes;
 };
 
-struct Done {
+std::string text_of(std::uint32_t number);
+std::string text_of(std::uint32_t *output);
+std::string text_of(Mac mac);
+std::string text_of(const hal_mac_match &match);
+
+// Named; valid as long as what it was made from.
+struct Argument {
+    template <class Value>
+    Argument(const char *argument, const Value &from)
+        : name(argument), value(&from),
+          text([](const void *value) { return text_of(*static_cast<const Value *>(value)); }) {
+        if constexpr (std::is_same_v<Value, std::uint32_t *>)
+            output = from;
+    }
+    const char *name;
+    const void *value;
+    std::string (*text)(const void *value);
+    Index *output = nullptr; // an index is written there
+};
+
+class Arguments {
+public:
+    Arguments(std::initializer_list<Argument> arguments = {})
+        : list_(arguments.begin(), arguments.end()) {}
+    std::string text() const; // each with a blank in front
+    template <class Visit> void each_output(Visit visit) const {
+        for (const Argument &argument : list_)
+            if (argument.output != nullptr)
+                visit(*argument.output);
+    }
+
+private:
+    std::vector<Argument> list_;
+};
+
+// --- operations --------------------------------------------------------------------------------
+
+struct Operation {
+    virtual ~Operation() = default;
+    virtual Chip::Outcome act(Chip &chip, bool again) = 0;
+    virtual std::string text() const = 0;  // what it was asked, once it has been carried out
+    virtual void hand_out(Chip &) const {} // the indexes alone
+    virtual void excuse(Chip &) const {}   // it was refused on order
+};
+
+template <class Kind> std::string key_argument(const typename Kind::Key &key) {
+    if constexpr (Kind::is_indexed)
+        return std::string(Kind::index_name) + " " + Kind::key_text(key);
+    else
+        return Kind::key_text(key);
+}
+
+template <class Kind> struct Put : Operation {
+    Put(typename Kind::Key key, typename Kind::Value value, Arguments more = {})
+        : key(key), value(value), more(std::move(more)) {}
+    Chip::Outcome act(Chip &chip, bool again) override { return chip.put<Kind>(key, value, again); }
+    std::string text() const override {
+        return key_argument<Kind>(key) + " " + Kind::value_text(value) + more.text();
+    }
+    void excuse(Chip &chip) const override {
+        if (Kind::is_unheard(value))
+            chip.excuse<Kind>(key);
+    }
+    const typename Kind::Key key;
+    typename Kind::Value value;
+    const Arguments more;
+};
+
+template <class Kind> struct Create : Operation {
+    Create(Index *index, typename Kind::Value value) : index(index), value(std::move(value)) {}
+    Chip::Outcome act(Chip &chip, bool again) override {
+        return chip.create<Kind>(*index, value, again);
+    }
+    std::string text() const override {
+        return Kind::value_text(value) + " " + key_argument<Kind>(*index);
+    }
+    void hand_out(Chip &chip) const override { *index = chip.new_index(); }
+    Index *const index;
+    const typename Kind::Value value;
+};
+
+// Another value of an object that is there.
+template <class Kind> struct Renew : Put<Kind> {
+    using Put<Kind>::Put;
+    Chip::Outcome act(Chip &chip, bool) override {
+        if (!chip.held<Kind>().contains(this->key))
+            return mistake("no such ", Kind::name);
+        return chip.keep<Kind>(this->key, this->value), Chip::Outcome();
+    }
+    std::string text() const override {
+        return Kind::value_text(this->value) + " " + key_argument<Kind>(this->key);
+    }
+};
+
+// With a value: the object must have it.
+template <class Kind> struct Drop : Operation {
+    using Value = typename Kind::Value;
+    Drop(typename Kind::Key key, std::optional<Value> value = {}, Arguments more = {})
+        : key(key), value(value), more(std::move(more)) {}
+    Chip::Outcome act(Chip &chip, bool) override { return chip.drop<Kind>(key, value); }
+    std::string text() const override {
+        return key_argument<Kind>(key) + (value ? " " + Kind::value_text(*value) : "") +
+               more.text();
+    }
+    // What it would have let go stays in use.
+    void excuse(Chip &chip) const override {
+        if (Kind::is_unheard(value.value_or(Value())))
+            chip.excuse<Kind>(key);
+        if (value)
+            Kind::uses(*value,
+                       [&]<class... Used>(Use<Used...> use) { (chip.excuse<Used>(use.key), ...); });
+    }
+    const typename Kind::Key key;
+    const std::optional<Value> value;
+    const Arguments more;
+};
+
+// An object that is there or not.
+template <class Kind> struct Switch : Operation {
+    Switch(typename Kind::Key key, bool on, Arguments more = {})
+        : key(key), on(on), more(std::move(more)) {}
+    Chip::Outcome act(Chip &chip, bool again) override {
+        return on ? chip.put<Kind>(key, Nothing(), again) : chip.drop<Kind>(key);
+    }
+    std::string text() const override {
+        return key_argument<Kind>(key) + (on ? " on" : " off") + more.text();
+    }
+    void excuse(Chip &chip) const override {
+        if (Kind::is_unheard(Nothing()))
+            chip.excuse<Kind>(key);
+    }
+    const typename Kind::Key key;
+    const bool on;
+    const Arguments more;
+};
+
+// Not modelled: accepted, and the indexes that it hands out may be named from then on.
+struct Accepted : Operation {
+    Accepted(std::initializer_list<Argument> arguments = {}) : arguments(arguments) {}
+    Chip::Outcome act(Chip &chip, bool again) override {
+        if (again)
+            return {};
+        hand_out(chip);
+        arguments.each_output([&](Index index) { chip.keep<kinds::other>(index, Nothing()); });
+        return {};
+    }
+    std::string text() const override { return arguments.text().erase(0, 1); }
+    void hand_out(Chip &chip) const override {
+        arguments.each_output([&](Index &index) { index = chip.new_index(); });
+    }
+    const Arguments arguments;
+};
+
+// --- the frame ---------------------------------------------------------------------------------
+
+// The library's callback of a request; null in a process without the library, and where there is
+// none.
+template <Function function> constexpr auto slot_answer() {
+    return nullptr;
+}
+#define CHIP_ANSWER(name, word, answer)                                                            \
+    extern "C" [[gnu::weak]] decltype(::answer) answer;                                            \
+    template <> constexpr auto slot_answer<Function::name>() {                                     \
+        return &::answer;                                                                          \
+    }
+#define CHIP_SILENT(...)
+CHIP_FUNCTIONS(CHIP_ANSWER, CHIP_SILENT)
+#undef CHIP_ANSWER
+#undef CHIP_SILENT
+
+struct Contract {
     struct SlotAnswer {
         std::uint32_t bit;
         int code;
     };
-    int result = 0;
-    std::vector<SlotAnswer> slots;
-
-    // Each slot's own answer, through the library's callback (null in a process without the
-    // library); the result.
-    template <class Callback, class... Arguments>
-    int report(Callback *callback, Arguments... arguments) const {
-        if (callback != nullptr)
-            for (const SlotAnswer &slot : slots)
-                (void)callback(arguments..., slot.bit, slot.code);
-        return result;
-    }
-};
-
-struct Contract {
-    // `outputs` are filled with indexes in null mode; `act` carries the request out and answers
-    // Chip::Outcome; `describe` makes its arguments' text, after it was carried out.
-    template <class Act, class Describe>
-    static Done perform(const Call &call, std::initializer_list<std::uint32_t *> outputs, Act act,
-                        Describe describe) {
-        Chip &chip = card().chip;
-        const std::lock_guard guard(chip.mutex_);
-        chip.requests_[std::size_t(call.kind)]++;
-        if (chip.null_) {
-            hand_out(chip, outputs);
-            return {};
-        }
-        Chip::Outcome outcome{chip.ordered_refusal(call.kind)};
-        if (outcome.code == 0)
-            outcome = act(chip);
-        else if (call.forgiven)
-            chip.forgiven_.insert({call.kind, *call.forgiven});
-        if (chip.recording_ || outcome.mistake != nullptr)
-            chip.note(call.kind, outcome, line(call, describe(), outcome.code));
-        return chip.slots_.empty() ? Done{outcome.code, {}} : done(chip, call, outcome.code);
-    }
-
-    // A request that is not modelled: accepted, and its outputs filled with indexes that may be
-    // named from then on.
-    template <class Describe>
-    static Done accept(std::string_view function, std::uint32_t slot_bits,
-                       std::initializer_list<std::uint32_t *> outputs, Describe describe) {
-        const auto act = [&](Chip &chip) {
-            if (!is_again(slot_bits))
-                hand_out(chip, outputs);
-            return Chip::Outcome{};
-        };
-        return perform({Function::other, function, slot_bits, {}}, outputs, act, describe);
-    }
+    struct Done {
+        int result = 0;
+        std::vector<SlotAnswer> slots = {};
+    };
+    static Done carry_out(Function function, std::uint32_t slot_bits, Operation &operation);
 
 private:
-    static void hand_out(Chip &chip, std::initializer_list<std::uint32_t *> outputs);
-    static std::string line(const Call &call, const std::string &arguments, int result);
-    static Done done(Chip &chip, const Call &call, int result);
+    static std::vector<SlotAnswer> answers(Chip &chip, Function function, std::uint32_t slot_bits,
+                                           int result);
 };
+
+// Carries a request out and answers it.  The last argument of a contract function is its slot bits;
+// the callback takes the others, the slot's bit and its code.
+template <Function function, class... Arguments>
+int answer(Operation &&operation, Arguments... arguments) {
+    [[maybe_unused]] const std::tuple all(arguments...);
+    [[maybe_unused]] const auto callback = slot_answer<function>();
+    if constexpr (std::is_null_pointer_v<std::remove_const_t<decltype(callback)>>) {
+        return Contract::carry_out(function, 0, operation).result;
+    } else {
+        constexpr std::size_t count = sizeof...(arguments) - 1;
+        const auto done = Contract::carry_out(function, std::get<count>(all), operation);
+        const auto report = [&]<std::size_t... place>(Contract::SlotAnswer slot,
+                                                      std::index_sequence<place...>) {
+            (void)callback(std::get<place>(all)..., slot.bit, slot.code);
+        };
+        if (callback != nullptr)
+            for (const Contract::SlotAnswer &slot : done.slots)
+                report(slot, std::make_index_sequence<count>());
+        return done.result;
+    }
+}
 
 } // namespace chassis::chip

@@ -1,5 +1,6 @@
 // The types of arguments, and the words of ip(8) that are skipped.
 
+#include "chassis/chip/functions.h"
 #include "chassis/ctl/grammar.h"
 
 #include <algorithm>
@@ -75,9 +76,7 @@ const std::vector<Type> types = {
     {"REQUEST",
      "a kind of chip request",
      nullptr,
-     {"interface", "interface-del", "vrf", "mpls", "route", "route-del", "default-route", "nexthop",
-      "nexthop-del", "group", "group-member", "group-del", "hash", "arp-rule", "ospf-rule",
-      "nd-rule", "other"}},
+     {std::begin(chassis::chip::function_words), std::end(chassis::chip::function_words)}},
     {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
     {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
     {"TABLE", "a mirrored table", nullptr, {CHASSIS_TABLES(CTL_TABLE, )}},

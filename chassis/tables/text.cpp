@@ -1,27 +1,9 @@
 #include "chassis/tables/text.h"
 
-#include "chassis/chip/contract.h"
-
 #include <algorithm>
 #include <cstring>
 
 namespace chassis::tables {
-
-namespace {
-
-unsigned host_bits(std::uint32_t family) {
-    return family == DPM_FAMILY_IPV4 ? 32 : 128;
-}
-
-} // namespace
-
-std::string address_text(std::uint32_t family, const std::uint8_t *address) {
-    return chip::address_text(family, address);
-}
-
-std::string mac_text(const std::uint8_t *mac) {
-    return chip::mac_text(mac);
-}
 
 std::string text_of(const dpm_prefix &prefix) {
     return address_text(prefix.family, prefix.address);
@@ -47,12 +29,10 @@ std::string yes_or_no(bool is) {
 bool covers(const dpm_prefix &network, const dpm_prefix &prefix) {
     if (network.family != prefix.family || network.prefix_len > prefix.prefix_len)
         return false;
-    for (unsigned i = 0; i < network.prefix_len; i += 8) {
-        const unsigned bits = std::min(network.prefix_len - i, 8u);
-        if ((network.address[i / 8] ^ prefix.address[i / 8]) >> (8 - bits))
-            return false;
-    }
-    return true;
+    const auto start = [&](const dpm_prefix &of) {
+        return masked(address_bytes(of.family, of.address), network.prefix_len);
+    };
+    return start(network) == start(prefix);
 }
 
 dpm_prefix prefix_of(std::uint32_t family, const std::uint8_t *address, unsigned prefix_len) {
@@ -62,12 +42,12 @@ dpm_prefix prefix_of(std::uint32_t family, const std::uint8_t *address, unsigned
 }
 
 dpm_prefix host_of(std::uint32_t family, const std::uint8_t *address) {
-    return prefix_of(family, address, host_bits(family));
+    return prefix_of(family, address, host_length(family));
 }
 
 chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix) {
     chip::Address key{std::int32_t(vrf), prefix.family, {}, prefix.prefix_len};
-    std::copy_n(prefix.address, host_bits(prefix.family) / 8, key.bytes.begin());
+    std::copy_n(prefix.address, host_length(prefix.family) / 8, key.bytes.begin());
     return key;
 }
 

@@ -2,6 +2,7 @@
 // records hold.
 #pragma once
 
+#include "chassis/address.h"
 #include "chassis/chassis.h"
 #include "dpm_api.h"
 
@@ -29,8 +30,6 @@ inline constexpr auto walk = [](const auto &visit) {
 
 std::string text_of(const dpm_prefix &prefix); // without its length
 std::string prefix_text(const dpm_prefix &prefix);
-std::string address_text(std::uint32_t family, const std::uint8_t *address);
-std::string mac_text(const std::uint8_t *mac);
 std::string port_text(std::uint32_t port_type, std::uint32_t logical, std::uint32_t physical);
 std::string seconds_text(std::int64_t seconds);
 std::string yes_or_no(bool is);

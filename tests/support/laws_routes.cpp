@@ -119,20 +119,20 @@ void check_owners(unsigned group_leaks, bool adrift, Lines &lines) {
 
 // What matches nothing is dropped exactly where a default route stands.
 void check_cpu_defaults(const chip::Chip &chip, Lines &lines) {
-    std::set<std::pair<std::uint32_t, std::uint16_t>> standing;
+    std::set<chip::DefaultKey> standing;
     each_route([&](const dpm_route_entry &route) {
         if (route.destination.prefix_len == 0 &&
             (route.sdk_index > 0 || record_of(route).chip_index != 0))
-            standing.emplace(route.destination.family, std::uint16_t(route.vrf));
+            standing.insert({route.destination.family, route.vrf});
     });
     for (const auto &key : standing)
         if (!chip.cpu_default.contains(key) || chip.cpu_default.at(key))
             lines.push_back("the CPU default stands beside a default route in vrf " +
-                            std::to_string(key.second));
+                            std::to_string(key.vrf));
     for (const auto &[key, to_cpu] : chip.cpu_default)
         if (!to_cpu && !standing.contains(key) &&
-            g_dpm_global.vrf_state[key.second % DPM_VRF_COUNT] != DPM_DISABLE)
-            lines.push_back("no default at all in vrf " + std::to_string(key.second));
+            g_dpm_global.vrf_state[key.vrf % DPM_VRF_COUNT] != DPM_DISABLE)
+            lines.push_back("no default at all in vrf " + std::to_string(key.vrf));
 }
 
 unsigned waiting(const auto &table, auto is_waiting) {

@@ -16,31 +16,32 @@ using chassis::chip::Address;
 using chassis::chip::Answer;
 using chassis::chip::Chip;
 using chassis::chip::NextHop;
+namespace kinds = chassis::chip::kinds;
 
-std::string entry_text(const Address &entry) {
-    return "vrf " + std::to_string(entry.vrf) + " " +
-           address_text(entry.family, entry.bytes.data()) + "/" + std::to_string(entry.prefix_len);
+// "next hop 17: port 3 ...": the object of one of these kinds; the caller holds the chip's lock.
+template <class... Kinds>
+std::string used_text(const Chip &chip, chassis::chip::Use<Kinds...> use) {
+    std::string text;
+    const auto add = [&]<class Kind>(Kind) {
+        const auto found = chip.held<Kind>().find(use.key);
+        if (found != chip.held<Kind>().end())
+            text = std::string(Kind::name) + " " + Kind::key_text(use.key) + ": " +
+                   Kind::value_text(found->second);
+    };
+    (add(Kinds()), ...);
+    return text.empty() ? "index " + std::to_string(use.key) : text;
 }
 
-std::string nexthop_text(const NextHop &nexthop) {
-    std::string text = mac_text(nexthop.mac.data()) + " port " +
-                       tables::port_text(nexthop.port_type, nexthop.port_id, nexthop.port_id) + " vlan " +
-                       std::to_string(nexthop.svlan);
-    return nexthop.cvlan ? text + " cvlan " + std::to_string(nexthop.cvlan) : text;
-}
-
-// Where an index leads; the caller holds the chip's lock.
+// Where an index leads.
 std::string target_text(const Chip &chip, std::uint32_t index) {
-    if (index == to_cpu)
-        return "to the CPU";
-    const auto nexthop = chip.nexthops.find(index);
-    if (nexthop != chip.nexthops.end())
-        return "next hop " + std::to_string(index) + ": " + nexthop_text(nexthop->second);
-    return (chip.groups.contains(index) ? "group " : "index ") + std::to_string(index);
+    std::string text = "to the CPU";
+    kinds::uses_target(index, [&](auto use) { text = used_text(chip, use); });
+    return text;
 }
 
 std::string answer_text(const Chip &chip, const Answer &found) {
-    std::string text = entry_text(found.entry) + " -> " + target_text(chip, found.index) + "\n";
+    std::string text =
+        kinds::entry::key_text(found.entry) + " -> " + target_text(chip, found.index) + "\n";
     if (found.group)
         for (const std::uint32_t member : found.members)
             text += "    " + target_text(chip, member) + "\n";
@@ -51,9 +52,9 @@ std::string answer_text(const Chip &chip, const Answer &found) {
 struct Expectation {
     std::map<Address, std::uint32_t> entries;
     std::map<std::uint32_t, NextHop> nexthops;
-    std::map<std::uint32_t, std::vector<std::uint32_t>> groups;       // members in rising order
-    std::set<std::pair<std::uint32_t, std::uint16_t>> default_routes; // (family, VRF)
-    std::set<Address> to_the_cpu;                                     // routes without a gateway
+    std::map<std::uint32_t, std::vector<std::uint32_t>> groups; // members in rising order
+    std::set<chassis::chip::DefaultKey> default_routes;
+    std::set<Address> to_the_cpu; // routes without a gateway
     std::set<std::uint16_t> interfaces, arp_rules;
     std::set<std::uint32_t> disabled_vrfs; // the chip drops there what matches nothing
 };
@@ -72,7 +73,7 @@ void expect_routes(Expectation &expected, const Reading &reading) {
             return;
         const dpm_prefix &destination = route.destination;
         if (destination.prefix_len == 0)
-            expected.default_routes.emplace(destination.family, std::uint16_t(route.vrf));
+            expected.default_routes.insert({destination.family, route.vrf});
         if (!tables::stand_in(route, reading).empty())
             return;
         const Address key = tables::chip_key(route.vrf, destination);
@@ -147,21 +148,21 @@ std::string differences_of(const Chip &chip, const Expectation &expected) {
     for (const Address &key : expected.to_the_cpu)
         if (const auto found = chip.entries.find(key);
             found == chip.entries.end() || found->second != to_cpu)
-            differences += "the chip lacks entry " + entry_text(key) + " to the CPU\n";
+            differences += "the chip lacks entry " + kinds::entry::key_text(key) + " to the CPU\n";
     const auto number = [](std::uint32_t index) { return std::to_string(index); };
     auto groups = chip.groups;
     for (auto &[index, members] : groups)
         std::ranges::sort(members);
-    compare_maps("entry", forwarding, expected.entries, entry_text, differences);
+    compare_maps("entry", forwarding, expected.entries, kinds::entry::key_text, differences);
     compare_maps("next hop", chip.nexthops, expected.nexthops, number, differences);
     compare_maps("group", groups, expected.groups, number, differences);
     for (const auto &[key, is_on] : chip.cpu_default) {
-        const std::string where = (key.first == DPM_FAMILY_IPV4 ? " IPv4" : " IPv6") +
-                                  std::string(" in vrf ") + std::to_string(key.second) + "\n";
+        const std::string where = (key.family == DPM_FAMILY_IPV4 ? " IPv4" : " IPv6") +
+                                  std::string(" in vrf ") + std::to_string(key.vrf) + "\n";
         const bool has_route = expected.default_routes.contains(key);
         if (is_on && has_route)
             differences += "the CPU takes the place of the default route for" + where;
-        else if (!is_on && !has_route && !expected.disabled_vrfs.contains(key.second))
+        else if (!is_on && !has_route && !expected.disabled_vrfs.contains(key.vrf))
             differences += "neither a default route nor the CPU takes what is left of" + where;
     }
     compare_sets("interface of VLAN", chip.interfaces, expected.interfaces, differences);
@@ -180,36 +181,24 @@ Reply chip_lookup(Command &command) {
     const std::string question = std::string(command.line.value("IP")) + ": ";
     if (found)
         return done(question + answer_text(chip, *found));
-    const auto standard = chip.cpu_default.find({ip.family, std::uint16_t(vrf)});
+    const auto standard = chip.cpu_default.find({ip.family, std::uint32_t(vrf)});
     const bool cpu = standard != chip.cpu_default.end() && standard->second;
     return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
 }
 
+// What leads to an object says what that is.
 Reply chip_show(Command &command) {
     const Chip &chip = command.card.chip;
     Table table({"object", "key", "leads_to"});
     const auto lock = chip.lock();
-    for (const auto &[vlan, interface] : chip.interfaces)
-        table.row(
-            {std::string("interface"), "vlan " + std::to_string(vlan),
-             "vrf " + std::to_string(interface.vrf) + " mac " + mac_text(interface.mac.data())});
-    for (const std::uint16_t vlan : chip.arp_rules)
-        table.row(
-            {std::string("arp rule"), "vlan " + std::to_string(vlan), std::string("to the CPU")});
-    for (const auto &[index, nexthop] : chip.nexthops)
-        table.row({std::string("next hop"), std::to_string(index), nexthop_text(nexthop)});
-    for (const auto &[index, members] : chip.groups) {
-        std::vector<std::string> names;
-        for (const std::uint32_t member : members)
-            names.push_back(std::to_string(member));
-        table.row({std::string("group"), std::to_string(index), names});
-    }
-    for (const auto &[key, index] : chip.entries)
-        table.row({std::string("entry"), entry_text(key), target_text(chip, index)});
-    for (const auto &[key, cpu] : chip.cpu_default)
-        table.row({std::string("default"),
-                   "vrf " + std::to_string(key.second) + (key.first == 1 ? " IPv4" : " IPv6"),
-                   std::string(cpu ? "to the CPU" : "dropped")});
+    chassis::chip::each_kind([&]<class Kind>(Kind) {
+        for (const auto &[key, value] : chip.held<Kind>()) {
+            std::string text = Kind::value_text(value);
+            if constexpr (std::is_same_v<typename Kind::Value, chassis::chip::Index>)
+                Kind::uses(value, [&](auto use) { text = used_text(chip, use); });
+            table.row({std::string(Kind::name), Kind::key_text(key), text});
+        }
+    });
     return done(command.line.has("--json") ? table.json() : table.text());
 }
 

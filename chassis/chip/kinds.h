@@ -1,0 +1,275 @@
+// The kinds of object that the chip keeps.
+//
+// A kind is told once, as a struct: its key, its value, what both read like, what it uses and which
+// rules hold for it.  From the list of kinds at the end come what the chip holds and what a change
+// of it is, mistakes, the journal, what line cards keep, and `chip show`.
+#pragma once
+
+#include "chassis/address.h"
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+namespace chassis::chip {
+
+struct Nothing { // value of what is there or not; key of what there is one of
+    auto operator<=>(const Nothing &) const = default;
+};
+
+using Index = std::uint32_t;       // handed out by the chip, from 16 up, one row for all kinds
+inline constexpr Index to_cpu = 2; // what entries to the CPU lead to
+
+struct Address { // key of an address entry
+    std::int32_t vrf;
+    std::uint32_t family;
+    AddressBytes bytes; // host bits as given
+    std::uint32_t prefix_len;
+    auto operator<=>(const Address &) const = default;
+};
+
+struct NextHop {
+    std::uint32_t port_type, port_id;
+    std::uint16_t svlan, cvlan;
+    std::array<std::uint8_t, 6> mac;
+    std::uint16_t zero = 0; // so that each byte is told
+    auto operator<=>(const NextHop &) const = default;
+};
+
+struct Interface {
+    Index id;
+    std::uint16_t vrf;
+    std::array<std::uint8_t, 6> mac;
+    auto operator<=>(const Interface &) const = default;
+};
+
+using Ipv4 = std::array<std::uint8_t, 4>; // in network order
+
+struct GreTunnel {
+    std::uint32_t vrf;
+    Ipv4 source, destination;
+    std::uint32_t key, checksum;
+    auto operator<=>(const GreTunnel &) const = default;
+};
+
+struct GreNextHop {
+    std::uint32_t port_type, port_id, vid, ivid;
+    GreTunnel tunnel;
+    std::array<std::uint8_t, 6> mac;
+    std::uint16_t zero = 0;
+    auto operator<=>(const GreNextHop &) const = default;
+};
+
+struct PortKey { // of what tells a port's packets apart
+    std::uint32_t port_type;
+    std::uint16_t port, subport;
+    std::uint32_t direction;
+    auto operator<=>(const PortKey &) const = default;
+};
+
+struct DefaultKey { // of what matches no entry
+    std::uint32_t family;
+    std::uint32_t vrf;
+    auto operator<=>(const DefaultKey &) const = default;
+};
+
+using Members = std::vector<Index>;
+
+// The object of one of these kinds that has this key.
+template <class Kind, class... Others> struct Use { typename Kind::Key key; };
+
+namespace kinds {
+
+// What holds for a kind that does not say otherwise.
+struct Kind {
+    // Line cards keep it while control cards come and go; if not, each control card sets its own.
+    static constexpr bool outlives_card = true;
+    // Setting it again, to whatever, or taking away what is not there is no mistake.
+    static constexpr bool is_setting = false;
+    // One that is there may be put with another value.
+    static constexpr bool is_replaced = false;
+    // It cannot go while another object uses it.
+    static constexpr bool is_pinned = false;
+    // Its key is an index that the chip hands out.
+    static constexpr bool is_indexed = false;
+    // The library goes on as if a request had been carried out that was refused: what it asks for
+    // next is then refused or done, and no mistake.
+    static bool is_unheard(const auto &) { return false; }
+    // The platform adds and deletes it as well, so it may have gone before it is deleted.
+    static bool is_shared(const auto &) { return false; }
+    static bool is_valid(const auto &, const auto &) { return true; }
+    // Calls `visit` with the Use of each object that a value names.
+    static void uses(const auto &, const auto &) {}
+
+    static std::string value_text(Nothing) { return "on"; }
+};
+
+struct Indexed : Kind {
+    using Key = Index;
+    static constexpr bool is_indexed = true;
+    static constexpr std::string_view index_name = "index"; // in the journal
+    static std::string key_text(Key index) { return std::to_string(index); }
+};
+
+struct Setting : Kind {
+    static constexpr bool is_setting = true;
+};
+
+struct OfVlan : Kind {
+    using Key = std::uint32_t;
+    using Value = Nothing;
+    static std::string key_text(Key vlan) { return "vlan " + std::to_string(vlan); }
+};
+
+struct interface : Kind { // of a VLAN
+    using Key = std::uint16_t;
+    using Value = Interface;
+    static constexpr std::string_view name = "interface";
+    static constexpr bool outlives_card = false;
+    static bool is_unheard(const Value &) { return true; }
+    static std::string key_text(Key vlan) { return "vlan " + std::to_string(vlan); }
+    static std::string value_text(const Value &value);
+};
+
+struct VlanRule : OfVlan { // traps packets to the CPU
+    static constexpr bool outlives_card = false;
+};
+
+struct arp_rule : VlanRule {
+    static constexpr std::string_view name = "arp rule";
+    static bool is_unheard(Value) { return true; }
+};
+
+struct ospf_rule : VlanRule {
+    static constexpr std::string_view name = "ospf rule";
+    static constexpr bool is_setting = true;
+};
+
+struct nd_rule : VlanRule {
+    static constexpr std::string_view name = "nd rule";
+    static constexpr bool is_setting = true;
+};
+
+struct nexthop : Indexed { // a neighbour behind a port
+    using Value = NextHop;
+    static constexpr std::string_view name = "next hop";
+    static constexpr bool is_pinned = true;
+    static std::string value_text(const Value &value);
+};
+
+struct mpls_vlan : OfVlan { // packets with labels are taken
+    static constexpr std::string_view name = "mpls vlan";
+    static constexpr bool is_setting = true;
+};
+
+struct port_key : Setting { // the fields that tell a port's packets apart
+    using Key = PortKey;
+    using Value = std::uint32_t;
+    static constexpr std::string_view name = "port key";
+    static std::string key_text(const Key &key);
+    static std::string value_text(Value type) { return "key " + std::to_string(type); }
+};
+
+struct gre_tunnel : Kind { // packets to it are unpacked
+    using Key = GreTunnel;
+    using Value = Nothing;
+    static constexpr std::string_view name = "gre tunnel";
+    static std::string key_text(const Key &key);
+};
+
+struct gre_nexthop : Indexed { // packs what is sent to it
+    using Value = GreNextHop;
+    static constexpr std::string_view name = "gre next hop";
+    static constexpr bool is_pinned = true;
+    static std::string value_text(const Value &value);
+};
+
+struct other : Indexed { // made by a request that is not modelled
+    using Value = Nothing;
+    static constexpr std::string_view name = "other object";
+};
+
+// What an entry or a member leads to, unless it is the CPU.
+void uses_target(Index index, const auto &visit);
+
+// A group may go while entries still name it: they forward nowhere until they are deleted.
+struct group : Indexed {
+    using Value = Members;
+    static constexpr std::string_view name = "group";
+    static constexpr std::string_view index_name = "group";
+    static constexpr std::size_t max_members = 64; // the library may add one past its own eight
+    static bool is_valid(Key, const Value &members) { return members.size() <= max_members; }
+    static void uses(const Value &members, const auto &visit) {
+        for (const Index member : members)
+            uses_target(member, visit);
+    }
+    static std::string value_text(const Value &members);
+};
+
+struct entry : Kind { // a host, a prefix or an interface address
+    using Key = Address;
+    using Value = Index; // of what it leads to
+    static constexpr std::string_view name = "entry";
+    static constexpr bool is_replaced = true;
+    static bool is_unheard(Value index) { return index == to_cpu; }
+    static bool is_shared(Value index) { return index == to_cpu; }
+    static bool is_valid(const Key &key, Value) {
+        return is_family(key.family) && key.prefix_len <= host_length(key.family);
+    }
+    static void uses(Value index, const auto &visit) { uses_target(index, visit); }
+    static std::string key_text(const Key &key);
+    static std::string value_text(Value index) { return "nexthop " + std::to_string(index); }
+};
+
+struct cpu_default : Setting { // what matches no entry goes to the CPU, or is dropped
+    using Key = DefaultKey;
+    using Value = bool;
+    static constexpr std::string_view name = "default";
+    static std::string key_text(const Key &key);
+    static std::string value_text(Value cpu) { return cpu ? "to-cpu" : "drop"; }
+};
+
+struct hash_mode : Setting { // by which the chip spreads over a group
+    using Key = Nothing;
+    using Value = std::uint32_t;
+    static constexpr std::string_view name = "hash";
+    static std::string key_text(Key) { return "mode"; }
+    static std::string value_text(Value mode) { return std::to_string(mode); }
+};
+
+void uses_target(Index index, const auto &visit) {
+    if (index != to_cpu)
+        visit(Use<nexthop, group, gre_nexthop, other>{index});
+}
+
+} // namespace kinds
+
+// Every kind, in the order in which objects can be put: what is used stands in front of its users.
+using Kinds = std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
+                         kinds::mpls_vlan, kinds::port_key, kinds::gre_tunnel, kinds::gre_nexthop,
+                         kinds::nexthop, kinds::other, kinds::group, kinds::entry,
+                         kinds::cpu_default, kinds::hash_mode>;
+
+// Calls `visit` with one of each.
+template <class Visit> void each_kind(const Visit &visit) {
+    std::apply([&](auto... kind) { (visit(kind), ...); }, Kinds());
+}
+
+// A kind's place in the list.
+template <class Kind> constexpr std::uint32_t number_of() {
+    return []<class... All>(std::tuple<All...>) {
+        const bool is_it[] = {std::is_same_v<Kind, All>...};
+        return std::uint32_t(std::find(std::begin(is_it), std::end(is_it), true) - is_it);
+    }(Kinds());
+}
+
+// Something for each kind.
+template <template <class> class Of>
+using ForEachKind = decltype([]<class... All>(std::tuple<All...>) {
+    return std::tuple<Of<All>...>();
+}(Kinds()));
+
+} // namespace chassis::chip
