@@ -526,29 +526,41 @@ DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
 /* ---- receivers of the peer card -------------------------------------------------------------- */
 
 /* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes`
- * is checked. 0 when the message was posted or dropped by role, -1 when it was refused. */
-#define DPM_RECEIVER(name) DPM_API int name(const void *buffer, uint32_t length_bytes)
-DPM_RECEIVER(dpm_main_entry_sync_all_receive);
-DPM_RECEIVER(dpm_slave_up_pro_over_sync_receive);
-DPM_RECEIVER(dpm_slave_up_pro_over_peercard_callback);
-DPM_RECEIVER(dpm_nexthop_entry_add_sync_receive);
-DPM_RECEIVER(dpm_nexthop_entry_del_sync_receive);
-DPM_RECEIVER(dpm_nexthop_entry_sync_all_receive);
-DPM_RECEIVER(dpm_host_entry_add_sync_receive);
-DPM_RECEIVER(dpm_host_entry_del_sync_receive);
-DPM_RECEIVER(dpm_host_entry_sync_all_receive);
-DPM_RECEIVER(dpm_ecmp_entry_add_sync_receive);
-DPM_RECEIVER(dpm_ecmp_entry_del_sync_receive);
-DPM_RECEIVER(dpm_ecmp_entry_sync_all_receive);
-DPM_RECEIVER(dpm_route_entry_add_sync_receive);
-DPM_RECEIVER(dpm_route_entry_del_sync_receive);
-DPM_RECEIVER(dpm_route_entry_sync_all_receive);
-DPM_RECEIVER(dpm_mpls_ftn_add_sync_receive);
-DPM_RECEIVER(dpm_mpls_ftn_del_sync_receive);
-DPM_RECEIVER(dpm_mpls_ftn_sync_all_receive);
-DPM_RECEIVER(dpm_mpls_ilm_add_sync_receive);
-DPM_RECEIVER(dpm_mpls_ilm_del_sync_receive);
-DPM_RECEIVER(dpm_mpls_ilm_sync_all_receive);
+ * is checked. 0 when the message was posted or dropped by role, -1 when it was refused.
+ *
+ * One row per receiver:
+ *   name    the exported function
+ *   record  what it is given
+ *   kind    ENTRY   one record, which is posted
+ *           TABLE   records end to end, up to a batch, which are posted one by one
+ *           CARD    one record, which is taken over at once
+ *           SIGNAL  a word that nobody reads */
+/* clang-format off */
+#define DPM_RECEIVERS(ROW)                                                                 \
+    ROW(dpm_main_entry_sync_all_receive,         uint8_t[DPM_MAC_BYTES],    CARD)          \
+    ROW(dpm_slave_up_pro_over_sync_receive,      uint32_t,                  SIGNAL)        \
+    ROW(dpm_slave_up_pro_over_peercard_callback, uint32_t,                  SIGNAL)        \
+    ROW(dpm_nexthop_entry_add_sync_receive,      struct dpm_nexthop_entry,  ENTRY)         \
+    ROW(dpm_nexthop_entry_del_sync_receive,      struct dpm_nexthop_entry,  ENTRY)         \
+    ROW(dpm_nexthop_entry_sync_all_receive,      struct dpm_nexthop_entry,  TABLE)         \
+    ROW(dpm_host_entry_add_sync_receive,         struct dpm_host_entry,     ENTRY)         \
+    ROW(dpm_host_entry_del_sync_receive,         struct dpm_host_entry,     ENTRY)         \
+    ROW(dpm_host_entry_sync_all_receive,         struct dpm_host_entry,     TABLE)         \
+    ROW(dpm_ecmp_entry_add_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
+    ROW(dpm_ecmp_entry_del_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
+    ROW(dpm_ecmp_entry_sync_all_receive,         struct dpm_ecmp_entry,     TABLE)         \
+    ROW(dpm_route_entry_add_sync_receive,        struct dpm_route_entry,    ENTRY)         \
+    ROW(dpm_route_entry_del_sync_receive,        struct dpm_route_entry,    ENTRY)         \
+    ROW(dpm_route_entry_sync_all_receive,        struct dpm_route_entry,    TABLE)         \
+    ROW(dpm_mpls_ftn_add_sync_receive,           struct dpm_ftn,            ENTRY)         \
+    ROW(dpm_mpls_ftn_del_sync_receive,           struct dpm_ftn,            ENTRY)         \
+    ROW(dpm_mpls_ftn_sync_all_receive,           struct dpm_ftn,            TABLE)         \
+    ROW(dpm_mpls_ilm_add_sync_receive,           struct dpm_ilm,            ENTRY)         \
+    ROW(dpm_mpls_ilm_del_sync_receive,           struct dpm_ilm,            ENTRY)         \
+    ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)
+/* clang-format on */
+#define DPM_RECEIVER(name, record, kind) DPM_API int name(const void *buffer, uint32_t length_bytes);
+DPM_RECEIVERS(DPM_RECEIVER)
 #undef DPM_RECEIVER
 
 /* ---- result callbacks of the chip driver ----------------------------------------------------- */

@@ -103,13 +103,15 @@ dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, i
     return group.release();
 }
 
-struct ecmp_mirror {
-    using entry = dpm_ecmp_entry;
+struct ecmp_mirror : dpm::mirror_defaults<dpm_ecmp_entry> {
     static constexpr auto add_code = DPM_MSG_SYNC_ADD_ECMP, del_code = DPM_MSG_SYNC_DEL_ECMP;
-    static constexpr std::uint32_t batch_entries = 100;
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ecmp driver sync.\r\n";
     static constexpr const char *empty_first_text = "%s %d::ipv4 ecmp tree is null.\r\n";
     static constexpr const char *table_sync_text = "%s %d::slot %d, ecmp table sync.\r\n";
+    static void create() {
+        dpm::ecmp_groups(DPM_FAMILY_IPV4).create();
+        dpm::ecmp_groups(DPM_FAMILY_IPV6).create();
+    }
     static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.ecmp_ipv4_tree,
                                                        &g_dpm_global.ecmp_ipv6_tree};
@@ -123,6 +125,28 @@ struct ecmp_mirror {
                 (void)dpm_driver_ecmp_add(group.ecmp_type, group.sdk_index, member, slot_bits);
         return true;
     }
+    static bool localise_key(entry &image, const dpm::call_site &caller) {
+        return is_known_type(image.ecmp_type, caller);
+    }
+    static entry *find(const entry &image) { return dpm::ecmp_groups(image.ecmp_type).find(image); }
+    static bool put(const entry &image, entry *present) {
+        if (present != nullptr) {
+            std::memcpy(present->host_sdk, image.host_sdk, sizeof present->host_sdk);
+            present->host_cnt = member_count(image);
+            return true;
+        }
+        dpm::block<dpm_ecmp_entry> copy;
+        if (!copy)
+            return false;
+        *copy = image;
+        copy->host_cnt = member_count(image);
+        (void)dpm::ecmp_groups(image.ecmp_type).add(*copy.release());
+        return true;
+    }
+    static void drop(entry &present) {
+        dpm::ecmp_groups(present.ecmp_type).remove(present);
+        dpm::free_zeroed(&present);
+    }
 };
 
 } // namespace
@@ -133,9 +157,9 @@ struct ecmp_mirror {
                  group->host_sdk[6], group->host_sdk[7])
 
 // clang-format off
-DPM_MIRRORED_TABLE(ecmp_mirror,
-                   dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_add_sync_receive,
-                   dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_del_sync_receive,
+DPM_MIRRORED_TABLE(ecmp_mirror, mirrored_groups,
+                   dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_add_sync_receive, dpm_ecmp_entry_add_sync_process,
+                   dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_del_sync_receive, dpm_ecmp_entry_del_sync_process,
                    dpm_ecmp_entry_sync_all_send, dpm_ecmp_entry_sync_all_receive)
 // clang-format on
 
@@ -200,11 +224,6 @@ bool ecmp_group::is_found() {
     return entry_ != nullptr;
 }
 
-void ecmp_tables_create() {
-    ecmp_groups(DPM_FAMILY_IPV4).create();
-    ecmp_groups(DPM_FAMILY_IPV6).create();
-}
-
 } // namespace dpm
 
 int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
@@ -244,37 +263,4 @@ dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_e
     if (!is_known_type(ecmp_type, DPM_CALL_SITE))
         return nullptr;
     return dpm::ecmp_groups(ecmp_type).find(*key);
-}
-
-int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    if (!is_known_type(entry->ecmp_type, DPM_CALL_SITE))
-        return -1;
-    const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
-    if (dpm_ecmp_entry *present = groups.find(*entry)) {
-        std::memcpy(present->host_sdk, entry->host_sdk, sizeof present->host_sdk);
-        present->host_cnt = member_count(*entry);
-        return 0;
-    }
-    dpm::block<dpm_ecmp_entry> copy;
-    if (!copy)
-        return -1;
-    *copy = *entry;
-    copy->host_cnt = member_count(*entry);
-    (void)groups.add(*copy.release());
-    return 0;
-}
-
-int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    if (!is_known_type(entry->ecmp_type, DPM_CALL_SITE))
-        return -1;
-    const dpm::ecmp_table groups = dpm::ecmp_groups(entry->ecmp_type);
-    if (dpm_ecmp_entry *present = groups.find(*entry)) {
-        groups.remove(*present);
-        dpm::free_zeroed(present);
-    }
-    return 0;
 }

@@ -8,6 +8,8 @@
 #include "dpm_address.h"
 #include "dpm_api.h"
 #include "dpm_avltree.h"
+#include "dpm_msg.h"    // the owners of the messages
+#include "dpm_tables.h" // the senders of mirroring
 #include "dpm_trace.h"
 
 #include <cstddef>
@@ -24,13 +26,6 @@ int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t
 int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index);
 int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index);
 dpm_ecmp_entry *dpm_ecmp_find_by_entry(std::uint32_t ecmp_type, const dpm_ecmp_entry *key);
-
-// Mirroring.
-int dpm_ecmp_entry_add_sync_send(const dpm_ecmp_entry *entry);
-int dpm_ecmp_entry_del_sync_send(const dpm_ecmp_entry *entry);
-int dpm_ecmp_entry_sync_all_send(std::uint32_t slot);
-int dpm_ecmp_entry_add_sync_process(const dpm_ecmp_entry *entry);
-int dpm_ecmp_entry_del_sync_process(const dpm_ecmp_entry *entry);
 
 // Order of the trees: the chip's index as a signed number.
 inline int dpm_ecmp_compare(const dpm_ecmp_entry *a, const dpm_ecmp_entry *b) {
@@ -64,6 +59,5 @@ inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b) {
 using ecmp_table = avl_table<dpm_ecmp_entry, ecmp_order>;
 
 ecmp_table ecmp_groups(std::uint32_t ecmp_type); // of a known family
-void ecmp_tables_create();
 
 } // namespace dpm

@@ -131,25 +131,13 @@ void take_back_after(const dpm_host_entry &host) {
     dpm::take_back_below(dpm::destination_rank::host, host.vrf, host.ip);
 }
 
-constexpr dpm::destination_owner host_owner = {
+} // namespace
+
+constexpr dpm::destination_owner dpm::host_owner = {
     .holds = dpm::has_chip_host,
     .give_way = nullptr, // a host keeps its entry beside a label entry
     .take_back = nullptr,
 };
-
-} // namespace
-
-namespace dpm {
-
-void host_tables_create() {
-    ipv4_hosts().create();
-    ipv6_hosts().create();
-    hold_index_create();
-    unreachable_index_create();
-    destination_register(destination_rank::host, host_owner);
-}
-
-} // namespace dpm
 
 void dpm_host_notify_register(dpm_host_callback callback) {
     if (callback == nullptr) {

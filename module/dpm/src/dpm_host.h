@@ -5,7 +5,10 @@
 #include "dpm_address.h"
 #include "dpm_api.h"
 #include "dpm_avltree.h"
+#include "dpm_destination.h"
 #include "dpm_list.h"
+#include "dpm_msg.h"    // the owners of the messages
+#include "dpm_tables.h" // the senders of mirroring
 
 #include <cstddef>
 #include <cstdint>
@@ -70,8 +73,6 @@ int dpm_host_is_linklocal(const dpm_prefix *ip);
 // Changes; 0 or -1.
 int dpm_host_entry_add(const dpm_host_entry *entry);
 int dpm_host_entry_del(dpm_host_entry *entry);
-int dpm_host_add_msg(const dpm_host_msg *body);
-int dpm_host_del_msg(const dpm_host_msg *body);
 
 // Neighbours whose port went down: probed when it comes up, forgotten after a day.
 dpm_hold_entry *dpm_host_hold_find_by_entry(const dpm_host_entry *host);
@@ -98,22 +99,17 @@ int dpm_ndp_req_send(std::uint32_t vrf, std::uint32_t ifindex, const std::uint8_
 int dpm_arp_ipstack_delete(std::uint32_t vrf, std::uint32_t ifindex, std::uint32_t address);
 int dpm_ndp_ipstack_delete(std::uint32_t vrf, std::uint32_t ifindex, const std::uint8_t *address);
 
-// Mirroring.
-int dpm_host_entry_add_sync_send(const dpm_host_entry *entry);
-int dpm_host_entry_del_sync_send(const dpm_host_entry *entry);
-int dpm_host_entry_sync_all_send(std::uint32_t slot);
-int dpm_host_entry_add_sync_process(const dpm_host_entry *entry);
-int dpm_host_entry_del_sync_process(const dpm_host_entry *entry);
-
 namespace dpm {
 
 using ipv4_host_table = avl_table<dpm_host_entry, dpm_host_ipv4_compare>;
 using ipv6_host_table = avl_table<dpm_host_entry, dpm_host_ipv6_compare>;
 ipv4_host_table ipv4_hosts();
 ipv6_host_table ipv6_hosts();
-void host_tables_create();
 void hold_index_create();
 void unreachable_index_create();
+
+// What hosts do as holders of destinations.
+extern const destination_owner host_owner;
 
 // Whether the chip has a host's entry for a destination, on whatever interface the host is.
 bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip);

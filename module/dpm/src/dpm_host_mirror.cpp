@@ -8,13 +8,17 @@
 
 namespace {
 
-struct host_mirror {
-    using entry = dpm_host_entry;
+struct host_mirror : dpm::mirror_defaults<dpm_host_entry> {
     static constexpr auto add_code = DPM_MSG_SYNC_ADD_HOST, del_code = DPM_MSG_SYNC_DEL_HOST;
-    static constexpr std::uint32_t batch_entries = 100;
     static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, host driver sync.\r\n";
     static constexpr const char *empty_first_text = "%s %d::ipv4 host tree is null.\r\n";
     static constexpr const char *table_sync_text = "%s %d::slot %d, host table sync.\r\n";
+    static void create() {
+        dpm::ipv4_hosts().create();
+        dpm::ipv6_hosts().create();
+        dpm::hold_index_create();
+        dpm::unreachable_index_create();
+    }
     static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.host_ipv4_tree,
                                                        &g_dpm_global.host_ipv6_tree};
@@ -28,28 +32,38 @@ struct host_mirror {
                                        dpm::host_bits(host.ip.family), host.sdk_index, slot_bits);
         return true;
     }
-};
-
-// A mirrored entry as this card keeps it: what is card-local is looked up again or cleared.
-bool localise(dpm_host_entry &host, const dpm::call_site &caller) {
-    if (!dpm::is_known_family(host.ip.family)) {
-        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
-        return false;
+    static bool localise_key(entry &image, const dpm::call_site &caller) {
+        if (!dpm::is_known_family(image.ip.family)) {
+            DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", image.ip.family);
+            return false;
+        }
+        image.ip.prefix_len = dpm::host_bits(image.ip.family);
+        image.ifname[sizeof image.ifname - 1] = '\0';
+        image.ifindex = dpm_if_get_ifindexbyname(image.ifname);
+        return true;
     }
-    host.ip.prefix_len = dpm::host_bits(host.ip.family);
-    host.ifname[sizeof host.ifname - 1] = '\0';
-    host.ifindex = dpm_if_get_ifindexbyname(host.ifname);
-    host.node = {};
-    std::memset(host.card_local, 0, sizeof host.card_local);
-    return true;
-}
-
-void drop_mirrored(dpm_host_entry *present) {
-    if (present == nullptr)
-        return;
-    dpm::unlink_host(*present);
-    dpm::free_host(*present);
-}
+    static bool localise(entry &image, const dpm::call_site &) {
+        image.node = {};
+        std::memset(image.card_local, 0, sizeof image.card_local);
+        return true;
+    }
+    static entry *find(const entry &image) { return dpm_host_find_by_entry(&image); }
+    static bool put(const entry &image, entry *present) {
+        dpm::block<host_record> record;
+        if (!record)
+            return false;
+        record->entry = image;
+        record->in_chip = !dpm::is_linklocal(image.ip); // the master has programmed it
+        if (present != nullptr)
+            drop(*present);
+        dpm::link_host(record.release()->entry);
+        return true;
+    }
+    static void drop(entry &present) {
+        dpm::unlink_host(present);
+        dpm::free_host(present);
+    }
+};
 
 // After a switch-over: hosts that answer are reported again, the others age out where they are
 // reported from.
@@ -61,36 +75,11 @@ void ask_again(const dpm_host_entry &host) {
 } // namespace
 
 // clang-format off
-DPM_MIRRORED_TABLE(host_mirror,
-                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive,
-                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive,
+DPM_MIRRORED_TABLE(host_mirror, mirrored_hosts,
+                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive, dpm_host_entry_add_sync_process,
+                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive, dpm_host_entry_del_sync_process,
                    dpm_host_entry_sync_all_send, dpm_host_entry_sync_all_receive)
 // clang-format on
-
-int dpm_host_entry_add_sync_process(const dpm_host_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    dpm::block<host_record> record;
-    if (!record)
-        return -1;
-    record->entry = *entry;
-    if (!localise(record->entry, DPM_CALL_SITE))
-        return -1;
-    record->in_chip = !dpm::is_linklocal(record->entry.ip); // the master has programmed it
-    drop_mirrored(dpm_host_find_by_entry(&record->entry));
-    dpm::link_host(record.release()->entry);
-    return 0;
-}
-
-int dpm_host_entry_del_sync_process(const dpm_host_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    dpm_host_entry key = *entry;
-    if (!localise(key, DPM_CALL_SITE))
-        return -1;
-    drop_mirrored(dpm_host_find_by_entry(&key));
-    return 0;
-}
 
 int dpm_host_start_delete_time() {
     if (dpm::ipv4_hosts().empty())

@@ -4,6 +4,7 @@
 
 #include "dpm_api.h"
 #include "dpm_list.h"
+#include "dpm_msg.h" // the owners of the messages
 
 #include <cstddef>
 #include <cstdint>
@@ -49,16 +50,6 @@ struct dpm_trunk_member_msg {
     std::uint32_t port;
 };
 static_assert(sizeof(dpm_trunk_member_msg) == 12);
-
-// Owners of the messages; 0 or -1.
-int dpm_if_add(const dpm_if_msg *body);
-int dpm_if_del(const dpm_if_msg *body);
-int dpm_if_add_ip(const if_ip_msg *body);
-int dpm_if_del_ip(const if_ip_msg *body);
-int dpm_if_vrf_pro(const dpm_if_vrf_msg *body);
-int dpm_super_add_sub(const dpm_super_sub_msg *body);
-int dpm_super_del_sub(const dpm_super_sub_msg *body);
-int dpm_trunk_member_change_notify(const dpm_trunk_member_msg *body, std::uint32_t oper);
 
 // Lookups.  Null, or the value said, when there is none.
 dpm_if_entry *dpm_if_find_by_ifindex(std::uint32_t ifindex);

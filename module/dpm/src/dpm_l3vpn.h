@@ -2,12 +2,16 @@
 // lock.
 //
 // The records are packed as the routing suite lays them out: their members are copied, never
-// referred to, and their list node is reached through pend_link().
+// referred to.
 #pragma once
 
 #include "dpm_address.h"
 #include "dpm_api.h"
 #include "dpm_avltree.h"
+#include "dpm_destination.h"
+#include "dpm_msg.h" // the owners of the messages
+#include "dpm_pend.h"
+#include "dpm_tables.h" // the senders of mirroring
 
 #include <cstddef>
 #include <cstdint>
@@ -83,18 +87,6 @@ std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len);
 dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image);
 dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image);
 
-// Mirroring.
-int dpm_mpls_ftn_add_sync_send(const dpm_ftn *entry);
-int dpm_mpls_ftn_del_sync_send(const dpm_ftn *entry);
-int dpm_mpls_ftn_sync_all_send(std::uint32_t slot);
-int dpm_mpls_ftn_add_sync_process(const dpm_ftn *entry);
-int dpm_mpls_ftn_del_sync_process(const dpm_ftn *entry);
-int dpm_mpls_ilm_add_sync_send(const dpm_ilm *entry);
-int dpm_mpls_ilm_del_sync_send(const dpm_ilm *entry);
-int dpm_mpls_ilm_sync_all_send(std::uint32_t slot);
-int dpm_mpls_ilm_add_sync_process(const dpm_ilm *entry);
-int dpm_mpls_ilm_del_sync_process(const dpm_ilm *entry);
-
 namespace dpm {
 
 inline int ftn_order(const dpm_ftn &a, const dpm_ftn &b) {
@@ -108,16 +100,22 @@ using ilm_table = avl_table<dpm_ilm, ilm_order>;
 
 ftn_table ftns();
 ilm_table ilms();
-void label_tables_create();
 
-// The node of an entry on its pend list.
-template <class Entry> list_head *pend_link(Entry &entry) {
-    return reinterpret_cast<list_head *>(reinterpret_cast<char *>(&entry) + offsetof(Entry, pend));
-}
+// The lists of those that wait.
+bool is_same_pending(const dpm_ftn &a, const dpm_ftn &b);
+bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b);
+using pend_ftn_list = pend_list<dpm_ftn, is_same_pending>;
+using pend_ilm_list = pend_list<dpm_ilm, is_same_pending>;
+pend_ftn_list pend_ftns();
+pend_ilm_list pend_ilms();
 
-// The entry behind such a node.
-template <class Entry> Entry &pend_entry(list_head *link) {
-    return *reinterpret_cast<Entry *>(reinterpret_cast<char *>(link) - offsetof(Entry, pend));
-}
+// Addresses as they are kept: four bytes of an IPv4 address, the rest zero.
+void trim(dpm_ftn &image);
+
+void ftn_tables_create();
+void ilm_tables_create();
+
+// What label entries do as holders of destinations.
+extern const destination_owner label_owner;
 
 } // namespace dpm

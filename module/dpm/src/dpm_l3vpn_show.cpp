@@ -1,9 +1,7 @@
 // The label tables on standard output, under the DPM lock.
 #include "dpm_l3vpn.h"
 
-#include "dpm_list.h"
 #include "dpm_locks.h"
-#include "dpm_vpn.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -28,14 +26,6 @@ void print_ilm(const dpm_ilm &ilm) {
                 ilm.vrf_id, ilm.in_label, ilm.swap_label, ilm.tunnel_label, ilm.flags,
                 IPV4_OF(ilm.fec_prefix), IPV4_OF(ilm.tunnel_nhop), ilm.in_ifindex, ilm.nhid,
                 ilm.tunnel_id, ilm.sdk_result);
-}
-
-template <class Entry, class Print> void each_pending(list_head &head, Print print) {
-    for (list_head *link = head.next; link != &head; link = link->next) {
-        const Entry &entry = dpm::pend_entry<Entry>(link);
-        if (entry.ip_type == DPM_FAMILY_IPV4)
-            print(entry);
-    }
 }
 
 void print_ftn_fields(const dpm_ftn &ftn) {
@@ -87,11 +77,13 @@ void dpm_mpls_ftn_table_show() {
         if (ftn.ip_type == DPM_FAMILY_IPV4)
             print_ftn(ftn);
     std::printf("\n\r pend ftn table: ");
-    std::printf("\n\r pend ftn table: is_empty=%d ", list_empty(&g_dpm_vpn.pend_ftn_list));
-    each_pending<dpm_ftn>(g_dpm_vpn.pend_ftn_list, [](const dpm_ftn &ftn) {
+    std::printf("\n\r pend ftn table: is_empty=%d ", dpm::pend_ftns().empty());
+    for (const dpm_ftn &ftn : dpm::pend_ftns()) {
+        if (ftn.ip_type != DPM_FAMILY_IPV4)
+            continue;
         std::printf("\n\r pend ftn table: ftn_info=%p ", static_cast<const void *>(&ftn));
         print_ftn(ftn);
-    });
+    }
     std::printf("\n\r ftn table info end!\n\r");
 }
 
@@ -119,7 +111,9 @@ void dpm_mpls_ilm_table_show() {
         if (ilm.ip_type == DPM_FAMILY_IPV4)
             print_ilm(ilm);
     std::printf("\n\r pend ilm table:");
-    each_pending<dpm_ilm>(g_dpm_vpn.pend_ilm_list, print_ilm);
+    for (const dpm_ilm &ilm : dpm::pend_ilms())
+        if (ilm.ip_type == DPM_FAMILY_IPV4)
+            print_ilm(ilm);
     std::printf("\n\r ilm table info end!");
 }
 

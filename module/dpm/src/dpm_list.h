@@ -10,6 +10,7 @@
 #include "dpm_api.h"
 
 #include <cstddef>
+#include <type_traits>
 
 inline void INIT_LIST_HEAD(list_head *head) {
     head->next = head;
@@ -45,7 +46,8 @@ inline bool list_empty(const list_head *head) {
 
 namespace dpm {
 
-// The list behind a head, of entries that are linked through their member `Link`.
+// The list behind a head, of entries that are linked through their member `Link`: a pointer to that
+// member, or its offset where a record is packed.
 template <class Entry, auto Link> class list_view {
 public:
     explicit list_view(list_head &head) : head_(&head) {}
@@ -55,7 +57,7 @@ public:
     }
 
     Entry *first() const { return at(head_->next); }
-    Entry *next(const Entry &entry) const { return at((entry.*Link).next); }
+    Entry *next(const Entry &entry) const { return at(link_of(entry)->next); }
     bool empty() const { return list_empty(head_); }
 
     template <bool Erasable> class walk {
@@ -133,6 +135,11 @@ private:
         return merged;
     }
 
+    static const list_head *link_of(const Entry &entry) {
+        return reinterpret_cast<const list_head *>(reinterpret_cast<const char *>(&entry) +
+                                                   link_offset());
+    }
+    static std::ptrdiff_t link_offset() requires std::is_integral_v<decltype(Link)> { return Link; }
     static std::ptrdiff_t link_offset() {
         alignas(Entry) static constexpr char bytes[sizeof(Entry)]{};
         const auto *entry = reinterpret_cast<const Entry *>(bytes);

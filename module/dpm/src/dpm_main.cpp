@@ -7,11 +7,10 @@
 
 #include "dpm.h"
 #include "dpm_bridge.h"
-#include "dpm_ecmp.h"
 #include "dpm_events.h"
 #include "dpm_host.h"
+#include "dpm_l3vpn.h"
 #include "dpm_msg.h"
-#include "dpm_nexthop.h"
 #include "dpm_route.h"
 #include "dpm_vpn.h"
 #include "dpm_vrf.h"
@@ -77,10 +76,12 @@ void init_lists() {
 }
 
 void create_tables() {
-    dpm::ecmp_tables_create();
-    dpm::host_tables_create();
-    dpm::route_tables_create();
-    dpm::nexthop_tables_create();
+    dpm_vpn_main_init();
+    for (const dpm::mirrored *table : dpm_mirrored_tables)
+        table->create();
+    dpm::destination_register(dpm::destination_rank::route, dpm::route_owner);
+    dpm::destination_register(dpm::destination_rank::host, dpm::host_owner);
+    dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
 }
 
 void register_callbacks() {
@@ -114,7 +115,6 @@ int dpm_main_init() {
     g_dpm_global.timer_list =
         dpm_timer_list_create(); // without one nothing is timed, but everything else works
     (void)dpm_timer_node_init(&g_dpm_global.peer_timer);
-    dpm_vpn_main_init();
     register_callbacks();
     dpm_host_notify_register(dpm_route_host_notify);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);

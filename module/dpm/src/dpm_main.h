@@ -2,11 +2,17 @@
 #pragma once
 
 #include "dpm_api.h"
+#include "dpm_tables.h"
 
 #include <cstdint>
 
 // One pass of the worker: at most one message, then the timers.  dpm_task is a loop over it.
 extern "C" int dpm_task_pass(void);
+
+// The mirrored tables, in the order in which they travel.
+#define DPM_ROW(table, record, add, del, all) &dpm::table,
+inline constexpr const dpm::mirrored *dpm_mirrored_tables[] = {DPM_TABLES(DPM_ROW)};
+#undef DPM_ROW
 
 // A slot came up: its chip is re-programmed, and the peer card's tables are sent if it is the
 // peer's slot.

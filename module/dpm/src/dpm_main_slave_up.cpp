@@ -8,12 +8,9 @@
 
 #include "dpm.h"
 #include "dpm_bridge.h"
-#include "dpm_ecmp.h"
 #include "dpm_host.h"
-#include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
-#include "dpm_nexthop.h"
 #include "dpm_route.h"
 #include "dpm_trace.h"
 #include "dpm_vrf.h"
@@ -30,22 +27,15 @@ int check_peer(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
     return dpm_peer_can_be_use();
 }
 
-// Re-program a slot's chip and send the table, one table after the other: an entry travels behind
-// what it points to.
-constexpr int (*table_senders[])(std::uint32_t slot) = {
-    dpm_main_entry_sync_all_send, dpm_nexthop_entry_sync_all_send, dpm_host_entry_sync_all_send,
-    dpm_ecmp_entry_sync_all_send, dpm_route_entry_sync_all_send,   dpm_mpls_ftn_sync_all_send,
-    dpm_mpls_ilm_sync_all_send,
-};
-
 } // namespace
 
 int dpm_slave_up_process(std::uint32_t slot) {
     if (dpm_bridge_self_is_slave())
         return 0;
     g_dpm_global.slave_up = 1;
-    for (const auto send_table : table_senders)
-        (void)send_table(slot);
+    (void)dpm_main_entry_sync_all_send(slot);
+    for (const dpm::mirrored *table : dpm_mirrored_tables)
+        (void)table->send_all(slot);
     (void)dpm_slave_up_pro_over_sync_send(slot);
     return dpm_timer_start(g_dpm_global.timer_list, &g_dpm_global.peer_timer, first_peer_check_sec,
                            check_peer, 0, 0, 0);

@@ -7,14 +7,9 @@
 #include "dpm_main.h"
 
 #include "dpm.h"
-#include "dpm_ecmp.h"
 #include "dpm_host.h"
-#include "dpm_if.h"
-#include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
-#include "dpm_nexthop.h"
-#include "dpm_route.h"
 #include "platform/host.h"
 
 namespace {
@@ -48,7 +43,7 @@ void handle_trunk(std::uint32_t len, void *data, int (*owner)(const Body *, std:
     void handler(std::uint32_t len, void *data) {                                                  \
         handle_trunk(len, data, owner);                                                            \
     }
-#define DPM_ROW(code, name, handler, owner, shape) DPM_HANDLER_##shape(handler, owner)
+#define DPM_ROW(code, name, handler, owner, body, shape) DPM_HANDLER_##shape(handler, owner)
 #define DPM_CALL(code, name, owner, shape)
 DPM_MESSAGES(DPM_ROW, DPM_CALL)
 #undef DPM_ROW
@@ -71,7 +66,7 @@ struct dispatch_table {
 
 constexpr dispatch_table make_dispatch_table() {
     dispatch_table table;
-#define DPM_ROW(code, name, handler, owner, shape)                                                 \
+#define DPM_ROW(code, name, handler, owner, body, shape)                                           \
     table.by_code[code - 1] = [](const dpm_msg &msg) {                                             \
         (void)msg, (void)handler(DPM_WORDS_##shape(msg));                                          \
     };

@@ -3,19 +3,19 @@
 // The master sends an entry after each change of it, and the whole table when the peer card comes
 // up; the peer's receivers copy what they get and post it, so that it is applied on the peer's own
 // worker, in arrival order.  Records travel byte for byte; what is card-local in them is cleared or
-// looked up again by the process functions.
+// looked up again there.
 //
-// A table joins with a description (see mirrored_table), its two process functions and one
-// DPM_MIRRORED_TABLE row; its messages join DPM_MESSAGES, its receivers dpm_api.h, and its
-// whole-table sender the order of the slave-up process.
+// A table joins with a description (see mirrored_table) and one DPM_MIRRORED_TABLE row in its
+// source; its messages join DPM_MESSAGES, its receivers DPM_RECEIVERS, and the table DPM_TABLES.
 //
-// Senders run on the worker, receivers on the hot-standby service's thread.
+// Senders and process functions run on the worker, receivers on the hot-standby service's thread.
 #pragma once
 
 #include "dpm_avltree.h"
 #include "dpm_bridge.h"
 #include "dpm_msg.h"
 #include "dpm_slot.h"
+#include "dpm_tables.h"
 #include "dpm_trace.h"
 
 #include <concepts>
@@ -26,27 +26,49 @@
 namespace dpm {
 
 // What a table tells about itself.
+//   entry             the record
+//   add_code          posted by the receivers of adds and whole tables
+//   del_code          posted by the receiver of deletes
+//   batch_entries     of one whole-table message
+//   driver_sync_text  logged before a slot's chip is re-programmed
+//   empty_first_text  logged then for an empty first tree; null: nothing
+//   table_sync_text   logged before the table is sent
+//   create()          makes the trees and what stands beside them
+//   trees()           what is walked, in this order
+//   reprogram()       programs a slot with what the chip holds of an entry; false: the walk ends, -1
+// On the standby card:
+//   localise_key()    gives a received image this card's key; false, told in the log: it has none
+//   localise()        the same for all else that is card-local in it
+//   find()            the entry with the image's key, or null
+//   put()             keeps the image, in the place of that entry if there is one; false: no memory
+//   drop()            takes an entry out of the table and frees it
 template <class Table>
-concept mirrored_table = requires(const typename Table::entry &entry, std::uint32_t slot_bits) {
-    {
-        Table::add_code
-        } -> std::convertible_to<std::uint32_t>; // posted by the receivers of adds and whole tables
+concept mirrored_table = requires(typename Table::entry &image, const typename Table::entry &entry,
+                                  typename Table::entry *present, std::uint32_t slot_bits,
+                                  const call_site &caller) {
+    { Table::add_code } -> std::convertible_to<std::uint32_t>;
     { Table::del_code } -> std::convertible_to<std::uint32_t>;
-    { Table::batch_entries } -> std::convertible_to<std::uint32_t>; // of one whole-table message
-    {
-        Table::trees()
-        } -> std::convertible_to<std::span<dpm_avl_tree *const>>; // walked in this order
-    {
-        Table::driver_sync_text
-        } -> std::convertible_to<const char *>; // logged before a slot's chip is re-programmed
-    {
-        Table::empty_first_text
-        } -> std::convertible_to<const char *>; // logged for an empty first tree; null: nothing
-    {
-        Table::table_sync_text
-        } -> std::convertible_to<const char *>; // logged before the table is sent
-    // Programs a slot with what the chip holds of this entry; false ends the whole call with -1.
+    { Table::batch_entries } -> std::convertible_to<std::uint32_t>;
+    { Table::driver_sync_text } -> std::convertible_to<const char *>;
+    { Table::empty_first_text } -> std::convertible_to<const char *>;
+    { Table::table_sync_text } -> std::convertible_to<const char *>;
+    { Table::create() } -> std::same_as<void>;
+    { Table::trees() } -> std::convertible_to<std::span<dpm_avl_tree *const>>;
     { Table::reprogram(entry, slot_bits) } -> std::same_as<bool>;
+    { Table::localise_key(image, caller) } -> std::same_as<bool>;
+    { Table::localise(image, caller) } -> std::same_as<bool>;
+    { Table::find(entry) } -> std::same_as<typename Table::entry *>;
+    { Table::put(entry, present) } -> std::same_as<bool>;
+    { Table::drop(*present) } -> std::same_as<void>;
+};
+
+// What most tables have in common, to derive a description from.
+template <class Entry> struct mirror_defaults {
+    using entry = Entry;
+    static constexpr std::uint32_t batch_entries = 100;
+    static constexpr const char *empty_first_text = nullptr;
+    static bool localise_key(Entry &, const call_site &) { return true; }
+    static bool localise(Entry &, const call_site &) { return true; }
 };
 
 // The parts of the family that do not depend on the record; sizes in bytes.
@@ -87,6 +109,29 @@ int mirror_receive_all(const void *buffer, std::uint32_t length, const call_site
                       {"%s %d::send msg err!\r\n", caller.function, caller.line}) != 0)
             return -1;
     }
+    return 0;
+}
+
+// A mirrored add: the image takes the place of the entry with its key.
+template <mirrored_table Table>
+int mirror_add(const typename Table::entry *received, const call_site &caller) {
+    if (received == nullptr)
+        return null_parameter(caller.function, caller.line);
+    typename Table::entry image = *received;
+    if (!Table::localise_key(image, caller) || !Table::localise(image, caller))
+        return -1;
+    return Table::put(image, Table::find(image)) ? 0 : -1;
+}
+
+template <mirrored_table Table>
+int mirror_del(const typename Table::entry *received, const call_site &caller) {
+    if (received == nullptr)
+        return null_parameter(caller.function, caller.line);
+    typename Table::entry image = *received;
+    if (!Table::localise_key(image, caller))
+        return -1;
+    if (typename Table::entry *present = Table::find(image))
+        Table::drop(*present);
     return 0;
 }
 
@@ -195,29 +240,34 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &c
 
 } // namespace dpm
 
-// The named functions of a table's mirroring, made from its description.  The peer calls the
-// receivers by name.
-#define DPM_MIRRORED_ENTRY(table, add_send, add_receive, del_send, del_receive)                    \
-    int add_send(const table::entry *entry) {                                                      \
-        return dpm::mirror_send(entry, sizeof(table::entry), #add_receive, DPM_CALL_SITE);         \
+// The named functions of a table's mirroring, made from its description, and its entry in the list
+// of tables.  The peer calls the receivers by name.
+#define DPM_MIRRORED_TABLE(description, table, add_send, add_receive, add_process, del_send,       \
+                           del_receive, del_process, all_send, all_receive)                        \
+    int add_send(const description::entry *entry) {                                                \
+        return dpm::mirror_send(entry, sizeof *entry, #add_receive, DPM_CALL_SITE);                \
     }                                                                                              \
-    int del_send(const table::entry *entry) {                                                      \
-        return dpm::mirror_send(entry, sizeof(table::entry), #del_receive, DPM_CALL_SITE);         \
+    int del_send(const description::entry *entry) {                                                \
+        return dpm::mirror_send(entry, sizeof *entry, #del_receive, DPM_CALL_SITE);                \
+    }                                                                                              \
+    int all_send(std::uint32_t slot) {                                                             \
+        return dpm::mirror_send_all<description>(slot, #all_receive, DPM_CALL_SITE);               \
     }                                                                                              \
     int add_receive(const void *buffer, std::uint32_t length_bytes) {                              \
-        return dpm::mirror_receive<table::entry>(table::add_code, buffer, length_bytes,            \
-                                                 DPM_CALL_SITE);                                   \
+        return dpm::mirror_receive<description::entry>(description::add_code, buffer,              \
+                                                       length_bytes, DPM_CALL_SITE);               \
     }                                                                                              \
     int del_receive(const void *buffer, std::uint32_t length_bytes) {                              \
-        return dpm::mirror_receive<table::entry>(table::del_code, buffer, length_bytes,            \
-                                                 DPM_CALL_SITE);                                   \
-    }
-#define DPM_MIRRORED_TABLE(table, add_send, add_receive, del_send, del_receive, all_send,          \
-                           all_receive)                                                            \
-    DPM_MIRRORED_ENTRY(table, add_send, add_receive, del_send, del_receive)                        \
-    int all_send(std::uint32_t slot) {                                                             \
-        return dpm::mirror_send_all<table>(slot, #all_receive, DPM_CALL_SITE);                     \
+        return dpm::mirror_receive<description::entry>(description::del_code, buffer,              \
+                                                       length_bytes, DPM_CALL_SITE);               \
     }                                                                                              \
     int all_receive(const void *buffer, std::uint32_t length_bytes) {                              \
-        return dpm::mirror_receive_all<table>(buffer, length_bytes, DPM_CALL_SITE);                \
-    }
+        return dpm::mirror_receive_all<description>(buffer, length_bytes, DPM_CALL_SITE);          \
+    }                                                                                              \
+    int add_process(const description::entry *entry) {                                             \
+        return dpm::mirror_add<description>(entry, DPM_CALL_SITE);                                 \
+    }                                                                                              \
+    int del_process(const description::entry *entry) {                                             \
+        return dpm::mirror_del<description>(entry, DPM_CALL_SITE);                                 \
+    }                                                                                              \
+    constexpr dpm::mirrored dpm::table = {description::create, all_send};

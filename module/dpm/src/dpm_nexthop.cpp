@@ -67,14 +67,15 @@ void free_nexthop(dpm_nexthop_entry &entry) {
     dpm::free_zeroed(&record_of(entry));
 }
 
-struct nexthop_mirror {
-    using entry = dpm_nexthop_entry;
+struct nexthop_mirror : dpm::mirror_defaults<dpm_nexthop_entry> {
     static constexpr auto add_code = DPM_MSG_SYNC_ADD_NEXTHOP, del_code = DPM_MSG_SYNC_DEL_NEXTHOP;
-    static constexpr std::uint32_t batch_entries = 100;
     static constexpr const char *driver_sync_text =
         "%s %d::slot_bit = %d, nexthop driver sync.\r\n";
-    static constexpr const char *empty_first_text = nullptr;
     static constexpr const char *table_sync_text = "%s %d::slot %d, nexthop table sync.\r\n";
+    static void create() {
+        dpm::nexthops().create();
+        by_index().create();
+    }
     static std::span<dpm_avl_tree *const> trees() {
         static constexpr dpm_avl_tree *const list[] = {&g_dpm_global.nexthop_tree};
         return list;
@@ -86,14 +87,24 @@ struct nexthop_mirror {
                                      nexthop.cvlan, &sdk_index, slot_bits);
         return true;
     }
+    static entry *find(const entry &image) { return dpm::nexthops().find(image); }
+    static bool put(const entry &image, entry *present) {
+        if (present != nullptr)
+            present->cnt = image.cnt;
+        return present != nullptr || insert(image) != nullptr;
+    }
+    static void drop(entry &present) {
+        unlink(present);
+        free_nexthop(present);
+    }
 };
 
 } // namespace
 
 // clang-format off
-DPM_MIRRORED_TABLE(nexthop_mirror,
-                   dpm_nexthop_entry_add_sync_send, dpm_nexthop_entry_add_sync_receive,
-                   dpm_nexthop_entry_del_sync_send, dpm_nexthop_entry_del_sync_receive,
+DPM_MIRRORED_TABLE(nexthop_mirror, mirrored_nexthops,
+                   dpm_nexthop_entry_add_sync_send, dpm_nexthop_entry_add_sync_receive, dpm_nexthop_entry_add_sync_process,
+                   dpm_nexthop_entry_del_sync_send, dpm_nexthop_entry_del_sync_receive, dpm_nexthop_entry_del_sync_process,
                    dpm_nexthop_entry_sync_all_send, dpm_nexthop_entry_sync_all_receive)
 // clang-format on
 
@@ -101,11 +112,6 @@ namespace dpm {
 
 nexthop_table nexthops() {
     return nexthop_table(g_dpm_global.nexthop_tree);
-}
-
-void nexthop_tables_create() {
-    nexthops().create();
-    by_index().create();
 }
 
 } // namespace dpm
@@ -176,24 +182,4 @@ dpm_nexthop_entry *dpm_nexthop_find_by_index(std::uint32_t sdk_index) {
     key.entry.sdk_index = sdk_index;
     nexthop_record *record = by_index().find_from(key);
     return record != nullptr && record->entry.sdk_index == sdk_index ? &record->entry : nullptr;
-}
-
-int dpm_nexthop_entry_add_sync_process(const dpm_nexthop_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    if (dpm_nexthop_entry *present = dpm::nexthops().find(*entry)) {
-        present->cnt = entry->cnt;
-        return 0;
-    }
-    return insert(*entry) != nullptr ? 0 : -1;
-}
-
-int dpm_nexthop_entry_del_sync_process(const dpm_nexthop_entry *entry) {
-    if (entry == nullptr)
-        return dpm::null_parameter();
-    if (dpm_nexthop_entry *present = dpm::nexthops().find(*entry)) {
-        unlink(*present);
-        free_nexthop(*present);
-    }
-    return 0;
 }

@@ -4,6 +4,8 @@
 
 #include "dpm_api.h"
 #include "dpm_avltree.h"
+#include "dpm_msg.h"    // the owners of the messages
+#include "dpm_tables.h" // the senders of mirroring
 
 #include <cstddef>
 #include <cstdint>
@@ -27,17 +29,9 @@ int dpm_nexthop_del(std::uint32_t port_type, std::uint32_t port_id, const std::u
 // The first entry in table order with that index, or null.
 dpm_nexthop_entry *dpm_nexthop_find_by_index(std::uint32_t sdk_index);
 
-// Mirroring.
-int dpm_nexthop_entry_add_sync_send(const dpm_nexthop_entry *entry);
-int dpm_nexthop_entry_del_sync_send(const dpm_nexthop_entry *entry);
-int dpm_nexthop_entry_sync_all_send(std::uint32_t slot);
-int dpm_nexthop_entry_add_sync_process(const dpm_nexthop_entry *entry);
-int dpm_nexthop_entry_del_sync_process(const dpm_nexthop_entry *entry);
-
 namespace dpm {
 
 using nexthop_table = avl_table<dpm_nexthop_entry, dpm_nexthop_compare>;
 nexthop_table nexthops();
-void nexthop_tables_create();
 
 } // namespace dpm

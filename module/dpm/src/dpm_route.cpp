@@ -206,20 +206,9 @@ void route_take_back(std::uint32_t vrf, const dpm_prefix &destination) {
     }
 }
 
-constexpr dpm::destination_owner route_owner = {holds, route_give_way, route_take_back};
-
 } // namespace
 
-namespace dpm {
-
-void route_tables_create() {
-    ipv4_routes().create();
-    ipv6_routes().create();
-    route_indexes_create();
-    destination_register(destination_rank::route, route_owner);
-}
-
-} // namespace dpm
+constexpr dpm::destination_owner dpm::route_owner = {holds, route_give_way, route_take_back};
 
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)

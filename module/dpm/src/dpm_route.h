@@ -4,6 +4,9 @@
 #include "dpm_address.h"
 #include "dpm_api.h"
 #include "dpm_avltree.h"
+#include "dpm_destination.h"
+#include "dpm_msg.h"    // the owners of the messages
+#include "dpm_tables.h" // the senders of mirroring
 
 #include <cstddef>
 #include <cstdint>
@@ -26,10 +29,6 @@ inline constexpr std::int32_t DPM_ROUTE_NO_ADDRESS = 2;    // host_index: no gat
 int dpm_route_ipv4_compare(const dpm_route_entry &a, const dpm_route_entry &b);
 int dpm_route_ipv6_compare(const dpm_route_entry &a, const dpm_route_entry &b);
 
-// Owners of the messages; 0 or -1.
-int dpm_route_add_msg(const dpm_route_msg *body);
-int dpm_route_del_msg(const dpm_route_msg *body);
-
 // Changes; 0 or -1.  The destination of an add must not be in the table.
 int dpm_route_add(const dpm_route_entry *entry);
 int dpm_route_del(dpm_route_entry *entry);
@@ -45,13 +44,6 @@ int dpm_route_dynamic_type_check(std::uint32_t route_type); // 1 for a dynamic t
 int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event);
 int dpm_route_start_delete_time();
 
-// Mirroring.
-int dpm_route_entry_add_sync_send(const dpm_route_entry *entry);
-int dpm_route_entry_del_sync_send(const dpm_route_entry *entry);
-int dpm_route_entry_sync_all_send(std::uint32_t slot);
-int dpm_route_entry_add_sync_process(const dpm_route_entry *entry);
-int dpm_route_entry_del_sync_process(const dpm_route_entry *entry);
-
 namespace dpm {
 
 using ipv4_route_table = avl_table<dpm_route_entry, dpm_route_ipv4_compare>;
@@ -61,13 +53,15 @@ ipv6_route_table ipv6_routes();
 
 // The tree of a known family.  Both orders are one, so either view serves both.
 ipv4_route_table routes_of(std::uint32_t family);
-void route_tables_create();
 
 // The route of a VRF to exactly this destination of a known family, or null.
 dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination);
 
 // A route over a tunnel is the tunnel table's.
 bool is_over_tunnel(const dpm_route_entry &route);
+
+// What routes do as holders of destinations.
+extern const destination_owner route_owner;
 
 // Whether another owner holds a route's destination in the chip.
 bool gives_way(const dpm_route_entry &route);

@@ -32,5 +32,5 @@ static_assert(offsetof(dpm_vpn, mpls_if_tree) == 72);
 
 extern DPM_STATE dpm_vpn g_dpm_vpn;
 
-// Builds the context; at start-up.
+// Empties the context; at start-up, before the tables are made.
 void dpm_vpn_main_init();

@@ -1,7 +1,6 @@
-// Start-up of the VPN context.  A table joins with its owner.
+// Start-up of the VPN context.  Its trees are made with their tables.
 #include "dpm_vpn.h"
 
-#include "dpm_l3vpn.h"
 #include "dpm_list.h"
 
 #include <initializer_list>
@@ -12,5 +11,4 @@ void dpm_vpn_main_init() {
                             &g_dpm_vpn.pend_vpws_vc_fib_list, &g_dpm_vpn.pend_vpws_vc_ilm_list,
                             &g_dpm_vpn.pend_vpls_vc_fib_list, &g_dpm_vpn.pend_vpls_vc_ilm_list})
         INIT_LIST_HEAD(pend);
-    dpm::label_tables_create();
 }

@@ -1,0 +1,64 @@
+// Label entries on the standby card: how they travel there, and what they are kept as.
+#include "dpm_l3vpn.h"
+
+#include "dpm_if.h"
+#include "dpm_mirror.h"
+#include "dpm_vpn.h"
+
+namespace {
+
+// Nothing puts label entries into the chip yet: their encoding comes with their requests.
+template <class Entry> struct label_mirror : dpm::mirror_defaults<Entry> {
+    static bool reprogram(const Entry &, std::uint32_t) { return true; }
+};
+
+struct ftn_mirror : label_mirror<dpm_ftn> {
+    static constexpr auto add_code = DPM_MSG_SYNC_FTN_ADD, del_code = DPM_MSG_SYNC_FTN_DEL;
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ftn driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, ftn table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ftn_tree};
+    static void create() { dpm::ftn_tables_create(); }
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+    static bool localise_key(entry &image, const dpm::call_site &) {
+        dpm::trim(image);
+        return true;
+    }
+    static entry *find(const entry &image) { return dpm::ftns().find(image); }
+    static bool put(const entry &image, entry *) {
+        return dpm_mpls_ftn_add_for_salve(image) != nullptr;
+    }
+    static void drop(entry &present) { (void)dpm_mpls_ftn_del(&present); }
+};
+
+struct ilm_mirror : label_mirror<dpm_ilm> {
+    static constexpr auto add_code = DPM_MSG_SYNC_ILM_ADD, del_code = DPM_MSG_SYNC_ILM_DEL;
+    static constexpr const char *driver_sync_text = "%s %d::slot_bit = %d, ilm driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, ilm table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.ilm_tree};
+    static void create() { dpm::ilm_tables_create(); }
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+    static bool localise(entry &image, const dpm::call_site &) {
+        image.out_ifname[sizeof image.out_ifname - 1] = '\0';
+        image.out_ifindex =
+            image.out_ifname[0] != '\0' ? dpm_if_get_ifindexbyname(image.out_ifname) : 0;
+        return true;
+    }
+    static entry *find(const entry &image) { return dpm::ilms().find(image); }
+    static bool put(const entry &image, entry *) {
+        return dpm_mpls_ilm_add_for_slave(image) != nullptr;
+    }
+    static void drop(entry &present) { (void)dpm_mpls_ilm_del(&present); }
+};
+
+} // namespace
+
+// clang-format off
+DPM_MIRRORED_TABLE(ftn_mirror, mirrored_ftns,
+                   dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_add_sync_receive, dpm_mpls_ftn_add_sync_process,
+                   dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_del_sync_receive, dpm_mpls_ftn_del_sync_process,
+                   dpm_mpls_ftn_sync_all_send, dpm_mpls_ftn_sync_all_receive)
+DPM_MIRRORED_TABLE(ilm_mirror, mirrored_ilms,
+                   dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_add_sync_receive, dpm_mpls_ilm_add_sync_process,
+                   dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_del_sync_receive, dpm_mpls_ilm_del_sync_process,
+                   dpm_mpls_ilm_sync_all_send, dpm_mpls_ilm_sync_all_receive)
+// clang-format on
