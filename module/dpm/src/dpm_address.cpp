@@ -60,6 +60,12 @@ int dpm_get_linklocal(std::uint8_t *out, const std::uint8_t *mac) {
 
 namespace dpm {
 
+bool is_iptype(std::uint32_t family, const call_site &caller) {
+    if (!is_known_family(family))
+        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
+    return is_known_family(family);
+}
+
 dpm_prefix host_prefix(std::uint32_t family, const void *address) {
     dpm_prefix ip = {};
     ip.family = static_cast<std::uint16_t>(family);

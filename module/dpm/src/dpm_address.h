@@ -2,6 +2,7 @@
 #pragma once
 
 #include "dpm_api.h"
+#include "dpm_trace.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,9 @@ inline std::uint32_t address_word(const std::uint8_t *address) {
 constexpr bool is_known_family(std::uint32_t family) {
     return family == DPM_FAMILY_IPV4 || family == DPM_FAMILY_IPV6;
 }
+
+// The same, told under the caller's name when it is not.
+bool is_iptype(std::uint32_t family, const call_site &caller);
 
 // Bits and bytes of an address of a known family.
 constexpr std::uint16_t host_bits(std::uint32_t family) {

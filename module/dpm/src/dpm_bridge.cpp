@@ -103,3 +103,19 @@ int dpm_bridge_slave_sync_send(const char *receiver, const void *buffer,
         return -1;
     return hss_TellBackToExcuteSpe(receiver, buffer, length_bytes);
 }
+
+namespace dpm {
+
+bool may_change(const void *body, int &result, const call_site &caller) {
+    if (body == nullptr) {
+        result = null_parameter(caller.function, caller.line);
+        return false;
+    }
+    if (!dpm_bridge_self_is_slave())
+        return true;
+    DPM_LOG_FROM(caller, "%s %d::it is slave.\r\n");
+    result = 0;
+    return false;
+}
+
+} // namespace dpm

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "dpm_api.h"
+#include "dpm_trace.h"
 #include "platform/hss.h"
 
 #include <cstdint>
@@ -32,3 +33,12 @@ std::uint32_t dpm_get_slave_up();
 int dpm_bridge_sync_send(const char *receiver, const void *buffer, std::uint32_t length_bytes);
 int dpm_bridge_slave_sync_send(const char *receiver, const void *buffer,
                                std::uint32_t length_bytes);
+
+namespace dpm {
+
+// What the owner of a request looks at first: that there is one, and that this card is not the
+// standby, whose tables change by mirroring alone.  False, told in the log: the call ends with
+// `result`.
+bool may_change(const void *body, int &result, const call_site &caller);
+
+} // namespace dpm

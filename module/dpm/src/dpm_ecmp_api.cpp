@@ -5,25 +5,14 @@
 
 #include <cstdio>
 
-namespace {
-
-bool is_known(std::uint32_t family, const dpm::call_site &caller) {
-    if (dpm::is_known_family(family))
-        return true;
-    DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
-    return false;
-}
-
-} // namespace
-
 const dpm_ecmp_entry *dpm_api_get_ecmp_entry_first(std::uint32_t family) {
-    return is_known(family, DPM_CALL_SITE) ? dpm::ecmp_groups(family).first() : nullptr;
+    return dpm::is_iptype(family, DPM_CALL_SITE) ? dpm::ecmp_groups(family).first() : nullptr;
 }
 
 const dpm_ecmp_entry *dpm_api_get_ecmp_entry_next(const dpm_ecmp_entry *entry) {
     if (entry == nullptr)
         return (void)dpm::null_parameter(), nullptr;
-    if (!is_known(entry->ecmp_type, DPM_CALL_SITE))
+    if (!dpm::is_iptype(entry->ecmp_type, DPM_CALL_SITE))
         return nullptr;
     return dpm::ecmp_groups(entry->ecmp_type).next(*entry);
 }

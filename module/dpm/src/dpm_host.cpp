@@ -53,11 +53,7 @@ bool is_admissible(const dpm_host_entry &host, std::uint32_t own_weight, dpm::eg
         DPM_LOG_FROM(caller, "%s %d::host entry is full!!!\r\n");
         return false;
     }
-    if (!dpm::is_known_family(host.ip.family)) {
-        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", host.ip.family);
-        return false;
-    }
-    return has_egress(host, out, caller);
+    return dpm::is_iptype(host.ip.family, caller) && has_egress(host, out, caller);
 }
 
 void log_host(const dpm_host_entry &host, const dpm::call_site &caller) {
@@ -68,11 +64,6 @@ void log_host(const dpm_host_entry &host, const dpm::call_site &caller) {
         host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan,
         dpm::address_text(host.ip).c_str(), host.mac[0], host.mac[1], host.mac[2], host.mac[3],
         host.mac[4], host.mac[5], host.sdk_index);
-}
-
-int chip_add(const dpm_host_entry &host) {
-    return dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
-                                dpm::host_bits(host.ip.family), host.sdk_index, DPM_SLOT_ALL_BITS);
 }
 
 int chip_delete(const dpm_host_entry &host) {
@@ -173,7 +164,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
         return -1;
     }
     const bool in_chip = !dpm::is_linklocal(host.ip);
-    if (in_chip && chip_add(host) != 0) {
+    if (in_chip && dpm::program_host(host, DPM_SLOT_ALL_BITS) != 0) {
         DPM_TRACE("%s %d::host_entry add driver failed!\r\n");
         return -1; // deliberate: the next-hop reference is kept
     }
@@ -229,12 +220,9 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
 }
 
 int dpm_host_add_msg(const dpm_host_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm_bridge_self_is_slave()) {
-        DPM_TRACE("%s %d::it is slave.\r\n");
-        return 0;
-    }
+    int result;
+    if (!dpm::may_change(body, result, DPM_CALL_SITE))
+        return result;
     dpm_host_entry host = host_of(*body);
     if (host.ifindex == 0) {
         DPM_TRACE("%s %d::ifindex is err!\r\n");
@@ -267,12 +255,9 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
 }
 
 int dpm_host_del_msg(const dpm_host_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm_bridge_self_is_slave()) {
-        DPM_TRACE("%s %d::it is slave.\r\n");
-        return 0;
-    }
+    int result;
+    if (!dpm::may_change(body, result, DPM_CALL_SITE))
+        return result;
     const dpm_host_entry key = host_of(*body);
     dpm_host_entry *present = dpm_host_find_by_entry(&key);
     if (present == nullptr)

@@ -19,9 +19,7 @@ bool is_test_running() {
     return dpm_get_ipv6_ready_test_switch_state() == 1;
 }
 
-std::uint32_t host_code(std::uint32_t oper) {
-    return oper == DPM_OPER_ADD ? DPM_MSG_ADD_HOST : DPM_MSG_DEL_HOST;
-}
+constexpr dpm::oper_codes host_codes = {DPM_MSG_ADD_HOST, DPM_MSG_DEL_HOST};
 
 // What every report looks at first; false when the call ends with `result`.
 bool may_report(const void *record, const dpm::call_site &caller, int &result) {
@@ -34,13 +32,6 @@ bool may_report(const void *record, const dpm::call_site &caller, int &result) {
         return false;
     }
     return true;
-}
-
-bool is_known_oper(std::uint32_t oper, const dpm::call_site &caller) {
-    if (oper == DPM_OPER_ADD || oper == DPM_OPER_DEL)
-        return true;
-    DPM_LOG_FROM(caller, "%s %d::unkown oper %d!\r\n", oper);
-    return false;
 }
 
 void fill_ports(dpm_host_msg &body, const auto &record) {
@@ -89,28 +80,26 @@ int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
     int result;
     if (!may_report(info, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(oper, DPM_CALL_SITE))
+    if (!dpm::is_known_oper(oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)
         return -1;
-    if (!dpm::is_known_family(info->family)) {
-        DPM_TRACE("%s %d::iptype = %d is err!\r\n", info->family);
+    if (!dpm::is_iptype(info->family, DPM_CALL_SITE))
         return -1;
-    }
     fill_body(*body, *info);
     DPM_TRACE("%s %d::host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
               "port_type %d \t\tcvlan %d "
               "svlan %d supervlan %d \r\n",
               REPORT_FIELDS(body));
-    return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
+    return body.post(host_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
 }
 
 int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
     int result;
     if (!may_report(info, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(info->oper, DPM_CALL_SITE))
+    if (!dpm::is_known_oper(info->oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)
@@ -124,27 +113,25 @@ int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
               "\t\t port_type %d "
               "cvlan %d svlan %d supervlan %d \r\n",
               info->oper, REPORT_FIELDS(body));
-    return body.post(host_code(info->oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    return body.post(host_codes.of(info->oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
 int dpm_api_host_msg_send(const dpm_host_entry *entry, std::uint32_t oper) {
     int result;
     if (!may_report(entry, DPM_CALL_SITE, result))
         return result;
-    if (!is_known_oper(oper, DPM_CALL_SITE))
+    if (!dpm::is_known_oper(oper, DPM_CALL_SITE))
         return -1;
     dpm::request<dpm_host_msg> body;
     if (!body)
         return -1;
-    if (!dpm::is_known_family(entry->ip.family)) {
-        DPM_TRACE("%s %d::iptype = %d is err!\r\n", entry->ip.family);
+    if (!dpm::is_iptype(entry->ip.family, DPM_CALL_SITE))
         return -1;
-    }
     body->vrf = entry->vrf;
     body->ifindex = entry->ifindex;
     body->ip = dpm::host_prefix(entry->ip.family, entry->ip.address);
     fill_ports(*body, *entry);
-    return body.post(host_code(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    return body.post(host_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
 int dpm_host_test_add(std::uint32_t address, std::uint32_t ifindex, std::uint32_t svlan,

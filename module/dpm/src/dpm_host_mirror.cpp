@@ -28,15 +28,12 @@ struct host_mirror : dpm::mirror_defaults<dpm_host_entry> {
         if (!dpm::is_known_family(host.ip.family))
             return false;
         if (record_of(host).in_chip)
-            (void)dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
-                                       dpm::host_bits(host.ip.family), host.sdk_index, slot_bits);
+            (void)dpm::program_host(host, slot_bits);
         return true;
     }
     static bool localise_key(entry &image, const dpm::call_site &caller) {
-        if (!dpm::is_known_family(image.ip.family)) {
-            DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", image.ip.family);
+        if (!dpm::is_iptype(image.ip.family, caller))
             return false;
-        }
         image.ip.prefix_len = dpm::host_bits(image.ip.family);
         image.ifname[sizeof image.ifname - 1] = '\0';
         image.ifindex = dpm_if_get_ifindexbyname(image.ifname);

@@ -2,6 +2,7 @@
 #include "dpm_host_record.h"
 
 #include "dpm.h"
+#include "dpm_driver.h"
 #include "dpm_trace.h"
 
 namespace dpm {
@@ -39,6 +40,11 @@ bool egress_of(const dpm_host_entry &host, egress &out) {
     default:
         return false;
     }
+}
+
+int program_host(const dpm_host_entry &host, std::uint32_t slot_bits) {
+    return dpm_driver_route_add(host.vrf, host.ip.family, host.ip.address,
+                                host_bits(host.ip.family), host.sdk_index, slot_bits);
 }
 
 bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip) {
@@ -93,12 +99,10 @@ int dpm_host_entry_is_same(const dpm_host_entry *a, const dpm_host_entry *b) {
 }
 
 dpm_host_entry *dpm_host_find_by_entry(const dpm_host_entry *key) {
-    if (key->ip.family == DPM_FAMILY_IPV4)
-        return dpm::ipv4_hosts().find(*key);
-    if (key->ip.family == DPM_FAMILY_IPV6)
-        return dpm::ipv6_hosts().find(*key);
-    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->ip.family);
-    return nullptr;
+    if (!dpm::is_iptype(key->ip.family, DPM_CALL_SITE))
+        return nullptr;
+    return key->ip.family == DPM_FAMILY_IPV4 ? dpm::ipv4_hosts().find(*key)
+                                             : dpm::ipv6_hosts().find(*key);
 }
 
 dpm_host_entry *dpm_host_find_by_ip(std::uint32_t vrf, const dpm_prefix *ip,

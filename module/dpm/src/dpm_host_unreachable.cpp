@@ -77,10 +77,8 @@ int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm
                              std::uint32_t probe_count) {
     if (ip == nullptr)
         return dpm::null_parameter();
-    if (!dpm::is_known_family(ip->family)) { // such an address would never be found again
-        DPM_TRACE("%s %d::iptype = %d is err!\r\n", ip->family);
+    if (!dpm::is_iptype(ip->family, DPM_CALL_SITE)) // such an address would never be found again
         return -1;
-    }
     if (dpm_host_unreachable_find(vrf, ip) != nullptr)
         return 0;
     dpm::probe_neighbour(vrf, ifindex, *ip);

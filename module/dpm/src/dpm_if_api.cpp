@@ -18,9 +18,9 @@
 
 namespace {
 
-bool is_known_oper(std::uint32_t oper) {
-    return oper == DPM_OPER_ADD || oper == DPM_OPER_DEL;
-}
+constexpr dpm::oper_codes if_codes = {DPM_MSG_ADD_IF, DPM_MSG_DEL_IF};
+constexpr dpm::oper_codes if_ip_codes = {DPM_MSG_ADD_IF_IP, DPM_MSG_DEL_IF_IP};
+constexpr dpm::oper_codes sub_codes = {DPM_MSG_SUPER_ADD_SUB, DPM_MSG_SUPER_DEL_SUB};
 
 // The worker may free the interface meanwhile: the lock is held for the lookup, not for what
 // follows.
@@ -50,10 +50,8 @@ int dpm_api_set_if_proc(const char *ifname, std::uint32_t if_type, std::uint32_t
                         std::uint32_t vlan, std::uint32_t oper) {
     if (ifname == nullptr)
         return dpm::null_parameter();
-    if (!is_known_oper(oper)) {
-        DPM_TRACE("%s %d::unkown oper %d!\r\n", oper);
+    if (!dpm::is_known_oper(oper, DPM_CALL_SITE))
         return -1;
-    }
     dpm::request<dpm_if_msg> body;
     if (!body)
         return -1;
@@ -63,18 +61,15 @@ int dpm_api_set_if_proc(const char *ifname, std::uint32_t if_type, std::uint32_t
     std::memcpy(body->ifname, ifname, strnlen(ifname, sizeof body->ifname - 1));
     if (if_type == DPM_IF_VLANIF)
         (void)hal_ns_vlanif_proc(vlan, oper);
-    return body.post(oper == DPM_OPER_ADD ? DPM_MSG_ADD_IF : DPM_MSG_DEL_IF,
-                     DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    return body.post(if_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
 int dpm_api_set_if_ip_proc(std::uint16_t vrf, std::uint32_t ifindex, std::uint8_t family,
                            const void *address, std::uint16_t prefix_len, std::uint32_t oper) {
     if (address == nullptr)
         return dpm::null_parameter();
-    if (!is_known_oper(oper)) {
-        DPM_TRACE("%s %d::unkown oper %d!\r\n", oper);
+    if (!dpm::is_known_oper(oper, DPM_CALL_SITE))
         return -1;
-    }
     if (!dpm::is_known_family(family) || prefix_len > dpm::host_bits(family)) {
         DPM_TRACE("%s %d::iptype %d prefix_len %d is err!\r\n", family, prefix_len);
         return -1;
@@ -88,8 +83,7 @@ int dpm_api_set_if_ip_proc(std::uint16_t vrf, std::uint32_t ifindex, std::uint8_
     body->ip.prefix_len = prefix_len;
     if (const std::uint32_t vlan = vlan_of(ifindex))
         (void)hal_ns_vlanif_ip_proc(vlan, family, address, prefix_len, oper);
-    return body.post(oper == DPM_OPER_ADD ? DPM_MSG_ADD_IF_IP : DPM_MSG_DEL_IF_IP,
-                     DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
+    return body.post(if_ip_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
 }
 
 int dpm_api_set_if_vrf_proc(std::uint32_t ifindex, std::uint32_t vrf) {
@@ -104,19 +98,16 @@ int dpm_api_set_if_vrf_proc(std::uint32_t ifindex, std::uint32_t vrf) {
 }
 
 int dpm_api_super_sub_proc(std::uint32_t super_vlan, std::uint32_t sub_vlan, std::uint32_t oper) {
-    std::uint32_t code = 0;
-    if (oper == DPM_OPER_ADD)
-        code = DPM_MSG_SUPER_ADD_SUB;
-    else if (oper == DPM_OPER_DEL)
-        code = DPM_MSG_SUPER_DEL_SUB;
-    else // deliberate: the message goes out without a type, and the worker drops it
+    const bool is_known = dpm::is_known_oper(oper);
+    if (!is_known) // deliberate: the message goes out without a type, and the worker drops it
         DPM_TRACE("%s %d::oper %d,is err!\r\n", oper);
     dpm::request<dpm_super_sub_msg> body;
     if (!body)
         return -1;
     body->super_vlan = super_vlan;
     body->sub_vlan = sub_vlan;
-    return body.post(code, DPM_SEND_ERROR("%s %d::the msg send err!\r\n"));
+    return body.post(is_known ? sub_codes.of(oper) : 0,
+                     DPM_SEND_ERROR("%s %d::the msg send err!\r\n"));
 }
 
 int dpm_api_set_super_add(std::uint32_t vlan) {

@@ -82,11 +82,8 @@ int mirror_receive(std::uint32_t code, const void *buffer, std::uint32_t length,
     int result;
     if (!mirror_may_receive(buffer, length == sizeof(Entry), caller, result))
         return result;
-    request<Entry> copy;
-    if (!copy)
-        return -1;
-    std::memcpy(copy.get(), buffer, sizeof(Entry));
-    return copy.post(code, {"%s %d::send msg err!\r\n", caller.function, caller.line});
+    return post_copy<Entry>(buffer, code,
+                            {"%s %d::send msg err!\r\n", caller.function, caller.line});
 }
 
 // A trailing partial record is ignored; more than a batch cannot have been sent.
@@ -100,15 +97,10 @@ int mirror_receive_all(const void *buffer, std::uint32_t length, const call_site
         return -1;
     }
     const auto *bytes = static_cast<const unsigned char *>(buffer);
-    for (std::uint32_t at = 0; at + sizeof(entry) <= length; at += sizeof(entry)) {
-        request<entry> copy;
-        if (!copy)
+    for (std::uint32_t at = 0; at + sizeof(entry) <= length; at += sizeof(entry))
+        if (post_copy<entry>(bytes + at, Table::add_code,
+                             {"%s %d::send msg err!\r\n", caller.function, caller.line}) != 0)
             return -1;
-        std::memcpy(copy.get(), bytes + at, sizeof(entry));
-        if (copy.post(Table::add_code,
-                      {"%s %d::send msg err!\r\n", caller.function, caller.line}) != 0)
-            return -1;
-    }
     return 0;
 }
 

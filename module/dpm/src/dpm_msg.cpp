@@ -47,4 +47,10 @@ int post_words(std::uint32_t code, std::uint32_t len, std::uint32_t data, const 
     return -1;
 }
 
+bool is_known_oper(std::uint32_t oper, const call_site &caller) {
+    if (!is_known_oper(oper))
+        DPM_LOG_FROM(caller, "%s %d::unkown oper %d!\r\n", oper);
+    return is_known_oper(oper);
+}
+
 } // namespace dpm

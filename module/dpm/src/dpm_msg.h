@@ -142,4 +142,42 @@ public:
     }
 };
 
+// Posts a copy of a record as it is; 0 or -1.
+template <class Body>
+int post_copy(const void *record, std::uint32_t code, const send_error &error) {
+    request<Body> body;
+    if (!body)
+        return -1;
+    std::memcpy(static_cast<void *>(body.get()), record, sizeof(Body));
+    return body.post(code, error);
+}
+
+constexpr bool is_known_oper(std::uint32_t oper) {
+    return oper == DPM_OPER_ADD || oper == DPM_OPER_DEL;
+}
+
+// The same, told under the caller's name when it is not.
+bool is_known_oper(std::uint32_t oper, const call_site &caller);
+
+// The codes of a pair of requests.
+struct oper_codes {
+    std::uint32_t add;
+    std::uint32_t del;
+    constexpr std::uint32_t of(std::uint32_t oper) const {
+        return oper == DPM_OPER_ADD ? add : del;
+    }
+};
+
+// A request of the suite's that the worker takes apart: its bytes are copied and posted.
+template <std::size_t Bytes>
+int post_request(const void *record, std::uint32_t oper, const oper_codes &codes,
+                 const send_error &error) {
+    struct opaque {
+        unsigned char bytes[Bytes];
+    };
+    if (record == nullptr)
+        return null_parameter(error.function, error.line);
+    return is_known_oper(oper) ? post_copy<opaque>(record, codes.of(oper), error) : -1;
+}
+
 } // namespace dpm

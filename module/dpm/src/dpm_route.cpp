@@ -270,12 +270,9 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
 }
 
 int dpm_route_add_msg(const dpm_route_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm_bridge_self_is_slave()) {
-        DPM_TRACE("%s %d::it is slave.\r\n");
-        return 0;
-    }
+    int result;
+    if (!dpm::may_change(body, result, DPM_CALL_SITE))
+        return result;
     if (!is_sound(*body, DPM_CALL_SITE))
         return -1;
     dpm_route_entry route = {};
@@ -297,12 +294,9 @@ int dpm_route_add_msg(const dpm_route_msg *body) {
 }
 
 int dpm_route_del_msg(const dpm_route_msg *body) {
-    if (body == nullptr)
-        return dpm::null_parameter();
-    if (dpm_bridge_self_is_slave()) {
-        DPM_TRACE("%s %d::it is slave.\r\n");
-        return 0;
-    }
+    int result;
+    if (!dpm::may_change(body, result, DPM_CALL_SITE))
+        return result;
     route_record key; // only what the compare reads is set
     key.entry.vrf = body->vrf;
     key.entry.destination = body->destination;

@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr dpm::oper_codes route_codes = {DPM_MSG_ADD_ROUTE, DPM_MSG_DEL_ROUTE};
+
 constexpr char vlanif_prefix[] = "vlanif";
 constexpr std::size_t vlanif_length = sizeof vlanif_prefix - 1;
 
@@ -54,13 +56,6 @@ std::uint32_t export_count() {
     return count;
 }
 
-bool is_known(std::uint32_t family, const dpm::call_site &caller) {
-    if (dpm::is_known_family(family))
-        return true;
-    DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
-    return false;
-}
-
 } // namespace
 
 int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper) {
@@ -68,26 +63,22 @@ int dpm_api_route_pro(const dpm_route_msg *route, std::uint32_t oper) {
         return 0;
     if (route == nullptr)
         return dpm::null_parameter();
-    if (oper != DPM_OPER_ADD && oper != DPM_OPER_DEL) {
+    if (!dpm::is_known_oper(oper)) {
         DPM_TRACE("%s %d::rev msg from norix, unkown oper %d !\r\n", oper);
         return -1;
     }
-    dpm::request<dpm_route_msg> body;
-    if (!body)
-        return -1;
-    *body = *route;
-    return body.post(oper == DPM_OPER_ADD ? DPM_MSG_ADD_ROUTE : DPM_MSG_DEL_ROUTE,
-                     DPM_SEND_ERROR("%s %d::send msg err!\r\n", DPM_LEVEL_ERROR));
+    return dpm::post_copy<dpm_route_msg>(
+        route, route_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n", DPM_LEVEL_ERROR));
 }
 
 const dpm_route_entry *dpm_api_get_route_entry_first(std::uint32_t family) {
-    return is_known(family, DPM_CALL_SITE) ? dpm::routes_of(family).first() : nullptr;
+    return dpm::is_iptype(family, DPM_CALL_SITE) ? dpm::routes_of(family).first() : nullptr;
 }
 
 const dpm_route_entry *dpm_api_get_route_entry_next(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return (void)dpm::null_parameter(), nullptr;
-    if (!is_known(entry->destination.family, DPM_CALL_SITE))
+    if (!dpm::is_iptype(entry->destination.family, DPM_CALL_SITE))
         return nullptr;
     return dpm::routes_of(entry->destination.family).next(*entry);
 }

@@ -26,15 +26,16 @@ struct route_mirror : dpm::mirror_defaults<dpm_route_entry> {
         return true;
     }
     static bool localise_key(entry &image, const dpm::call_site &caller) {
-        return has(dpm::is_known_family(image.destination.family), image, caller);
+        return dpm::is_iptype(image.destination.family, caller);
     }
     // Interface indexes are looked up by name again.
     static bool localise(entry &image, const dpm::call_site &caller) {
         const dpm_prefix &destination = image.destination;
-        if (!has(image.np_num <= DPM_ROUTE_GATEWAYS &&
-                     destination.prefix_len <= dpm::host_bits(destination.family),
-                 image, caller))
+        if (image.np_num > DPM_ROUTE_GATEWAYS ||
+            destination.prefix_len > dpm::host_bits(destination.family)) {
+            DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", destination.family);
             return false;
+        }
         for (std::uint32_t i = 0; i < DPM_ROUTE_GATEWAYS; i++) {
             image.np_ifname[i][DPM_IFNAME_BYTES - 1] = '\0';
             if (i < image.np_num)
@@ -59,13 +60,6 @@ struct route_mirror : dpm::mirror_defaults<dpm_route_entry> {
         (void)dpm_timer_stop(g_dpm_global.timer_list, &present.delete_timer);
         dpm::unlink_route(record_of(present));
         dpm::free_route(record_of(present));
-    }
-
-private:
-    static bool has(bool is_sound, const entry &image, const dpm::call_site &caller) {
-        if (!is_sound)
-            DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", image.destination.family);
-        return is_sound;
     }
 };
 

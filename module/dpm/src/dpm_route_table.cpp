@@ -47,10 +47,9 @@ dpm_route_entry *dpm_route_find_by_entry(const dpm_route_entry *key) {
         (void)dpm::null_parameter();
         return nullptr;
     }
-    if (dpm::is_known_family(key->destination.family))
-        return dpm::routes_of(key->destination.family).find(*key);
-    DPM_TRACE("%s %d::iptype = %d is err!\r\n", key->destination.family);
-    return nullptr;
+    if (!dpm::is_iptype(key->destination.family, DPM_CALL_SITE))
+        return nullptr;
+    return dpm::routes_of(key->destination.family).find(*key);
 }
 
 int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
