@@ -19,17 +19,9 @@ struct Receiver {
     unsigned record_bytes;
 };
 
-constexpr Receiver receivers[] = {
-    {dpm_main_entry_sync_all_receive, DPM_MAC_BYTES},
-    {dpm_slave_up_pro_over_sync_receive, 4},
-    {dpm_slave_up_pro_over_peercard_callback, 4},
-    {dpm_nexthop_entry_add_sync_receive, sizeof(dpm_nexthop_entry)},
-    {dpm_nexthop_entry_del_sync_receive, sizeof(dpm_nexthop_entry)},
-    {dpm_nexthop_entry_sync_all_receive, sizeof(dpm_nexthop_entry)},
-    {dpm_host_entry_add_sync_receive, sizeof(dpm_host_entry)},
-    {dpm_host_entry_del_sync_receive, sizeof(dpm_host_entry)},
-    {dpm_host_entry_sync_all_receive, sizeof(dpm_host_entry)},
-};
+#define RECEIVER(name, record, kind) {name, sizeof(record)},
+constexpr Receiver receivers[] = {DPM_RECEIVERS(RECEIVER)};
+#undef RECEIVER
 
 enum Ending : unsigned {
     start_as_master = 1,
@@ -74,18 +66,46 @@ void call(fuzz::Input &input) {
                            std::uint32_t(length));
 }
 
+bool is_terminated(const auto &name) {
+    return std::memchr(name, 0, sizeof name) != nullptr;
+}
+
+void check(const dpm_host_entry &host, std::uint32_t family) {
+    fuzz::require(is_terminated(host.ifname), "a host's interface name has its end");
+    fuzz::require(host.ip.family == family, "a host stands in its family's tree");
+}
+
+void check(const dpm_route_entry &route, std::uint32_t family) {
+    for (const auto &name : route.np_ifname)
+        fuzz::require(is_terminated(name), "a gateway's interface name has its end");
+    fuzz::require(route.destination.family == family, "a route stands in its family's tree");
+    fuzz::require(route.np_num <= DPM_ROUTE_GATEWAYS, "a route has eight gateways at most");
+}
+
+void check(const dpm_ecmp_entry &group, std::uint32_t family) {
+    fuzz::require(group.ecmp_type == family, "a group stands in its family's tree");
+    fuzz::require(group.host_cnt <= std::size(group.host_sdk), "a group records eight members");
+}
+
+template <auto First, auto Next> void walk_family(std::uint32_t family) {
+    for (auto *entry = First(family); entry != nullptr; entry = Next(entry))
+        check(*entry, family);
+}
+
 void walk_tables() {
     norix_dpm_sem_take();
-    for (const std::uint32_t family : {1u, 2u})
-        for (auto *host = dpm_api_get_host_entry_first(family); host != nullptr;
-             host = dpm_api_get_host_entry_next(host)) {
-            fuzz::require(std::memchr(host->ifname, 0, sizeof host->ifname) != nullptr,
-                          "a name has its end");
-            fuzz::require(host->ip.family == family, "a host stands in its family's tree");
-        }
+    for (const std::uint32_t family : {1u, 2u}) {
+        walk_family<dpm_api_get_host_entry_first, dpm_api_get_host_entry_next>(family);
+        walk_family<dpm_api_get_route_entry_first, dpm_api_get_route_entry_next>(family);
+        walk_family<dpm_api_get_ecmp_entry_first, dpm_api_get_ecmp_entry_next>(family);
+    }
     for (auto *nexthop = dpm_api_get_nexthop_entry_first(); nexthop != nullptr;
          nexthop = dpm_api_get_nexthop_entry_next(nexthop))
         (void)nexthop->cnt;
+    for (auto *ftn = dpm_api_ftn_entry_first(); ftn != nullptr; ftn = dpm_api_ftn_entry_next(ftn))
+        (void)ftn->flags;
+    for (auto *ilm = dpm_api_ilm_entry_first(); ilm != nullptr; ilm = dpm_api_ilm_entry_next(ilm))
+        fuzz::require(is_terminated(ilm->out_ifname), "a label's interface name has its end");
     norix_dpm_sem_give();
 }
 
@@ -106,6 +126,11 @@ void end(chassis::Card &card, unsigned ending) {
         dpm_ipv4_host_show();
         dpm_ipv6_host_show();
         dpm_nexthop_show();
+        dpm_ipv4_ecmp_show();
+        dpm_ipv4_route_show();
+        dpm_ipv6_route_show();
+        dpm_mpls_ftn_table_show();
+        dpm_mpls_ilm_table_show();
     }
 }
 

@@ -126,11 +126,6 @@ TEST_F(Posters, LeaveNoBlockBehindWhenMemoryOrTheQueueGivesOut) {
     dpm_host_info info = rig::info_of(standby(), {});
     dpm_host_entry host{};
     host.ip = rig::prefix_of("10.1.1.2");
-    dpm_nexthop_entry nexthop{};
-    const auto bytes_of = [](auto &record) { return std::as_bytes(std::span(&record, 1)); };
-    const auto deliver = [&](const char *name, auto &record) {
-        return standby().peer.deliver(name, bytes_of(record));
-    };
     enum Memory { needs_block, passes_null, needs_none };
     struct Poster {
         const char *name;
@@ -155,15 +150,7 @@ TEST_F(Posters, LeaveNoBlockBehindWhenMemoryOrTheQueueGivesOut) {
         {"port up", [] { return dpm_port_up_func(3); }, needs_none},
         {"trunk down", [] { return dpm_trunk_down_func(3); }, needs_none},
         {"trunk up", [] { return dpm_trunk_up_func(3); }, needs_none},
-        {"end marker", [&] { return deliver("dpm_slave_up_pro_over_sync_receive", info.oper); },
-         needs_none},
         {"to master", [] { return dpm_bridge_slave_to_master(); }, needs_none},
-        {"host add", [&] { return deliver("dpm_host_entry_add_sync_receive", host); }},
-        {"host del", [&] { return deliver("dpm_host_entry_del_sync_receive", host); }},
-        {"host table", [&] { return deliver("dpm_host_entry_sync_all_receive", host); }},
-        {"nexthop add", [&] { return deliver("dpm_nexthop_entry_add_sync_receive", nexthop); }},
-        {"nexthop del", [&] { return deliver("dpm_nexthop_entry_del_sync_receive", nexthop); }},
-        {"nexthop table", [&] { return deliver("dpm_nexthop_entry_sync_all_receive", nexthop); }},
     };
     auto &os = standby().os;
     for (const Poster &poster : posters) {

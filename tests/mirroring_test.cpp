@@ -16,8 +16,6 @@ using chassis::os::Fault;
 using Sizes = std::vector<std::size_t>;
 using Receiver = int (*)(const void *, std::uint32_t);
 
-constexpr std::uint32_t huge = 1u << 31;
-
 class Mirroring : public rig::JoinedShelf {
 protected:
     void SetUp() override { add_interface("vlanif100", 100); }
@@ -108,48 +106,9 @@ TEST_F(Mirroring, ASenderDoesNothingOnTheStandbyOrWithoutAPeer) {
     EXPECT_EQ(logged(master(), "dpm_host_entry_del_sync_send"), 1u);
 }
 
-// A mirrored table's receivers: of one entry, of the whole table; and the size of its record.
-#define RECEIVERS(table, size)                                                                     \
-    { {table##_add_sync_receive, table##_del_sync_receive}, table##_sync_all_receive, size }
-
-TEST_F(Mirroring, BuffersThatHoldNoRecordAreRefusedAndPostNothing) {
-    const struct {
-        Receiver one[2], all;
-        std::uint32_t size;
-    } tables[] = {RECEIVERS(dpm_nexthop_entry, 44), RECEIVERS(dpm_host_entry, 176),
-                  RECEIVERS(dpm_ecmp_entry, 60),    RECEIVERS(dpm_route_entry, 824),
-                  RECEIVERS(dpm_mpls_ftn, 140),     RECEIVERS(dpm_mpls_ilm, 199)};
-    const std::vector<std::uint8_t> bytes(900);
-    const auto scope = as(standby());
-    for (const auto &table : tables) {
-        SCOPED_TRACE(table.size);
-        clear_journal();
-        for (const Receiver receiver : table.one) {
-            for (const std::uint32_t length : {0u, 1u, table.size - 1, table.size + 1, huge, ~0u})
-                EXPECT_EQ(receiver(bytes.data(), length), -1) << length;
-            EXPECT_EQ(receiver(nullptr, table.size), -1);
-        }
-        EXPECT_EQ(table.all(bytes.data(), 0), -1);
-        EXPECT_EQ(table.all(nullptr, table.size), -1);
-        EXPECT_EQ(table.all(bytes.data(), huge), -1);
-        EXPECT_EQ(logged(standby(), "the input paramter is null!"), 17u);
-        EXPECT_EQ(table.all(bytes.data(), table.size - 1), 0) << "no whole record";
-    }
-    EXPECT_EQ(standby().os.queued(), 0u);
+TEST_F(Mirroring, ACardIsCalledByTheNamesOfItsReceiversAlone) {
     EXPECT_EQ(standby().peer.deliver("dpm_unknown_sync_receive", {}), -1);
     EXPECT_EQ(standby().peer.deliver("dpm_api_set_vrf_enable", {}), -1);
-}
-
-TEST_F(Mirroring, OnTheMasterWhatArrivesIsDropped) {
-    const dpm_host_entry host = mirrored("10.1.1.1");
-    const dpm_nexthop_entry next = nexthop(1, 1);
-    EXPECT_EQ(dpm_host_entry_add_sync_receive(&host, sizeof host), 0);
-    EXPECT_EQ(dpm_host_entry_del_sync_receive(&host, sizeof host), 0);
-    EXPECT_EQ(dpm_nexthop_entry_add_sync_receive(&next, sizeof next), 0);
-    EXPECT_EQ(logged(master(), "::it is slave."), 3u);
-    EXPECT_EQ(dpm_host_entry_sync_all_receive(&host, sizeof host), 0);
-    EXPECT_EQ(logged(master(), "::it is slave."), 3u) << "whole tables in silence";
-    EXPECT_EQ(master().os.queued(), 0u);
 }
 
 // The standby's log line about a full queue is where it is cut off: in the middle of a batch.

@@ -1,0 +1,123 @@
+// Every receiver of the exported list, in both roles: what holds no record, what is hostile, and
+// what is left behind when memory or the queue gives out.
+
+#include "dpm_api.h"
+#include "support/shelf.h"
+
+namespace {
+
+using chassis::os::Fault;
+using Bytes = std::vector<std::uint8_t>;
+
+enum Kind { ENTRY, TABLE, CARD, SIGNAL };
+
+struct Receiver {
+    const char *name;
+    int (*receive)(const void *buffer, std::uint32_t length_bytes);
+    std::uint32_t bytes;
+    Kind kind;
+    bool is_for(bool master) const {
+        return (receive == dpm_slave_up_pro_over_peercard_callback) == master;
+    }
+};
+
+#define RECEIVER(name, record, kind) {#name, name, sizeof(record), kind},
+constexpr Receiver receivers[] = {DPM_RECEIVERS(RECEIVER)};
+
+class Receivers : public rig::JoinedShelf {
+protected:
+    // What a receiver answers to a length of zeros.
+    int answer(const Receiver &receiver, std::uint32_t length) {
+        return receiver.receive(Bytes(900).data(), length);
+    }
+};
+
+} // namespace
+
+TEST_F(Receivers, refuse_what_holds_no_record) {
+    const auto scope = as(standby());
+    for (const Receiver &receiver : receivers) {
+        SCOPED_TRACE(receiver.name);
+        if (receiver.kind == SIGNAL)
+            continue;
+        const std::uint32_t size = receiver.bytes;
+        clear_journal();
+        for (const std::uint32_t length : {0u, 1u << 31, ~0u})
+            EXPECT_EQ(answer(receiver, length), -1) << length;
+        EXPECT_EQ(receiver.receive(nullptr, size), -1);
+        EXPECT_EQ(log(standby()).size(), 4u);
+        const bool takes_parts = receiver.kind == TABLE; // a part of a record is passed over
+        EXPECT_EQ(answer(receiver, size - 1), takes_parts ? 0 : -1);
+        EXPECT_EQ(standby().os.queued(), 0u);
+        EXPECT_EQ(answer(receiver, size + 1), takes_parts ? 0 : -1);
+        EXPECT_EQ(standby().os.queued(), takes_parts ? 1u : 0u);
+        settle();
+    }
+}
+
+TEST_F(Receivers, of_the_other_role_drop_what_arrives) {
+    for (rig::Card *const card : cards())
+        for (const Receiver &receiver : receivers) {
+            SCOPED_TRACE(receiver.name);
+            const bool is_master = card == &master();
+            if (receiver.is_for(is_master))
+                continue;
+            const auto scope = as(*card);
+            clear_journal();
+            EXPECT_EQ(answer(receiver, receiver.bytes), 0);
+            EXPECT_EQ(logged(*card, "::it is slave"), receiver.kind == TABLE ? 0u : 1u);
+            EXPECT_EQ(card->os.queued(), 0u);
+        }
+}
+
+TEST_F(Receivers, leave_no_block_behind_when_memory_or_the_queue_gives_out) {
+    const auto scope = as(standby());
+    auto &os = standby().os;
+    for (const Receiver &receiver : receivers) {
+        SCOPED_TRACE(receiver.name);
+        if (receiver.kind == CARD || !receiver.is_for(false))
+            continue;
+        const std::size_t blocks = os.live_blocks();
+        const bool needs_block = receiver.kind != SIGNAL;
+        os.fail(Fault::allocation, 1);
+        EXPECT_EQ(answer(receiver, receiver.bytes), needs_block ? -1 : 0);
+        os.fail(Fault::allocation, 0);
+        EXPECT_EQ(os.queued(), needs_block ? 0u : 1u);
+        settle();
+        clear_journal();
+        os.fail(Fault::send, 1, 4);
+        EXPECT_EQ(answer(receiver, receiver.bytes), -1);
+        EXPECT_EQ(logged(standby(), "send msg err!"), 1u);
+        EXPECT_EQ(os.live_blocks(), blocks);
+    }
+}
+
+// A record of words, whatever they mean in it: what the adds took in, the deletes take out.
+TEST_F(Receivers, take_hostile_records_in_and_out) {
+    allow().standby_differs = true;
+    const auto scope = as(standby());
+    const auto deliver = [this](const Bytes &bytes, bool deletes) {
+        for (const Receiver &receiver : receivers) {
+            if (receiver.kind != ENTRY && receiver.kind != TABLE)
+                continue;
+            if (deletes == (std::string_view(receiver.name).find("_del_") != std::string::npos)) {
+                EXPECT_EQ(receiver.receive(bytes.data(), receiver.bytes), 0) << receiver.name;
+            }
+        }
+        settle();
+    };
+    std::size_t blocks = 0;
+    for (int round = 0; round < 2; ++round) {
+        blocks = standby().os.live_blocks(); // the first round makes what tables keep for good
+        for (const unsigned word : {0u, 1u, 2u, 0x10001u, 0x20002u, ~0u}) {
+            SCOPED_TRACE(word);
+            Bytes bytes(900);
+            for (std::size_t at = 0; at < bytes.size(); ++at)
+                bytes[at] = std::uint8_t(word >> at % 4 * 8);
+            deliver(bytes, false);
+            EXPECT_GT(standby().os.live_blocks(), blocks);
+            deliver(bytes, true);
+        }
+    }
+    EXPECT_EQ(standby().os.live_blocks(), blocks);
+}
