@@ -59,9 +59,7 @@ Card::Card(const CardOptions &options)
 }
 
 Card::~Card() {
-    peer.close();
-    stack.stop();
-    os.stop();
+    stop();
     if (loaded_card == this)
         loaded_card = nullptr;
     if (current() == this)
@@ -81,6 +79,12 @@ void Card::load() {
     loaded_card = this;
 }
 
+void Card::stop() {
+    peer.close();
+    stack.stop();
+    os.stop();
+}
+
 int Card::start() {
     CardScope scope(*this);
     return dpm_main_init();
@@ -92,10 +96,11 @@ unsigned Card::pump() {
     CardScope scope(*this);
     unsigned handled = 0;
     for (unsigned passes = 0; passes < max_passes; ++passes) {
+        const bool is_all_here = peer.deliver_arrived();
         const std::size_t before = os.queued();
         dpm_task_pass();
         handled += before > 0;
-        if (os.queued() == 0 && stack.deliver() == 0 && before == 0)
+        if (os.queued() == 0 && stack.deliver() == 0 && before == 0 && is_all_here)
             return handled;
     }
     std::fprintf(stderr, "chassis: the card in slot %u does not come to rest\n", slot());

@@ -39,6 +39,8 @@ public:
 
     // Calls dpm_main_init with this card current; its result.
     int start();
+    // Ends its threads, in the order in which they call one another; what they call may go then.
+    void stop();
 
     // Pumped mode: one pass of the worker for every message queued, and one more; the number of
     // messages handled. Timers that are due run as well.

@@ -2,12 +2,15 @@
 //
 // It supplies the library with everything that its contracts ask for, starts it, joins the other
 // card through DIR/shelf.sock and listens for commands on DIR/card-SLOT.sock until it is told to
-// end.  What a killed card leaves behind is replaced by the next that starts in its place.
+// end.  DIR/card-SLOT.lock is held from start to end: the slot's, so that each runs once.  What a
+// killed card leaves behind is replaced by the next that starts in its place.
 
 #include "chassis/card/control.h"
 #include "chassis/card/line_cards.h"
 #include "chassis/ctl/lines.h"
+#include "chassis/peer/link.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -15,11 +18,18 @@
 #include <ctime>
 #include <fcntl.h>
 #include <getopt.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+namespace peer = chassis::peer;
+
+constexpr std::string_view longest_socket = "/pulse-10.sock";
+constexpr std::size_t max_descriptors = 80; // clients 32, guests of the link 16, and the card's own
 
 constexpr const char *usage = R"(usage: dpm-card --slot 9|10 [OPTION]...
   -s, --slot SLOT        this card's slot, 9 or 10
@@ -88,12 +98,38 @@ int fail(const std::string &what) {
 
 // The directory is this user's alone: whoever can write there can stand in for a card.
 bool make_directory(const std::string &path) {
+    constexpr std::size_t max_bytes = peer::max_socket_path_bytes - longest_socket.size();
     struct stat about {};
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+    if (path.size() > max_bytes)
+        return fail(path + " is too long for sockets in it: " + std::to_string(max_bytes) +
+                    " bytes at most"),
+               false;
+    if ((mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) || lstat(path.c_str(), &about) != 0)
         return fail(path + ": " + std::strerror(errno)), false;
-    if (lstat(path.c_str(), &about) != 0 || !S_ISDIR(about.st_mode) || about.st_uid != getuid() ||
-        (about.st_mode & 077) != 0)
+    if (S_ISLNK(about.st_mode))
+        return fail(path + " is a link: name the directory that it leads to"), false;
+    if (!S_ISDIR(about.st_mode) || about.st_uid != getuid() || (about.st_mode & 077) != 0)
         return fail(path + " is not a directory of this user's own (mode 0700)"), false;
+    return true;
+}
+
+// A card that ran out of descriptors could not meet its peer, and a shelf would have two masters:
+// so it sees first whether it can have all that it may need.
+bool has_descriptors() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < max_descriptors) {
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, max_descriptors);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    std::vector<peer::Descriptor> taken;
+    while (taken.size() < max_descriptors) {
+        taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!taken.back())
+            return fail("a card needs " + std::to_string(max_descriptors) +
+                        " file descriptors and can have " + std::to_string(taken.size() - 1) +
+                        " (ulimit -n)"),
+                   false;
+    }
     return true;
 }
 
@@ -148,37 +184,60 @@ ctl::Descriptor ending_signals() {
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     return ctl::Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
+// One card at a time starts or ends in a directory, so that of two one is the first, or the last.
+ctl::Descriptor take_turn(const std::string &directory) {
+    ctl::Descriptor turn(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    flock(turn.get(), LOCK_EX);
+    return turn;
+}
+
+// Whatever the card's threads call is still there when they end.
+struct Ending {
+    chassis::Card &card;
+    ~Ending() { card.stop(); }
+};
+
 int run(const Options &options, int stop) {
     const unsigned slot = options.card.slot;
-    const std::string path = ctl::control_path(options.directory, slot);
-    if (ctl::connect_to(path))
+    const auto lock_of = [&](unsigned number) {
+        return peer::slot_lock_path(options.directory, number);
+    };
+    ctl::Descriptor turn = take_turn(options.directory);
+    peer::LockFile lock = peer::LockFile::take(lock_of(slot));
+    if (!lock)
         return fail("the card in slot " + std::to_string(slot) + " runs already");
     chassis::Card card(options.card);
     ctl::Server server(card);
     if (!start_log(card, server, options))
         return 1;
     card::LineCards line_cards(card, options.directory + "/line-cards");
-    const std::string other = ctl::control_path(options.directory, card.peer.peer_slot());
-    if (!ctl::connect_to(other))
+    const Ending ending{card};
+    const std::string other = lock_of(card.peer.peer_slot());
+    if (!peer::LockFile::is_held(other))
         line_cards.forget();
+    turn.reset();
     if (card.start() != 0)
         return fail("the library does not start; see the log");
     if (!configure(server, options.config))
         return 1;
+    const std::string path = ctl::control_path(options.directory, slot);
     ctl::Descriptor listener = ctl::listen_at(path);
     if (!listener)
         return fail(path + ": " + std::strerror(errno));
     card.peer.open(ctl::shelf_path(options.directory));
     card::Control(server, card.os, std::move(listener)).serve(stop);
     unlink(path.c_str());
-    card.peer.close();
-    if (!ctl::connect_to(other))
+    card.stop();
+    turn = take_turn(options.directory);
+    if (!peer::LockFile::is_held(other))
         line_cards.forget();
+    lock.release();
     return 0;
 }
 
@@ -190,7 +249,7 @@ int main(int argc, char **argv) {
         std::fputs(usage, stderr);
         return 2;
     }
-    if (!make_directory(options.directory))
+    if (!make_directory(options.directory) || !has_descriptors())
         return 1;
     const ctl::Descriptor stop = ending_signals();
     return run(options, stop.get());

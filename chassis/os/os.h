@@ -87,6 +87,12 @@ public:
     // Queues: messages waiting in all of them, and how many a queue takes (0: as created).
     std::size_t queued() const;
     void limit_queue(std::size_t messages);
+    // Whether every queue takes so many messages now, or is empty and will never take more.
+    bool has_room(std::size_t messages) const;
+    // How many messages were sent so far (it wraps), and whether the tasks have carried out the
+    // first `count` of them.
+    std::uint32_t posted() const;
+    bool has_finished(std::uint32_t count) const;
 
     // Log: lines go to the sink, which by default writes "time level module text" to stderr.
     // `level` and above only.

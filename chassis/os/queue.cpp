@@ -72,6 +72,7 @@ int get(Queue &queue, void *buffer, std::uint32_t size_bytes) {
     if (++queue.head == queue.capacity)
         queue.head = 0;
     --queue.count;
+    ++queue.received;
     return int(length_bytes);
 }
 
@@ -82,6 +83,41 @@ std::size_t Os::queued() const {
 }
 void Os::limit_queue(std::size_t messages) {
     state_->queue_limit = std::uint32_t(messages);
+}
+
+bool Os::has_room(std::size_t messages) const {
+    std::lock_guard lock(state_->handles_mutex);
+    return std::ranges::all_of(state_->queues, [&](const auto &queue) {
+        std::lock_guard counting(queue->monitor);
+        return queue->deleted || queue->count == 0 ||
+               queue->count + messages <= room(*queue, *state_);
+    });
+}
+
+std::uint32_t Os::posted() const {
+    std::lock_guard lock(state_->handles_mutex);
+    std::uint32_t posted = 0;
+    for (const auto &queue : state_->queues) {
+        std::lock_guard counting(queue->monitor);
+        posted += queue->received + queue->count;
+    }
+    return posted;
+}
+
+// A task that comes back for the next message has carried out the last one.
+bool Os::has_finished(std::uint32_t count) const {
+    if (tasks().empty())
+        return true;
+    std::lock_guard lock(state_->handles_mutex);
+    std::uint32_t received = 0;
+    bool waits = false;
+    for (const auto &queue : state_->queues) {
+        std::lock_guard counting(queue->monitor);
+        received += queue->received;
+        waits |= queue->receivers > 0;
+    }
+    const auto ahead = std::int32_t(received - count);
+    return ahead > 0 || (ahead == 0 && waits);
 }
 
 void Os::State::wake_receivers() {
@@ -156,6 +192,7 @@ int bep_msgQDeleteEx(bep_msgq handle, const char *, int) {
     if (!queue || queue->deleted.exchange(true))
         return state.handle_error();
     std::lock_guard lock(queue->monitor);
+    queue->received += queue->count;
     state.queued.fetch_sub(queue->count, std::memory_order_relaxed);
     queue->count = 0;
     queue->monitor.broadcast();

@@ -127,6 +127,7 @@ struct Queue : Handle {
     Monitor monitor; // guards what follows
     std::uint32_t head = 0, count = 0;
     unsigned receivers = 0, senders = 0; // waiting
+    std::uint32_t received = 0;          // messages so far; it wraps
     unsigned wakes = 0;                  // receivers waiting before a change of it answer empty
 };
 

@@ -1,20 +1,16 @@
-// The link between two cards: connecting, roles, frames, heartbeat, loss.
+// The link between two cards: meeting, calls, loss, take-over.
 
 #include "chassis/peer/link.h"
 
 #include "chassis/chassis.h"
 #include "chassis/peer/state.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace chassis::peer {
@@ -22,147 +18,159 @@ namespace chassis::peer {
 namespace {
 
 constexpr std::int64_t msec = 1'000'000;
-constexpr std::int64_t retry_nsec = 50 * msec;
-constexpr std::int64_t heartbeat_nsec = 200 * msec;
-constexpr std::int64_t silence_nsec = 1500 * msec;
-constexpr std::int64_t alone_nsec = 1000 * msec;
-constexpr std::int64_t hello_nsec = 2000 * msec;
-constexpr std::int64_t send_nsec = 2000 * msec;
+constexpr std::int64_t room_nsec = msec;           // a worker takes hundreds of messages meanwhile
+constexpr std::int64_t look_nsec = 50 * msec;      // who else is there
+constexpr std::int64_t hello_nsec = 2000 * msec;   // then a guest has nothing to say
+constexpr std::int64_t start_nsec = 1000 * msec;   // for the other card to start as well
+constexpr std::int64_t stall_nsec = 10'000 * msec; // then even a card without tables takes over
 
-constexpr std::uint32_t hello_magic = 0x53484c46;
-constexpr std::uint32_t hello_version = 1;
-constexpr std::string_view hello_name = "hello"; // neither is a receiver's name
-constexpr std::string_view heartbeat_name = "heartbeat";
+constexpr std::size_t max_guests = 16;
+constexpr int sent_bytes = 4 << 20; // on their way outlive the sender; as far as the system allows
+constexpr std::string_view hello_name = "hello"; // no receiver's name
 
-sockaddr_un address_of(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
+std::string directory_of(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == path.npos ? "." : path.substr(0, slash);
 }
 
-int new_socket() {
-    return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+bool say_hello(int socket, const Claim &claim) {
+    const auto frame = encode_frame(hello_name, std::as_bytes(std::span(&claim, 1)));
+    return ::send(socket, frame.data(), frame.size(), MSG_NOSIGNAL) == ssize_t(frame.size());
 }
 
 } // namespace
 
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
-    reset();
-    number_ = std::exchange(other.number_, -1);
-    return *this;
-}
-
-void Descriptor::reset() {
-    if (number_ >= 0)
-        close(std::exchange(number_, -1));
+std::string slot_lock_path(const std::string &directory, unsigned slot) {
+    return directory + "/card-" + std::to_string(slot) + ".lock";
 }
 
 Link::Link(Card &card, std::string path)
-    : card_(card), path_(std::move(path)), wake_(eventfd(0, EFD_CLOEXEC)),
-      alone_deadline_nsec_(os::raw_nsec() + alone_nsec) {}
+    : card_(card), path_(std::move(path)),
+      peer_lock_path_(slot_lock_path(directory_of(path_), card.peer.peer_slot())),
+      wake_(eventfd(0, EFD_CLOEXEC)), complaints_(card.slot()), alone_since_nsec_(os::raw_nsec()),
+      outbox_([this] { card_.peer.connected(); }),
+      pulse_(
+          directory_of(path_), card.slot(), card.peer.peer_slot(),
+          {[this] { return card_.peer.claim(); }, [this](const Claim &other) { heard(other); }}) {}
 
 Link::~Link() {
     stop();
 }
 
 void Link::start() {
+    pulse_.start();
     keeper_ = std::thread([this] { keep(); });
-    pulse_ = std::thread([this] { pulse(); });
 }
 
 void Link::stop() {
     if (stopping_.exchange(true))
         return;
     eventfd_write(wake_.get(), 1);
-    cut();
-    keeper_.join();
-    pulse_.join();
+    if (keeper_.joinable())
+        keeper_.join();
+    pulse_.stop();
     // Whoever can have the lock is the last one here and clears away.
     if (!lock_)
-        lock_ = try_lock();
-    if (lock_) {
+        lock_ = LockFile::take(path_ + ".lock");
+    if (lock_)
         unlink(path_.c_str());
-        unlink((path_ + ".lock").c_str());
-    }
+    lock_.release();
 }
 
-// --- keeping a connection
-// -----------------------------------------------------------------------------------------
+bool Link::send(std::string_view name, std::span<const std::byte> payload) {
+    return outbox_.send(encode_frame(name, payload));
+}
+
+// --- meeting the other card --------------------------------------------------------------------
 
 void Link::keep() {
     while (!stopping_) {
-        const Descriptor socket = connect_or_accept();
-        if (!socket)
-            continue;
-        {
-            std::lock_guard lock(writing_);
-            socket_ = socket.get();
+        take_over_when_due();
+        invite();
+        if (std::optional<Guest> guest = wait_for_hello())
+            serve(std::move(*guest));
+    }
+}
+
+// Listens, where nobody else does, or calls on who listens.
+void Link::invite() {
+    if (listener_ && inode_of(path_) != listener_inode_)
+        listener_.reset(); // somebody took the socket away, or put one of his own in its place
+    if (!lock_)
+        lock_ = LockFile::take(path_ + ".lock");
+    if (lock_ && !listener_) {
+        listener_ = listen_stream(path_);
+        listener_inode_ = inode_of(path_);
+    }
+    if (lock_ || os::raw_nsec() < next_try_nsec_ ||
+        std::ranges::any_of(guests_, [](const Guest &guest) { return guest.told.has_value(); }))
+        return;
+    next_try_nsec_ = os::raw_nsec() + look_nsec;
+    const Claim own = card_.peer.claim();
+    Descriptor socket = connect_stream(path_);
+    if (socket && say_hello(socket.get(), own))
+        welcome(std::move(socket), own);
+}
+
+void Link::welcome(Descriptor socket, std::optional<Claim> told) {
+    if (guests_.size() == max_guests)
+        guests_.pop_front();
+    guests_.push_back({std::move(socket), told, os::raw_nsec() + hello_nsec, {}});
+}
+
+// A look at all who may say hello, for a moment.
+std::optional<Link::Guest> Link::wait_for_hello() {
+    std::vector<pollfd> polled{{wake_.get(), POLLIN, 0}, {listener_.get(), POLLIN, 0}};
+    for (const Guest &guest : guests_)
+        polled.push_back({guest.socket.get(), POLLIN, 0});
+    if (poll(polled.data(), polled.size(), int(look_nsec / msec)) < 0 || polled[0].revents)
+        return std::nullopt;
+    std::size_t at = 2;
+    for (auto guest = guests_.begin(); guest != guests_.end();) {
+        const bool has_spoken = polled[at++].revents != 0;
+        const Hello hello = has_spoken ? hello_of(*guest) : Hello::awaited;
+        if (hello == Hello::said) {
+            std::optional<Guest> peer(std::move(*guest));
+            guests_.clear();
+            return peer;
         }
-        if (!stopping_)
-            serve(socket.get());
-        std::lock_guard lock(writing_);
-        socket_ = -1;
+        const bool stays = hello == Hello::awaited && os::raw_nsec() < guest->deadline_nsec;
+        guest = stays ? std::next(guest) : guests_.erase(guest);
     }
-}
-
-// One try: a connection, or nothing after a short wait.
-Descriptor Link::connect_or_accept() {
-    alone_too_long();
-    if (!listener_) {
-        if (Descriptor socket = try_connect())
-            return socket;
-        if (!try_listen())
-            return static_cast<void>(wait_readable(-1, retry_nsec)), Descriptor();
+    if (polled[1].revents) {
+        Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (socket)
+            welcome(std::move(socket), std::nullopt);
+        else
+            static_cast<void>(wait_readable(-1, look_nsec)); // no descriptor is free
     }
-    if (wait_readable(listener_.get(), retry_nsec) != Wait::ready)
-        return Descriptor();
-    return Descriptor(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    return std::nullopt;
 }
 
-Descriptor Link::try_connect() const {
-    Descriptor socket(new_socket());
-    const sockaddr_un address = address_of(path_);
-    const auto *const generic = reinterpret_cast<const sockaddr *>(&address);
-    if (connect(socket.get(), generic, sizeof address) != 0)
-        socket.reset();
-    return socket;
+Link::Hello Link::hello_of(Guest &guest) {
+    Frame frame;
+    if (!read_some(guest.socket.get(), guest.heard))
+        return Hello::refused;
+    const FrameBuffer::Next next = guest.heard.next(frame);
+    if (next == FrameBuffer::Next::incomplete)
+        return Hello::awaited;
+    const auto other = next == FrameBuffer::Next::frame && frame.name == hello_name
+                           ? read_claim(frame.payload, card_.peer.peer_slot())
+                           : std::nullopt;
+    if (!other)
+        return complaints_.say("turns somebody away who is not its peer"), Hello::refused;
+    return settle_roles(guest, *other) ? Hello::said : Hello::refused;
 }
 
-// The lock file may have been removed by a card that closed while this one waited: the lock counts
-// only while the file still stands under its name.
-Descriptor Link::try_lock() const {
-    const std::string lock_path = path_ + ".lock";
-    Descriptor lock(::open(lock_path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-    struct stat mine {
-    }, named{};
-    if (lock && (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &mine) != 0 ||
-                 ::stat(lock_path.c_str(), &named) != 0 || mine.st_ino != named.st_ino))
-        lock.reset();
-    return lock;
-}
-
-bool Link::try_listen() {
-    Descriptor lock = try_lock();
-    if (!lock)
+// By the claim that the other card has been told; if it does not hold any more, both meet again.
+bool Link::settle_roles(Guest &guest, const Claim &other) {
+    const Claim own = guest.told.value_or(card_.peer.claim());
+    if (!guest.told && !say_hello(guest.socket.get(), own))
         return false;
-    unlink(path_.c_str());
-    Descriptor socket(new_socket());
-    const sockaddr_un address = address_of(path_);
-    const mode_t mask = umask(0177);
-    const int bound =
-        bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    umask(mask);
-    if (bound != 0 || listen(socket.get(), 4) != 0)
+    if (!card_.peer.settle(own, other))
         return false;
-    lock_ = std::move(lock);
-    listener_ = std::move(socket);
+    pulse_.beat();
     return true;
-}
-
-void Link::alone_too_long() {
-    if (os::raw_nsec() >= alone_deadline_nsec_)
-        card_.peer.become_master();
 }
 
 Link::Wait Link::wait_readable(int descriptor, std::int64_t timeout_nsec) const {
@@ -173,161 +181,112 @@ Link::Wait Link::wait_readable(int descriptor, std::int64_t timeout_nsec) const 
     return ready > 0 ? Wait::ready : Wait::timeout;
 }
 
-// --- a connection
-// -------------------------------------------------------------------------------------------------
+// --- a connection ------------------------------------------------------------------------------
 
-void Link::serve(int socket) {
-    FrameBuffer buffer;
-    if (!say_hello(socket, buffer))
-        return static_cast<void>(wait_readable(-1, retry_nsec));
-    up();
-    std::int64_t heard = os::raw_nsec();
-    while (handle(buffer)) {
-        const std::int64_t left = heard + silence_nsec - os::raw_nsec();
-        // What waits to be read is heard as well, however long the last call took.
-        if (wait_readable(socket, std::max<std::int64_t>(left, 0)) != Wait::ready)
+// Ends when the other card hangs up, or is silent and all that it sent has been read.
+void Link::serve(Guest peer) {
+    const auto socket = std::make_shared<const Descriptor>(std::move(peer.socket));
+    up(socket);
+    while (deliver_all(peer.heard)) {
+        const Wait wait = wait_readable(socket->get(), look_nsec);
+        if (wait == Wait::stopped || (wait == Wait::timeout && pulse_.is_silent()))
             break;
-        if (!read_some(socket, buffer))
+        if (wait == Wait::ready && !read_some(socket->get(), peer.heard))
             break;
-        heard = os::raw_nsec();
+        if (wait == Wait::ready)
+            pulse_.hear();
     }
     down();
+    shutdown(socket->get(), SHUT_RDWR);
 }
 
-bool Link::say_hello(int socket, FrameBuffer &buffer) {
-    const Hello own{hello_magic, hello_version, card_.slot(), card_.peer.role() == Role::master};
-    {
-        std::lock_guard lock(writing_);
-        if (!write_all(encode_frame(hello_name, std::as_bytes(std::span(&own, 1)))))
-            return false;
-    }
-    const std::int64_t deadline = os::raw_nsec() + hello_nsec;
-    Frame frame;
-    for (;;) {
-        const FrameBuffer::Next next = buffer.next(frame);
-        if (next == FrameBuffer::Next::frame)
-            break;
-        const std::int64_t left = deadline - os::raw_nsec();
-        if (next == FrameBuffer::Next::malformed || left <= 0 ||
-            wait_readable(socket, left) != Wait::ready || !read_some(socket, buffer))
-            return false;
-    }
-    Hello other{};
-    if (frame.name != hello_name || frame.payload.size() != sizeof other)
-        return false;
-    std::memcpy(&other, frame.payload.data(), sizeof other);
-    return accept_hello(other);
-}
-
-// Both cards decide from the same two answers.  A master stays master; of two, and of none, it is
-// the lower slot.
-bool Link::accept_hello(const Hello &other) {
-    if (other.magic != hello_magic || other.version != hello_version ||
-        other.slot != card_.peer.peer_slot()) {
-        std::fprintf(stderr, "chassis: slot %u refuses a peer that says it is slot %u\n",
-                     card_.slot(), unsigned(other.slot));
-        return false;
-    }
-    const bool was_master = card_.peer.role() == Role::master;
-    const bool lower = card_.slot() < other.slot;
-    const bool is_master = was_master == bool(other.master) ? lower : was_master;
-    if (is_master)
-        card_.peer.become_master();
-    else
-        card_.peer.set_role(Role::standby);
-    return true;
-}
-
-void Link::up() {
-    {
-        std::lock_guard lock(writing_);
-        up_ = true;
-    }
+void Link::up(std::shared_ptr<const Descriptor> socket) {
+    setsockopt(socket->get(), SOL_SOCKET, SO_SNDBUF, &sent_bytes, sizeof sent_bytes);
+    pulse_.hear();
+    outbox_.open(std::move(socket));
+    was_connected_ = true;
+    card_.peer.state().has_tables = false;
     card_.peer.state().exists = true;
     if (card_.peer.role() == Role::master)
         card_.peer.connected();
 }
 
 void Link::down() {
-    {
-        std::lock_guard lock(writing_);
-        up_ = false;
-    }
     card_.peer.state().exists = false;
-    if (stopping_)
-        return;
-    alone_deadline_nsec_ = os::raw_nsec();
-    card_.peer.become_master();
+    outbox_.close();
+    card_.peer.end_connected();
+    arrived_ = card_.os.posted();
+    alone_since_nsec_ = os::raw_nsec();
 }
 
-bool Link::handle(FrameBuffer &buffer) {
+bool Link::deliver_all(FrameBuffer &buffer) {
     Frame frame;
     for (;;) {
         switch (buffer.next(frame)) {
         case FrameBuffer::Next::incomplete:
             return true;
         case FrameBuffer::Next::malformed:
-            std::fprintf(stderr, "chassis: slot %u got a malformed frame\n", card_.slot());
-            return false;
+            return complaints_.say("got a malformed frame"), false;
         case FrameBuffer::Next::frame:
-            if (frame.name != heartbeat_name && card_.peer.deliver(frame.name, frame.payload) != 0)
-                std::fprintf(stderr, "chassis: slot %u refused a call of %zu bytes\n", card_.slot(),
-                             frame.payload.size());
+            if (!deliver(frame))
+                return false;
         }
     }
 }
 
+bool Link::deliver(const Frame &frame) {
+    while (!card_.peer.has_room_for(frame.name, frame.payload.size()))
+        if (wait_readable(-1, room_nsec) == Wait::stopped)
+            return false;
+    if (card_.peer.deliver(frame.name, frame.payload) != 0)
+        complaints_.say("refused a call of %zu bytes", frame.payload.size());
+    return true;
+}
+
 bool Link::read_some(int socket, FrameBuffer &buffer) {
     std::array<std::byte, 65536> bytes;
-    const ssize_t count = recv(socket, bytes.data(), bytes.size(), 0);
+    const ssize_t count = recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (count < 0)
         return errno == EAGAIN || errno == EINTR;
     buffer.append({bytes.data(), std::size_t(count)});
     return count > 0;
 }
 
-// --- sending
-// ------------------------------------------------------------------------------------------------------
+// --- roles -------------------------------------------------------------------------------------
 
-bool Link::send(std::string_view name, std::span<const std::byte> payload) {
-    const std::vector<std::byte> frame = encode_frame(name, payload);
-    std::lock_guard lock(writing_);
-    return up_ && write_all(frame);
+// Two masters may hear of each other before they meet.
+void Link::heard(const Claim &other) {
+    const Claim own = card_.peer.claim();
+    if (own.is_master() && other.is_master()) {
+        static_cast<void>(card_.peer.settle(own, other));
+        if (is_master_of(own, other))
+            pulse_.beat();
+    } else if (other.is_master()) {
+        card_.peer.know_term(other.term);
+    }
 }
 
-// With `writing_` held.  A frame that cannot be written whole ends the connection, since its rest
-// would be misread.
-bool Link::write_all(std::span<const std::byte> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count > 0) {
-            bytes = bytes.subspan(std::size_t(count));
-            continue;
-        }
-        pollfd polled{socket_, POLLOUT, 0};
-        if ((errno != EAGAIN && errno != EINTR) || poll(&polled, 1, int(send_nsec / msec)) <= 0) {
-            up_ = false;
-            shutdown(socket_, SHUT_RDWR);
-            return false;
+// The worker carries out what arrived as the standby's that it was sent to.
+void Link::take_over_when_due() {
+    while (!stopping_ && card_.peer.role() != Role::master && is_due()) {
+        if (card_.os.has_finished(arrived_)) {
+            card_.peer.become_master();
+            pulse_.beat();
+        } else {
+            static_cast<void>(wait_readable(-1, room_nsec));
         }
     }
-    return true;
 }
 
-void Link::cut() {
-    std::lock_guard lock(writing_);
-    up_ = false;
-    if (socket_ >= 0)
-        shutdown(socket_, SHUT_RDWR);
-}
-
-void Link::pulse() {
-    const std::vector<std::byte> frame = encode_frame(heartbeat_name, {});
-    while (wait_readable(-1, heartbeat_nsec) != Wait::stopped) {
-        std::lock_guard lock(writing_);
-        if (up_)
-            static_cast<void>(write_all(frame));
-    }
+bool Link::is_due() const {
+    const std::int64_t alone_nsec = os::raw_nsec() - alone_since_nsec_;
+    const Claim other = pulse_.last();
+    if (other.standing == Standing::leaving || !LockFile::is_held(peer_lock_path_))
+        return was_connected_ || alone_nsec >= start_nsec;
+    if (pulse_.is_silent())
+        return card_.peer.state().has_tables || alone_nsec >= stall_nsec;
+    return !other.is_master() && is_master_of(card_.peer.claim(), other) &&
+           alone_nsec >= start_nsec;
 }
 
 } // namespace chassis::peer

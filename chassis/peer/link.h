@@ -1,40 +1,41 @@
-// The link between two cards over a Unix socket.
+// The link between two cards over Unix sockets in one directory.
 //
-// One of the cards listens, the other connects; which of them is of no further meaning.  The
-// listener is the card that holds a lock beside the socket's path, so that a listener that was
-// killed leaves no doubt: the lock went with it, and the card that is left takes over.  After the
-// connection both say who they are, decide the roles alike, and then carry calls, with a heartbeat
-// in between.
+// One of the cards listens at DIR/shelf.sock, the other connects; which of them is of no further
+// meaning.  The listener is the card that holds the lock beside the socket.  Whoever connects says
+// hello with its claim and is answered with the other's: from the two both settle who is master
+// (claim.h).  Then the stream carries calls in both directions, and nothing else.  Who connects and
+// says nothing keeps nobody else waiting.
 //
-// Threads: "keeper" makes the connection, reads it and calls the receivers; "pulse" sends the
-// heartbeat; anyone sends. A send waits at most two seconds for room, then the link is cut.
+// A call is delivered when the queue of this card has room for all that it may post; until then it
+// waits, in the stream or with its sender (outbox.h).
+//
+// A standby becomes master when the other card has gone or is silent (pulse.h), after it has
+// delivered all that arrived and its worker has carried that out.  What it may then miss is what
+// the other card never told: so one whose tables have not come whole takes over from a card that is
+// merely silent only after a long time.  Whether the other card's process lives is told by the lock
+// that each card holds for its slot.
+//
+// Threads: the keeper connects, reads, calls the receivers and takes over; the outbox' and the
+// pulse's; anyone sends.
 #pragma once
 
-#include "chassis/os/state.h"
+#include "chassis/peer/complaints.h"
 #include "chassis/peer/frame.h"
+#include "chassis/peer/outbox.h"
 #include "chassis/peer/peer.h"
+#include "chassis/peer/pulse.h"
 
 #include <atomic>
-#include <mutex>
+#include <list>
+#include <memory>
+#include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 
 namespace chassis::peer {
 
-class Descriptor { // closes what it holds
-public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept;
-    ~Descriptor() { reset(); }
-    int get() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
-    void reset();
-
-private:
-    int number_;
-};
+// Held by the process of the card in a slot as long as it lives.
+std::string slot_lock_path(const std::string &directory, unsigned slot);
 
 class Link {
 public:
@@ -46,41 +47,54 @@ public:
     bool send(std::string_view name, std::span<const std::byte> payload);
 
 private:
-    struct Hello {
-        std::uint32_t magic, version, slot, master;
+    struct Guest { // that has not said hello yet
+        Descriptor socket;
+        std::optional<Claim> told; // where this card connected: what it said of itself
+        std::int64_t deadline_nsec;
+        FrameBuffer heard;
     };
     enum class Wait { ready, timeout, stopped };
+    enum class Hello { said, awaited, refused };
 
     void keep();
-    void pulse();
-    Descriptor connect_or_accept();
-    Descriptor try_connect() const;
-    Descriptor try_lock() const;
-    bool try_listen();
-    void alone_too_long();
-    void serve(int socket);
-    bool say_hello(int socket, FrameBuffer &buffer);
-    bool accept_hello(const Hello &other);
-    bool handle(FrameBuffer &buffer);
-    void up();
-    void down();
-    Wait wait_readable(int descriptor, std::int64_t timeout_nsec) const;
+    void invite();
+    void welcome(Descriptor socket, std::optional<Claim> told);
+    std::optional<Guest> wait_for_hello();
+    Hello hello_of(Guest &guest);
+    bool settle_roles(Guest &guest, const Claim &other);
+
+    void serve(Guest guest);
+    bool deliver_all(FrameBuffer &buffer);
+    bool deliver(const Frame &frame);
     bool read_some(int socket, FrameBuffer &buffer);
-    bool write_all(std::span<const std::byte> bytes);
-    void cut();
+    void up(std::shared_ptr<const Descriptor> socket);
+    void down();
+
+    void take_over_when_due();
+    bool is_due() const;
+    void heard(const Claim &other);
+    Wait wait_readable(int descriptor, std::int64_t timeout_nsec) const;
 
     Card &card_;
     const std::string path_;
-    Descriptor wake_; // readable once the link stops
-    Descriptor lock_, listener_;
-    std::int64_t alone_deadline_nsec_;
+    const std::string peer_lock_path_;
+    const Descriptor wake_; // readable once the link stops
     std::atomic<bool> stopping_{false};
 
-    os::Monitor writing_; // guards the two below, and the order of frames
-    int socket_ = -1;     // while the link is up or coming up
-    bool up_ = false;
+    // The keeper's own.
+    Complaints complaints_;
+    LockFile lock_; // of the listener
+    Descriptor listener_;
+    std::uint64_t listener_inode_ = 0;
+    std::list<Guest> guests_;
+    std::int64_t next_try_nsec_ = 0; // to connect
+    std::int64_t alone_since_nsec_;
+    std::uint32_t arrived_ = 0; // the queue's count when the connection ended
+    bool was_connected_ = false;
 
-    std::thread keeper_, pulse_;
+    Outbox outbox_;
+    Pulse pulse_;
+    std::thread keeper_;
 };
 
 } // namespace chassis::peer

@@ -9,6 +9,7 @@
 #include "chassis/peer/state.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <dlfcn.h>
 #include <utility>
@@ -29,6 +30,19 @@ constexpr NamePattern receiver_patterns[] = {
     {"dpm_driver_group_", "_slave"},
     {"dpm_ipmc_api_slave_", ""},
 };
+
+// By it a standby tells that all the tables have come.
+constexpr std::string_view confirmation = "dpm_slave_up_pro_over_peercard_callback";
+constexpr std::size_t shortest_record_bytes = 16; // the link of its tree alone
+constexpr std::size_t spare_places = 64;          // for what other threads post meanwhile
+
+// What a receiver may post at most.
+std::size_t places_for(std::string_view name, std::size_t length_bytes) {
+    if (name == confirmation)
+        return 0;
+    const bool is_table = name.ends_with("_sync_all_receive");
+    return spare_places + (is_table ? length_bytes / shortest_record_bytes : 1);
+}
 
 bool is_name(std::string_view text) {
     return text.size() <= max_frame_name_bytes && std::all_of(text.begin(), text.end(), [](char c) {
@@ -55,7 +69,7 @@ std::shared_ptr<Link> link_of(Peer::State &state) {
 bool is_receiver(std::string_view name) {
     if (!is_name(name))
         return false;
-    if (name == "dpm_slave_up_pro_over_peercard_callback")
+    if (name == confirmation)
         return true;
     return std::any_of(std::begin(receiver_patterns), std::end(receiver_patterns),
                        [name](const NamePattern &pattern) {
@@ -90,10 +104,74 @@ unsigned Peer::peer_slot() const {
     return card_.slot() == 9 ? 10 : 9;
 }
 
+// --- roles -------------------------------------------------------------------------------------
+
+std::uint64_t Peer::term() const {
+    return state_->term;
+}
+
+void Peer::know_term(std::uint64_t term) {
+    if (state_->role != Role::master && term > state_->term)
+        state_->term = term;
+}
+
+Claim Peer::claim() const {
+    const Standing standing = role() == Role::master ? Standing::master : Standing::standby;
+    return {claim_magic, claim_version, card_.slot(), standing, term()};
+}
+
+// Does not wait: whoever changes the role meanwhile changes the claim.
+bool Peer::settle(const Claim &own, const Claim &other) {
+    const std::unique_lock lock(state_->changing_role, std::try_to_lock);
+    if (!lock || claim() != own)
+        return false;
+    const std::uint64_t term = settled_term(own, other);
+    is_master_of(own, other) ? make_master(term) : make_standby(term);
+    return true;
+}
+
+void Peer::before_master(std::function<void()> hook) {
+    state_->before_master = std::move(hook);
+}
+
+void Peer::become_master() {
+    if (role() != Role::master && card_.os.mode() == os::Mode::pumped)
+        card_.pump();
+    const std::lock_guard lock(state_->changing_role);
+    if (role() != Role::master)
+        make_master(term() + 1);
+}
+
+// The term first: a claim that is read in between is a standby's, which has heard of it.
+void Peer::make_master(std::uint64_t term) {
+    const bool takes_over = role() != Role::master;
+    if (takes_over && state_->before_master)
+        state_->before_master();
+    state_->term = std::max(term, state_->term + std::uint64_t(takes_over));
+    state_->role = Role::master;
+    if (!takes_over || !state_->to_master)
+        return;
+    CardScope scope(card_);
+    state_->to_master();
+}
+
+void Peer::make_standby(std::uint64_t term) {
+    if (state_->role.exchange(Role::standby) == Role::master)
+        state_->has_tables = false;
+    state_->term = std::max<std::uint64_t>(term, state_->term);
+}
+
+// --- two cards in one process ------------------------------------------------------------------
+
 void Peer::join(Peer &other) {
     state_->other = &other;
     other.state_->other = this;
     state_->exists = other.state_->exists = true;
+    const Claim own = claim(), others = other.claim();
+    if (!own.is_master() && !others.is_master())
+        return; // the rig says which
+    static_cast<void>(settle(own, others));
+    static_cast<void>(other.settle(others, own));
 }
 
 void Peer::cut() {
@@ -103,6 +181,31 @@ void Peer::cut() {
         state_->exists = false;
     }
 }
+
+int Peer::arrive(std::string_view name, std::span<const std::byte> payload) {
+    if (deliver_arrived() && has_room_for(name, payload.size()))
+        return static_cast<void>(deliver(name, payload)), 0;
+    if (state_->arrived_bytes + payload.size() > max_waiting_bytes)
+        return -1;
+    state_->arrived_bytes += payload.size();
+    state_->arrived.push_back({std::string(name), {payload.begin(), payload.end()}});
+    return 0;
+}
+
+bool Peer::deliver_arrived() {
+    while (!state_->arrived.empty()) {
+        const Call &first = state_->arrived.front();
+        if (!has_room_for(first.name, first.payload.size()))
+            return false;
+        const Call call = std::move(state_->arrived.front());
+        state_->arrived.pop_front();
+        state_->arrived_bytes -= call.payload.size();
+        static_cast<void>(deliver(call.name, call.payload));
+    }
+    return true;
+}
+
+// --- the connection over a socket --------------------------------------------------------------
 
 void Peer::open(const std::string &path) {
     close();
@@ -114,56 +217,74 @@ void Peer::open(const std::string &path) {
     link->start();
 }
 
-// The connected callback may be waiting for the standby's confirmation, and may only now begin to
-// wait: it is released until its thread is gone.
 void Peer::close() {
-    const std::shared_ptr<Link> link = take_link(*state_);
-    if (!link)
-        return;
-    link->stop();
-    state_->exists = false;
-    while (state_->connected_running > 0) {
-        card_.os.release_waiters();
-        std::this_thread::yield();
+    if (const std::shared_ptr<Link> link = take_link(*state_)) {
+        link->stop();
+        state_->exists = false;
     }
-    std::vector<std::thread> threads;
+    end_connected();
     {
-        std::lock_guard lock(state_->mutex);
-        threads.swap(state_->connected_threads);
+        std::lock_guard lock(state_->connecting);
+        state_->is_ending = true;
+        state_->connecting.signal();
     }
-    for (std::thread &thread : threads)
-        thread.join();
+    if (state_->connected_thread.joinable())
+        state_->connected_thread.join();
+    state_->is_ending = false;
 }
 
+// One thread for all connections: the callback for a standby that was lost ends before the next
+// begins.
 void Peer::connected() {
-    const auto call_all = [this] {
-        for (const auto &[client, callback] : state_->connected_callbacks)
-            callback();
-    };
     if (card_.os.mode() == os::Mode::pumped) {
         CardScope scope(card_);
-        call_all();
-        return;
+        return call_connected();
     }
-    ++state_->connected_running;
-    std::lock_guard lock(state_->mutex);
-    state_->connected_threads.emplace_back([this, call_all] {
-        call_all();
-        --state_->connected_running;
-    });
+    end_connected();
+    std::lock_guard lock(state_->connecting);
+    state_->is_connected_wanted = state_->connected_running = true;
+    if (!state_->connected_thread.joinable())
+        state_->connected_thread = std::thread([this] { keep_connected(); });
+    state_->connecting.signal();
 }
 
-void Peer::before_master(std::function<void()> hook) {
-    state_->before_master = std::move(hook);
+void Peer::keep_connected() {
+    std::unique_lock lock(state_->connecting);
+    while (!state_->is_ending) {
+        if (!std::exchange(state_->is_connected_wanted, false)) {
+            state_->connecting.wait();
+            continue;
+        }
+        lock.unlock();
+        call_connected();
+        lock.lock();
+        state_->connected_running = false;
+    }
 }
 
-void Peer::become_master() {
-    if (state_->before_master && state_->role != Role::master)
-        state_->before_master();
-    if (state_->role.exchange(Role::master) == Role::master || !state_->to_master)
-        return;
-    CardScope scope(card_);
-    state_->to_master();
+void Peer::call_connected() {
+    for (const auto &[client, callback] : state_->connected_callbacks)
+        callback();
+}
+
+// The callback may be waiting for the standby's confirmation, and may only now begin to wait: it is
+// released until it is through.
+void Peer::end_connected() {
+    {
+        std::lock_guard lock(state_->connecting);
+        if (std::exchange(state_->is_connected_wanted, false))
+            state_->connected_running = false;
+    }
+    while (state_->connected_running) {
+        card_.os.release_waiters();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// --- calls -------------------------------------------------------------------------------------
+
+bool Peer::has_room_for(std::string_view name, std::size_t length_bytes) const {
+    return card_.os.has_room(places_for(name, length_bytes));
 }
 
 int Peer::deliver(std::string_view name, std::span<const std::byte> payload) {
@@ -198,7 +319,7 @@ void Peer::watch(Watcher watcher) {
     state_->watcher = std::move(watcher);
 }
 
-// Sends one call to the other card: in one process it is made at once.
+// Sends one call to the other card.
 int Peer::call(std::string_view name, std::span<const std::byte> payload) {
     const bool is_taken = !state_->drop && state_->exists && payload.size() <= max_call_bytes &&
                           name.size() <= max_frame_name_bytes;
@@ -210,8 +331,10 @@ int Peer::call(std::string_view name, std::span<const std::byte> payload) {
         std::lock_guard lock(state_->mutex);
         state_->calls.push_back({std::string(name), {payload.begin(), payload.end()}});
     }
+    if (name == confirmation && role() == Role::standby)
+        state_->has_tables = true;
     if (state_->other)
-        return static_cast<void>(state_->other->deliver(name, payload)), 0;
+        return state_->other->arrive(name, payload);
     const std::shared_ptr<Link> link = link_of(*state_);
     return link && link->send(name, payload) ? 0 : -1;
 }

@@ -1,10 +1,15 @@
 // The hot-standby service of a card: its role, the other card's presence, the callbacks, and the
 // remote call by name.
 //
-// A link joins two cards: in one process (pumped: the call is made at once on the other card) or
-// through a Unix socket (threaded: length-prefixed frames in order, a heartbeat, and switch-over
-// when the peer is lost).  Only exported receivers can be called, and only with a bounded length.
+// A link joins two cards: in one process (pumped: the call is made on the other card as soon as its
+// queue has room, mostly at once) or through Unix sockets (threaded: link.h).  Only exported
+// receivers can be called, and only with a bounded length.
+//
+// Each take-over has a term, one above the last that was heard of; of two masters the higher term
+// stays (claim.h).
 #pragma once
+
+#include "chassis/peer/claim.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +29,8 @@ namespace chassis::peer {
 enum class Role { standby, master };
 
 inline constexpr std::uint32_t max_call_bytes = 1u << 20; // a longer buffer is refused
+inline constexpr std::size_t max_waiting_bytes = 64u
+                                                 << 20; // of calls that the peer has no room for
 
 struct Call { // one remote call, kept by the journal
     std::string name;
@@ -38,13 +45,20 @@ public:
     Role role() const;
     void set_role(Role role); // tells nobody; become_master() is the switch-over
 
+    std::uint64_t term() const;         // of the last take-over that this card has heard of
+    void know_term(std::uint64_t term); // one that a standby hears of elsewhere
+    Claim claim() const;
+    // Settles with the other card who is master; false when this card's claim was another by then.
+    bool settle(const Claim &own, const Claim &other);
+
     // In one process: joins two cards; either may be cut off again.
     void join(Peer &other);
-    void cut(); // the other card is gone (both sides see it)
+    void cut(); // the other card is gone (both sides see it); what arrived before is delivered
+    // Delivers what waits, while there is room; whether nothing is left.
+    bool deliver_arrived();
 
     // Over a socket: the card that finds no listener at `path` listens there; the other connects.
-    // The lower slot becomes master when both start; losing the connection or the heartbeat makes a
-    // standby master.
+    // The lower slot becomes master when both start; when the peer is lost, a standby does.
     void open(const std::string &path);
     void close();
 
@@ -55,10 +69,14 @@ public:
 
     // The events of the service.  connected() calls the callback registered with
     // hss_backupConnectedRegister: in threaded mode on a thread of its own, which blocks until the
-    // slave confirms; in pumped mode at once, with the slot-up take answered without waiting.
+    // slave confirms or is lost; in pumped mode at once, with the slot-up take answered without
+    // waiting.
     void connected();
+    void end_connected(); // the callback need not wait any longer
+    // Takes over.  In one process the card first carries out what arrived.
     void become_master();
-    // Is called before a card becomes master, on the thread that makes it one.
+    // Is called before a card becomes master, on the thread that makes it one.  It may let the card
+    // know of a later term; the term of the take-over will be term() + 1.
     void before_master(std::function<void()> hook);
 
     // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
@@ -67,6 +85,8 @@ public:
     // Calls a receiver by name on this card, as the service would: -1 for a name that is not
     // exported or a length that is out of bounds.
     int deliver(std::string_view name, std::span<const std::byte> payload);
+    // Whether the queue has room for all that this receiver may post.
+    bool has_room_for(std::string_view name, std::size_t length_bytes) const;
 
     // Calls sent by this card since the last clear, when recording is on.
     void record(bool on);
@@ -82,6 +102,12 @@ public:
     State &state() { return *state_; }
 
 private:
+    void make_master(std::uint64_t term);
+    void make_standby(std::uint64_t term);
+    int arrive(std::string_view name, std::span<const std::byte> payload);
+    void call_connected();
+    void keep_connected();
+
     Card &card_;
     std::unique_ptr<State> state_;
 };

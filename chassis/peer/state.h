@@ -1,10 +1,12 @@
 // What a Peer keeps, shared by the sources of this folder.
 #pragma once
 
+#include "chassis/os/state.h"
 #include "chassis/peer/peer.h"
 #include "platform/hss.h"
 
 #include <atomic>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -15,7 +17,9 @@ class Link;
 
 struct Peer::State {
     std::atomic<Role> role{Role::standby};
+    std::atomic<std::uint64_t> term{0};
     std::atomic<bool> exists{false};
+    std::atomic<bool> has_tables{false}; // a standby that got all that the master has
     std::atomic<bool> standby_usable{true};
     std::atomic<bool> drop{false};
     std::atomic<bool> recording{false};
@@ -24,14 +28,20 @@ struct Peer::State {
     hss_callback to_master = nullptr;
     std::function<void()> before_master;
     Peer::Watcher watcher;
+    std::mutex changing_role;
 
-    Peer *other = nullptr; // in one process
+    Peer *other = nullptr;    // in one process, and
+    std::deque<Call> arrived; // what waits there for room in this card's queue
+    std::size_t arrived_bytes = 0;
 
-    std::mutex mutex;           // guards the three below
+    std::mutex mutex;           // guards the two below
     std::shared_ptr<Link> link; // over a socket
     std::vector<Call> calls;
-    std::vector<std::thread> connected_threads;
-    std::atomic<unsigned> connected_running{0};
+
+    os::Monitor connecting; // guards the next two
+    bool is_connected_wanted = false, is_ending = false;
+    std::atomic<bool> connected_running{false}; // wanted, or under way
+    std::thread connected_thread;
 };
 
 } // namespace chassis::peer
