@@ -181,6 +181,71 @@ TEST(Peer, calls_reach_a_joined_card_at_once_until_it_is_cut_off) {
     EXPECT_EQ(current(), &one);
 }
 
+// Also over a socket: has_room_for() is what the link asks.
+TEST(Peer, CallsWaitForRoomInTheQueueAndOutliveTheCaller) {
+    Card one({.slot = 9, .mode = os::Mode::pumped});
+    Card two({.slot = 10, .mode = os::Mode::pumped});
+    one.peer.join(two.peer);
+    received.clear();
+    const auto on_two = [&two](auto work) {
+        const CardScope scope(two);
+        return work();
+    };
+    const bep_msgq queue = on_two([] { return bep_msgQCreateEx(100, 4, 0, HERE); });
+    const auto post = [&] { return bep_msgQSendEx(queue, "abc", 4, 0, 1, HERE); };
+    const auto take = [&, bytes = std::array<char, 4>()]() mutable {
+        return bep_msgQReceiveEx(queue, bytes.data(), 4, 0, HERE);
+    };
+    for (unsigned i = 0; i < 35; ++i)
+        on_two(post);
+    EXPECT_TRUE(two.peer.has_room_for("dpm_test_sync_receive", 5000))
+        << "one message, some to spare";
+    EXPECT_FALSE(two.peer.has_room_for("dpm_test_sync_all_receive", 5000)) << "up to 312";
+    EXPECT_TRUE(two.peer.has_room_for("dpm_slave_up_pro_over_peercard_callback", 4));
+    on_two(post);
+
+    const std::vector<std::byte> payload(peer::max_call_bytes);
+    for (unsigned i = 0; i < 64; ++i)
+        EXPECT_EQ(one.peer.call("dpm_test_sync_receive", payload), 0);
+    EXPECT_EQ(one.peer.call("dpm_test_sync_receive", payload), -1) << "64 MiB wait";
+    EXPECT_TRUE(received.empty());
+    one.peer.cut();
+    on_two(take);
+    EXPECT_TRUE(two.peer.deliver_arrived());
+    EXPECT_EQ(received.size(), 64u);
+}
+
+TEST(Peer, OfTwoCardsThatMeetOneIsMasterByTermAndSlot) {
+    const struct {
+        bool nine; // is master
+        std::uint64_t nine_term;
+        bool ten;
+        std::uint64_t ten_term;
+        unsigned slot;      // that is master then
+        std::uint64_t term; // and on both cards
+    } meetings[] = {
+        {true, 1, false, 0, 9, 1},  {true, 1, false, 1, 9, 1}, {false, 3, true, 3, 10, 3},
+        {true, 5, true, 6, 10, 6},  {true, 6, true, 5, 9, 6},  {true, 5, true, 5, 9, 6},
+        {false, 7, true, 5, 10, 8},
+    };
+    for (const auto &[nine, nine_term, ten, ten_term, slot, term] : meetings) {
+        Card one({.slot = 9, .mode = os::Mode::pumped});
+        Card two({.slot = 10, .mode = os::Mode::pumped});
+        const auto make = [](Card &card, bool master, std::uint64_t known) {
+            card.peer.know_term(known);
+            card.peer.set_role(master ? peer::Role::master : peer::Role::standby);
+        };
+        make(one, nine, nine_term);
+        make(two, ten, ten_term);
+        one.peer.join(two.peer);
+        Card &master = slot == 9 ? one : two, &standby = slot == 9 ? two : one;
+        EXPECT_EQ(master.peer.role(), peer::Role::master) << term;
+        EXPECT_EQ(standby.peer.role(), peer::Role::standby) << term;
+        EXPECT_EQ(one.peer.term(), term);
+        EXPECT_EQ(two.peer.term(), term);
+    }
+}
+
 TEST(Frames, are_taken_whole_from_any_cuts_and_malformed_ones_are_told) {
     const std::vector<std::uint8_t> payload(300, 9);
     std::vector<std::byte> stream;

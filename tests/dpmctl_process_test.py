@@ -288,8 +288,8 @@ class TwoCards(Shelf):
         for client in crowd:
             client.close()
         self.cards[9].send_signal(signal.SIGCONT)
-        self.wait_until("of two masters the lower slot stays", lambda: self.role(10) == "standby")
-        self.assertEqual(self.role(9), "master")
+        self.wait_until("of two masters the one that took over stays", lambda: self.role(9) == "standby")
+        self.assertEqual(self.role(10), "master")
 
     def settings_file(self):
         path = f"{self.dir}/settings"
