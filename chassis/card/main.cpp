@@ -28,7 +28,7 @@ namespace {
 
 namespace peer = chassis::peer;
 
-constexpr std::string_view longest_socket = "/pulse-10.sock";
+constexpr std::string_view longest_socket = "/shelf.sock.10";
 constexpr std::size_t max_descriptors = 80; // clients 32, guests of the link 16, and the card's own
 
 constexpr const char *usage = R"(usage: dpm-card --slot 9|10 [OPTION]...

@@ -30,6 +30,7 @@ static_assert(sizeof(Claim) == 24);
 
 inline constexpr std::uint32_t claim_magic = 0x53484c46;
 inline constexpr std::uint32_t claim_version = 2;
+inline constexpr std::uint64_t max_term = std::uint64_t(1) << 62; // leaves room for one above
 
 // Nothing when the bytes are no claim of the card in that slot.
 inline std::optional<Claim> read_claim(std::span<const std::byte> bytes, unsigned slot) {
@@ -38,7 +39,8 @@ inline std::optional<Claim> read_claim(std::span<const std::byte> bytes, unsigne
         return std::nullopt;
     std::memcpy(&claim, bytes.data(), sizeof claim);
     const bool is_good = claim.magic == claim_magic && claim.version == claim_version &&
-                         claim.slot == slot && claim.standing <= Standing::leaving;
+                         claim.slot == slot && claim.standing <= Standing::leaving &&
+                         claim.term < max_term;
     return is_good ? std::optional(claim) : std::nullopt;
 }
 

@@ -106,6 +106,11 @@ unsigned Peer::peer_slot() const {
 
 // --- roles -------------------------------------------------------------------------------------
 
+bool Peer::is_still_master() const {
+    const std::shared_ptr<Link> link = link_of(*state_);
+    return link ? link->is_still_master() : role() == Role::master;
+}
+
 std::uint64_t Peer::term() const {
     return state_->term;
 }

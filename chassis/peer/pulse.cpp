@@ -16,20 +16,23 @@ namespace {
 constexpr std::int64_t msec = 1'000'000;
 constexpr std::int64_t beat_nsec = 150 * msec;
 
-std::string path_of(const std::string &directory, unsigned slot) {
-    return directory + "/pulse-" + std::to_string(slot) + ".sock";
+constexpr std::int64_t stop_nsec = 1000 * msec; // less than a silence: nobody took over by then
+
+std::string path_of(const std::string &shelf_path, unsigned slot) {
+    return shelf_path + "." + std::to_string(slot);
 }
 
 } // namespace
 
-Pulse::Pulse(std::string directory, unsigned slot, unsigned peer_slot, Card card)
-    : own_path_(path_of(directory, slot)), peer_path_(path_of(directory, peer_slot)),
-      peer_slot_(peer_slot), card_(std::move(card)), wake_(eventfd(0, EFD_CLOEXEC)) {}
+Pulse::Pulse(const std::string &shelf_path, unsigned slot, unsigned peer_slot, Owner owner)
+    : own_path_(path_of(shelf_path, slot)), peer_path_(path_of(shelf_path, peer_slot)),
+      peer_slot_(peer_slot), owner_(std::move(owner)), wake_(eventfd(0, EFD_CLOEXEC)) {}
 
 void Pulse::start() {
     socket_ = bind_datagram(own_path_);
     if (!socket_)
         std::perror(own_path_.c_str());
+    beat_at_nsec_ = os::raw_nsec();
     thread_ = std::thread([this] { keep_beating(); });
 }
 
@@ -38,14 +41,14 @@ void Pulse::stop() {
         return;
     eventfd_write(wake_.get(), 1);
     thread_.join();
-    Claim farewell = card_.claim();
+    Claim farewell = owner_.claim();
     farewell.standing = Standing::leaving;
     send(farewell);
     unlink(own_path_.c_str());
 }
 
 void Pulse::beat() const {
-    send(card_.claim());
+    send(owner_.claim());
 }
 
 Claim Pulse::last() const {
@@ -57,8 +60,16 @@ void Pulse::send(const Claim &claim) const {
     send_datagram(socket_.get(), peer_path_, &claim, sizeof claim);
 }
 
+bool Pulse::is_sure() const {
+    const std::int64_t now = os::raw_nsec();
+    return now - beat_at_nsec_ < stop_nsec && now >= sure_from_nsec_;
+}
+
 void Pulse::keep_beating() {
     do {
+        if (!is_sure() && os::raw_nsec() >= sure_from_nsec_)
+            sure_from_nsec_ = os::raw_nsec() + beat_nsec; // who took over answers this beat
+        beat_at_nsec_ = os::raw_nsec();
         beat();
         if (silent_beats_ < max_silent_beats)
             ++silent_beats_; // until it is heard
@@ -90,7 +101,7 @@ void Pulse::receive() {
         last_ = *claim;
     }
     silent_beats_ = claim->standing == Standing::leaving ? max_silent_beats : 0;
-    card_.heard(*claim);
+    owner_.heard(*claim);
 }
 
 } // namespace chassis::peer

@@ -1,11 +1,13 @@
 // The heartbeat of a card: its claim, sent to the other card several times a second, and what is
 // heard of the other's.
 //
-// It has a thread and a datagram socket of its own, DIR/pulse-SLOT.sock, and takes no lock that
-// anyone holds for long: neither tables that travel nor a card that is busy makes it falter.
+// It has a thread and a datagram socket of its own, named like the shelf's with the slot behind it,
+// and takes no lock that anyone holds for long: neither tables that travel nor a card that is busy
+// makes it falter.
 //
 // Silence is counted in this card's own beats, not by the clock: a card that was stopped itself has
-// to listen first.
+// to listen first.  For the same reason a master that was stopped is not sure of its role before it
+// has listened for a beat.
 #pragma once
 
 #include "chassis/peer/claim.h"
@@ -21,11 +23,11 @@ namespace chassis::peer {
 
 class Pulse {
 public:
-    struct Card {
+    struct Owner {
         std::function<Claim()> claim;             // of this card; any thread
         std::function<void(const Claim &)> heard; // the other's; on the pulse's thread
     };
-    Pulse(std::string directory, unsigned slot, unsigned peer_slot, Card card);
+    Pulse(const std::string &shelf_path, unsigned slot, unsigned peer_slot, Owner owner);
     ~Pulse() { stop(); }
     Pulse(const Pulse &) = delete;
     Pulse &operator=(const Pulse &) = delete;
@@ -37,6 +39,7 @@ public:
     bool is_silent() const { return silent_beats_ >= max_silent_beats; } // for 1.5 seconds
     void hear() { silent_beats_ = 0; }                                   // by other means
     Claim last() const;                                                  // heard of the other card
+    bool is_sure() const; // that nobody took over while this card was stopped
 
 private:
     static constexpr unsigned max_silent_beats = 10;
@@ -48,10 +51,11 @@ private:
 
     const std::string own_path_, peer_path_;
     const unsigned peer_slot_;
-    const Card card_;
+    const Owner owner_;
     const Descriptor wake_; // readable once it stops
     Descriptor socket_;
     std::atomic<unsigned> silent_beats_{max_silent_beats};
+    std::atomic<std::int64_t> beat_at_nsec_{0}, sure_from_nsec_{0};
     mutable std::mutex mutex_; // guards the claim
     Claim last_{};
     std::thread thread_;
