@@ -39,7 +39,8 @@ public:
         : directory_(std::move(directory)), claim_{claim_magic, claim_version, slot, standing,
                                                    term},
           lock(LockFile::take(slot_lock_path(directory_, slot))),
-          pulse(directory_ + "/shelf.sock", slot, 19 - slot, {[this] { return claim_; }, [](const Claim &) {}}) {}
+          pulse(directory_ + "/shelf.sock", slot, 19 - slot,
+                {[this] { return claim_; }, [](const Claim &) {}}) {}
 
     // Says hello, and waits for the answer for a second.
     std::optional<Claim> connect() {

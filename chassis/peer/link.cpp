@@ -22,7 +22,7 @@ constexpr std::int64_t msec = 1'000'000;
 constexpr std::int64_t room_nsec = msec;           // a worker takes hundreds of messages meanwhile
 constexpr std::int64_t look_nsec = 50 * msec;      // who else is there
 constexpr std::int64_t hello_nsec = 2000 * msec;   // then a guest has nothing to say
-constexpr std::int64_t sure_nsec = 2000 * msec;   // a card is by then
+constexpr std::int64_t sure_nsec = 2000 * msec;    // a card is by then
 constexpr std::int64_t start_nsec = 1000 * msec;   // for the other card to start as well
 constexpr std::int64_t stall_nsec = 10'000 * msec; // then even a card without tables takes over
 
@@ -268,11 +268,10 @@ void Link::heard(const Claim &other) {
     }
 }
 
-bool Link::is_still_master() const {
+void Link::make_sure() const {
     const std::int64_t deadline = os::raw_nsec() + sure_nsec;
     while (!pulse_.is_sure() && os::raw_nsec() < deadline)
         std::this_thread::sleep_for(std::chrono::nanoseconds(room_nsec));
-    return card_.peer.role() == Role::master;
 }
 
 // The worker carries out what arrived as the standby's that it was sent to.

@@ -45,7 +45,7 @@ public:
     void start();
     void stop(); // joins the threads; the peer sees the connection end
     bool send(std::string_view name, std::span<const std::byte> payload);
-    bool is_still_master() const;
+    void make_sure() const; // of the role: listens for a beat if this card was stopped
 
 private:
     struct Guest { // that has not said hello yet

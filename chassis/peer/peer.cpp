@@ -31,6 +31,8 @@ constexpr NamePattern receiver_patterns[] = {
     {"dpm_ipmc_api_slave_", ""},
 };
 
+constexpr std::int64_t replaced_nsec = 2 * os::nsec_per_sec; // longer than a request is on its way
+
 // By it a standby tells that all the tables have come.
 constexpr std::string_view confirmation = "dpm_slave_up_pro_over_peercard_callback";
 constexpr std::size_t shortest_record_bytes = 16; // the link of its tree alone
@@ -106,9 +108,10 @@ unsigned Peer::peer_slot() const {
 
 // --- roles -------------------------------------------------------------------------------------
 
-bool Peer::is_still_master() const {
-    const std::shared_ptr<Link> link = link_of(*state_);
-    return link ? link->is_still_master() : role() == Role::master;
+bool Peer::is_replaced() const {
+    if (const std::shared_ptr<Link> link = link_of(*state_))
+        link->make_sure();
+    return os::raw_nsec() < state_->replaced_until_nsec;
 }
 
 std::uint64_t Peer::term() const {
@@ -161,8 +164,10 @@ void Peer::make_master(std::uint64_t term) {
 }
 
 void Peer::make_standby(std::uint64_t term) {
-    if (state_->role.exchange(Role::standby) == Role::master)
+    if (state_->role.exchange(Role::standby) == Role::master) {
+        state_->replaced_until_nsec = os::raw_nsec() + replaced_nsec;
         state_->has_tables = false;
+    }
     state_->term = std::max<std::uint64_t>(term, state_->term);
 }
 

@@ -45,9 +45,9 @@ public:
     Role role() const;
     void set_role(Role role); // tells nobody; become_master() is the switch-over
 
-    // Whether the card is master and nobody took over while its process was stopped; it may have to
-    // listen for a moment to know.
-    bool is_still_master() const;
+    // Whether another card took over a moment ago, perhaps while this process was stopped: then what
+    // is asked of the master is not for this card.  It may have to listen for a moment to know.
+    bool is_replaced() const;
 
     std::uint64_t term() const;         // of the last take-over that this card has heard of
     void know_term(std::uint64_t term); // one that a standby hears of elsewhere

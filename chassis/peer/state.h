@@ -18,6 +18,7 @@ class Link;
 struct Peer::State {
     std::atomic<Role> role{Role::standby};
     std::atomic<std::uint64_t> term{0};
+    std::atomic<std::int64_t> replaced_until_nsec{0}; // as a master, a moment ago
     std::atomic<bool> exists{false};
     std::atomic<bool> has_tables{false}; // a standby that got all that the master has
     std::atomic<bool> standby_usable{true};

@@ -59,6 +59,8 @@ Reply Server::execute(std::string_view line) {
     const Handler handler = handlers[std::size_t(parsed.command->verb)];
     if (!handler)
         return server::refused("this is the client's own command");
+    if (parsed.command->kind == Kind::change && card_.peer.is_replaced())
+        return server::refused("the card is no longer master");
     if (parsed.command->kind == Kind::read && !settle())
         return server::refused("the worker does not come to rest");
     server::Command command{card_, parsed, *this};

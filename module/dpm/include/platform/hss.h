@@ -47,7 +47,8 @@ int hssSlaveToMasterRtnReg(hss_callback to_master);
 
 /* Carries `length_bytes` of `buffer` to the peer card and calls there the exported function of that
  * name with (copy of the buffer, length), on a thread of the service, in the order in which the
- * calls were made.  `name` and `buffer` are copied before the call returns.  0 when the call was
+ * calls were made, once its queue has room for all that the function may post.  `name` and `buffer`
+ * are copied before the call returns, and it does not wait for the peer.  0 when the call was
  * accepted, else -1; the peer's result is not known. */
 int hss_TellBackToExcuteSpe(const char *name, const void *buffer, uint32_t length_bytes);
 
