@@ -492,9 +492,9 @@ class Sockets(Shelf):
         self.words("card quit", 10)
         self.assertEqual(self.cards.pop(10).wait(PATIENCE_SEC), 0)
         card = self.cards.pop(9)
-        card.send_signal(signal.SIGINT)
+        card.send_signal(signal.SIGHUP)
         self.assertEqual(card.wait(PATIENCE_SEC), 0)
-        self.assertEqual([name for name in os.listdir(self.dir) if "sock" in name or "line" in name], [])
+        self.assertEqual([name for name in os.listdir(self.dir) if "sock" in name or "line" in name or "lock" in name], [])
 
     def test_of_a_dead_card_are_replaced_and_of_a_living_one_are_not(self):
         self.start_master()
@@ -509,10 +509,25 @@ class Sockets(Shelf):
     def test_are_not_put_where_others_can_write(self):
         os.chmod(self.dir, 0o777)
         self.assertIn("not a directory of this user's own", self.refused_card())
+        os.symlink(self.dir, f"{self.dir}/link")
+        self.assertIn("is a link", self.refused_card("--dir", f"{self.dir}/link"))
+        self.assertIn("too long for sockets", self.refused_card("--dir", f"{self.dir}/{'x' * 90}"))
 
-    def refused_card(self, *arguments):
+    def test_are_one_cards_of_several_that_start_in_a_slot_at_once(self):
+        command = [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir]
+        with open(f"{self.dir}/stderr-9", "w") as errors:
+            crowd = [subprocess.Popen(command, stderr=errors) for _ in range(4)]
+        self.wait_until("three give up", lambda: sum(card.poll() == 1 for card in crowd) == 3)
+        self.cards[9] = next(card for card in crowd if card.poll() is None)
+        self.wait_until("one is master", lambda: self.role(9) == "master")
+
+    def test_need_descriptors(self):
+        few = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40))
+        self.assertIn("needs 80 file descriptors", self.refused_card(preexec_fn=few))
+
+    def refused_card(self, *arguments, **options):
         command = [*EMULATOR, f"{BIN}/dpm-card", "--slot", "9", "--dir", self.dir, *arguments]
-        done = subprocess.run(command, capture_output=True, text=True, timeout=60)
+        done = subprocess.run(command, capture_output=True, text=True, timeout=60, **options)
         self.assertEqual(done.returncode, 1)
         return done.stderr
 

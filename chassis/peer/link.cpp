@@ -52,7 +52,7 @@ Link::Link(Card &card, std::string path)
       wake_(eventfd(0, EFD_CLOEXEC)), complaints_(card.slot()), alone_since_nsec_(os::raw_nsec()),
       outbox_([this] { card_.peer.connected(); }),
       pulse_(
-          directory_of(path_), card.slot(), card.peer.peer_slot(),
+          path_, card.slot(), card.peer.peer_slot(),
           {[this] { return card_.peer.claim(); }, [this](const Claim &other) { heard(other); }}) {}
 
 Link::~Link() {
