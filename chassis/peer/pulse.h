@@ -42,7 +42,7 @@ public:
     bool is_sure() const; // that nobody took over while this card was stopped
 
 private:
-    static constexpr unsigned max_silent_beats = 10;
+    static constexpr unsigned max_silent_beats = 11;
 
     void keep_beating();
     bool listen_until(std::int64_t deadline_nsec); // false once it stops
