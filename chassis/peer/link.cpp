@@ -143,8 +143,10 @@ std::optional<Link::Guest> Link::wait_for_hello() {
         Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (socket)
             welcome(std::move(socket), std::nullopt);
+        else if (!guests_.empty()) // no descriptor is free
+            guests_.pop_front();
         else
-            static_cast<void>(wait_readable(-1, look_nsec)); // no descriptor is free
+            static_cast<void>(wait_readable(-1, look_nsec));
     }
     return std::nullopt;
 }
