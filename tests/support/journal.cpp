@@ -71,11 +71,12 @@ std::string neighbour_text(const stack::NeighbourKey &key) {
 }
 
 // The number of the line behind the function's name changes with the source.
-std::string without_line_number(const std::string &raw) {
-    const std::size_t blank = raw.find(' '), colons = raw.find("::");
-    const bool has_number = blank < colons && colons != raw.npos &&
-                            is_number(raw.substr(blank + 1, colons - blank - 1));
-    return has_number ? raw.substr(0, blank) + raw.substr(colons) : raw;
+std::string without_line_number(std::string text) {
+    const std::size_t at = text.find_first_not_of(" :", text.find_first_of(" :"));
+    const std::size_t end = text.find_first_not_of("0123456789", at);
+    if (at < end && end != text.npos && (text[end] == ':' || text[end] == ']'))
+        text.replace(at, end - at, "#");
+    return text;
 }
 
 std::map<const Card *, std::function<void(std::string)>> &notice_writers() {
@@ -128,7 +129,7 @@ std::string Journal::chip_text(const std::string &line) {
         } else if (!has(plain_words, words[at])) {
             const bool is_index = is_number(words[at]) && has(plain_words, words[at - 1]);
             const auto index = is_index ? std::uint32_t(std::stoul(words[at])) : 0;
-            if (is_index && is_new && index >= 16 && words[at - 1] != "members")
+            if (is_new && index >= 16 && !names_.contains(index) && words[at - 1] != "members")
                 names_.try_emplace(index, text[0] == 'n' ? "n" + std::to_string(++nexthops_)
                                                          : "g" + std::to_string(++groups_));
             text += " " + (is_index ? name_of(index) : without_host_bits(words[at]));
@@ -181,6 +182,18 @@ std::string Journal::mirror_text(std::string_view receiver,
     return "mirror " + std::string(receiver) + " " + std::to_string(bytes.size());
 }
 
+std::string Journal::with_names(std::string text) const {
+    constexpr std::string_view head = "sdk_index ";
+    for (std::size_t at = 0; (at = text.find(head, at)) != text.npos;) {
+        at += head.size();
+        const std::size_t end = std::min(text.find_first_not_of("0123456789", at), text.size());
+        if (end > at)
+            text.replace(at, end - at,
+                         name_of(std::uint32_t(std::stoul(text.substr(at, end - at)))));
+    }
+    return text;
+}
+
 void Journal::watch(Card &card) {
     const auto writer = [this, slot = card.slot()](Channel channel) {
         return [this, slot, channel](std::string text) { note(slot, channel, std::move(text)); };
@@ -200,8 +213,8 @@ void Journal::watch(Card &card) {
             write(std::string(deed) + " " + neighbour_text(key));
         });
     card.suite.watch([write = writer(Channel::platform)](const std::string &text) { write(text); });
-    card.os.log_to([write = writer(Channel::log)](const os::LogLine &line) {
-        write("log" + std::to_string(line.level) + " " + without_line_number(line.raw));
+    card.os.log_to([this, write = writer(Channel::log)](const os::LogLine &line) {
+        write("log" + std::to_string(line.level) + " " + with_names(without_line_number(line.raw)));
     });
     notice_writers()[&card] = writer(Channel::notice);
     const CardScope scope(card);

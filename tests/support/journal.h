@@ -6,8 +6,8 @@
 // 02:00:00:00:01:01 n1", "entry+ 10.1.1.1 n1", "mirror host+ 10.1.1.1", "probe 10.1.1.1", "notice
 // 10.1.1.1 came".  Left out is what is usual: a result of 0, every slot, VRF 0, VLAN 100 without an inner one.  The
 // chip's indexes have names in the order of their making, n1, n2 for next hops, g1, g2 for groups;
-// "cpu" is the CPU.  A line of the log stands with its level and its own line end, without the line
-// number behind the function's name: "log10 dpm_host_entry_add::host entry is full!!!\r\n".
+// "cpu" is the CPU.  A line of the log stands with its level and as it was logged, line end and all,
+// but for # in place of the line's number: "log10 dpm_host_entry_add #::host entry is full!!!\r\n".
 #pragma once
 
 #include "chassis/chassis.h"
@@ -38,6 +38,7 @@ public:
     const std::deque<Event> &events() const { return events_; }
     void clear() { events_.clear(); }
     std::string name_of(std::uint32_t index) const; // of a next hop or group
+    std::string with_names(std::string text) const; // in place of the numbers behind "sdk_index"
 
 private:
     void note(unsigned slot, Channel channel, std::string text);

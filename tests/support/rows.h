@@ -24,7 +24,8 @@
 //   {mac} {linklocal}   the master's own
 //
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
-// standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER],
+// standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER], shown
+// FUNCTION (of the library, that prints), many COUNT COMMAND (each with another number for #),
 // ftn add|del PREFIX via IP [vrf VRF] [label LABEL] [waits], ilm add|del LABEL [via IP] [dev NAME]
 // [waits] [egress].
 //
@@ -52,14 +53,17 @@ struct Rows {
 };
 
 struct RowOptions {
+    std::string see = "chip mirror stack notice"; // channels; log/NAME: of these functions
     std::vector<unsigned> families = {4, 6};
     std::vector<Role> roles = {Role::alone, Role::mirroring, Role::taken_over};
-    std::string see = "chip mirror stack notice"; // channels
-    bool bare = false;                            // without the interfaces
+    bool bare = false; // without the interfaces
 };
 
 inline const std::vector<Role> mirroring = {Role::mirroring}, alone = {Role::alone},
                                with_standby = {Role::mirroring, Role::taken_over};
+
+using Words = std::vector<std::string>;
+Words words_of(const std::string &text);
 
 // A shelf of one family and role, to which rows are done.
 class RowShelf : public Shelf {
@@ -76,6 +80,8 @@ private:
     void TestBody() override {}
     void perform(const std::string &command);
     bool perform_verb(const std::string &command);
+    void repeat(const Words &words, const std::string &command);
+    std::string shown(const std::string &function) const;
     void see(const std::string &channels);
     std::vector<std::string> wanted(const Row &row) const;
     std::vector<std::string> effects() const;
@@ -84,11 +90,9 @@ private:
     Role role_;
     std::vector<std::pair<std::string, std::string>> values_; // of placeholders
     std::vector<Channel> seen_;
+    std::string seen_log_; // functions whose lines are seen begin with it
     std::vector<std::string> answers_;
 };
-
-using Words = std::vector<std::string>;
-Words words_of(const std::string &text);
 
 // A command that a test file adds, by its first word.
 struct Verb {

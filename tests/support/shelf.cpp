@@ -231,32 +231,50 @@ void Shelf::keep_setting(const ctl::Parsed &line, const std::string &command) {
         settings_.push_back({subject, command});
 }
 
+namespace {
+
+// The neighbour's interface and MAC, where a command leaves them open.
+std::string completed(std::string command) {
+    if (!command.starts_with("neigh "))
+        return command;
+    const std::size_t end = command.find(' ', command.find(' ', 6) + 1);
+    const char last = command[std::min(end, command.size()) - 1];
+    if (!command.starts_with("neigh del") && command.find(" lladdr ") == command.npos)
+        command += std::string(" lladdr 02:00:00:00:01:0") + last;
+    return command.find(" dev ") == command.npos ? command + " dev vlanif100" : command;
+}
+
+// Events of links are seen by both cards.
+bool goes_to_both(const std::string &command) {
+    if (command.starts_with("port ") || command.starts_with("trunk "))
+        return true;
+    return std::ranges::any_of(ctl::commands(), [&](const ctl::Command &each) {
+        return each.kind == ctl::Kind::config && command.starts_with(each.path);
+    });
+}
+
+} // namespace
+
 ctl::Reply Shelf::run_on(Card &card, const std::string &command) {
-    const ctl::Reply reply = servers_[&card == cards_[1].get()]->execute(command);
+    const ctl::Reply reply = servers_[&card == cards_[1].get()]->execute(completed(command));
     settle_verb();
     return reply;
 }
 
 ctl::Reply Shelf::run(const std::string &text) {
-    std::string command = text;
-    if (text.starts_with("neigh ")) {
-        if (text.find(" dev ") == text.npos)
-            command += " dev vlanif100";
-        const std::string ip = text.substr(0, text.find(' ', text.find(' ', 6) + 1));
-        if (!text.starts_with("neigh del") && text.find(" lladdr ") == text.npos)
-            command += std::string(" lladdr 02:00:00:00:01:0") + ip.back();
+    const std::string command = completed(text);
+    const bool is_for_both = goes_to_both(command);
+    if (is_for_both) {
+        const ctl::Parsed line = ctl::parse(command);
+        if (!line.error && line.command->path == "clock advance") {
+            const auto nsec = *ctl::parse_duration(line.value("DURATION"));
+            return advance(unsigned(nsec / os::nsec_per_sec)), ctl::Reply{};
+        }
+        if (!line.error && line.command->kind == ctl::Kind::config)
+            keep_setting(line, command);
     }
-    const ctl::Parsed line = ctl::parse(command);
-    const std::string_view path = line.command ? line.command->path : "";
-    if (path == "clock advance" && !line.error)
-        return advance(unsigned(*ctl::parse_duration(line.value("DURATION")) / os::nsec_per_sec)),
-               ctl::Reply{};
-    const bool is_setting = line.command && !line.error && line.command->kind == ctl::Kind::config;
-    const bool is_link = path.starts_with("port ") || path.starts_with("trunk ");
-    if (is_setting)
-        keep_setting(line, command);
     ctl::Reply reply = servers_[master_]->execute(command);
-    if ((is_setting || is_link) && has_standby())
+    if (is_for_both && has_standby())
         (void)servers_[1 - master_]->execute(command);
     settle_verb();
     return reply;
