@@ -17,23 +17,26 @@ std::uint32_t ifindex_of(rig::Shelf &shelf) {
 
 // "resolve IP [VRF]": a table asks for the next hop behind an address.
 const rig::Verb resolve{"resolve", [](rig::RowShelf &shelf, const rig::Words &words) {
-    const dpm_prefix ip = rig::prefix_of(words[1]);
-    const auto index = dpm_host_get_index_by_ip(0, ifindex_of(shelf), &ip);
-    shelf.answer(index == ~0u ? "unresolved" : shelf.journal.name_of(index));
-}};
+                            const dpm_prefix ip = rig::prefix_of(words[1]);
+                            const auto index = dpm_host_get_index_by_ip(0, ifindex_of(shelf), &ip);
+                            shelf.answer(index == ~0u ? "unresolved"
+                                                      : shelf.journal.name_of(index));
+                        }};
 
 // "wait IP COUNT": it is probed so often, whatever the host table says.
-const rig::Verb wait{"wait", [](rig::RowShelf &shelf, const rig::Words &words) {
-    const dpm_prefix ip = rig::prefix_of(words[1]);
-    const unsigned count = unsigned(std::stoul(words[2]));
-    shelf.answer(std::to_string(dpm_host_unreachable_add(0, ifindex_of(shelf), &ip, count)));
-}};
+const rig::Verb wait{
+    "wait", [](rig::RowShelf &shelf, const rig::Words &words) {
+        const dpm_prefix ip = rig::prefix_of(words[1]);
+        const unsigned count = unsigned(std::stoul(words[2]));
+        shelf.answer(std::to_string(dpm_host_unreachable_add(0, ifindex_of(shelf), &ip, count)));
+    }};
 
 // "role master" and "role standby": the card's own role, as the platform tells it.
 const rig::Verb role{"role", [](rig::RowShelf &shelf, const rig::Words &words) {
-    using chassis::peer::Role;
-    shelf.master().peer.set_role(words[1] == "master" ? Role::master : Role::standby);
-}};
+                         using chassis::peer::Role;
+                         shelf.master().peer.set_role(words[1] == "master" ? Role::master
+                                                                           : Role::standby);
+                     }};
 
 } // namespace
 
@@ -85,20 +88,13 @@ ROWS(Holding, AHostOfALostPortStaysAndIsHeldForADay){
 };
 
 ROWS(Holding, EndsWithAReportEvenOfAHostThatIsTheSame){
-    {"neigh add {a} port 3"},
-    {"neigh reachable {a} port 3"},
-    {"port down 3", "forget {a}"},
-    {"port up 3", "probe {a}"},
-    {"show hold --count", "= 0"},
+    {"neigh add {a} port 3"},   {"neigh reachable {a} port 3"}, {"port down 3", "forget {a}"},
+    {"port up 3", "probe {a}"}, {"show hold --count", "= 0"},
 };
 
 ROWS(Holding, ATrunkAndAPortOfOneNumberAreTwo){
-    {"neigh add {a} trunk 5"},
-    {"neigh add {b} port 5"},
-    {"port down 5", "forget {b}"},
-    {"trunk down 5", "forget {a}"},
-    {"port up 5", "probe {b}"},
-    {"trunk up 5", "probe {a}"},
+    {"neigh add {a} trunk 5"},      {"neigh add {b} port 5"},   {"port down 5", "forget {b}"},
+    {"trunk down 5", "forget {a}"}, {"port up 5", "probe {b}"}, {"trunk up 5", "probe {a}"},
 };
 
 ROWS(Holding, TakesTheFirstHundredOfTheTable, .families = {6}, .roles = alone){

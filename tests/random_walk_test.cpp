@@ -336,5 +336,6 @@ private:
 
 TEST(RandomWalk, KeepsTheTablesAsTheModelSaysAndTheLawsWhateverHappens) {
     const auto walk = rig::take_walk<RandomWalk>(200'000);
-    EXPECT_TRUE(!walk || walk->most_hosts > 30 || std::getenv("DPM_WALK_STEPS")) << "the walk went nowhere";
+    EXPECT_TRUE(!walk || walk->most_hosts > 30 || std::getenv("DPM_WALK_STEPS"))
+        << "the walk went nowhere";
 }

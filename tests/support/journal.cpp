@@ -122,7 +122,9 @@ std::string Journal::chip_text(const std::string &line) {
     const bool is_new = (text == "nexthop+" || text == "group+") && line.ends_with("-> 0");
     for (std::size_t at = 1; at < words.size(); ++at) {
         const std::string pair = at + 1 < words.size() ? words[at] + " " + words[at + 1] : "";
-        if (has(usual_pairs, pair) && (pair != "vrf 0" || text != "if-vrf")) {
+        if (words[at] == "family") {
+            text += words[++at] == "1" ? " ipv4" : " ipv6";
+        } else if (has(usual_pairs, pair) && (pair != "vrf 0" || text != "if-vrf")) {
             ++at;
         } else if (text.starts_with("member") && (words[at] == "add" || words[at] == "remove")) {
             text.insert(6, words[at] == "add" ? "+" : "-");

@@ -79,7 +79,10 @@ std::string escaped(const std::string &text) {
 
 // A row as it is written in a source.
 std::string source_of(const std::string &command, const std::vector<std::string> &effects) {
-    std::string text = "    {\"" + command + "\",", line;
+    const std::size_t fold =
+        command.size() > literal_columns ? command.rfind(' ', literal_columns) : command.npos;
+    std::string text = "    {\"" + command.substr(0, fold), line;
+    text += fold == command.npos ? "\"," : " \"\n     \"" + command.substr(fold + 1) + "\",";
     const auto end_line = [&] { text += "\n     \"" + std::exchange(line, "") + "\""; };
     for (const std::string &effect : effects) {
         std::string rest = escaped(effect) + (&effect == &effects.back() ? "" : "; ");
@@ -169,11 +172,11 @@ RowShelf::RowShelf(unsigned family, Role role, const RowOptions &options)
     value("in", names.inside);
     value("any", names.any);
     value("gw", std::string(names.link) + "99");
-    value("f", family == 4 ? "1" : "2");
+    value("ip", family == 4 ? "ipv4" : "ipv6");
     value("bits", names.bits);
     for (int i = 1; i <= 9; ++i) {
         const std::string number = std::to_string(i);
-        value(i == 9 ? "h" : std::string(1, char('a' + i - 1)), names.link + number);
+        value(std::string(1, char('a' + i - 1)), names.link + number);
         value("m" + number, "02:00:00:00:01:0" + number);
         value("M" + number, "2.0.0.0.1." + number);
         value("l" + number, "fe80::ff:fe00:10" + number);

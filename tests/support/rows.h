@@ -16,11 +16,11 @@
 // as far as there.  A command or effect that begins with "4: " or "6: " is of that family alone.  A
 // row without effects makes ready what others need: whatever leaves the library then.
 //
-//   {a} to {e}, {h}     neighbours on vlanif100, whose own address is {gw}; their MACs end alike
+//   {a} to {i}          neighbours on vlanif100, whose own address is {gw}; their MACs end alike
 //   {m1} to {m9}        MACs: {a} has {m1}       {l1} to {l9}    the link-local addresses of those
 //   {M1} to {M9}        the same as the log writes them
 //   {net} {in}          a network and an address in it           {net1} to {net9}  longer ones
-//   {any} {f} {bits}    the default prefix, the family's number, and the bits of an address
+//   {any} {ip} {bits}   the default prefix, the family, and the bits of an address
 //   {mac} {linklocal}   the master's own
 //
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
