@@ -4,31 +4,187 @@
 #include "dpm_events.h"
 #include "dpm_if.h"
 #include "dpm_msg.h"
-#include "support/shelf.h"
+#include "support/rows.h"
 
 #include <cstring>
 
+using rig::alone;
+
 namespace {
 
-using chassis::chip::Function;
+const std::vector<unsigned> ipv4 = {4};
+
+// "vrf-of VLAN", "subs SUPERVLAN", "towards IP [VRF]": what other tables and the suite ask.
+const rig::Verb vrf_of{
+    "vrf-of", [](rig::RowShelf &shelf, const rig::Words &words) {
+        shelf.answer(std::to_string(dpm_api_get_vrf_by_vlan(std::uint32_t(std::stoul(words[1])))));
+    }};
+const rig::Verb subs{"subs", [](rig::RowShelf &shelf, const rig::Words &words) {
+                         std::uint32_t ids[8] = {}, count = 0;
+                         const auto vlan = std::uint32_t(std::stoul(words[1]));
+                         std::string text =
+                             std::to_string(dpm_api_get_sub_by_super(vlan, ids, &count)) + ":";
+                         for (std::uint32_t i = 0; i < count; ++i)
+                             text += " " + std::to_string(ids[i]);
+                         shelf.answer(text);
+                     }};
+const rig::Verb towards{"towards", [](rig::RowShelf &shelf, const rig::Words &words) {
+                            const dpm_prefix ip = rig::prefix_of(words[1]);
+                            const unsigned vrf =
+                                words.size() > 2 ? unsigned(std::stoul(words[2])) : 0;
+                            const auto found =
+                                shelf.master().suite.find(dpm_if_index_by_network_ip(vrf, &ip));
+                            shelf.answer(found ? found->name : "none");
+                        }};
+
+} // namespace
+
+ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, .see = "chip platform log/dpm_if",
+     .families = ipv4, .roles = alone, .bare = true){
+    {"if add vlanif100", "vlan 100 oper 1; interface+ vlan 100 {mac} id 16"},
+    {"if add vlanif100",
+     "vlan 100 oper 1; log10 dpm_if_add #::if_index 900, find same if_entry!\r\n"},
+    {"if add vlanif4094", "vlan 4094 oper 1; interface+ vlan 4094 {mac} id 17"},
+    {"if del vlanif100", "vlan 100 oper 2; interface- vlan 100 {mac}"},
+};
+
+ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .see = "chip", .families = ipv4,
+     .roles = alone, .bare = true){
+    {"if add vlanif4089", ""},
+    {"if add vlanif4091", ""},
+    {"if add vlanif4092", ""},
+    {"if add vlanif4093", ""},
+    {"if add vlanif4090", "interface+ vlan 4090 {mac} id 16"},
+    {"if add vlanif200 super", ""},
+    {"addr add 10.9.0.1/24 dev vlanif4089", ""},
+    {"addr add 10.8.0.1/24 dev vlanif200", ""},
+    {"if del vlanif4089", "entry- 10.9.0.1/24 cpu -> -1; entry- 10.9.0.1 cpu -> -1"},
+    {"if del vlanif200", "entry- 10.8.0.1/24 cpu -> -1; entry- 10.8.0.1 cpu -> -1"},
+};
+
+ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .see = "chip platform",
+     .families = ipv4, .roles = alone){
+    {"addr add 2001:db8::1/64 dev vlanif100", "vlan 100 address 2001:db8::1/64 oper 1"},
+    {"addr add 10.1.2.1/24 dev vlanif100"},
+    {"if del vlanif100",
+     "vlan 100 oper 2; entry- 10.1.2.1/24 cpu -> -1; entry- 10.1.2.1 cpu -> -1; "
+     "entry- 10.1.1.99/24 cpu -> -1; entry- {gw} cpu -> -1; entry- 2001:db8::1/64 cpu -> -1; "
+     "entry- 2001:db8::1 cpu -> -1; interface- vlan 100 {mac}; arp vlan 100 off"},
+};
+
+ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .see = "chip log/dpm_if",
+     .families = ipv4, .roles = alone, .bare = true){
+    {"if add vlanif100"},
+    {"addr add 2001:db8::1/64 dev vlanif100", ""},
+    {"addr add 10.1.1.1/24 dev vlanif100", "arp vlan 100 on"},
+    {"addr add 10.1.2.1/24 dev vlanif100", ""},
+    {"addr add 10.1.1.1/24 dev vlanif100", "log10 dpm_if_add_ip #::ip conflict!\r\n"},
+    {"addr del 10.1.1.1/24 dev vlanif100", ""},
+    {"addr del 10.1.2.1/24 dev vlanif100", "arp vlan 100 off"},
+    {"addr del 10.1.2.1/24 dev vlanif100", "log10 dpm_if_del_ip #::can not find ip_addr!\r\n"},
+    {"addr del 2001:db8::1/64 dev vlanif100", ""},
+    {"addr add fe80::1/64 dev vlanif100", ""},
+    {"addr del fe80::1/64 dev vlanif100", ""},
+};
+
+ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .see = "chip", .families = ipv4,
+     .roles = alone){
+    {"chip refuse interface 1"},
+    {"if add vlanif300", "interface+ vlan 300 {mac} id 0 -> -1"},
+    {"chip refuse arp-rule 1"},
+    {"addr add 10.3.1.1/24 dev vlanif300", "arp vlan 300 on -> -1"},
+    {"chip refuse vrf 1"},
+    {"if vrf vlanif300 3", "if-vrf vlan 300 vrf 3 -> -1"},
+    {"chip refuse interface-del 1"},
+    {"if del vlanif300", "entry- vrf 3 10.3.1.1/24 cpu -> -1; entry- vrf 3 10.3.1.1 cpu -> -1; "
+                         "interface- vlan 300 {mac} -> -1; arp vlan 300 off"},
+    {"if add vlanif300",
+     "interface+ vlan 300 {mac} id 18"}, // what stayed in the chip takes no harm
+};
+
+ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll,
+     .see = "chip platform log/dpm_if", .families = ipv4, .roles = alone){
+    {"if add vlanif300 super"},
+    {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; if-vrf vlan 100 vrf 7"},
+    {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; log10 dpm_if_vrf_pro #::vrf = 7, same vrf.\r\n"},
+    {"if vrf vlanif300 8", "vlan 300 vrf 8 oper 1"},
+    {"vrf-of 100", "= 7"},
+    {"vrf-of 300", "= 0"},
+    {"vrf-of 999", "= 0"},
+};
+
+ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .see = "chip log", .families = ipv4,
+     .roles = alone){
+    {"if add vlanif300 super"},
+    {"sub add 300 200",
+     "log10 dpm_super_add_sub #::can not set this vlan to subvlan!\r\n"}, // has an interface of its own
+    {"sub add 100 301",
+     "log10 dpm_super_add_sub #::can not find or type is err!\r\n"}, // under no super-VLAN
+    {"sub add 400 401", "log10 dpm_super_add_sub #::can not find or type is err!\r\n"},
+    {"sub add 300 301", ""},
+    {"sub add 300 302", ""},
+    {"sub add 300 303", ""},
+    {"sub add 300 302", "log10 dpm_super_add_sub #::exist subvlan302!\r\n"},
+    {"subs 300", "= 0: 303 302 301"},
+    {"sub del 300 302", ""},
+    {"sub del 300 302", "log10 dpm_super_del_sub #::can not exist subvlan!\r\n"},
+    {"subs 300", "= 0: 303 301"},
+    {"subs 100",
+     "log10 dpm_api_get_sub_by_super #::can not find supervlan 100 or type is err!\r\n; = -1:"},
+    {"if del vlanif300", ""},
+};
+
+ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .see = "chip",
+     .families = ipv4, .roles = alone){
+    {"if add vlanif300 super"},
+    {"addr add 10.8.0.1/24 dev vlanif300", ""},
+    {"sub add 300 301", ""},
+    {"ospf 10.8.0.0/16"},
+    {"addr add 10.8.1.1/24 dev vlanif300", ""}, // a second one that qualifies asks once
+    {"sub add 300 302", "ospf vlan 302 on"},
+    {"sub del 300 302", "ospf vlan 302 off"},
+};
+
+ROWS(Interfaces, WithoutMemoryNothingIsChanged, .see = "chip", .families = ipv4, .roles = alone){
+    {"if add vlanif300 super"}, {"fault alloc 2"}, // the request's block is there, the record's is not
+    {"if add vlanif400", ""},   {"fault alloc 2"}, {"sub add 300 201", ""},
+    {"subs 300", "= 0:"},       {"fault alloc 2"}, {"addr add 10.8.0.1/24 dev vlanif300", ""},
+    {"if del vlanif300", ""},
+};
+
+ROWS(Interfaces, AreFoundByTheNetworkOfTheirAddresses, .families = ipv4, .roles = alone){
+    {"if add vlanif10"},
+    {"if vrf vlanif10 5"},
+    {"addr add 10.1.32.1/20 dev vlanif200"},
+    {"addr add 2001:db8::1/60 dev vlanif10"},
+    {"towards 10.1.47.255", "= vlanif200"},
+    {"towards 10.1.48.0", "= none"},
+    {"towards 10.1.32.1 5", "= none"}, // another VRF
+    {"towards 2001:db8:0:f::7 5", "= vlanif10"},
+    {"towards 2001:db8:0:10::7 5", "= none"},
+};
+
+ROWS(Interfaces, AreShownInTheirOwnForm, .families = ipv4, .roles = alone, .bare = true){
+    {"if add vlanif10"},
+    {"addr add 2001:db8::1/60 dev vlanif10"},
+    {"addr add 10.1.1.1/24 dev vlanif10"},
+    {"shown dpm_if_show",
+     "= \n\r ifname vlanif10 vrf 0 if_id 10 if_index 900 if_type 0\n\r {ip} address 10.1.1.1/24 "
+     "\n\r ipv6 address 2001:db8::1/60 \n\r"},
+};
+
+namespace {
+
 using Lines = std::vector<std::string>;
 
-class Interfaces : public rig::LoneShelf {
+class InterfaceRecords : public rig::LoneShelf {
 protected:
     void SetUp() override {
         EXPECT_EQ(add_interface("vlanif100", 100), 0);
-        clear_journal();
         EXPECT_EQ(add_interface("vlanif200", 200, DPM_IF_SUPERVLAN), 0);
+        clear_journal();
     }
     std::uint32_t ifindex(const std::string &name) { return master().suite.find(name)->ifindex; }
-    // The chip's journal without slots and results.
-    Lines calls() {
-        Lines calls;
-        for (const std::string &call : chip_calls(master()))
-            calls.push_back(call.substr(0, call.find(" slots")));
-        clear_journal();
-        return calls;
-    }
     const dpm_if_entry &entry(const std::string &name) {
         return *dpm_if_find_by_ifname(name.c_str());
     }
@@ -36,7 +192,7 @@ protected:
 
 } // namespace
 
-TEST_F(Interfaces, ANewOneStandsFirstWithItsDefaultsAndAnL3InterfaceInTheChip) {
+TEST_F(InterfaceRecords, ANewOneStandsFirstWithItsDefaultsAndAnL3InterfaceInTheChip) {
     EXPECT_EQ(add_interface("vlanif4090", 4090), 0);
     EXPECT_EQ(interfaces(master())[0].if_id, 4090u) << "newest first";
     const dpm_if_entry &own = entry("vlanif100");
@@ -52,20 +208,7 @@ TEST_F(Interfaces, ANewOneStandsFirstWithItsDefaultsAndAnL3InterfaceInTheChip) {
     EXPECT_TRUE(master().chip.interfaces.contains(4090));
 }
 
-TEST_F(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip) {
-    for (const char *name : {"vlanif4089", "vlanif4091", "vlanif4092", "vlanif4093", "vlanif40891"})
-        EXPECT_EQ(add_interface(name, 4089), 0);
-    EXPECT_EQ(add_address("vlanif4089", "10.9.0.1/24"), 0);
-    EXPECT_EQ(add_address("vlanif200", "10.8.0.1/24"), 0);
-    EXPECT_EQ(calls(), Lines{});
-    EXPECT_EQ(del_interface("vlanif4089"), 0);
-    EXPECT_EQ(del_interface("vlanif200"), 0);
-    for (const std::string &call : calls())
-        EXPECT_TRUE(call.starts_with("del_ip_entry ")) << call;
-    EXPECT_EQ(interfaces(master()).size(), 5u);
-}
-
-TEST_F(Interfaces, ARepeatedAddChangesNothingAndAnUnknownDeleteIsTold) {
+TEST_F(InterfaceRecords, ARepeatedAddChangesNothingAndAnUnknownDeleteIsTold) {
     EXPECT_EQ(dpm_api_set_if_proc("vlanif100", DPM_IF_SUPERVLAN, 4711, 300, DPM_OPER_ADD), 0);
     EXPECT_EQ(dpm_api_set_if_proc("vlanif7", 0, 4711, 7, DPM_OPER_DEL), 0);
     settle();
@@ -75,7 +218,7 @@ TEST_F(Interfaces, ARepeatedAddChangesNothingAndAnUnknownDeleteIsTold) {
     EXPECT_EQ(logged(master(), "::if_index 4711, can not find same if_entry!"), 1u);
 }
 
-TEST_F(Interfaces, ALongNameIsCutAndEndsWithinItsField) {
+TEST_F(InterfaceRecords, ALongNameIsCutAndEndsWithinItsField) {
     const std::string longest(200, 'x');
     EXPECT_EQ(dpm_api_set_if_proc(longest.c_str(), 1, 55, 5, DPM_OPER_ADD), 0);
     settle();
@@ -90,44 +233,7 @@ TEST_F(Interfaces, ALongNameIsCutAndEndsWithinItsField) {
     EXPECT_EQ(interfaces(master()).size(), 3u);
 }
 
-TEST_F(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip) {
-    add_address("vlanif100", "10.1.1.1/24");
-    add_address("vlanif100", "2001:db8::1/64");
-    calls();
-    EXPECT_EQ(del_interface("vlanif100"), 0);
-    EXPECT_EQ(calls(), (Lines{"del_ip_entry vrf 0 10.1.1.1/24 nexthop 2",
-                              "del_ip_entry vrf 0 10.1.1.1/32 nexthop 2",
-                              "del_ip_entry vrf 0 2001:db8::1/64 nexthop 2",
-                              "del_ip_entry vrf 0 2001:db8::1/128 nexthop 2",
-                              "delete_l3_intf vlan 100 mac 02:00:00:00:00:09",
-                              "set_arp_to_cpu vlan 100 off"}));
-    EXPECT_EQ(interfaces(master()).size(), 1u);
-}
-
-TEST_F(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast) {
-    calls();
-    add_address("vlanif100", "2001:db8::1/64");
-    EXPECT_EQ(calls(), Lines{});
-    add_address("vlanif100", "10.1.1.1/24");
-    EXPECT_EQ(calls(), Lines{"set_arp_to_cpu vlan 100 on"});
-    add_address("vlanif100", "10.1.2.1/24");
-    add_address("vlanif100", "10.1.1.1/24"); // a conflict
-    EXPECT_EQ(logged(master(), "::ip conflict!"), 1u);
-    del_address("vlanif100", "10.1.1.1/24");
-    EXPECT_EQ(calls(), Lines{});
-    del_address("vlanif100", "10.1.2.1/24");
-    EXPECT_EQ(calls(), Lines{"set_arp_to_cpu vlan 100 off"})
-        << "address entries are the platform's";
-    del_address("vlanif100", "10.1.2.1/24");
-    EXPECT_EQ(logged(master(), "::can not find ip_addr!"), 1u);
-    del_address("vlanif100", "2001:db8::1/64");
-    EXPECT_EQ(calls(), Lines{});
-}
-
-TEST_F(Interfaces, LinkLocalAndForeignAddressesAreNotKept) {
-    add_address("vlanif100", "fe80::1/64");
-    del_address("vlanif100", "fe80::1/64");
-    EXPECT_EQ(logged(master(), "dpm_if_add_ip"), 0u) << "refused without a line";
+TEST_F(InterfaceRecords, AddressesOfAnotherVrfOrOfNoInterfaceAreNotKept) {
     const std::uint8_t ip[16] = {10, 1, 1, 1};
     EXPECT_EQ(dpm_api_set_if_ip_proc(5, ifindex("vlanif100"), 1, ip, 24, DPM_OPER_ADD), 0);
     EXPECT_EQ(dpm_api_set_if_ip_proc(0, 4711, 1, ip, 24, DPM_OPER_ADD), 0);
@@ -138,48 +244,7 @@ TEST_F(Interfaces, LinkLocalAndForeignAddressesAreNotKept) {
     EXPECT_TRUE(list_empty(&entry("vlanif100").ipv4_list));
 }
 
-TEST_F(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept) {
-    for (const auto request :
-         {Function::add_l3_intf, Function::set_arp_to_cpu, Function::interface_vrf_set})
-        refuse(request);
-    add_interface("vlanif300", 300);
-    add_address("vlanif300", "10.1.1.1/24");
-    set_vrf("vlanif300", 3);
-    EXPECT_EQ(entry("vlanif300").l3_programmed, 1u);
-    EXPECT_EQ(entry("vlanif300").arp_programmed, 1u);
-    EXPECT_EQ(entry("vlanif300").vrf, 3u);
-    refuse(Function::delete_l3_intf);
-    del_interface("vlanif300");
-    EXPECT_EQ(interfaces(master()).size(), 2u);
-    add_interface("vlanif300", 300); // what stayed in the chip takes no harm
-}
-
-TEST_F(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll) {
-    calls();
-    set_vrf("vlanif100", 0x10007); // its low 16 bits
-    set_vrf("vlanif100", 0x10007);
-    set_vrf("vlanif200", 8);
-    EXPECT_EQ(calls(), Lines{"interface_vrf_set vlan 100 vrf 7"});
-    EXPECT_EQ(dpm_api_get_vrf_by_vlan(0x10064), 7u);
-    EXPECT_EQ(dpm_if_get_vrf(ifindex("vlanif200")), 8u);
-    EXPECT_EQ(dpm_api_get_vrf_by_vlan(200), 0u) << "no VLAN interface";
-    EXPECT_EQ(dpm_api_set_if_vrf_proc(4711, 1), 0);
-    settle();
-    EXPECT_EQ(logged(master(), "::if_index 4711, can not find same if_entry"), 2u)
-        << "for the VLAN and for the interface";
-}
-
-TEST_F(Interfaces, ThePlatformIsToldBeforeARequestIsPosted) {
-    add_address("vlanif100", "10.1.1.1/24");
-    set_vrf("vlanif200", 4);
-    std::vector<std::string> notices;
-    for (const auto &notice : master().suite.hal_notices())
-        notices.push_back(notice.text);
-    EXPECT_EQ(notices, (Lines{"vlan 100 oper 1", "vlan 100 address 10.1.1.1/24 oper 1",
-                              "vlan 200 vrf 4 oper 1"}));
-}
-
-TEST_F(Interfaces, BadRequestsAreRefusedAndPostNothing) {
+TEST_F(InterfaceRecords, BadRequestsAreRefusedAndPostNothing) {
     const std::uint8_t ip[16] = {10, 1, 1, 1};
     clear_journal();
     const auto set_ip = [&ip](std::uint8_t family, std::uint16_t length, std::uint32_t oper = 1) {
@@ -198,14 +263,14 @@ TEST_F(Interfaces, BadRequestsAreRefusedAndPostNothing) {
     EXPECT_EQ(master().os.live_blocks(), 4u) << "the interfaces, the host table's dependants";
 }
 
-TEST_F(Interfaces, ATrunkMemberChangeReachesTheWorkerWithItsAction) {
+TEST_F(InterfaceRecords, ATrunkMemberChangeReachesTheWorkerWithItsAction) {
     EXPECT_EQ(master().hal.trunk_member(2, 1, 3, 9), 0);
     settle();
     EXPECT_EQ(logged(master(), "] type 2 trunkid 1 port 3 oper 9"), 1u);
 }
 
 // A deliberate hole of this call: its block goes with the message that nobody handles.
-TEST_F(Interfaces, ASubVlanRequestWithAnUnknownOperationIsPostedWithoutAType) {
+TEST_F(InterfaceRecords, ASubVlanRequestWithAnUnknownOperationIsPostedWithoutAType) {
     EXPECT_EQ(dpm_api_super_sub_proc(200, 201, 3), 0);
     EXPECT_EQ(master().os.queued(), 1u);
     settle();
@@ -213,52 +278,7 @@ TEST_F(Interfaces, ASubVlanRequestWithAnUnknownOperationIsPostedWithoutAType) {
     allow().blocks = 1;
 }
 
-TEST_F(Interfaces, SubVlansLiveInTheirSuperVlansList) {
-    std::uint32_t ids[8] = {}, count = 99;
-    add_interface("vlanif300", 300);
-    add_sub_vlan(200, 300); // has an interface of its own
-    add_sub_vlan(300, 301); // under no super-VLAN
-    add_sub_vlan(400, 401);
-    add_sub_vlan(200, 4095);
-    EXPECT_EQ(logged(master(), "::subvlan4095 is err!"), 1u);
-    EXPECT_EQ(logged(master(), "::can not set this vlan to subvlan!"), 1u);
-    EXPECT_EQ(logged(master(), "::can not find or type is err!"), 2u);
-    for (const unsigned vlan : {201u, 202u, 203u, 202u})
-        add_sub_vlan(200, vlan);
-    EXPECT_EQ(logged(master(), "::exist subvlan202!"), 1u);
-    EXPECT_EQ(dpm_api_get_sub_by_super(200, ids, &count), 0);
-    EXPECT_EQ(std::vector<std::uint32_t>(ids, ids + count),
-              (std::vector<std::uint32_t>{203, 202, 201}));
-    del_sub_vlan(200, 202);
-    del_sub_vlan(200, 202);
-    EXPECT_EQ(logged(master(), "::can not exist subvlan!"), 1u);
-    EXPECT_EQ(dpm_api_get_sub_by_super(200, ids, &count), 0);
-    EXPECT_EQ(count, 2u);
-    EXPECT_EQ(dpm_api_get_sub_by_super(300, ids, &count), -1);
-    EXPECT_EQ(dpm_api_get_sub_by_super(200, nullptr, &count), -1);
-    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(200), 0);
-    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(300), -1);
-    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(999), -2);
-    del_interface("vlanif200"); // with what is left in it
-}
-
-TEST_F(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork) {
-    add_address("vlanif200", "10.8.0.1/24");
-    add_sub_vlan(200, 201);
-    EXPECT_TRUE(master().chip.ospf_rules.empty());
-    const dpm_prefix network = rig::prefix_of("10.8.0.0/16");
-    std::uint32_t word;
-    std::memcpy(&word, network.address, sizeof word);
-    master().suite.run_ospf_on(word, 16);
-    add_address("vlanif200", "10.8.1.1/24"); // a second that qualifies asks once
-    calls();
-    add_sub_vlan(200, 202);
-    EXPECT_EQ(calls(), Lines{"set_ospf_to_cpu_ex vlan 202 on"});
-    del_sub_vlan(200, 202);
-    EXPECT_EQ(calls(), Lines{"set_ospf_to_cpu_ex vlan 202 off"});
-}
-
-TEST_F(Interfaces, AreFoundByNameIndexVlanAndNetwork) {
+TEST_F(InterfaceRecords, AreFoundByNameIndexVlanAndNetwork) {
     add_interface("vlanif10", 10);
     set_vrf("vlanif10", 5);
     add_address("vlanif100", "10.1.2.1/20");
@@ -277,37 +297,10 @@ TEST_F(Interfaces, AreFoundByNameIndexVlanAndNetwork) {
     EXPECT_EQ(dpm_ifindex_get_by_vlan(200), ifindex("vlanif200"));
     EXPECT_EQ(dpm_ifindex_get_by_vlan(999), 0u);
 
-    const auto found = [](unsigned vrf, const char *ip) {
-        const dpm_prefix prefix = rig::prefix_of(ip);
-        return dpm_if_index_by_network_ip(vrf, &prefix);
-    };
-    EXPECT_EQ(found(0, "10.1.15.255"), ifindex("vlanif100"));
-    EXPECT_EQ(found(0, "10.1.16.0"), 0u);
-    EXPECT_EQ(found(5, "10.1.2.1"), 0u) << "another VRF";
-    EXPECT_EQ(found(5, "2001:db8:0:f::7"), ifindex("vlanif10"));
-    EXPECT_EQ(found(5, "2001:db8:0:10::7"), 0u);
     EXPECT_EQ(dpm_api_is_ipv6_empty_by_ifname("vlanif10"), 0);
     EXPECT_EQ(dpm_api_is_ipv6_empty_by_ifname("vlanif999"), 1);
     EXPECT_EQ(dpm_api_is_ipv6_empty_by_ifname(nullptr), -1);
-
-    testing::internal::CaptureStdout();
-    dpm_if_show();
-    const std::string shown = testing::internal::GetCapturedStdout();
-    EXPECT_NE(shown.find("\n\r ifname vlanif10 vrf 5 if_id 10 if_index"), shown.npos);
-    EXPECT_NE(shown.find("\n\r ipv6 address 2001:db8::1/60 "), shown.npos);
-}
-
-TEST_F(Interfaces, WithoutMemoryNothingIsChanged) {
-    const auto starve = [this](auto request) { // the request's block is there, the record's is not
-        fail(chassis::os::Fault::allocation, 2);
-        EXPECT_EQ(request(), 0);
-    };
-    clear_journal();
-    starve([this] { return add_interface("vlanif300", 300); });
-    EXPECT_EQ(interfaces(master()).size(), 2u);
-    EXPECT_TRUE(chip_calls(master()).empty());
-    starve([this] { return add_sub_vlan(200, 201); });
-    starve([this] { return add_address("vlanif200", "10.8.0.1/24"); });
-    EXPECT_TRUE(list_empty(&entry("vlanif200").sub_list));
-    EXPECT_TRUE(list_empty(&entry("vlanif200").ipv4_list));
+    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(200), 0);
+    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(100), -1);
+    EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(999), -2);
 }
