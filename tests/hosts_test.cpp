@@ -16,7 +16,7 @@ ROWS(Hosts, DependantsHearOfANewOneBehindTheChipAndOfADeleteBeforeIt){
     {"neigh del {a}", ""},
 };
 
-ROWS(Hosts, AreToldToTheLogByTheirReportsAndByWhatBecomesOfThem, .see = "log", .roles = alone){
+ROWS(Hosts, AreToldToTheLogByTheirReportsAndByWhatBecomesOfThem, .roles = alone, .see = "log"){
     {"neigh add {a} port 3",
      "log10 dpm_api_notify_ipstack_host #::oper 1 host_msg vrf 0 ip {a} mac {M1} ifindex 900 "
      "port 3/0x3 \t\t port_type 0 cvlan 0 svlan 100 supervlan 100 \r\n; "
@@ -113,7 +113,7 @@ ROWS(Hosts, ADeleteThatStoppedHalfWayGoesOnFromThere){
     {"neigh del {a}", "notice {a} goes; nexthop- n2; mirror nexthop- n2; mirror host- {a}"},
 };
 
-ROWS(Hosts, OnTheStandbyReportsAreDropped, .see = "chip log/dpm_host", .roles = with_standby){
+ROWS(Hosts, OnTheStandbyReportsAreDropped, .roles = with_standby, .see = "chip log/dpm_host"){
     {"standby neigh add {a}", "standby: log10 dpm_host_add_msg #::it is slave.\r\n"},
     {"standby neigh del {a}", "standby: log10 dpm_host_del_msg #::it is slave.\r\n"},
 };
@@ -138,7 +138,7 @@ ROWS(Hosts, ALinkLocalOneHasANextHopAndNoEntryInTheChip, .families = {6}){
      "notice fe80::7 goes; nexthop- n1; mirror nexthop- n1; mirror host- fe80::7"},
 };
 
-ROWS(Hosts, OneOnAManagementInterfaceIsNotKept, .see = "chip log/dpm_host", .roles = alone){
+ROWS(Hosts, OneOnAManagementInterfaceIsNotKept, .roles = alone, .see = "chip log/dpm_host"){
     {"if add vlanif4089"},
     {"neigh add {a} dev vlanif4089", "log10 dpm_host_add_msg #::ifname vlanif4089\r\n"},
 };
@@ -153,7 +153,7 @@ ROWS(Hosts, AreShownInTheirOwnForm, .roles = alone){
      "20.1.d.b8.0.1.0.0.0.0.0.0.0.0.0.1 mac {M1} sdk_index n1 ifindex 900 ifname vlanif100\n\r"},
 };
 
-ROWS(Hosts, TakeTheirTablesLastPlaces, .see = "chip log/dpm_host", .families = {4}, .roles = alone){
+ROWS(Hosts, TakeTheirTablesLastPlaces, .families = {4}, .roles = alone, .see = "chip log/dpm_host"){
     {"many 18431 neigh add 10.3.#"},
     {"neigh add {a}"},
     {"neigh add {b}", "log10 dpm_host_add_msg #::host entry is full!!!\r\n"},
@@ -165,7 +165,7 @@ ROWS(Hosts, TakeTheirTablesLastPlaces, .see = "chip log/dpm_host", .families = {
     {"neigh add {b}", "entry+ {b} ..."},
 };
 
-ROWS(Hosts, OfIpv6CountTwice, .see = "chip", .families = {6}, .roles = alone){
+ROWS(Hosts, OfIpv6CountTwice, .families = {6}, .roles = alone, .see = "chip"){
     {"many 9216 neigh add 2001:db8::0.1.#"},
     {"neigh add 10.1.1.2", ""},
     {"neigh add {a}", ""},

@@ -39,8 +39,8 @@ const rig::Verb towards{"towards", [](rig::RowShelf &shelf, const rig::Words &wo
 
 } // namespace
 
-ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, .see = "chip platform log/dpm_if",
-     .families = ipv4, .roles = alone, .bare = true){
+ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, .families = ipv4, .roles = alone,
+     .see = "chip platform log/dpm_if", .bare = true){
     {"if add vlanif100", "vlan 100 oper 1; interface+ vlan 100 {mac} id 16"},
     {"if add vlanif100",
      "vlan 100 oper 1; log10 dpm_if_add #::if_index 900, find same if_entry!\r\n"},
@@ -48,8 +48,8 @@ ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, .see = "chip platform 
     {"if del vlanif100", "vlan 100 oper 2; interface- vlan 100 {mac}"},
 };
 
-ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .see = "chip", .families = ipv4,
-     .roles = alone, .bare = true){
+ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .families = ipv4, .roles = alone,
+     .see = "chip", .bare = true){
     {"if add vlanif4089", ""},
     {"if add vlanif4091", ""},
     {"if add vlanif4092", ""},
@@ -62,8 +62,8 @@ ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .see = "chip", .f
     {"if del vlanif200", "entry- 10.8.0.1/24 cpu -> -1; entry- 10.8.0.1 cpu -> -1"},
 };
 
-ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .see = "chip platform",
-     .families = ipv4, .roles = alone){
+ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .families = ipv4, .roles = alone,
+     .see = "chip platform"){
     {"addr add 2001:db8::1/64 dev vlanif100", "vlan 100 address 2001:db8::1/64 oper 1"},
     {"addr add 10.1.2.1/24 dev vlanif100"},
     {"if del vlanif100",
@@ -72,8 +72,8 @@ ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .see = "chip platfo
      "entry- 2001:db8::1 cpu -> -1; interface- vlan 100 {mac}; arp vlan 100 off"},
 };
 
-ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .see = "chip log/dpm_if",
-     .families = ipv4, .roles = alone, .bare = true){
+ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .families = ipv4,
+     .roles = alone, .see = "chip log/dpm_if", .bare = true){
     {"if add vlanif100"},
     {"addr add 2001:db8::1/64 dev vlanif100", ""},
     {"addr add 10.1.1.1/24 dev vlanif100", "arp vlan 100 on"},
@@ -87,8 +87,8 @@ ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .see 
     {"addr del fe80::1/64 dev vlanif100", ""},
 };
 
-ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .see = "chip", .families = ipv4,
-     .roles = alone){
+ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles = alone,
+     .see = "chip"){
     {"chip refuse interface 1"},
     {"if add vlanif300", "interface+ vlan 300 {mac} id 0 -> -1"},
     {"chip refuse arp-rule 1"},
@@ -102,8 +102,8 @@ ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .see = "chip", .families
      "interface+ vlan 300 {mac} id 18"}, // what stayed in the chip takes no harm
 };
 
-ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll,
-     .see = "chip platform log/dpm_if", .families = ipv4, .roles = alone){
+ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll, .families = ipv4,
+     .roles = alone, .see = "chip platform log/dpm_if"){
     {"if add vlanif300 super"},
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; if-vrf vlan 100 vrf 7"},
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; log10 dpm_if_vrf_pro #::vrf = 7, same vrf.\r\n"},
@@ -113,8 +113,8 @@ ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll,
     {"vrf-of 999", "= 0"},
 };
 
-ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .see = "chip log", .families = ipv4,
-     .roles = alone){
+ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .families = ipv4, .roles = alone,
+     .see = "chip log"){
     {"if add vlanif300 super"},
     {"sub add 300 200",
      "log10 dpm_super_add_sub #::can not set this vlan to subvlan!\r\n"}, // has an interface of its own
@@ -134,8 +134,8 @@ ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .see = "chip log", .families
     {"if del vlanif300", ""},
 };
 
-ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .see = "chip",
-     .families = ipv4, .roles = alone){
+ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .families = ipv4,
+     .roles = alone, .see = "chip"){
     {"if add vlanif300 super"},
     {"addr add 10.8.0.1/24 dev vlanif300", ""},
     {"sub add 300 301", ""},
@@ -145,7 +145,7 @@ ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .see 
     {"sub del 300 302", "ospf vlan 302 off"},
 };
 
-ROWS(Interfaces, WithoutMemoryNothingIsChanged, .see = "chip", .families = ipv4, .roles = alone){
+ROWS(Interfaces, WithoutMemoryNothingIsChanged, .families = ipv4, .roles = alone, .see = "chip"){
     {"if add vlanif300 super"}, {"fault alloc 2"}, // the request's block is there, the record's is not
     {"if add vlanif400", ""},   {"fault alloc 2"}, {"sub add 300 201", ""},
     {"subs 300", "= 0:"},       {"fault alloc 2"}, {"addr add 10.8.0.1/24 dev vlanif300", ""},

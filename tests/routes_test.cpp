@@ -164,7 +164,7 @@ ROWS(Routes, ARouteThatDidNotGoStandsBehindItsHostUntilThatGoes, .see = "chip no
                       "entry+ {h} n5; nexthop- n6"},
 };
 
-ROWS(Routes, AHostOnAnotherInterfaceKeepsItsPlace, .see = "chip", .families = {6}){
+ROWS(Routes, AHostOnAnotherInterfaceKeepsItsPlace, .families = {6}, .see = "chip"){
     {"neigh add {h}"},
     {"neigh add 2001:db8:3::2 dev vlanif200"},
     {"route add {h} via 2001:db8:3::2 dev vlanif200", ""},
@@ -189,8 +189,8 @@ ROWS(Routes, AnotherGatewayReplacesOneAndTheIpStackIsTold, .see = "chip platform
      "static route origin 15 {net} via {b} goes; entry- {net} n2; entry+ {net} n1"},
 };
 
-ROWS(Routes, WhatIsNotRenewedAfterASwitchOverGoesInTenMinutes, .see = "chip mirror",
-     .roles = with_standby){
+ROWS(Routes, WhatIsNotRenewedAfterASwitchOverGoesInTenMinutes, .roles = with_standby,
+     .see = "chip mirror"){
     {"neigh add {a}"},
     {"neigh reachable {a}"},
     {"route add {net1} via {a} type 1"},
@@ -289,7 +289,7 @@ ROWS(Routes, ASlotIsProgrammedWithWhatTheChipHoldsOfThem, .see = "chip"){
      "entry+ {net} n1 slots 0x8"},
 };
 
-ROWS(Routes, AreScopedByInterfaceForIpv6GatewaysAlone, .see = "chip notice", .roles = with_standby){
+ROWS(Routes, AreScopedByInterfaceForIpv6GatewaysAlone, .roles = with_standby, .see = "chip notice"){
     {"6: route add {net} via fe80::2 dev vlanif200", ""},
     {"4: route add {net} via {b} dev vlanif200", ""},
     {"6: neigh add fe80::2", "nexthop+ port 1 {m2} n1; notice fe80::2 came"},

@@ -53,10 +53,10 @@ struct Rows {
 };
 
 struct RowOptions {
-    std::string see = "chip mirror stack notice"; // channels; log/NAME: of these functions
     std::vector<unsigned> families = {4, 6};
     std::vector<Role> roles = {Role::alone, Role::mirroring, Role::taken_over};
-    bool bare = false; // without the interfaces
+    std::string see = "chip mirror stack notice"; // channels; log/NAME: of these functions
+    bool bare = false;                            // without the interfaces
 };
 
 inline const std::vector<Role> mirroring = {Role::mirroring}, alone = {Role::alone},
