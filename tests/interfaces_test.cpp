@@ -97,7 +97,7 @@ ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles
     {"if vrf vlanif300 3", "if-vrf vlan 300 vrf 3 -> -1"},
     {"chip refuse interface-del 1"},
     {"if del vlanif300", "entry- vrf 3 10.3.1.1/24 cpu -> -1; entry- vrf 3 10.3.1.1 cpu -> -1; "
-                         "interface- vlan 300 {mac} -> -1; arp vlan 300 off"},
+                         "interface- vlan 300 {mac} -> -1; arp vlan 300 off -> -1"},
     {"if add vlanif300",
      "interface+ vlan 300 {mac} id 18"}, // what stayed in the chip takes no harm
 };
