@@ -559,7 +559,8 @@ DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
     ROW(dpm_mpls_ilm_del_sync_receive,           struct dpm_ilm,            ENTRY)         \
     ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)
 /* clang-format on */
-#define DPM_RECEIVER(name, record, kind) DPM_API int name(const void *buffer, uint32_t length_bytes);
+#define DPM_RECEIVER(name, record, kind)                                                           \
+    DPM_API int name(const void *buffer, uint32_t length_bytes);
 DPM_RECEIVERS(DPM_RECEIVER)
 #undef DPM_RECEIVER
 

@@ -1,4 +1,5 @@
-// Addresses: masking, the link-local address of a MAC, text.
+// Addresses: masking, the link-local address of a MAC, text.  Every table has them, none masks or
+// prints one by hand.
 #include "dpm_address.h"
 
 #include <arpa/inet.h>
@@ -24,7 +25,8 @@ void write_ipv4(const std::uint8_t *address, char *text) {
 int dpm_ipv4_net_addr_calc(std::uint32_t address, std::uint32_t prefix_len, std::uint32_t *out) {
     if (prefix_len > DPM_IPV4_BITS)
         return -1;
-    *out = prefix_len == 0 ? 0 : ntohl(address) & (0xFFFFFFFFu << (DPM_IPV4_BITS - prefix_len));
+    dpm::clear_host_bits(&address, prefix_len, sizeof address);
+    *out = ntohl(address);
     return 0;
 }
 
@@ -32,33 +34,34 @@ int dpm_ipv6_net_addr_calc(const std::uint8_t *address, std::uint32_t prefix_len
                            std::uint8_t *out) {
     if (prefix_len > DPM_IPV6_BITS)
         return -1;
-    std::uint8_t network[16] = {};
-    const std::uint32_t whole_bytes = prefix_len / 8;
-    std::memcpy(network, address, whole_bytes);
-    if (prefix_len < DPM_IPV6_BITS)
-        network[whole_bytes] =
-            static_cast<std::uint8_t>(address[whole_bytes] & (0xFF << (8 - prefix_len % 8)));
-    std::memcpy(out, network, sizeof network);
+    std::memmove(out, address, dpm::address_bytes(DPM_FAMILY_IPV6));
+    dpm::clear_host_bits(out, prefix_len, dpm::address_bytes(DPM_FAMILY_IPV6));
     return 0;
 }
 
 int dpm_get_linklocal(std::uint8_t *out, const std::uint8_t *mac) {
     if (out == nullptr || mac == nullptr)
         return -1;
-    constexpr std::uint8_t universal_bit =
-        0x02; // inverted in an interface identifier made from a MAC
-    const std::uint8_t address[16] = {
-        0xFE,   0x80,   0,
-        0,      0,      0,
-        0,      0,      static_cast<std::uint8_t>(mac[0] ^ universal_bit),
-        mac[1], mac[2], 0xFF,
-        0xFE,   mac[3], mac[4],
-        mac[5]};
+    // An interface identifier made from a MAC has the universal bit inverted.
+    const auto first = static_cast<std::uint8_t>(mac[0] ^ 0x02);
+    // clang-format off
+    const std::uint8_t address[16] = {0xFE,  0x80,   0,      0,    0,    0,      0,      0,
+                                      first, mac[1], mac[2], 0xFF, 0xFE, mac[3], mac[4], mac[5]};
+    // clang-format on
     std::memcpy(out, address, sizeof address);
     return 0;
 }
 
 namespace dpm {
+
+void clear_host_bits(void *address, std::uint32_t prefix_len, std::size_t length_bytes) {
+    const std::size_t partial = prefix_len / 8;
+    if (partial >= length_bytes)
+        return;
+    auto *bytes = static_cast<std::uint8_t *>(address);
+    bytes[partial] &= static_cast<std::uint8_t>(0xFF00 >> prefix_len % 8);
+    std::memset(bytes + partial + 1, 0, length_bytes - partial - 1);
+}
 
 bool is_iptype(std::uint32_t family, const call_site &caller) {
     if (!is_known_family(family))

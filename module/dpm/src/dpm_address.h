@@ -57,6 +57,9 @@ constexpr std::size_t address_bytes(std::uint32_t family) {
     return host_bits(family) / 8u;
 }
 
+// Clears what stands behind a prefix length, in place; nothing for a length past the address.
+void clear_host_bits(void *address, std::uint32_t prefix_len, std::size_t length_bytes);
+
 // A host address as a prefix; `address` is as long as the family says.
 dpm_prefix host_prefix(std::uint32_t family, const void *address);
 

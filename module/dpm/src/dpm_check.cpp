@@ -1,4 +1,5 @@
-// Internal checks that print and carry on.
+// Internal checks that print and carry on: a device that forwards is not stopped for a fault in one
+// operation, but a test finds the fault in the count.
 #include "dpm_check.h"
 
 #include <cstdio>

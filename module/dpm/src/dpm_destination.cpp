@@ -1,4 +1,4 @@
-// The owners of destinations by rank, and what one asks of the others.
+// The owners of destinations by rank: one asks the others here, so that none knows their sources.
 #include "dpm_destination.h"
 
 #include "dpm_state.h"

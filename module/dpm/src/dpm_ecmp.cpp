@@ -158,8 +158,10 @@ struct ecmp_mirror : dpm::mirror_defaults<dpm_ecmp_entry> {
 
 // clang-format off
 DPM_MIRRORED_TABLE(ecmp_mirror, mirrored_groups,
-                   dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_add_sync_receive, dpm_ecmp_entry_add_sync_process,
-                   dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_del_sync_receive, dpm_ecmp_entry_del_sync_process,
+                   dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_add_sync_receive,
+                   dpm_ecmp_entry_add_sync_process,
+                   dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_del_sync_receive,
+                   dpm_ecmp_entry_del_sync_process,
                    dpm_ecmp_entry_sync_all_send, dpm_ecmp_entry_sync_all_receive)
 // clang-format on
 

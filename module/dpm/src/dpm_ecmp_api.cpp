@@ -1,4 +1,4 @@
-// ECMP groups for management readers.
+// ECMP groups for management readers, who walk and print them from threads of their own.
 #include "dpm_ecmp.h"
 
 #include "dpm_locks.h"

@@ -59,8 +59,7 @@ bool is_admissible(const dpm_host_entry &host, std::uint32_t own_weight, dpm::eg
 void log_host(const dpm_host_entry &host, const dpm::call_site &caller) {
     DPM_LOG_FROM(
         caller,
-        "%s %d::host_entry vrf %d port_type %d port %d/0x%x svlan %d ip %s mac %x.%x.%x.%x.%x.%x "
-        "sdk_index %d \r\n",
+        "%s %d::host_entry vrf %d port_type %d port %d/0x%x svlan %d ip %s mac %x.%x.%x.%x.%x.%x sdk_index %d \r\n",
         host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan,
         dpm::address_text(host.ip).c_str(), host.mac[0], host.mac[1], host.mac[2], host.mac[3],
         host.mac[4], host.mac[5], host.sdk_index);
@@ -86,8 +85,8 @@ void solicit_linklocal(const dpm_host_entry &host) {
 dpm_host_entry host_of(const dpm_host_msg &body) {
     dpm_host_entry host = {};
     host.ifindex = body.ifindex != 0 ? body.ifindex : dpm_ifindex_get_by_vlan(body.supervlan);
-    host.vrf =
-        dpm_if_get_vrf_by_vlan(body.svlan); // the VLAN tells the VRF, whatever the reporter thinks
+    // The VLAN tells the VRF, whatever the reporter thinks.
+    host.vrf = dpm_if_get_vrf_by_vlan(body.svlan);
     host.ip = body.ip;
     if (dpm::is_known_family(host.ip.family))
         host.ip.prefix_len = dpm::host_bits(host.ip.family);

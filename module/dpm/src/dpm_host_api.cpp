@@ -88,10 +88,9 @@ int dpm_api_host_pro(const dpm_host_info *info, std::uint32_t oper) {
     if (!dpm::is_iptype(info->family, DPM_CALL_SITE))
         return -1;
     fill_body(*body, *info);
-    DPM_TRACE("%s %d::host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
-              "port_type %d \t\tcvlan %d "
-              "svlan %d supervlan %d \r\n",
-              REPORT_FIELDS(body));
+    DPM_TRACE(
+        "%s %d::host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x port_type %d \t\tcvlan %d svlan %d supervlan %d \r\n",
+        REPORT_FIELDS(body));
     return body.post(host_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
 }
 
@@ -109,10 +108,9 @@ int dpm_api_notify_ipstack_host(const dpm_host_info *info) {
         return -1;
     }
     fill_body(*body, *info);
-    DPM_TRACE("%s %d::oper %d host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x "
-              "\t\t port_type %d "
-              "cvlan %d svlan %d supervlan %d \r\n",
-              info->oper, REPORT_FIELDS(body));
+    DPM_TRACE(
+        "%s %d::oper %d host_msg vrf %d ip %s mac %x.%x.%x.%x.%x.%x ifindex %d port %d/0x%x \t\t port_type %d cvlan %d svlan %d supervlan %d \r\n",
+        info->oper, REPORT_FIELDS(body));
     return body.post(host_codes.of(info->oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 

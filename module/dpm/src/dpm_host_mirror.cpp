@@ -73,8 +73,10 @@ void ask_again(const dpm_host_entry &host) {
 
 // clang-format off
 DPM_MIRRORED_TABLE(host_mirror, mirrored_hosts,
-                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive, dpm_host_entry_add_sync_process,
-                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive, dpm_host_entry_del_sync_process,
+                   dpm_host_entry_add_sync_send, dpm_host_entry_add_sync_receive,
+                   dpm_host_entry_add_sync_process,
+                   dpm_host_entry_del_sync_send, dpm_host_entry_del_sync_receive,
+                   dpm_host_entry_del_sync_process,
                    dpm_host_entry_sync_all_send, dpm_host_entry_sync_all_receive)
 // clang-format on
 

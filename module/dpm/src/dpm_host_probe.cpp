@@ -1,4 +1,5 @@
-// What the host table asks of the IP stack: send a probe, drop a neighbour entry, read one.
+// What the host table asks of the IP stack, which resolves neighbours: send a probe, drop a
+// neighbour entry, read one.
 //
 // Each request opens a datagram socket of its family, selects the VRF, makes one call and closes
 // the socket.

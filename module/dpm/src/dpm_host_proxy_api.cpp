@@ -1,5 +1,5 @@
-// The relay of the host process's proxy ARP: its packets, ticks and data go through the worker's queue,
-// so that its work is done on the worker, between the table's own messages.
+// The relay of the host process's proxy ARP: its packets, ticks and data go through the worker's
+// queue, so that its work is done on the worker, between the table's own messages.
 #include "dpm_api.h"
 
 #include "dpm_msg.h"

@@ -1,5 +1,5 @@
-// What stands beside each host, card-locally: whether the chip has its entry.  For the sources of the
-// host table alone.
+// What stands beside each host, card-locally: whether the chip has its entry.  For the sources of
+// the host table alone.
 #pragma once
 
 #include "dpm_host.h"

@@ -1,4 +1,5 @@
-// Hosts, held neighbours and waited-for addresses for management readers.
+// Hosts, held neighbours and waited-for addresses for management readers, who walk and print them
+// from threads of their own.
 #include "dpm_host.h"
 
 #include "dpm.h"
@@ -50,12 +51,11 @@ void dpm_ipv4_host_show() {
     const dpm::dpm_lock lock;
     for (const dpm_host_entry &host : dpm::ipv4_hosts()) {
         const std::uint8_t *ip = host.ip.address;
-        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip "
-                    "%x.%x.%x.%x "
-                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
-                    ip[1], ip[2], ip[3], host.mac[0], host.mac[1], host.mac[2], host.mac[3],
-                    host.mac[4], host.mac[5], host.sdk_index, host.ifindex, host.ifname);
+        std::printf(
+            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
+            host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0], ip[1],
+            ip[2], ip[3], host.mac[0], host.mac[1], host.mac[2], host.mac[3], host.mac[4],
+            host.mac[5], host.sdk_index, host.ifindex, host.ifname);
     }
 }
 
@@ -63,13 +63,11 @@ void dpm_ipv6_host_show() {
     const dpm::dpm_lock lock;
     for (const dpm_host_entry &host : dpm::ipv6_hosts()) {
         const std::uint8_t *ip = host.ip.address;
-        std::printf("\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                "
-                    "ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x "
-                    "mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-                    host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0],
-                    ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10], ip[11],
-                    ip[12], ip[13], ip[14], ip[15], host.mac[0], host.mac[1], host.mac[2],
-                    host.mac[3], host.mac[4], host.mac[5], host.sdk_index, host.ifindex,
-                    host.ifname);
+        std::printf(
+            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
+            host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0], ip[1],
+            ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10], ip[11], ip[12], ip[13],
+            ip[14], ip[15], host.mac[0], host.mac[1], host.mac[2], host.mac[3], host.mac[4],
+            host.mac[5], host.sdk_index, host.ifindex, host.ifname);
     }
 }

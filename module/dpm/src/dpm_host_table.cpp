@@ -1,4 +1,5 @@
-// The host trees: their orders, lookups, and what others ask about a host.
+// The host trees: their orders, lookups, and what others ask about a host.  Below everything else
+// that is known about hosts, so that each of those sources can use it.
 #include "dpm_host_record.h"
 
 #include "dpm.h"

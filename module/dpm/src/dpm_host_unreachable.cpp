@@ -1,7 +1,8 @@
 // Addresses that something waits for.
 //
-// Such an address is probed at once and then every 30 seconds until its probes are spent or the host
-// is added.  The list has the newest entry first; an index beside it finds an entry without walking.
+// Such an address is probed at once and then every 30 seconds until its probes are spent or the
+// host is added.  The list has the newest entry first; an index beside it finds an entry without
+// walking.
 #include "dpm_host.h"
 
 #include "dpm.h"

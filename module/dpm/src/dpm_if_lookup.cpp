@@ -14,26 +14,15 @@ namespace {
 using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
 using interface_list = dpm::list_view<dpm_if_entry, &dpm_if_entry::link>;
 
-constexpr std::uint8_t maskbit[9] = {0x00, 0x80, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC, 0xFE, 0xFF};
-
 constexpr const char *manage_vlan_names[] = {"vlanif4089", "vlanif4091", "vlanif4092",
                                              "vlanif4093"};
 constexpr std::size_t manage_vlan_name_length = 10; // whatever stands behind
 
-void clear_host_bits(std::uint8_t *bytes, std::uint32_t prefix_len, std::size_t length) {
-    const std::size_t partial = prefix_len / 8;
-    if (partial >= length)
-        return;
-    bytes[partial] &= maskbit[prefix_len % 8];
-    std::memset(bytes + partial + 1, 0, length - partial - 1);
-}
-
 // Whether two addresses of a family are in one network of that length.
 bool is_same_network(const dpm_prefix &a, const dpm_prefix &b, std::uint32_t prefix_len) {
     dpm_prefix networks[2] = {a, b};
-    const auto mask = a.family == DPM_FAMILY_IPV4 ? dpm_network_ipv4_get : dpm_network_ipv6_get;
     for (dpm_prefix &network : networks)
-        mask(network.address, prefix_len);
+        dpm::clear_host_bits(network.address, prefix_len, dpm::address_bytes(a.family));
     return std::memcmp(networks[0].address, networks[1].address, dpm::address_bytes(a.family)) == 0;
 }
 
@@ -175,9 +164,9 @@ dpm_if_entry *dpm_if_sub_find(list_head *sub_list, std::uint32_t vlan) {
 }
 
 void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len) {
-    clear_host_bits(bytes, prefix_len, dpm::address_bytes(DPM_FAMILY_IPV4));
+    dpm::clear_host_bits(bytes, prefix_len, dpm::address_bytes(DPM_FAMILY_IPV4));
 }
 
 void dpm_network_ipv6_get(std::uint8_t *bytes, std::uint32_t prefix_len) {
-    clear_host_bits(bytes, prefix_len, dpm::address_bytes(DPM_FAMILY_IPV6));
+    dpm::clear_host_bits(bytes, prefix_len, dpm::address_bytes(DPM_FAMILY_IPV6));
 }

@@ -36,7 +36,9 @@ const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address) {
 std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len) {
     if (prefix_len == 0 || prefix_len > DPM_IPV4_BITS)
         return 0;
-    return htonl(0xFFFFFFFFu << (DPM_IPV4_BITS - prefix_len));
+    std::uint32_t mask = 0xFFFFFFFF;
+    dpm::clear_host_bits(&mask, prefix_len, sizeof mask);
+    return mask;
 }
 
 dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address) {

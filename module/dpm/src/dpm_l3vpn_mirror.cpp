@@ -54,11 +54,15 @@ struct ilm_mirror : label_mirror<dpm_ilm> {
 
 // clang-format off
 DPM_MIRRORED_TABLE(ftn_mirror, mirrored_ftns,
-                   dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_add_sync_receive, dpm_mpls_ftn_add_sync_process,
-                   dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_del_sync_receive, dpm_mpls_ftn_del_sync_process,
+                   dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_add_sync_receive,
+                   dpm_mpls_ftn_add_sync_process,
+                   dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_del_sync_receive,
+                   dpm_mpls_ftn_del_sync_process,
                    dpm_mpls_ftn_sync_all_send, dpm_mpls_ftn_sync_all_receive)
 DPM_MIRRORED_TABLE(ilm_mirror, mirrored_ilms,
-                   dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_add_sync_receive, dpm_mpls_ilm_add_sync_process,
-                   dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_del_sync_receive, dpm_mpls_ilm_del_sync_process,
+                   dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_add_sync_receive,
+                   dpm_mpls_ilm_add_sync_process,
+                   dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_del_sync_receive,
+                   dpm_mpls_ilm_del_sync_process,
                    dpm_mpls_ilm_sync_all_send, dpm_mpls_ilm_sync_all_receive)
 // clang-format on

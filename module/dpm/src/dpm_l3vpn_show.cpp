@@ -1,4 +1,4 @@
-// The label tables on standard output, under the DPM lock.
+// The label tables on standard output, for people at the device.
 #include "dpm_l3vpn.h"
 
 #include "dpm_locks.h"
@@ -12,20 +12,19 @@ namespace {
 #define IPV4_OF(field) (field)[0], (field)[1], (field)[2], (field)[3]
 
 void print_ftn(const dpm_ftn &ftn) {
-    std::printf("\n\r flags=%d  vrf_id=%d ftn_index=%d fec=%d.%d.%d.%d tunnel_nhop=%d.%d.%d.%d "
-                "\t\t\t\ttunnel_lbl=%d vpn_lbl=%d sdk_ret=%d vpn_nhop=%d.%d.%d.%d nhid=%d "
-                "tunnel_id=%d \n\r",
-                ftn.flags, ftn.vrf_id, ftn.ftn_ix, IPV4_OF(ftn.fec_prefix),
-                IPV4_OF(ftn.tunnel_nhop), ftn.tunnel_label, ftn.vpn_label, ftn.sdk_result,
-                IPV4_OF(ftn.vpn_nhop), ftn.nhid, ftn.tunnel_id);
+    std::printf(
+        "\n\r flags=%d  vrf_id=%d ftn_index=%d fec=%d.%d.%d.%d tunnel_nhop=%d.%d.%d.%d \t\t\t\ttunnel_lbl=%d vpn_lbl=%d sdk_ret=%d vpn_nhop=%d.%d.%d.%d nhid=%d tunnel_id=%d \n\r",
+        ftn.flags, ftn.vrf_id, ftn.ftn_ix, IPV4_OF(ftn.fec_prefix), IPV4_OF(ftn.tunnel_nhop),
+        ftn.tunnel_label, ftn.vpn_label, ftn.sdk_result, IPV4_OF(ftn.vpn_nhop), ftn.nhid,
+        ftn.tunnel_id);
 }
 
 void print_ilm(const dpm_ilm &ilm) {
-    std::printf("\n\r vrf_id=%d in_label=%d swap=%d tnl_lbl=%d flags=%d fec=%d.%d.%d.%d "
-                "\t\t\t\ttunnel_nhop=%d.%d.%d.%d in_ifindex=%d nhid=%d tunnel_id=%d sdk_ret=%d\n\r",
-                ilm.vrf_id, ilm.in_label, ilm.swap_label, ilm.tunnel_label, ilm.flags,
-                IPV4_OF(ilm.fec_prefix), IPV4_OF(ilm.tunnel_nhop), ilm.in_ifindex, ilm.nhid,
-                ilm.tunnel_id, ilm.sdk_result);
+    std::printf(
+        "\n\r vrf_id=%d in_label=%d swap=%d tnl_lbl=%d flags=%d fec=%d.%d.%d.%d \t\t\t\ttunnel_nhop=%d.%d.%d.%d in_ifindex=%d nhid=%d tunnel_id=%d sdk_ret=%d\n\r",
+        ilm.vrf_id, ilm.in_label, ilm.swap_label, ilm.tunnel_label, ilm.flags,
+        IPV4_OF(ilm.fec_prefix), IPV4_OF(ilm.tunnel_nhop), ilm.in_ifindex, ilm.nhid, ilm.tunnel_id,
+        ilm.sdk_result);
 }
 
 void print_ftn_fields(const dpm_ftn &ftn) {

@@ -90,8 +90,8 @@ public:
     auto end() const { return walk<false>(head_).end(); }
     walk<true> erasable() const { return walk<true>(head_); }
 
-    // Brings the entries into order; equal ones keep theirs.  A merge sort of the stretches that are
-    // in order already, so a list that nearly is costs little more than a walk.
+    // Brings the entries into order; equal ones keep theirs.  A merge sort of the stretches that
+    // are in order already, so a list that nearly is costs little more than a walk.
     template <class Before> void sort(Before before) const {
         list_head *stretches[32] = {}; // each twice as many merged ones as the one before it
         head_->prev->next = nullptr;

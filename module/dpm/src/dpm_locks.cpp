@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr int slot_up_limit_sec =
-    600; // a slave that never confirms holds the master's callback this long
+// A slave that never confirms holds the master's callback this long.
+constexpr int slot_up_limit_sec = 600;
 
 } // namespace
 

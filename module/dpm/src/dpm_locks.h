@@ -1,4 +1,4 @@
-// Scoped guards over the exported lock pairs.
+// Scoped guards over the exported lock pairs: inside the library no lock is given by hand.
 #pragma once
 
 #include "dpm_api.h"

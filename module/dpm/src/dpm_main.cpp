@@ -1,4 +1,4 @@
-// Start-up of the library.
+// Start-up of the library: state, tables, registrations, worker.
 //
 // dpm_main_init runs once, on the host process's start-up thread, before any other thread enters.
 // Nothing is torn down: the library lives as long as the process.  The worker takes over when it is
@@ -112,8 +112,8 @@ int dpm_main_init() {
     (void)hss_get_device_mac(g_dpm_global.device_mac);
     init_lists();
     create_tables();
-    g_dpm_global.timer_list =
-        dpm_timer_list_create(); // without one nothing is timed, but everything else works
+    // Without a timer list nothing is timed, but everything else works.
+    g_dpm_global.timer_list = dpm_timer_list_create();
     (void)dpm_timer_node_init(&g_dpm_global.peer_timer);
     register_callbacks();
     dpm_host_notify_register(dpm_route_host_notify);

@@ -60,8 +60,8 @@ DPM_MESSAGES(DPM_ROW, DPM_CALL)
 using dispatch = void (*)(const dpm_msg &msg);
 
 struct dispatch_table {
-    dispatch by_code[DPM_MSG_LAST] =
-        {}; // code 1 stands first; null: dropped in silence, its block with it
+    // Code 1 stands first; null: dropped in silence, its block with it.
+    dispatch by_code[DPM_MSG_LAST] = {};
 };
 
 constexpr dispatch_table make_dispatch_table() {

@@ -1,4 +1,4 @@
-// Memory wrappers: the platform's allocator with the caller's source place.
+// Memory wrappers: the platform's allocator with the caller's source place, by which it accounts.
 #include "dpm_memory.h"
 
 void *dpm_malloc(std::size_t size_bytes, const char *file, int line) {

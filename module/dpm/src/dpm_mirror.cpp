@@ -1,4 +1,5 @@
-// The steps of mirroring that are the same for every record.
+// The steps of mirroring that are the same for every record, outside the templates that are made
+// for each.
 #include "dpm_mirror.h"
 
 namespace dpm {

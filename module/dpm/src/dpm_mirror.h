@@ -35,7 +35,7 @@ namespace dpm {
 //   table_sync_text   logged before the table is sent
 //   create()          makes the trees and what stands beside them
 //   trees()           what is walked, in this order
-//   reprogram()       programs a slot with what the chip holds of an entry; false: the walk ends, -1
+//   reprogram()       programs a slot with what the chip holds of an entry; false ends the walk: -1
 // On the standby card:
 //   localise_key()    gives a received image this card's key; false, told in the log: it has none
 //   localise()        the same for all else that is card-local in it

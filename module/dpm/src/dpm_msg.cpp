@@ -1,11 +1,12 @@
-// Posting messages to the worker's queue.
+// Posting messages to the worker's queue: without ever waiting for room, for a poster may hold
+// locks that the worker needs.
 #include "dpm_msg.h"
 
 namespace {
 
 constexpr int send_retries = 3;
-constexpr std::uint32_t sends_per_rest =
-    256; // a bulk sender rests a tick, so that it does not starve the worker
+// A bulk sender rests a tick, so that it does not starve the worker.
+constexpr std::uint32_t sends_per_rest = 256;
 constexpr int send_priority = 1;
 
 // Successful sends of the process.  Shared by all posting threads without a lock: a lost count only

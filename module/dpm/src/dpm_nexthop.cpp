@@ -81,8 +81,8 @@ struct nexthop_mirror : dpm::mirror_defaults<dpm_nexthop_entry> {
         return list;
     }
     static bool reprogram(const dpm_nexthop_entry &nexthop, std::uint32_t slot_bits) {
-        std::uint32_t sdk_index =
-            nexthop.sdk_index; // what the chip answers for one slot is not kept
+        // What the chip answers for one slot is not kept.
+        std::uint32_t sdk_index = nexthop.sdk_index;
         (void)dpm_driver_add_nexthop(nexthop.port_type, nexthop.port_id, nexthop.mac, nexthop.svlan,
                                      nexthop.cvlan, &sdk_index, slot_bits);
         return true;
@@ -103,8 +103,10 @@ struct nexthop_mirror : dpm::mirror_defaults<dpm_nexthop_entry> {
 
 // clang-format off
 DPM_MIRRORED_TABLE(nexthop_mirror, mirrored_nexthops,
-                   dpm_nexthop_entry_add_sync_send, dpm_nexthop_entry_add_sync_receive, dpm_nexthop_entry_add_sync_process,
-                   dpm_nexthop_entry_del_sync_send, dpm_nexthop_entry_del_sync_receive, dpm_nexthop_entry_del_sync_process,
+                   dpm_nexthop_entry_add_sync_send, dpm_nexthop_entry_add_sync_receive,
+                   dpm_nexthop_entry_add_sync_process,
+                   dpm_nexthop_entry_del_sync_send, dpm_nexthop_entry_del_sync_receive,
+                   dpm_nexthop_entry_del_sync_process,
                    dpm_nexthop_entry_sync_all_send, dpm_nexthop_entry_sync_all_receive)
 // clang-format on
 

@@ -131,12 +131,12 @@ int add_route(dpm::route_block &record) {
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
     const std::int32_t *host = route.host_index;
-    DPM_LOG_FROM(caller,
-                 "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d "
-                 "host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
-                 dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
-                 route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2],
-                 host[3], host[4], host[5], host[6], host[7]);
+    DPM_LOG_FROM(
+        caller,
+        "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
+        dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
+        route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2], host[3],
+        host[4], host[5], host[6], host[7]);
     if (route.sdk_index > 0 && dpm::program_route(*record, caller) != 0)
         dpm::unresolve(route);
     dpm::link_route(*record.release());

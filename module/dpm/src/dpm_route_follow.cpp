@@ -21,23 +21,22 @@ struct following {
 
 void log_came(const following &f, const dpm::call_site &caller) {
     const dpm_route_entry &route = f.route;
-    DPM_LOG_FROM(caller,
-                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
-                 "\t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
-                 f.event, dpm::address_text(route.destination).c_str(),
-                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
-                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index,
-                 route.host_index[f.position]);
+    DPM_LOG_FROM(
+        caller,
+        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d \t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
+        f.event, dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
+        dpm::address_text(f.host.ip).c_str(), route.route_type, route.ecmp_enable, f.old_sdk_index,
+        route.sdk_index, route.host_index[f.position]);
 }
 
 void log_went(const following &f, const dpm::call_site &caller) {
     const dpm_route_entry &route = f.route;
-    DPM_LOG_FROM(caller,
-                 "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d "
-                 "old_sdk_index %d new_sdk_index %d .\r\n",
-                 f.event, dpm::address_text(route.destination).c_str(),
-                 route.destination.prefix_len, dpm::address_text(f.host.ip).c_str(),
-                 route.route_type, route.ecmp_enable, f.old_sdk_index, route.sdk_index);
+    DPM_LOG_FROM(
+        caller,
+        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d old_sdk_index %d new_sdk_index %d .\r\n",
+        f.event, dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
+        dpm::address_text(f.host.ip).c_str(), route.route_type, route.ecmp_enable, f.old_sdk_index,
+        route.sdk_index);
 }
 
 // The chip refused: the gateway counts as unresolved again.

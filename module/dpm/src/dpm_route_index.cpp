@@ -7,7 +7,6 @@
 #include "dpm_route_record.h"
 
 #include "dpm_destination.h"
-#include "dpm_if.h"
 #include "dpm_trace.h"
 
 #include <initializer_list>
@@ -138,7 +137,7 @@ route_record **chain_of(std::uint32_t family, const route_network &network) {
 route_network network_of(std::uint32_t vrf, const dpm_prefix &address, std::uint32_t prefix_len) {
     route_network network = {vrf, prefix_len, {}};
     std::memcpy(network.address, address.address, sizeof network.address);
-    dpm_network_ipv6_get(reinterpret_cast<std::uint8_t *>(network.address), prefix_len);
+    dpm::clear_host_bits(network.address, prefix_len, sizeof network.address);
     return network;
 }
 
@@ -308,10 +307,10 @@ dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *
         return nullptr;
     }
     const std::uint8_t *ip = address->address;
-    DPM_TRACE("%s %d::vrfid %d type %d ipaddr "
-              "%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x masklen %d\r\n",
-              vrf, address->family, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8],
-              ip[9], ip[10], ip[11], ip[12], ip[13], ip[14], ip[15], address->prefix_len);
+    DPM_TRACE(
+        "%s %d::vrfid %d type %d ipaddr %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x masklen %d\r\n",
+        vrf, address->family, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9],
+        ip[10], ip[11], ip[12], ip[13], ip[14], ip[15], address->prefix_len);
     if (!dpm::is_iptype(address->family, DPM_CALL_SITE))
         return nullptr;
     const dpm_route_index &index = index_of(address->family);

@@ -67,7 +67,9 @@ struct route_mirror : dpm::mirror_defaults<dpm_route_entry> {
 
 // clang-format off
 DPM_MIRRORED_TABLE(route_mirror, mirrored_routes,
-                   dpm_route_entry_add_sync_send, dpm_route_entry_add_sync_receive, dpm_route_entry_add_sync_process,
-                   dpm_route_entry_del_sync_send, dpm_route_entry_del_sync_receive, dpm_route_entry_del_sync_process,
+                   dpm_route_entry_add_sync_send, dpm_route_entry_add_sync_receive,
+                   dpm_route_entry_add_sync_process,
+                   dpm_route_entry_del_sync_send, dpm_route_entry_del_sync_receive,
+                   dpm_route_entry_del_sync_process,
                    dpm_route_entry_sync_all_send, dpm_route_entry_sync_all_receive)
 // clang-format on

@@ -1,4 +1,5 @@
-// A route's entry in the chip.  For the sources of the route table alone.
+// A route's entry in the chip, and what keeps it equal to what the route points at.  For the
+// sources of the route table alone.
 #pragma once
 
 #include "dpm_route_record.h"

@@ -1,4 +1,5 @@
-// The route trees: their orders, lookups by key, and what a route is by itself.
+// The route trees: their orders, lookups by key, and what a route is by itself.  Below everything
+// else that is known about routes, so that each of those sources can use it.
 #include "dpm_route.h"
 
 #include "dpm.h"

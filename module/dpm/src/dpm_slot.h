@@ -1,4 +1,5 @@
-// Slots of the shelf, and the bits that restrict a chip request to one of them.
+// Slots of the shelf, and the bits that restrict a chip request to one of them: a card that comes
+// up is programmed without touching the others.
 #pragma once
 
 #include <cstdint>

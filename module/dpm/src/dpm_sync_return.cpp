@@ -229,8 +229,7 @@ int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, in
     {                                                                                              \
         const uint8_t *sip = bytes_of(source), *dip = bytes_of(destination);                       \
         if (result != 0)                                                                           \
-            DPM_TRACE("%s %d:: vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d "         \
-                      "obj_bit %x result %d\r\n",                                                  \
+            DPM_TRACE("%s %d:: vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d obj_bit %x result %d\r\n", \
                       vrf, sip[0], sip[1], sip[2], sip[3], dip[0], dip[1], dip[2], dip[3], key,    \
                       checksum, obj_bit, result);                                                  \
         return 0;                                                                                  \
@@ -243,9 +242,7 @@ int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, in
         const uint8_t *mac = bytes_of(request_mac);                                                \
         const uint8_t *sip = bytes_of(source), *dip = bytes_of(destination);                       \
         if (result != 0)                                                                           \
-            DPM_TRACE("%s %d:: porttype %d port_tgid %d mac %x-%x-%x-%x-%x-%x vid %d ivid %d "     \
-                      "vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d "                 \
-                      "sdk_index %d obj_bit %x result %d\r\n",                                     \
+            DPM_TRACE("%s %d:: porttype %d port_tgid %d mac %x-%x-%x-%x-%x-%x vid %d ivid %d vrf %d sip %x.%x.%x.%x dip %x.%x.%x.%x key %d checksum %d sdk_index %d obj_bit %x result %d\r\n", \
                       port_type, port_id, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5], vid,     \
                       ivid, vrf, sip[0], sip[1], sip[2], sip[3], dip[0], dip[1], dip[2], dip[3],   \
                       key, checksum, read(id), obj_bit, result);                                   \

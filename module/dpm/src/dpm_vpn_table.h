@@ -1,8 +1,8 @@
 // What the tables of the VPN context have in common: label entries today, pseudowires and their
 // attachment circuits by the same steps.
 //
-// An entry is made from an image of its record, and may wait on a pend list (dpm_pend.h) until it is
-// programmed.
+// An entry is made from an image of its record, and may wait on a pend list (dpm_pend.h) until it
+// is programmed.
 #pragma once
 
 #include "dpm_memory.h"
@@ -17,7 +17,7 @@ namespace dpm {
 //   record   what stands in the block: the entry first, then what is beside it
 //   table()  the tree
 //   del()    unlinks and frees an entry; 0 or -1
-//   index()  puts a record that the table has taken into the indexes beside it; unindex() takes it out
+//   index()  puts a record that the table took into the indexes beside it; unindex() takes it out
 template <class Kind>
 concept vpn_table = requires(typename Kind::entry &entry, typename Kind::record &record) {
     { Kind::table().find(entry) } -> std::same_as<typename Kind::entry *>;

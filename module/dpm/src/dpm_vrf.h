@@ -1,4 +1,4 @@
-// Settings of the whole card: VRFs, ECMP hash mode.
+// Settings of the whole card, which no table owns: VRFs, ECMP hash mode.
 #pragma once
 
 #include <cstdint>

@@ -14,9 +14,11 @@
 extern "C" {
 #endif
 
-#define HSS_STATE_MASTER                                                                           \
-    4 /* the state that hss_GetSmuState reports on the master; any other is a standby */
-#define HSS_DPM_CLIENT 11 /* this library's place in the order of the connected callbacks */
+/* The state that hss_GetSmuState reports on the master; any other is a standby. */
+#define HSS_STATE_MASTER 4
+
+/* This library's place in the order of the connected callbacks. */
+#define HSS_DPM_CLIENT 11
 
 typedef int (*hss_callback)(void);
 

@@ -9,11 +9,19 @@
  * A request block is 60 bytes.  Socket addresses inside it start with their length and family, one
  * byte each:
  *
- *   ARP       0: 16, 1: 2, 4: IPv4 address     16: 24, 17: 18, 20: ifindex, 24: link-layer address
- * length (6 at most) in a reply  26: link-layer address, 32 and 34: two 16-bit fields of the entry
- *   neighbour 0: 28, 1: 24, 8: IPv6 address    36: ifindex
- *             in a reply  28: link-layer address, 40 and 42: two 16-bit fields, 44: a 32-bit field
- * of the entry
+ *   ARP block                                  neighbour block
+ *    0  16                                      0  28
+ *    1  2, the family                           1  24, the family
+ *    4  IPv4 address                            8  IPv6 address
+ *   16  24                                     36  interface index
+ *   17  18, the family
+ *   20  interface index
+ *   in a reply:                                in a reply:
+ *   24  length of the MAC, 6 at most
+ *   26  MAC                                    28  MAC
+ *   32  a 16-bit field of the entry            40  a 16-bit field of the entry
+ *   34  another                                42  another
+ *                                              44  a 32-bit field of the entry
  */
 #ifndef DPM_PLATFORM_IPCOMX_H
 #define DPM_PLATFORM_IPCOMX_H
@@ -24,22 +32,22 @@
 extern "C" {
 #endif
 
-#define IPCOMX_AF_INET 2
-#define IPCOMX_AF_LINK 18
-#define IPCOMX_AF_INET6 24
-#define IPCOMX_SOCK_DGRAM 2
-#define IPCOMX_SOL_SOCKET 0xFFFF
-#define IPCOMX_SO_VRF 0x1020 /* a 32-bit VRF id */
+/* clang-format off */
+#define IPCOMX_AF_INET       2
+#define IPCOMX_AF_LINK       18
+#define IPCOMX_AF_INET6      24
+#define IPCOMX_SOCK_DGRAM    2
+#define IPCOMX_SOL_SOCKET    0xFFFF
+#define IPCOMX_SO_VRF        0x1020      /* a 32-bit VRF id */
 
-#define IPCOMX_ARP_DELETE                                                                          \
-    0xC03C1403u /* drop the neighbour entry of an IPv4 address on an interface */
-#define IPCOMX_ARP_REQUEST                                                                         \
-    0xC03C1404u                    /* send an ARP request for an IPv4 address out of an interface */
-#define IPCOMX_ARP_GET 0xC03C0402u /* read the neighbour entry of an IPv4 address */
-#define IPCOMX_ND_SOLICIT 0xC03C1607u /* send a neighbour solicitation for an IPv6 address */
-#define IPCOMX_ND_DELETE 0xC03C1609u  /* drop the neighbour entry of an IPv6 address */
-#define IPCOMX_ND_GET 0xC03C0608u     /* read the neighbour entry of an IPv6 address */
+#define IPCOMX_ARP_DELETE    0xC03C1403u /* drop the neighbour entry of an IPv4 address */
+#define IPCOMX_ARP_REQUEST   0xC03C1404u /* send an ARP request for an IPv4 address */
+#define IPCOMX_ARP_GET       0xC03C0402u /* read the neighbour entry of an IPv4 address */
+#define IPCOMX_ND_SOLICIT    0xC03C1607u /* send a neighbour solicitation for an IPv6 address */
+#define IPCOMX_ND_DELETE     0xC03C1609u /* drop the neighbour entry of an IPv6 address */
+#define IPCOMX_ND_GET        0xC03C0608u /* read the neighbour entry of an IPv6 address */
 #define IPCOMX_REQUEST_BYTES 60
+/* clang-format on */
 
 /* Opens a socket; a descriptor, or -1 with the error number set. */
 int ipcomx_socket(int family, int type, int protocol);
