@@ -71,21 +71,23 @@ class Shelf(unittest.TestCase):
         self.start_card(9)
         self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
 
-    def start_shelf(self, configured=True):
+    def start_shelf(self):
         self.start_master()
         self.start_card(10)
         self.wait_until("slot 10 sees its peer", lambda: self.status(10)["peer"] == "yes")
-        if configured:
-            self.ctl(input=SETTINGS)
+        self.ctl(input=SETTINGS)
 
     def kill_card(self, slot):
         card = self.cards.pop(slot)
         card.kill()
         card.wait()
 
-    def run_ctl(self, *arguments, input=""):
-        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *arguments]
-        return subprocess.run(command, input=input, capture_output=True, text=True, timeout=120)
+    def command(self, *arguments):
+        return [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *arguments]
+
+    def run_ctl(self, *arguments, input="", **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
+        return subprocess.run(self.command(*arguments), input=input, text=True, timeout=120, **options)
 
     def ctl(self, *arguments, input=""):
         """The output of a command that must succeed and say nothing on stderr."""
@@ -115,54 +117,50 @@ class Shelf(unittest.TestCase):
     def learn(self, ip, mac="02:00:00:00:01:02", port=3):
         self.words(f"neigh add {ip} lladdr {mac} dev vlanif100 port {port}")
 
+    def written(self, text):
+        """A file with a text."""
+        path = f"{self.dir}/text"
+        with open(path, "w") as file:
+            file.write(text)
+        return path
+
 
 class Commands(Shelf):
-    def test_come_from_arguments_a_file_or_a_pipe(self):
-        self.start_shelf(configured=False)
-        self.words("if add vlanif100 vlan 100")
-        path = f"{self.dir}/commands"
-        with open(path, "w") as file:
-            file.write("# a comment\n\naddr add 10.1.1.1/24 dev vlanif100\nif list\n")
-        self.assertEqual(self.ctl("-f", path), "vlanif100\n")
-        self.assertEqual(self.ctl(input="show interfaces --count\nquit\nnonsense\n"), "1\n")
-
-    def test_are_refused_with_their_place_on_stderr(self):
-        self.start_master()
-        self.assertTrue(self.refused("shwo").startswith("dpmctl: column 1: unknown word 'shwo'; expected if,"))
-        self.assertIn("column 11: unknown word '65'; expected a port", self.refused("port", "down", "65"))
-        self.assertIn("unknown interface 'vlanif9'", self.refused("if", "del", "vlanif9"))
-        done = self.run_ctl(input="card role\nbad\ncard role\n")
-        self.assertEqual(done.returncode, 1)
-        self.assertTrue(done.stderr.startswith("stdin:2: column 1: "), done.stderr)
-        self.assertEqual(done.stdout.count("\n"), 1, "the first error ends a script")
-        done = self.run_ctl("-k", input="card role\nbad\ncard role\n")
-        self.assertEqual((done.returncode, done.stdout.count("\n")), (1, 2))
-
-    def test_need_a_card(self):
+    def test_come_from_arguments_a_file_or_a_pipe_and_are_refused_with_their_place(self):
         self.assertIn("no card runs in", self.refused("show", "hosts"))
-        self.assertIn("slot 10 does not run", self.refused("--card", "10", "show", "hosts"))
-        done = self.run_ctl("--dir", self.dir + "x" * 100, "show", "hosts")
-        self.assertIn("slot 9 cannot be reached", done.stderr)
-        self.assertIn("File name too long", done.stderr)
-
-    def test_fail_when_their_input_or_output_does(self):
         self.start_master()
-        for arguments in [["-f", self.dir], ["import", "file", self.dir]]:
-            self.assertIn(f"{self.dir}: Is a directory", self.run_ctl(*arguments).stderr)
-            self.assertEqual(self.run_ctl(*arguments).returncode, 1)
-        self.assertIn(r"unknown word '\x1b[31mred\xc2\x9b'", self.refused("\x1b[31mred\x9b"))
+        commands = self.written("# a comment\n\nif add vlanif100\naddr add 10.1.1.1/24 dev vlanif100\nif list\n")
+        script = "card role\nbad\ncard role\n"
+        nothing = "0 lines: 0 added, 0 removed, 0 skipped, 0 refused\n"
+        for arguments, input, status, said, error in [
+            (["-f", commands], "", 0, "vlanif100\n", ""),
+            ([], "show interfaces --count\nquit\nnonsense\n", 0, "1\n", ""),
+            ([], script, 1, "master\n", "stdin:2: column 1: "),  # the first error ends a script
+            (["-k"], script, 1, "master\nmaster\n", "stdin:2: column 1: "),
+            (["shwo"], "", 1, "", "dpmctl: column 1: unknown word 'shwo'; expected if,"),
+            (["port", "down", "65"], "", 1, "", "column 11: unknown word '65'; expected a port"),
+            (["\x1b[31mred\x9b"], "", 1, "", r"unknown word '\x1b[31mred\xc2\x9b'"),
+            (["if", "del", "vlanif9"], "", 1, "", "unknown interface 'vlanif9'"),
+            (["--card", "10", "show", "hosts"], "", 1, "", "slot 10 does not run"),
+            (["-f", self.dir], "", 1, "", f"{self.dir}: Is a directory"),
+            (["import", "file", self.dir], "", 1, nothing, f"import: {self.dir}: Is a directory"),
+            (["--dir", "x" * 150, "show", "hosts"], "", 1, "", "slot 9 cannot be reached"),
+            (["--dir", "x" * 150, "show", "hosts"], "", 1, "", "File name too long"),
+        ]:
+            done = self.run_ctl(*arguments, input=input)
+            self.assertEqual((done.returncode, done.stdout), (status, said), (arguments, done.stderr))
+            self.assertIn(error, done.stderr, arguments)
         with open("/dev/full", "w") as full:
             for line in ["show hosts", "help", "verify"]:
-                command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *line.split()]
-                done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, text=True)
+                done = self.run_ctl(*line.split(), stdout=full)
                 self.assertEqual((done.returncode, done.stderr[:15]), (1, "dpmctl: stdout:"), line)
 
     def on_terminal(self, *arguments, rows=24, typed=b"", **environment):
         """What a command prints on a terminal of so many rows."""
         terminal, inner = pty.openpty()
         fcntl.ioctl(inner, termios.TIOCSWINSZ, struct.pack("HHHH", rows, 100, 0, 0))
-        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, *arguments]
-        child = subprocess.Popen(command, stdin=inner, stdout=inner, stderr=inner, env={**os.environ, **environment})
+        streams = {"stdin": inner, "stdout": inner, "stderr": inner}
+        child = subprocess.Popen(self.command(*arguments), env={**os.environ, **environment}, **streams)
         os.close(inner)
         os.write(terminal, typed)
         said = b""
@@ -175,27 +173,26 @@ class Commands(Shelf):
         self.assertEqual(child.wait(PATIENCE_SEC), 0)
         return said.decode().replace("\r\n", "\n")
 
-    def test_can_be_typed_at_a_prompt(self):
+    def test_are_typed_at_a_prompt_and_answered_through_a_pager_when_the_screen_is_too_small(self):
         self.start_master()
         said = self.on_terminal(typed=b"show hosts --count\nshwo\nquit\n", HOME=self.dir)
         self.assertIn("dpm> ", said)
         self.assertRegex(said, r"(dpm> |\n)0\n")
         self.assertIn("unknown word 'shwo'", said)
-
-    def test_are_answered_through_a_pager_when_the_screen_is_too_small(self):
-        self.start_shelf()
+        self.ctl(input=SETTINGS)
         for last in range(2, 12):
             self.learn(f"10.1.1.{last}")
         answer = self.words("show hosts")
-        pager = "sed s/^/paged:/"
         paged = "".join(f"paged:{line}\n" for line in answer.splitlines())
-        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER=pager), paged)
-        self.assertEqual(self.on_terminal("show", "hosts", rows=24, PAGER=pager), answer)
-        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER="/no/such/pager 2>/dev/null"), answer)
-        self.assertEqual(self.on_terminal("show", "hosts", rows=8, PAGER="true"), "", "a reader may leave early")
-        environment = {**os.environ, "PAGER": pager}
-        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, "show", "hosts"]
-        self.assertEqual(subprocess.run(command, capture_output=True, text=True, env=environment).stdout, answer)
+        pager = "sed s/^/paged:/"
+        for rows, program, wanted in [
+            (8, pager, paged),
+            (24, pager, answer),
+            (8, "/no/such/pager 2>/dev/null", answer),
+            (8, "true", ""),  # a reader may leave early
+        ]:
+            self.assertEqual(self.on_terminal("show", "hosts", rows=rows, PAGER=program), wanted, program)
+        self.assertEqual(self.run_ctl("show", "hosts", env={**os.environ, "PAGER": pager}).stdout, answer)
 
     def test_are_all_in_the_operating_page(self):
         with open(os.path.join(os.path.dirname(__file__), "..", "docs", "operating.md")) as file:
@@ -204,21 +201,9 @@ class Commands(Shelf):
         self.assertGreater(len(commands), 50)
         self.assertEqual([line for line in commands if f"`{line}`" not in page], [])
 
-    def test_show_every_table_as_json(self):
-        self.start_shelf()
-        self.learn("10.1.1.2")
-        self.words("port down 3")
-        for line in self.ctl("help", "show").splitlines():
-            if line.startswith("show") and "--json" in line:
-                rows = json.loads(self.words(f"show {line.split()[1]} --json"))
-                self.assertIsInstance(rows, list, line)
-        host = json.loads(self.words("show hosts --json"))[0]
-        self.assertEqual((host["address"], host["mac"], host["log_port_id"]), ("10.1.1.2", "02:00:00:00:01:02", 3))
-        self.assertEqual(json.loads(self.words("show hold --json"))[0]["address"], "10.1.1.2")
-
 
 class TwoCards(Shelf):
-    def test_hold_the_same_tables_under_their_own_indexes(self):
+    def test_hold_the_same_tables_and_verify_names_the_table_and_the_record_that_differ(self):
         self.start_shelf()
         for ip in ["10.1.1.2", "10.1.1.3", "fd00:100::2"]:
             self.learn(ip)
@@ -230,17 +215,16 @@ class TwoCards(Shelf):
         self.assertNotEqual(*indexes)
         both = self.ctl("--card", "both", "show", "hosts", "--count")
         self.assertEqual(both.split("\n")[0].split(" | "), ["slot 9 (master)", "slot 10 (standby)"])
+        for line in self.ctl("help", "show").splitlines():
+            if line.startswith("show") and "--json" in line:
+                self.assertIsInstance(json.loads(self.words(f"show {line.split()[1]} --json")), list, line)
 
-    def test_verify_names_the_table_and_the_record_that_differ(self):
-        self.start_shelf()
-        self.learn("10.1.1.2")
-        self.ctl("verify")
         self.words("fault alloc 2", 10)  # the standby takes the next hop's new count and loses the host
-        self.learn("10.1.1.3")
+        self.learn("10.1.1.4")
         said = self.run_ctl("verify")
         self.assertEqual(said.returncode, 1)
         self.assertIn("verify: hosts differs between slot 9 and slot 10", said.stderr)
-        self.assertIn("verify: hosts: vrf 0 10.1.1.3 dev vlanif100: on slot 9 only", said.stderr)
+        self.assertIn("verify: hosts: vrf 0 10.1.1.4 dev vlanif100: on slot 9 only", said.stderr)
         self.assertNotIn("nexthops differs", said.stderr)
         self.words("fault alloc 1", 10)  # and the next one, a route
         self.words("route add fd05::/48 via fd00:100::2 dev vlanif100")
@@ -264,7 +248,7 @@ class TwoCards(Shelf):
         self.words("clock advance 30s")
         self.wait_until("the others are probed again", lambda: self.words("show probes --count") == "19\n")
         self.assertIn("slot 10: chip and tables agree: entries 9", self.ctl("verify"))
-        self.start_card(9, "--config", self.settings_file())
+        self.start_card(9, "--config", self.written(SETTINGS))
         self.assertEqual(self.role(9), "standby", "the card that comes back does not take over")
         self.assertRegex(self.ctl("verify"), "slot 10 and slot 9 agree: .*hosts 9,")
         self.kill_card(10)
@@ -290,12 +274,6 @@ class TwoCards(Shelf):
         self.cards[9].send_signal(signal.SIGCONT)
         self.wait_until("of two masters the one that took over stays", lambda: self.role(9) == "standby")
         self.assertEqual(self.role(10), "master")
-
-    def settings_file(self):
-        path = f"{self.dir}/settings"
-        with open(path, "w") as file:
-            file.write(SETTINGS)
-        return path
 
 
 class Import(Shelf):
@@ -380,8 +358,8 @@ blackhole 10.8.0.0/16
 
     def test_applies_each_line_as_it_arrives_and_follows_the_master(self):
         self.start_shelf()
-        command = [*EMULATOR, f"{BIN}/dpmctl", "--dir", self.dir, "import"]
-        importer = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
+        importer = subprocess.Popen(self.command("import"), text=True, **pipes)
 
         def report(last):
             importer.stdin.write(f"10.1.1.{last} dev vlanif100 lladdr 02:00:00:00:01:{last:02x} REACHABLE\n")
