@@ -82,4 +82,38 @@ void wait_for_hosts(unsigned count) {
     norix_dpm_sem_give();
 }
 
+dpm_prefix host_address(unsigned number) {
+    const unsigned place = number * 20011u % 32768u;
+    return {DPM_FAMILY_IPV4, 32, {10, 1, std::uint8_t(place >> 8), std::uint8_t(place)}};
+}
+
+dpm_prefix destination(unsigned number) {
+    const unsigned place = number * 20011u % full_route_table;
+    return {DPM_FAMILY_IPV4, 24, {100, std::uint8_t(place >> 8), std::uint8_t(place)}};
+}
+
+dpm_route_msg route_message(std::uint32_t ifindex, unsigned number, unsigned first_gateway,
+                            unsigned gateways) {
+    dpm_route_msg message{};
+    message.route_type = 9;
+    message.destination = destination(number);
+    message.np_num = gateways;
+    for (unsigned i = 0; i < gateways; i++) {
+        message.np[i] = host_address(first_gateway + i);
+        message.np_ifindex[i] = ifindex;
+    }
+    return message;
+}
+
+void post_route(const dpm_route_msg &message, std::uint32_t oper) {
+    if (dpm_api_route_pro(&message, oper) != 0)
+        fail("a route request was refused");
+}
+
+void wait_for_routes(unsigned count) {
+    wait_until([count] { return read_live(g_dpm_global.route_ipv4_tree.numnodes) == count; });
+    norix_dpm_sem_take();
+    norix_dpm_sem_give();
+}
+
 } // namespace bench

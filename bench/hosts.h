@@ -25,6 +25,25 @@ void request_host(unsigned number, std::uint32_t oper);
 // Waits until the worker has brought the table to that many hosts (threaded mode).
 void wait_for_hosts(unsigned count);
 
+// As request_host() tells it.
+dpm_prefix host_address(unsigned number);
+
+// --- routes ---
+
+inline constexpr unsigned full_route_table = 16384;
+
+// Spread over the tree; no destination comes twice.
+dpm_prefix destination(unsigned number);
+
+// A route to a destination over as many hosts, from `first_gateway` on.
+dpm_route_msg route_message(std::uint32_t ifindex, unsigned number, unsigned first_gateway,
+                            unsigned gateways);
+
+void post_route(const dpm_route_msg &message, std::uint32_t oper);
+
+// Waits until the worker has brought the table to that many IPv4 routes (threaded mode).
+void wait_for_routes(unsigned count);
+
 // Starts a card with what is common to every card here.
 void prepare(chassis::Card &card);
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <memory>
 
 namespace bench {
@@ -40,6 +41,7 @@ constexpr Group groups[] = {
     {"timers", measure_timers},
     {"mirroring", measure_mirroring},
     {"routes", measure_routes},
+    {"route-events", measure_route_events},
     {"daemon", measure_daemon},
 };
 
@@ -118,6 +120,9 @@ bool write_json(const std::string &path, const std::vector<Row> &rows) {
 } // namespace
 
 int main(int count, char **words) {
+    // One heap that grows by a megabyte: the arena of another thread would ask the kernel for each page.
+    (void)mallopt(M_ARENA_MAX, 1);
+    (void)mallopt(M_TOP_PAD, 1 << 20);
     const Options options = parse(count, words);
     if (!options.standby_path.empty())
         return run_standby(options);

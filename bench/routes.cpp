@@ -1,13 +1,10 @@
-// Routes: from the posting call to the table, at full tables and at a sixteenth; what a host event
-// and a lookup cost among many routes; and a whole switch-over.
+// Routes: from the posting call to the table, at full tables and at a sixteenth; and a whole
+// switch-over.
 //
 // The chip is in null mode and the log is off, so that the figures are the library's.
-#include "bench/hosts.h"
+#include "bench/routes.h"
 
-#include "dpm.h"
 #include "dpm_l3vpn.h"
-#include "dpm_main.h"
-#include "dpm_route.h"
 
 #include <boost/intrusive/avl_set.hpp>
 #include <cstdio>
@@ -20,96 +17,12 @@ namespace bench {
 
 namespace {
 
-constexpr unsigned full = 16384, sixteenth = 1024;
+constexpr unsigned full = full_route_table, sixteenth = full / 16;
 
 constexpr double paced_limit = 1.1;
 constexpr double record_limit = 4.0;
 constexpr double gateways_limit = 1.5;
-constexpr double event_limit = 1.6;
-constexpr double lookup_limit = 2.0;
 constexpr double labels_limit = 1.3;
-
-dpm_prefix host_address(unsigned number) { // as request_host() tells it
-    const unsigned place = number * 20011u % 32768u;
-    return {DPM_FAMILY_IPV4, 32, {10, 1, std::uint8_t(place >> 8), std::uint8_t(place)}};
-}
-
-// Spread over the tree; no destination comes twice.
-dpm_prefix destination(unsigned number) {
-    const unsigned place = number * 20011u % full;
-    return {DPM_FAMILY_IPV4, 24, {100, std::uint8_t(place >> 8), std::uint8_t(place)}};
-}
-
-dpm_route_msg route_message(std::uint32_t ifindex, unsigned number, unsigned first_gateway,
-                            unsigned gateways) {
-    dpm_route_msg message{};
-    message.route_type = 9;
-    message.destination = destination(number);
-    message.np_num = gateways;
-    for (unsigned i = 0; i < gateways; i++) {
-        message.np[i] = host_address(first_gateway + i);
-        message.np_ifindex[i] = ifindex;
-    }
-    return message;
-}
-
-void post_route(const dpm_route_msg &message, std::uint32_t oper) {
-    if (dpm_api_route_pro(&message, oper) != 0)
-        fail("a route request was refused");
-}
-
-// A pumped card with hosts and routes; everything happens pass by pass on this thread.
-class RouteCard {
-public:
-    RouteCard(unsigned slot, unsigned hosts) : master_(chassis::os::Mode::pumped, slot) {
-        const chassis::CardScope scope(master_.card);
-        for (unsigned i = 0; i < hosts; i++)
-            host(i, DPM_OPER_ADD);
-        check_hosts(hosts);
-        ifindex_ = master_.card.suite.find("vlanif100")->ifindex;
-    }
-
-    chassis::Card &card() { return master_.card; }
-
-    void host(unsigned number, std::uint32_t oper) {
-        request_host(number, oper);
-        dpm_task_pass();
-    }
-    void route(unsigned number, std::uint32_t oper, unsigned first_gateway = 0) {
-        request(route_message(ifindex_, number, first_gateway, 1), oper);
-    }
-
-    // Nanoseconds a route for adding `count`, which are taken away again.
-    double add_routes(unsigned count, unsigned gateways = 1) {
-        const chassis::CardScope scope(master_.card);
-        dpm_route_msg message = route_message(ifindex_, 0, 0, gateways);
-        const double nsec = time_of([&] {
-            for (unsigned i = 0; i < count; i++) {
-                message.destination = destination(i);
-                request(message, DPM_OPER_ADD);
-            }
-        });
-        check(count);
-        for (unsigned i = 0; i < count; i++)
-            route(i, DPM_OPER_DEL);
-        check(0);
-        return nsec / count;
-    }
-
-    void check(unsigned count) const {
-        if (g_dpm_global.route_ipv4_tree.numnodes != count)
-            fail("the route table does not hold what was asked for");
-    }
-
-private:
-    static void request(const dpm_route_msg &message, std::uint32_t oper) {
-        post_route(message, oper);
-        dpm_task_pass();
-    }
-
-    MasterCard master_;
-    std::uint32_t ifindex_ = 0;
-};
 
 // The least that a route costs: a block of its size, a copy, and a place in a tree.
 double insert_records(unsigned count) {
@@ -142,13 +55,6 @@ double insert_records(unsigned count) {
 }
 
 // --- with the worker on its own thread -------------------------------------------------------
-
-void wait_for_routes(unsigned count) {
-    while (__atomic_load_n(&g_dpm_global.route_ipv4_tree.numnodes, __ATOMIC_ACQUIRE) != count)
-        sched_yield();
-    norix_dpm_sem_take(); // the worker may not be through with the last one
-    norix_dpm_sem_give();
-}
 
 void measure_bursts(const Options &options, const Report &report, bool paced) {
     MasterCard master(chassis::os::Mode::threaded);
@@ -199,68 +105,6 @@ void measure_adds(const Options &options, const Report &report) {
     report({"a route over eight gateways / over one, 16k routes", median(gateways.ours), "ns",
             gateways.ratio(), gateways_limit});
     report({"the same, 1k routes: each gets its group", median(groups.ours), "ns", groups.ratio()});
-}
-
-// A card with `routes` over one host, and one route over another.
-class EventCard {
-public:
-    EventCard(unsigned slot, unsigned routes) : card_(slot, 2), routes_(routes) {
-        const chassis::CardScope scope(card_.card());
-        for (unsigned i = 0; i + 1 < routes; i++)
-            card_.route(i, DPM_OPER_ADD, 0);
-        card_.route(routes - 1, DPM_OPER_ADD, 1);
-        card_.check(routes);
-    }
-
-    // Nanoseconds for a host that goes and comes.
-    double go_and_come(unsigned host, unsigned times) {
-        const chassis::CardScope scope(card_.card());
-        return time_of([&] {
-                   for (unsigned i = 0; i < times; i++) {
-                       card_.host(host, DPM_OPER_DEL);
-                       card_.host(host, DPM_OPER_ADD);
-                   }
-               }) /
-               times;
-    }
-    double used_by_one() { return go_and_come(1, 256); }
-    double used_by_all() { return go_and_come(0, 2) / routes_; }
-
-    // Nanoseconds a lookup of the longest match.
-    double look_up() {
-        const chassis::CardScope scope(card_.card());
-        constexpr unsigned lookups = 4096;
-        const double nsec = time_of([&] {
-            for (unsigned i = 0; i < lookups; i++) {
-                dpm_prefix address = destination(i * 7 % routes_);
-                address.prefix_len = 32;
-                address.address[3] = std::uint8_t(1 + i % 250);
-                if (dpm_route_find_best_route(0, &address) == nullptr)
-                    fail("a route is not found");
-            }
-        });
-        return nsec / lookups;
-    }
-
-private:
-    RouteCard card_;
-    const unsigned routes_;
-};
-
-void measure_events(const Options &options, const Report &report) {
-    EventCard large(9, full), small(10, sixteenth);
-    Comparison one, all, lookup;
-    for (unsigned round = 0; round < options.rounds; round++) {
-        one.round([&] { return large.used_by_one(); }, [&] { return small.used_by_one(); });
-        all.round([&] { return large.used_by_all(); }, [&] { return small.used_by_all(); });
-        lookup.round([&] { return large.look_up(); }, [&] { return small.look_up(); });
-    }
-    report({"a host of one route goes and comes, 16k / 1k routes", median(one.ours), "ns",
-            one.ratio(), event_limit});
-    report({"a host of all routes, a route, 16k / 1k", median(all.ours), "ns", all.ratio(),
-            event_limit});
-    report(
-        {"best route, 16k / 1k routes", median(lookup.ours), "ns", lookup.ratio(), lookup_limit});
 }
 
 void measure_labels(const Options &options, const Report &report) {
@@ -346,7 +190,6 @@ void measure_routes(const Options &options, const Report &report) {
     measure_bursts(options, report, true);
     measure_bursts(options, report, false);
     measure_adds(options, report);
-    measure_events(options, report);
     measure_labels(options, report);
     measure_switch_over(options, report);
 }

@@ -82,7 +82,8 @@ public:
     // Delays asked for by bep_taskDelayEx, one entry a call (pumped mode keeps them; threaded mode
     // sleeps).
     std::uint64_t delays() const;
-    void skip_delays(bool on); // threaded mode sleeps no more: for measuring without the pacing
+    // Threaded mode sleeps no more while its queues are short: for measuring without the pacing.
+    void skip_delays(bool on);
 
     // Queues: messages waiting in all of them, and how many a queue takes (0: as created).
     std::size_t queued() const;
