@@ -209,7 +209,7 @@ class TwoCards(Shelf):
             self.learn(ip)
         said = self.ctl("verify")
         self.assertRegex(said, "slot 9 and slot 10 agree: .*hosts 3, .*nexthops 1,")
-        self.assertIn("slot 9: chip and tables agree: entries 3, next hops 1, groups 0, interfaces 1", said)
+        self.assertRegex(said, "slot 9: chip and tables agree: .*entries 4, interfaces 1, next hops 1")
         self.assertEqual(self.addresses(9), self.addresses(10))
         indexes = [json.loads(self.words("show interfaces --json", slot))[0]["ifindex"] for slot in (9, 10)]
         self.assertNotEqual(*indexes)
@@ -247,13 +247,13 @@ class TwoCards(Shelf):
         self.words("neigh del 10.1.1.6 dev vlanif100")
         self.words("clock advance 30s")
         self.wait_until("the others are probed again", lambda: self.words("show probes --count") == "19\n")
-        self.assertIn("slot 10: chip and tables agree: entries 9", self.ctl("verify"))
+        self.assertRegex(self.ctl("verify"), "slot 10: chip and tables agree: .*entries 10")
         self.start_card(9, "--config", self.written(SETTINGS))
         self.assertEqual(self.role(9), "standby", "the card that comes back does not take over")
         self.assertRegex(self.ctl("verify"), "slot 10 and slot 9 agree: .*hosts 9,")
         self.kill_card(10)
         self.wait_until("slot 9 is master", lambda: self.role(9) == "master")
-        self.assertIn("slot 9: chip and tables agree: entries 9", self.ctl("verify"))
+        self.assertRegex(self.ctl("verify"), "slot 9: chip and tables agree: .*entries 10")
 
     def test_take_over_from_a_master_that_falls_silent(self):
         self.start_shelf()

@@ -89,6 +89,7 @@ ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .fami
 
 ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles = alone,
      .see = "chip"){
+    {"allow chip-differs"}, // from the table, until all of it has gone
     {"chip refuse interface 1"},
     {"if add vlanif300", "interface+ vlan 300 {mac} id 0 -> -1"},
     {"chip refuse arp-rule 1"},
@@ -98,6 +99,7 @@ ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles
     {"chip refuse interface-del 1"},
     {"if del vlanif300", "entry- vrf 3 10.3.1.1/24 cpu -> -1; entry- vrf 3 10.3.1.1 cpu -> -1; "
                          "interface- vlan 300 {mac} -> -1; arp vlan 300 off -> -1"},
+    {"allow chip-differs 0"},
     {"if add vlanif300",
      "interface+ vlan 300 {mac} id 18"}, // what stayed in the chip takes no harm
 };

@@ -269,7 +269,7 @@ private:
     void configure(rig::Card &card) override {
         const auto scope = as(card);
         for (const auto &[vrf, enable] : vrf_enable)
-            EXPECT_EQ(dpm_api_set_vrf_enable(vrf, enable), 0);
+            EXPECT_EQ(card.suite.enable_vrf(vrf, enable), 0);
         EXPECT_EQ(dpm_api_set_ecmp_hash(ecmp_hash), 0);
     }
 

@@ -92,24 +92,25 @@ TEST_F(Settings, ACardWithoutTimerListWorksButTimesNothing) {
 }
 
 TEST_F(Settings, AVrfIsEnabledAndDisabledOnceEach) {
-    EXPECT_EQ(dpm_api_set_vrf_enable(5, 1), 0);
-    EXPECT_EQ(dpm_api_set_vrf_enable(5, 1), 0);
+    auto &suite = master().suite;
+    EXPECT_EQ(suite.enable_vrf(5, 1), 0);
+    EXPECT_EQ(suite.enable_vrf(5, 1), 0);
     EXPECT_EQ(chip_calls(master()).size(), 3u);
     EXPECT_TRUE((master().chip.cpu_default[{DPM_FAMILY_IPV6, 5}]));
     clear_journal();
-    EXPECT_EQ(dpm_api_set_vrf_enable(5, 77), 0) << "anything but 1 disables";
+    EXPECT_EQ(suite.enable_vrf(5, 77), 0) << "anything but 1 disables";
     EXPECT_EQ(chip_calls(master()),
               (Lines{"default_route_set vrf 5 family 1 drop queue 10 rate 64 slots 0x0 -> 0",
                      "default_route_set vrf 5 family 2 drop queue 10 rate 64 slots 0x0 -> 0",
                      "del_ip_entry vrf 5 fe80::ff:fe00:9/128 nexthop 2 slots 0x0 -> 0"}));
     EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
     clear_journal();
-    EXPECT_EQ(dpm_api_set_vrf_enable(256, 1), -1);
+    EXPECT_EQ(suite.enable_vrf(256, 1), -1);
     EXPECT_EQ(dpm_vrf_enable(5, 3), -1);
     EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
     EXPECT_EQ(chip_calls(master()).size(), 0u);
     EXPECT_EQ(dpm_vrf_enable(7, 0), 0) << "the state that a VRF begins with";
-    EXPECT_EQ(dpm_api_set_vrf_enable(255, 1), 0);
+    EXPECT_EQ(suite.enable_vrf(255, 1), 0);
 }
 
 TEST_F(Settings, TheHashModeIsSetWhenItChangesAndKeptWhenTheChipRefuses) {

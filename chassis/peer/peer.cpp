@@ -66,6 +66,15 @@ std::shared_ptr<Link> link_of(Peer::State &state) {
     return state.link;
 }
 
+void note_mac(Peer::State &state, std::span<const std::byte> payload) {
+    std::array<std::uint8_t, 6> mac;
+    if (state.role == Role::master || payload.size() != mac.size())
+        return;
+    std::memcpy(mac.data(), payload.data(), mac.size());
+    std::lock_guard lock(state.mutex);
+    state.masters_mac = mac;
+}
+
 } // namespace
 
 bool is_receiver(std::string_view name) {
@@ -104,6 +113,11 @@ void Peer::set_standby_usable(bool usable) {
 }
 unsigned Peer::peer_slot() const {
     return card_.slot() == 9 ? 10 : 9;
+}
+
+std::array<std::uint8_t, 6> Peer::device_mac() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->masters_mac.value_or(card_.options().mac);
 }
 
 // --- roles -------------------------------------------------------------------------------------
@@ -306,6 +320,8 @@ int Peer::deliver(std::string_view name, std::span<const std::byte> payload) {
     // Copied first: the caller's bytes may stand in the library's state, which the scope exchanges.
     const std::vector<std::byte> copy(payload.begin(), payload.end());
     CardScope scope(card_);
+    if (name == "dpm_main_entry_sync_all_receive")
+        note_mac(*state_, copy);
     return receiver(copy.data(), std::uint32_t(copy.size()));
 }
 

@@ -11,6 +11,7 @@
 
 #include "chassis/peer/claim.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -70,6 +71,8 @@ public:
     bool standby_usable() const; // get_standby_corecard_can_be_use
     void set_standby_usable(bool usable);
     unsigned peer_slot() const;
+    // The MAC that both cards answer with: this card's own until a master told its own.
+    std::array<std::uint8_t, 6> device_mac() const;
 
     // The events of the service.  connected() calls the callback registered with
     // hss_backupConnectedRegister: in threaded mode on a thread of its own, which blocks until the

@@ -9,6 +9,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 namespace chassis::peer {
@@ -35,7 +36,8 @@ struct Peer::State {
     std::deque<Call> arrived; // what waits there for room in this card's queue
     std::size_t arrived_bytes = 0;
 
-    std::mutex mutex;           // guards the two below
+    std::mutex mutex; // guards the three below
+    std::optional<std::array<std::uint8_t, 6>> masters_mac;
     std::shared_ptr<Link> link; // over a socket
     std::vector<Call> calls;
 

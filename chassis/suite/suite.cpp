@@ -76,11 +76,11 @@ int Suite::set_vrf(const std::string &name, unsigned vrf) {
     return dpm_api_set_if_vrf_proc(ifindex, vrf);
 }
 
-int Suite::enable_vrf(unsigned vrf, bool enable) {
+int Suite::enable_vrf(unsigned vrf, unsigned enable) {
     const int result = dpm_api_set_vrf_enable(vrf, enable);
     std::lock_guard lock(mutex_);
     if (result == 0)
-        vrfs_[vrf] = enable;
+        vrfs_[vrf] = enable == DPM_ENABLE;
     return result;
 }
 

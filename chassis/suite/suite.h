@@ -43,7 +43,7 @@ public:
     int del_address(const std::string &name, std::uint32_t family, const void *address,
                     unsigned prefix_len);
     int set_vrf(const std::string &name, unsigned vrf);
-    int enable_vrf(unsigned vrf, bool enable);
+    int enable_vrf(unsigned vrf, unsigned enable); // 1: enabled, another: disabled
 
     std::optional<Interface> find(const std::string &name) const;
     std::optional<Interface> find(std::uint32_t ifindex) const;

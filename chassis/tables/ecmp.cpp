@@ -2,6 +2,7 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
 
 namespace chassis::tables {
 
@@ -25,8 +26,9 @@ const dpm_route_entry *route_over(const dpm_ecmp_entry &group, const Reading &re
     return found == by_group.end() ? nullptr : found->second;
 }
 
-std::vector<std::int64_t> members_of(const dpm_ecmp_entry &group) {
-    std::vector<std::int64_t> members;
+template <class Members = std::vector<std::int64_t>>
+Members members_of(const dpm_ecmp_entry &group) {
+    Members members;
     for (const std::uint32_t member : group.host_sdk)
         if (member != 0)
             members.push_back(member);
@@ -49,7 +51,7 @@ const TableOf<dpm_ecmp_entry> ecmp{
                 {"family",
                  [](auto &group) { return group.ecmp_type == DPM_FAMILY_IPV4 ? "IPv4" : "IPv6"; }},
                 {"members", TABLE_MEMBER(host_cnt)},
-                {"nexthops", members_of},
+                {"nexthops", members_of<>},
                 {"vrf",
                  [](auto &group, auto &reading) {
                      const dpm_route_entry *const route = route_over(group, reading);
@@ -60,6 +62,16 @@ const TableOf<dpm_ecmp_entry> ecmp{
                      const dpm_route_entry *const route = route_over(group, reading);
                      return route ? Cell(prefix_text(route->destination)) : Cell(no_route);
                  }}},
+    .in_chip =
+        [](auto &group, Wanted &wanted) {
+            const auto members = members_of<chip::Members>(group);
+            wanted.want<kinds::group>(std::uint32_t(group.sdk_index), members);
+            wanted.count<kinds::group>(std::uint32_t(group.sdk_index), 1); // its route
+            if (members.size() != group.host_cnt)
+                wanted.differ("group " + std::to_string(group.sdk_index) + " counts " +
+                              std::to_string(group.host_cnt) + " members and has " +
+                              std::to_string(members.size()));
+        },
 };
 
 } // namespace chassis::tables

@@ -2,6 +2,7 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
 
 #include <cstring>
 
@@ -55,6 +56,12 @@ const TableOf<dpm_host_entry> hosts{
                 {"+port_type", TABLE_MEMBER(port_type)},
                 {"+log_port_id", TABLE_MEMBER(log_port_id)},
                 {"+phy_port_id", TABLE_MEMBER(phy_port_id)}},
+    .in_chip =
+        [](auto &host, Wanted &wanted) {
+            wanted.use<kinds::nexthop>(host.sdk_index);
+            if (!is_link_local(host.ip))
+                wanted.want<kinds::entry>(chip_key(host.vrf, host.ip), host.sdk_index);
+        },
     .why =
         [](auto &host, auto &reading) {
             return state_of(host, reading) + "next hop " + std::to_string(host.sdk_index) + ": " +

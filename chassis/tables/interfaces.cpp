@@ -2,6 +2,7 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
 
 namespace chassis::tables {
 
@@ -69,6 +70,15 @@ const TableOf<dpm_if_entry> interfaces{
                 {"sub_vlans", sub_vlans_of},
                 {"+mtu", TABLE_MEMBER(mtu)},
                 {"+l3_intf_id", TABLE_MEMBER(l3_intf_id)}},
+    .in_chip =
+        [](auto &interface, Wanted &wanted) {
+            const chip::Interface object{interface.l3_intf_id, interface.vrf,
+                                         mac_of(interface.mac)};
+            if (interface.l3_programmed)
+                wanted.want<kinds::interface>(interface.if_id, object);
+            if (interface.arp_programmed)
+                wanted.want<kinds::arp_rule>(interface.if_id, chip::Nothing());
+        },
     .why = [](auto &interface) { return std::string("an address of ") + interface.ifname + "\n"; },
 };
 

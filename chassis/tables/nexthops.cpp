@@ -2,6 +2,7 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
 
 namespace chassis::tables {
 
@@ -45,6 +46,14 @@ const TableOf<dpm_nexthop_entry> nexthops{
                 {"hosts", TABLE_MEMBER(cnt)},
                 {"+port_type", TABLE_MEMBER(port_type)},
                 {"+port_id", TABLE_MEMBER(port_id)}},
+    .in_chip =
+        [](auto &nexthop, Wanted &wanted) {
+            const chip::NextHop object{nexthop.port_type, nexthop.port_id,
+                                       std::uint16_t(nexthop.svlan), std::uint16_t(nexthop.cvlan),
+                                       mac_of(nexthop.mac)};
+            wanted.want<kinds::nexthop>(nexthop.sdk_index, object);
+            wanted.count<kinds::nexthop>(nexthop.sdk_index, nexthop.cnt);
+        },
 };
 
 } // namespace chassis::tables

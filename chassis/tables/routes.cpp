@@ -6,6 +6,7 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
 
 #include <algorithm>
 
@@ -15,18 +16,24 @@ namespace {
 
 constexpr unsigned group_capacity = 1024; // of the library, both families
 
+struct StandIn {
+    const char *what;   // "label" or "host"
+    bool is_programmed; // a label entry may wait behind the route
+};
+
 struct StandIns {
     explicit StandIns(const Reading &) {
         ftn.each([this](const dpm_ftn &entry) {
             if (entry.vrf_id == 0)
-                held.emplace(chip_key(0, fec_of(entry)), "label");
+                held.emplace(chip_key(0, fec_of(entry)),
+                             StandIn{"label", entry.flags == DPM_LABEL_PROGRAMMED});
         });
         hosts.each([this](const dpm_host_entry &host) {
             if (!is_link_local(host.ip))
-                held.emplace(chip_key(host.vrf, host.ip), "host");
+                held.emplace(chip_key(host.vrf, host.ip), StandIn{"host", true});
         });
     }
-    std::map<chip::Address, std::string_view> held;
+    std::map<chip::Address, StandIn> held;
 };
 
 TwoForms gateways_of(const dpm_route_entry &route) {
@@ -47,11 +54,18 @@ TwoForms gateways_of(const dpm_route_entry &route) {
     return cell;
 }
 
+// What holds a route's place; null when the place is its own.
+const StandIn *stand_in(const dpm_route_entry &route, const Reading &reading) {
+    const auto &held = reading.made<StandIns>().held;
+    const auto found = held.find(chip_key(route.vrf, route.destination));
+    return found == held.end() ? nullptr : &found->second;
+}
+
 std::string state_of(const dpm_route_entry &route, const Reading &reading) {
     if (route.sdk_index <= 0)
         return "waits";
-    const std::string_view other = stand_in(route, reading);
-    return std::string(other.empty() ? "chip" : other);
+    const StandIn *const other = stand_in(route, reading);
+    return other ? other->what : "chip";
 }
 
 unsigned group_count() {
@@ -71,6 +85,56 @@ std::string missing_of(const dpm_route_entry &route) {
         return "a group (" + std::to_string(group_count()) + " of " +
                std::to_string(group_capacity) + " in use)";
     return "one of its gateways";
+}
+
+// --- the chip --------------------------------------------------------------------------------
+
+struct MembersByGroup {
+    explicit MembersByGroup(const Reading &) {
+        ecmp.each([this](const dpm_ecmp_entry &group) {
+            chip::Members &members = by_group[group.sdk_index];
+            std::ranges::copy_if(group.host_sdk, std::back_inserter(members),
+                                 [](std::uint32_t member) { return member != 0; });
+            std::ranges::sort(members);
+        });
+    }
+    std::map<std::int32_t, chip::Members> by_group;
+};
+
+// A route over several gateways has a group of its own, of those that are resolved.
+void want_group(const dpm_route_entry &route, Wanted &wanted) {
+    wanted.use<kinds::group>(std::uint32_t(route.sdk_index));
+    chip::Members resolved;
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        if (route.host_index[i] > 0)
+            resolved.push_back(std::uint32_t(route.host_index[i]));
+    std::ranges::sort(resolved);
+    const auto &by_group = wanted.reading.made<MembersByGroup>().by_group;
+    const auto found = by_group.find(route.sdk_index);
+    if (found != by_group.end() && found->second != resolved)
+        wanted.differ("route " + routes.key(route, wanted.reading) +
+                          " has a group of other next hops than its gateways'",
+                      Cause::drift);
+}
+
+void want_route(const dpm_route_entry &route, Wanted &wanted) {
+    const dpm_prefix &destination = route.destination;
+    const chip::Address key = chip_key(route.vrf, destination);
+    std::optional<chip::Index> target;
+    if (route.sdk_index > 0)
+        target = chip::Index(route.sdk_index);
+    const StandIn *const other = stand_in(route, wanted.reading);
+    if (!other)
+        wanted.want<kinds::entry>(key, target, Cause::drift);
+    else if (!other->is_programmed && target)
+        wanted.permit<kinds::entry>(key, *target);
+    if (target && destination.prefix_len == 0)
+        wanted.want<kinds::cpu_default>({destination.family, route.vrf}, false);
+    if (target && route.ecmp_enable == DPM_ROUTE_ECMP)
+        want_group(route, wanted);
+    else if (target && route.sdk_index != route.host_index[0])
+        wanted.differ("route " + routes.key(route, wanted.reading) +
+                      " points to another next hop than its gateway's");
 }
 
 // --- why -------------------------------------------------------------------------------------
@@ -136,11 +200,12 @@ std::string why_gateway(const dpm_route_entry &route, std::uint32_t i, const Rea
 std::string why_route(const dpm_route_entry &route, const Reading &reading) {
     std::string text = "route " + prefix_text(route.destination) + ": ";
     const std::string missing = missing_of(route);
-    const std::string_view other = stand_in(route, reading);
-    if (missing.empty() && other == "label")
-        return text + "a label entry for the same prefix stands in its place\n";
-    if (missing.empty() && other == "host")
-        return text + "the host of this address stands in its place\n";
+    const StandIn *const other = stand_in(route, reading);
+    if (missing.empty() && other)
+        return text +
+               (other->what == std::string_view("label") ? "a label entry for the same prefix"
+                                                         : "the host of this address") +
+               " stands in its place\n";
     text += missing.empty() ? in_chip_text(reading.card.chip, route)
                             : "not in the chip: waits for " + missing;
     text += "\n";
@@ -150,12 +215,6 @@ std::string why_route(const dpm_route_entry &route, const Reading &reading) {
 }
 
 } // namespace
-
-std::string_view stand_in(const dpm_route_entry &route, const Reading &reading) {
-    const auto &held = reading.made<StandIns>().held;
-    const auto found = held.find(chip_key(route.vrf, route.destination));
-    return found == held.end() ? std::string_view() : found->second;
-}
 
 const TableOf<dpm_route_entry> routes{
     .each = walk<dpm_api_get_route_entry_first, dpm_api_get_route_entry_next>,
@@ -181,6 +240,7 @@ const TableOf<dpm_route_entry> routes{
                 {"gateways", gateways_of},
                 {"type", TABLE_MEMBER(route_type)},
                 {"+ecmp", [](auto &route) { return yes_or_no(route.ecmp_enable == 1); }}},
+    .in_chip = want_route,
     .waits_for = missing_of,
     .why = why_route,
 };

@@ -28,9 +28,6 @@ const Table *find(std::string_view name);
 // interface, 1 when it is, 2 when it is not.
 std::uint32_t leads(const Reading &reading, const char *ifname, std::uint32_t ifindex);
 
-// What holds a route's place in the chip: "label" or "host"; empty when the place is its own.
-std::string_view stand_in(const dpm_route_entry &route, const Reading &reading);
-
 // What the tables of neighbours answer for an address: one is there, waited for, or held.
 std::string why_neighbour(const Place &place, const Reading &reading);
 

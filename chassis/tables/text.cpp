@@ -5,6 +5,10 @@
 
 namespace chassis::tables {
 
+std::array<std::uint8_t, 6> mac_of(const std::uint8_t *mac) {
+    return std::to_array(reinterpret_cast<const std::uint8_t(&)[6]>(*mac));
+}
+
 std::string text_of(const dpm_prefix &prefix) {
     return address_text(prefix.family, prefix.address);
 }

@@ -12,7 +12,9 @@
 
 namespace chassis::tables {
 
-inline constexpr std::uint32_t to_cpu = 2; // the chip's index for "to the CPU"
+namespace kinds = chip::kinds;
+
+using chip::to_cpu;
 
 // A walk by exported walkers: of both families where they take one.
 template <auto first, auto next>
@@ -38,6 +40,7 @@ std::string yes_or_no(bool is);
 bool covers(const dpm_prefix &network, const dpm_prefix &prefix);
 dpm_prefix prefix_of(std::uint32_t family, const std::uint8_t *address, unsigned prefix_len);
 dpm_prefix host_of(std::uint32_t family, const std::uint8_t *address); // with the host length
+std::array<std::uint8_t, 6> mac_of(const std::uint8_t *mac);
 chip::Address chip_key(std::uint32_t vrf, const dpm_prefix &prefix);
 bool is_link_local(const dpm_prefix &ip); // such hosts have a next hop in the chip, and no entry
 std::vector<const dpm_if_ip_entry *> addresses_of(const dpm_if_entry &interface);

@@ -2,14 +2,16 @@
 
 #include "support/laws.h"
 
+#include "chassis/tables/law.h"
+#include "chassis/tables/tables.h"
+#include "chassis/tables/text.h"
 #include "dpm.h"
 #include "dpm_check.h"
 #include "dpm_host.h"
 #include "dpm_if.h"
-#include "dpm_nexthop.h"
+#include "dpm_l3vpn.h"
+#include "dpm_route_record.h"
 #include "dpm_vpn.h"
-#include "platform/dal.h"
-#include "support/laws_support.h"
 #include "support/shelf.h"
 #include "support/soundness.h"
 
@@ -23,117 +25,141 @@ using namespace chassis;
 
 namespace {
 
-template <class Visitor> void each_host(Visitor visit) {
+template <class Visitor> void each_route(Visitor visit) {
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
-        for (const dpm_host_entry *host = dpm_api_get_host_entry_first(family); host;
-             host = dpm_api_get_host_entry_next(host))
-            visit(*host);
+        for (const dpm_route_entry &route : dpm::routes_of(family))
+            visit(route);
 }
 
-template <class Visitor> void each_nexthop(Visitor visit) {
-    for (const dpm_nexthop_entry *entry = dpm_api_get_nexthop_entry_first(); entry;
-         entry = dpm_api_get_nexthop_entry_next(entry))
-        visit(*entry);
+void expect_equal(const char *what, unsigned left, unsigned right, Lines &lines) {
+    if (left != right)
+        lines.push_back(std::string(what) + ": " + std::to_string(left) + " and " +
+                        std::to_string(right));
 }
 
-std::string text_of(const chip::Address &key) {
-    dpm_prefix ip{std::uint16_t(key.family), std::uint16_t(key.prefix_len), {}};
-    std::copy(key.bytes.begin(), key.bytes.end(), ip.address);
-    return "vrf " + std::to_string(key.vrf) + " " + rig::text_of(ip);
+// --- routes ----------------------------------------------------------------------------------
+
+constexpr std::uint32_t families[] = {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6};
+
+std::string name_of(const dpm_route_entry &route) {
+    return "route vrf " + std::to_string(route.vrf) + " " + rig::text_of(route.destination);
 }
 
-bool is_same_object(const chip::NextHop &object, const dpm_nexthop_entry &entry) {
-    return object.port_id == entry.port_id && object.svlan == std::uint16_t(entry.svlan) &&
-           object.cvlan == std::uint16_t(entry.cvlan) &&
-           std::equal(object.mac.begin(), object.mac.end(), entry.mac);
+// What a gateway resolves to as the host table stands.
+std::int32_t resolution(const dpm_route_entry &route, std::uint32_t i) {
+    if (route.np[i].family == DPM_FAMILY_NONE)
+        return DPM_ROUTE_NO_ADDRESS;
+    if (route.np[i].family != route.destination.family || dpm_if_is_manage_vlan(route.np_ifname[i]))
+        return DPM_ROUTE_UNRESOLVED;
+    const dpm_host_entry *const host =
+        dpm_host_find_by_ip(route.vrf, &route.np[i], route.np_ifindex[i]);
+    return host ? std::int32_t(host->sdk_index) : DPM_ROUTE_UNRESOLVED;
 }
 
-void compare_entries(const chip::Chip &chip, Lines &lines) {
-    std::map<chip::Address, std::uint32_t> wanted;
-    each_host([&](const dpm_host_entry &host) {
-        if (!dpm_host_is_linklocal(&host.ip))
-            wanted[chip_key(host.vrf, host.ip)] = host.sdk_index;
-    });
-    want_routes(wanted, lines);
-    for (const auto &[key, index] : wanted) {
-        const auto found = chip.entries.find(key);
-        if (found == chip.entries.end())
-            lines.push_back("the chip lacks " + text_of(key));
-        else if (found->second != index)
-            lines.push_back("the chip has another next hop for " + text_of(key));
+void check_resolution(const dpm_route_entry &route, Lines &lines) {
+    for (std::uint32_t i = 0; i < route.np_num; ++i)
+        if (route.host_index[i] != resolution(route, i))
+            lines.push_back(name_of(route) + " does not follow gateway " +
+                            rig::text_of(route.np[i]));
+}
+
+// What stands beside a route is what the chip has in its place, unless a host has it.
+void check_memory(const chip::Chip &chip, const dpm_route_entry &route, Lines &lines) {
+    const chip::Address key = tables::chip_key(route.vrf, route.destination);
+    const auto entry = chip.held<chip::kinds::entry>().find(key);
+    const auto in_chip = entry == chip.held<chip::kinds::entry>().end() ? 0 : entry->second;
+    const auto index = chip::Index(record_of(route).chip_index);
+    if (index != in_chip && (index != 0 || !dpm::has_chip_host(route.vrf, route.destination)))
+        lines.push_back(name_of(route) + " remembers " + std::to_string(index) +
+                        " in the chip, which has " + std::to_string(in_chip));
+}
+
+unsigned waiting(const auto &table, auto is_waiting) {
+    unsigned count = 0;
+    for (const auto &entry : table)
+        count += is_waiting(entry);
+    return count;
+}
+
+void check_pend_list(const char *name, const list_head &head, unsigned wanted, Lines &lines) {
+    unsigned count = 0;
+    if (const std::string problem = list_problem(head, &count); !problem.empty())
+        lines.push_back(std::string("list ") + name + ": " + problem);
+    expect_equal(name, count, wanted, lines);
+}
+
+unsigned indexed_networks(const dpm_route_index &index) {
+    unsigned count = index.unmasked.numnodes;
+    for (std::uint32_t i = 0; index.by_network && i < DPM_ROUTE_CAPACITY; ++i)
+        for (const route_record *record = index.by_network[i]; record; record = record->next)
+            ++count;
+    return count;
+}
+
+// Each place stands with its own gateway, which none but its places refer to.
+unsigned indexed_gateways(const dpm_route_index &index, Lines &lines) {
+    unsigned count = 0;
+    for (void *at = dpm_avl_first(&index.by_gateway); at;
+         at = dpm_avl_next(&index.by_gateway, at)) {
+        auto &gateway = *static_cast<route_gateway *>(at);
+        unsigned users = 0;
+        const dpm_route_entry *previous = nullptr;
+        for (const gateway_place &place : dpm::gateway_places(gateway.places)) {
+            const dpm_route_entry &route = place.route->entry;
+            if (gateway.is_sorted && previous &&
+                dpm_prefix_compare(previous->destination, route.destination) > 0)
+                lines.push_back("out of order over its gateway: " + name_of(route));
+            previous = &route;
+            if (place.gateway != &gateway || route.vrf != gateway.vrf ||
+                dpm_prefix_compare(route.np[place.position], gateway.address) != 0)
+                lines.push_back("a place of another gateway than that of " + name_of(route));
+            ++users;
+        }
+        expect_equal("a gateway's places and its users", users, gateway.users, lines);
+        count += users;
     }
-    for (const auto &[key, index] : chip.entries)
-        if (index != DAL_NEXTHOP_TO_CPU && !wanted.contains(key))
-            lines.push_back("the chip has nobody's entry " + text_of(key));
+    return count;
 }
 
-void compare_nexthops(const chip::Chip &chip, unsigned leaks, Lines &lines) {
-    std::map<std::uint32_t, unsigned> users;
-    each_host([&](const dpm_host_entry &host) { ++users[host.sdk_index]; });
-    std::size_t entries = 0;
-    unsigned unused = 0;
-    each_nexthop([&](const dpm_nexthop_entry &entry) {
-        ++entries;
-        const std::string name = "next hop " + std::to_string(entry.sdk_index);
-        const auto object = chip.nexthops.find(entry.sdk_index);
-        if (object == chip.nexthops.end())
-            lines.push_back("the chip lacks " + name);
-        else if (!is_same_object(object->second, entry))
-            lines.push_back("the chip has another " + name);
-        const unsigned used = users[entry.sdk_index];
-        if (entry.cnt < used)
-            lines.push_back(name + " counts " + std::to_string(entry.cnt) + " and has " +
-                            std::to_string(used) + " hosts");
-        unused += entry.cnt - used;
-    });
-    if (chip.nexthops.size() != entries)
-        lines.push_back("the chip has " + std::to_string(chip.nexthops.size()) +
-                        " next hops, the table " + std::to_string(entries));
-    if (unused != leaks)
-        lines.push_back(std::to_string(unused) + " references of next hops have no host, " +
-                        std::to_string(leaks) + " were allowed");
+void check_route_indexes(Lines &lines) {
+    for (const std::uint32_t family : families) {
+        const dpm_route_index &index =
+            family == DPM_FAMILY_IPV4 ? g_dpm_index.ipv4_routes : g_dpm_index.ipv6_routes;
+        unsigned routes = 0, gateways = 0, of_length[129] = {};
+        for (const dpm_route_entry &route : dpm::routes_of(family)) {
+            ++routes;
+            gateways += unsigned(
+                std::count_if(route.np, route.np + route.np_num,
+                              [&](const dpm_prefix &gateway) { return gateway.family == family; }));
+            ++of_length[route.destination.prefix_len];
+        }
+        expect_equal("routes and their networks", routes, indexed_networks(index), lines);
+        expect_equal("gateways and their index", gateways, indexed_gateways(index, lines), lines);
+        if (!std::equal(std::begin(of_length), std::end(of_length), index.of_length))
+            lines.push_back("the numbers of routes by length are wrong");
+    }
+    expect_equal("tunnel FTNs and their index",
+                 waiting(dpm::ftns(), [](const dpm_ftn &ftn) { return ftn.vrf_id == 0; }),
+                 g_dpm_index.ftn_by_fec.numnodes, lines);
+    check_pend_list(
+        "pending FTNs", g_dpm_vpn.pend_ftn_list,
+        waiting(dpm::ftns(), [](const dpm_ftn &ftn) { return ftn.flags == DPM_LABEL_WAITING; }),
+        lines);
+    check_pend_list("pending ILMs", g_dpm_vpn.pend_ilm_list,
+                    waiting(dpm::ilms(),
+                            [](const dpm_ilm &ilm) {
+                                return !ilm.is_egress && ilm.flags == DPM_LABEL_WAITING;
+                            }),
+                    lines);
 }
 
-Records host_records(Card &card) {
-    CardScope scope(card);
-    Records records;
-    each_host([&](dpm_host_entry host) {
-        host.ifindex = 0;
-        std::memset(host.card_local, 0, sizeof host.card_local);
-        records.emplace(bytes_of(host), "host " + rig::text_of(host));
-    });
-    return records;
+unsigned route_timers() {
+    unsigned armed = 0;
+    each_route([&](const dpm_route_entry &route) { armed += route.delete_timer.expiry_sec != 0; });
+    return armed;
 }
 
-Records nexthop_records(Card &card) {
-    CardScope scope(card);
-    Records records;
-    each_nexthop([&](const dpm_nexthop_entry &entry) {
-        records.emplace(bytes_of(entry), "next hop " + std::to_string(entry.sdk_index) + " count " +
-                                             std::to_string(entry.cnt));
-    });
-    return records;
-}
-
-void compare_records(const Records &master, const Records &standby, Lines &lines) {
-    for (const auto &[bytes, name] : master)
-        if (!standby.contains(bytes))
-            lines.push_back("the standby lacks " + name);
-    for (const auto &[bytes, name] : standby)
-        if (!master.contains(bytes))
-            lines.push_back("the master lacks " + name);
-    if (lines.empty() && master.size() != standby.size())
-        lines.push_back("the tables differ in size");
-}
-
-void check_local_ifindexes(Card &standby, Lines &lines) {
-    CardScope scope(standby);
-    each_host([&](const dpm_host_entry &host) {
-        const dpm_if_entry *const entry = dpm_if_find_by_ifname(host.ifname);
-        if (entry && entry->if_index != host.ifindex)
-            lines.push_back("the standby has the master's ifindex in host " + rig::text_of(host));
-    });
-}
+// --- trees, lists, timers, blocks ------------------------------------------------------------
 
 void check_trees(Lines &lines) {
     const std::pair<const char *, const dpm_avl_tree *> trees[] = {
@@ -222,22 +248,31 @@ std::size_t blocks_of_interfaces() {
 
 } // namespace
 
-Lines chip_equals_tables(Card &card, unsigned leaks) {
-    CardScope scope(card);
-    Lines lines;
-    compare_entries(card.chip, lines);
-    compare_nexthops(card.chip, leaks, lines);
+Lines chip_equals_tables(Card &card, const Exceptions &stated) {
+    const tables::Verdict verdict = tables::chip_equals_tables(card);
+    Lines lines = verdict.faults;
+    if (!stated.routes_adrift)
+        lines.insert(lines.end(), verdict.drifts.begin(), verdict.drifts.end());
+    const std::map<std::string_view, unsigned> allowed{{"next hop", stated.nexthop_leaks},
+                                                       {"group", stated.group_leaks}};
+    for (const auto &[kind, count] : allowed) {
+        const auto found = verdict.leaked.find(kind);
+        const unsigned leaked = found == verdict.leaked.end() ? 0 : found->second;
+        expect_equal("users that are not there, and those that were stated", leaked, count, lines);
+        if (leaked != count)
+            lines.insert(lines.end(), verdict.leaks.begin(), verdict.leaks.end());
+    }
     return lines;
 }
 
-Lines standby_equals_master(Card &master, Card &standby) {
+Lines routes_follow_hosts(Card &card, bool adrift) {
+    CardScope scope(card);
     Lines lines;
-    compare_records(host_records(master), host_records(standby), lines);
-    compare_records(nexthop_records(master), nexthop_records(standby), lines);
-    compare_records(route_records(master), route_records(standby), lines);
-    compare_records(label_records(master), label_records(standby), lines);
-    check_local_ifindexes(standby, lines);
-    check_routes_ifindexes(standby, lines);
+    each_route([&](const dpm_route_entry &route) {
+        check_memory(card.chip, route, lines);
+        if (!adrift)
+            check_resolution(route, lines);
+    });
     return lines;
 }
 
@@ -257,12 +292,15 @@ Lines tables_are_sound(Card &card) {
 }
 
 Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
-    CardScope scope(card);
+    const CardScope scope(card);
     std::size_t held = at_start + extra + blocks_of_interfaces();
-    each_host([&](const dpm_host_entry &) { ++held; });
-    each_nexthop([&](const dpm_nexthop_entry &) { ++held; });
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
-    held += blocks_of_routes();
+    for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
+        held += index->by_gateway.numnodes + (index->by_network != nullptr);
+    const tables::Reading reading(card);
+    for (const tables::Table &table : tables::all())
+        if (table.is_mirrored)
+            table.each(reading, [&](const tables::Row &) { ++held; });
     const std::size_t live = card.os.live_blocks();
     if (live == held)
         return {};

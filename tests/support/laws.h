@@ -1,6 +1,9 @@
 // What must hold of every card at every quiet point, whatever happened before.  Each function
 // answers the differences, one line each; none: the law holds.  The card in question is made
 // current by the function.
+//
+// What can be told from outside is told by the tables' descriptions, of standby and master as well
+// (chassis/tables).  Here is what looks into the library.
 #pragma once
 
 #include "chassis/chassis.h"
@@ -8,23 +11,21 @@
 #include <string>
 #include <vector>
 
-namespace rig::laws {
+namespace rig {
+
+struct Exceptions;
+
+namespace laws {
 
 using Lines = std::vector<std::string>;
 
-// The chip holds an entry for each host that is not link-local and for each route that is said to
-// be there, no others, and the next hops of the table; each next hop counts the hosts behind it,
-// but for `leaks` references.
-Lines chip_equals_tables(chassis::Card &card, unsigned leaks);
+// The law of the descriptions (chassis/tables/law.h), but for what a test states: objects that
+// count more users than they have, and routes that a refusal set adrift.
+Lines chip_equals_tables(chassis::Card &card, const Exceptions &stated);
 
-// Groups are in the chip as they are in the table, each route over one has its own, and all but
-// `group_leaks` have a route; the CPU default is off exactly where a default route stands.  Unless
-// a refusal set them adrift, routes point to what the host table resolves their gateways to, and
-// stand in the chip so, but for those that a label entry stands for.
-Lines routes_follow_hosts(chassis::Card &card, unsigned group_leaks, bool adrift);
-
-// The standby's records are the master's, but for what is card-local.
-Lines standby_equals_master(chassis::Card &master, chassis::Card &standby);
+// Routes point to what the host table resolves their gateways to, and remember what the chip has of
+// them.
+Lines routes_follow_hosts(chassis::Card &card, bool adrift);
 
 // Whether the card mirrors its changes to a peer at present.
 bool is_mirroring(chassis::Card &card);
@@ -39,4 +40,5 @@ Lines heap_is_explained(chassis::Card &card, std::size_t at_start, std::size_t e
 
 std::uint64_t failed_checks(chassis::Card &card);
 
-} // namespace rig::laws
+} // namespace laws
+} // namespace rig

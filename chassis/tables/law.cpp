@@ -1,0 +1,151 @@
+#include "chassis/tables/law.h"
+
+#include "chassis/tables/tables.h"
+#include "chassis/tables/wanted.h"
+
+namespace chassis::tables {
+
+namespace {
+
+using chip::Chip;
+namespace kinds = chip::kinds;
+
+// What no record says: settings of the whole card, and what the library leaves behind.
+void want_settings(Wanted &wanted) {
+    wanted.want<kinds::hash_mode>({}, dpm_api_get_ecmp_hash());
+    // A default route that goes gives its place to the CPU, in a VRF that was never enabled too.
+    wanted.permit_any<kinds::cpu_default>(true);
+    // A sub-VLAN's rule comes and goes with the sub-VLAN, whatever becomes of the addresses.
+    wanted.permit_any<kinds::ospf_rule>({});
+}
+
+template <class Kind> class Judge {
+public:
+    Judge(Wanted &wanted, const Chip &chip, Verdict &verdict)
+        : objects_(wanted.objects_of<Kind>()), held_(chip.held<Kind>()), verdict_(verdict) {}
+
+    void judge() {
+        for (const auto &[key, object] : objects_.by_key) {
+            if (object.value)
+                compare(key, *object.value, object.cause);
+            compare_uses(key, object);
+        }
+        for (const auto &[key, value] : held_)
+            if (!is_accepted(key, value))
+                tell("no table has " + Wanted::name_of<Kind>(key), cause_of(key));
+    }
+
+private:
+    using Key = typename Kind::Key;
+    using Value = typename Kind::Value;
+    using Object = Wanted::Object<Kind>;
+
+    void tell(std::string text, Cause cause) {
+        (cause == Cause::drift ? verdict_.drifts : verdict_.faults).push_back(std::move(text));
+    }
+
+    void compare(const Key &key, const Value &value, Cause cause) {
+        if constexpr (!std::is_same_v<Key, chip::Nothing>)
+            verdict_.wanted[Kind::name]++;
+        const auto found = held_.find(key);
+        if (found == held_.end())
+            tell("the chip lacks " + Wanted::name_of<Kind>(key), cause);
+        else if (Wanted::in_order(found->second) != value)
+            tell("the chip has another " + Wanted::name_of<Kind>(key) + ": " +
+                     Kind::value_text(found->second) + ", not " + Kind::value_text(value),
+                 cause);
+    }
+
+    void compare_uses(const Key &key, const Object &object) {
+        const std::string name = Wanted::name_of<Kind>(key);
+        const unsigned counted = object.counted.value_or(object.uses);
+        const std::string text = name + " counts " + std::to_string(counted) + " users and has " +
+                                 std::to_string(object.uses);
+        if (object.uses > 0 && !object.value)
+            tell("no table has " + name + ", which is used", Cause::fault);
+        else if (counted < object.uses)
+            tell(text, Cause::fault);
+        else if (counted > object.uses) {
+            verdict_.leaks.push_back(text);
+            verdict_.leaked[Kind::name] += counted - object.uses;
+        }
+    }
+
+    bool is_accepted(const Key &key, const Value &value) const {
+        if (objects_.permitted == value)
+            return true;
+        const auto found = objects_.by_key.find(key);
+        return found != objects_.by_key.end() &&
+               (found->second.value || found->second.permitted == value);
+    }
+
+    Cause cause_of(const Key &key) const {
+        const auto found = objects_.by_key.find(key);
+        return found == objects_.by_key.end() ? Cause::fault : found->second.cause;
+    }
+
+    Wanted::Objects<Kind> &objects_;
+    const std::map<Key, Value> &held_;
+    Verdict &verdict_;
+};
+
+using Records = std::map<std::string, std::string>; // bytes by key
+
+Records records_of(const Table &table, Card &card) {
+    const Reading reading(card);
+    Records records;
+    table.each(reading, [&](const Row &row) { records[row.key()] += row.bytes(); });
+    return records;
+}
+
+void compare(const Table &table, const Records &master, const Records &standby, Lines &lines) {
+    const auto tell = [&](const std::string &key, const std::string &text) {
+        lines.push_back(std::string(table.name) + ": " + key + ": " + text);
+    };
+    for (const auto &[key, bytes] : master) {
+        const auto found = standby.find(key);
+        if (found == standby.end())
+            tell(key, "on the master only");
+        else if (found->second != bytes)
+            tell(key, "the records differ from byte " +
+                          std::to_string(std::ranges::mismatch(bytes, found->second).in1 -
+                                         bytes.begin()));
+    }
+    for (const auto &[key, bytes] : standby)
+        if (!master.contains(key))
+            tell(key, "on the standby only");
+}
+
+} // namespace
+
+Lines Verdict::all() const {
+    Lines lines = faults;
+    lines.insert(lines.end(), drifts.begin(), drifts.end());
+    lines.insert(lines.end(), leaks.begin(), leaks.end());
+    return lines;
+}
+
+Verdict chip_equals_tables(Card &card) {
+    const Reading reading(card);
+    Wanted wanted(reading);
+    want_settings(wanted);
+    for (const Table &table : all())
+        table.each(reading, [&](const Row &row) { row.want(wanted); });
+    Verdict verdict;
+    for (Wanted::Difference &difference : wanted.differences)
+        (difference.cause == Cause::drift ? verdict.drifts : verdict.faults)
+            .push_back(std::move(difference.text));
+    const auto lock = card.chip.lock();
+    chip::each_kind([&](auto kind) { Judge<decltype(kind)>(wanted, card.chip, verdict).judge(); });
+    return verdict;
+}
+
+Lines standby_equals_master(Card &master, Card &standby) {
+    Lines lines;
+    for (const Table &table : all())
+        if (table.is_mirrored)
+            compare(table, records_of(table, master), records_of(table, standby), lines);
+    return lines;
+}
+
+} // namespace chassis::tables
