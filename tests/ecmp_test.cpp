@@ -1,176 +1,146 @@
 // ECMP groups: the record, the chip's group and the standby's copy through every change and
 // refusal.  The groups here are the test's own: no route points to them.
 
-#include "dpm_bridge.h"
 #include "dpm_ecmp.h"
-#include "support/shelf.h"
-
-#include <algorithm>
+#include "support/rows.h"
 
 namespace {
 
-using chassis::chip::Function;
-using chassis::os::Fault;
-using Members = std::vector<std::uint32_t>;
+// "learn IP...": neighbours, the first with the next hop n1, and so on.
+const rig::Verb learn{"learn", [](rig::RowShelf &shelf, const rig::Words &words) {
+                          for (std::size_t i = 1; i < words.size(); ++i)
+                              (void)shelf.run("neigh add " + words[i]);
+                      }};
 
-class Groups : public rig::Shelf, public ::testing::WithParamInterface<std::uint32_t> {
-protected:
-    void SetUp() override {
-        add_interface("vlanif100", 100);
-        for (unsigned i = 0; i < 9; ++i) {
-            const std::string last = std::to_string(i + 2);
-            learn_host({.ip = "10.1.1." + last, .mac = "02:00:00:00:01:0" + last});
-            members.push_back(host(master(), "10.1.1." + last)->sdk_index);
-        }
-        master().peer.record(true);
-        clear_journal();
-    }
-    int add(std::int32_t &index, unsigned member) {
-        const int result = dpm_ecmp_add(GetParam(), &index, members[member]);
-        settle();
-        return result;
-    }
-    int del(std::int32_t &index, unsigned member) {
-        const int result = dpm_ecmp_del(GetParam(), &index, members[member]);
-        settle();
-        return result;
-    }
-    int del_all(std::int32_t &index) {
-        const int result = dpm_ecmp_del_all(GetParam(), &index);
-        settle();
-        return result;
-    }
-    // The record's members in their slots, and the standby's must be the same.
-    Members recorded(std::int32_t index) {
-        Members slots[2];
-        for (chassis::Card *card : cards())
-            for (const dpm_ecmp_entry &group : groups(*card))
-                if (group.sdk_index == index && group.ecmp_type == GetParam())
-                    slots[card == &standby()].assign(std::begin(group.host_sdk),
-                                                     std::begin(group.host_sdk) + 8);
-        EXPECT_EQ(slots[0], slots[1]) << "the standby's";
-        return slots[0];
-    }
-    Members slots(std::initializer_list<int> positions) { // -1: a free one
-        Members wanted;
-        for (const int position : positions)
-            wanted.push_back(position < 0 ? 0 : members[unsigned(position)]);
-        wanted.resize(8);
-        return wanted;
-    }
-    unsigned mirrored() { // adds since the last clear_journal()
-        const auto calls = master().peer.calls();
-        return unsigned(std::count_if(calls.begin(), calls.end(), [](const auto &call) {
-            return call.name == "dpm_ecmp_entry_add_sync_receive";
-        }));
-    }
-    Members members; // next hops
-};
-INSTANTIATE_TEST_SUITE_P(Families, Groups, ::testing::Values(DPM_FAMILY_IPV4, DPM_FAMILY_IPV6));
+// "group add|del|end IP [INDEX]": the host's next hop into the one group that there is, or into
+// that of the index; out of it; or the whole group goes.  Answers the caller's index behind it, and
+// the record's slots, "-" for a free one.
+int change_group(const std::string &deed, const dpm_prefix &ip, std::uint32_t nexthop,
+                 std::int32_t &index) {
+    return deed == "add"   ? dpm_ecmp_add(ip.family, &index, nexthop)
+           : deed == "del" ? dpm_ecmp_del(ip.family, &index, nexthop)
+                           : dpm_ecmp_del_all(ip.family, &index);
+}
+const rig::Verb group{"group", [](rig::RowShelf &shelf, const rig::Words &words) {
+                          auto groups = shelf.groups(shelf.master());
+                          std::int32_t index = groups.empty() ? 0 : groups[0].sdk_index;
+                          if (words.size() > 3)
+                              index = std::stoi(words[3]);
+                          const int result =
+                              change_group(words[1], rig::prefix_of(words[2]),
+                                           shelf.host(shelf.master(), words[2])->sdk_index, index);
+                          std::string text = result == 0 ? "" : "refused ";
+                          text += shelf.journal.name_of(std::uint32_t(index));
+                          groups = shelf.groups(shelf.master());
+                          for (std::size_t slot = 0; !groups.empty() && slot < 8; ++slot)
+                              text += groups[0].host_sdk[slot]
+                                          ? " " + shelf.journal.name_of(groups[0].host_sdk[slot])
+                                          : " -";
+                          shelf.answer(text.substr(0, text.find_last_not_of(" -") + 1));
+                          shelf.allow().group_leaks = unsigned(groups.size());
+                      }};
 
 } // namespace
 
-TEST_P(Groups, TheFirstMemberCreatesAGroupAndTheLastEndsIt) {
-    std::int32_t index = 0;
-    EXPECT_EQ(add(index, 0), 0);
-    ASSERT_GE(index, 16);
-    EXPECT_EQ(recorded(index), slots({0}));
-    EXPECT_EQ(add(index, 1), 0);
-    EXPECT_EQ(add(index, 2), 0);
-    EXPECT_EQ(del(index, 1), 0);
-    EXPECT_EQ(recorded(index), slots({0, -1, 2}));
-    EXPECT_EQ(add(index, 3), 0);
-    EXPECT_EQ(recorded(index), slots({0, 3, 2})) << "the first free slot";
-    allow().group_leaks = 1;
-    check_laws();
-    allow().group_leaks = 0;
-    for (const unsigned member : {0u, 3u, 2u})
-        EXPECT_EQ(del(index, member), 0);
-    EXPECT_EQ(index, 0);
-    EXPECT_TRUE(groups(master()).empty());
-    EXPECT_TRUE(groups(standby()).empty());
-}
+ROWS(Groups, TheFirstMemberMakesOneAndTheLastEndsIt, .see = "chip mirror"){
+    {"learn {a} {b} {c} {d} {e}"},
+    {"group add {a}", "group+ g1; member+ g1 n1; mirror ecmp+ g1; = g1 n1"},
+    {"group add {b}", "member+ g1 n2; mirror ecmp+ g1; = g1 n1 n2"},
+    {"group add {c}", "member+ g1 n3; mirror ecmp+ g1; = g1 n1 n2 n3"},
+    {"group del {b}", "member- g1 n2; mirror ecmp+ g1; = g1 n1 - n3"},
+    {"group add {d}", "member+ g1 n4; mirror ecmp+ g1; = g1 n1 n4 n3"}, // the first free slot
+    {"group del {e}",
+     "member- g1 n5 -> -1; mirror ecmp+ g1; = g1 n1 n4 n3"}, // that is not recorded
+    {"group del {a}", "member- g1 n1; mirror ecmp+ g1; = g1 - n4 n3"},
+    {"group del {d}", "member- g1 n4; mirror ecmp+ g1; = g1 - - n3"},
+    {"group del {c}", "member- g1 n3; group- g1; mirror ecmp- g1; = 0"},
+};
 
-TEST_P(Groups, ANinthMemberIsInTheChipAloneAndGoesWithItsGroup) {
-    std::int32_t index = 0;
-    for (unsigned member = 0; member < 9; ++member)
-        EXPECT_EQ(add(index, member), 0);
-    EXPECT_EQ(groups(master()).at(0).host_cnt, 8u);
-    EXPECT_EQ(recorded(index), slots({0, 1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(master().chip.groups.at(std::uint32_t(index)).size(), 9u);
-    EXPECT_EQ(del_all(index), 0);
-    EXPECT_EQ(index, 0);
-    EXPECT_TRUE(master().chip.groups.empty());
-}
+ROWS(Groups, ANinthMemberIsInTheChipAloneAndGoesWithItsGroup, .see = "chip"){
+    {"learn {a} {b} {c} {d} {e} {f} {g} {h} {i}"},
+    {"group add {a}"},
+    {"group add {b}"},
+    {"group add {c}"},
+    {"group add {d}"},
+    {"group add {e}"},
+    {"group add {f}"},
+    {"group add {g}"},
+    {"group add {h}", "member+ g1 n8; = g1 n1 n2 n3 n4 n5 n6 n7 n8"},
+    {"allow chip-differs"},
+    {"group add {i}", "member+ g1 n9; = g1 n1 n2 n3 n4 n5 n6 n7 n8"},
+    {"group end {a}",
+     "member- g1 n1; member- g1 n2; member- g1 n3; member- g1 n4; member- g1 n5; member- g1 n6; "
+     "member- g1 n7; member- g1 n8; group- g1; = 0"},
+    {"allow chip-differs 0"},
+};
 
-TEST_P(Groups, AMemberThatIsNotRecordedIsAskedOfTheChipAndTheRecordMirrored) {
-    std::int32_t index = 0;
-    add(index, 0);
-    clear_journal();
-    EXPECT_EQ(del(index, 5), 0);
-    EXPECT_EQ(chip_calls(master()).size(), 1u);
-    EXPECT_EQ(mirrored(), 1u);
-    EXPECT_EQ(recorded(index), slots({0}));
-    EXPECT_EQ(del(index, 0), 0);
-}
+ROWS(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas, .roles = rig::with_standby,
+     .see = "chip mirror log/dpm_ecmp_"){
+    {"learn {a} {b} {c}"},
+    {"chip refuse group 1"}, // the caller waits
+    {"group add {a}", "group+ 0 -> -1; log10 dpm_ecmp_add #::driver create ecmp failed!\r\n; = 0"},
+    {"fault alloc 1"},
+    {"group add {a}", "group+ g1; group- g1; = refused 0"},
+    {"chip refuse group-member 1"}, // a group without member
+    {"group add {a}", "group+ g2; member+ g2 n1 -> -1; "
+                      "log10 dpm_ecmp_add #::sdk_index g2 host_cnt 0 ...; mirror ecmp+ g2; = g2"},
+    {"group add {b}", "member+ g2 n2; log10 dpm_ecmp_add #::sdk_index g2 host_cnt 1 ...; "
+                      "mirror ecmp+ g2; = g2 n2"},
+    {"chip refuse group-member 1"},
+    {"group add {c}", "member+ g2 n3 -> -1; log10 dpm_ecmp_add #::sdk_index g2 host_cnt 1 ...; "
+                      "mirror ecmp+ g2; = g2 n2"},
+    {"chip refuse group-member 1"},
+    {"group del {b}", "log10 dpm_ecmp_del #::...; member- g2 n2 -> -1; mirror ecmp+ g2; = g2 n2"},
+    {"chip refuse group-member 1"},
+    {"group end {b}",
+     "log10 dpm_ecmp_del_all #::ecmp_type ...; member- g2 n2 -> -1; "
+     "log13 dpm_ecmp_del_all #:: driver_ecmp_del failed! ...; group- g2; mirror ecmp- g2; = 0"},
+    {"group add {a} 4711",
+     "log10 dpm_ecmp_add #::sdk_index = 4711, can not find same ecmp_entry!\r\n; = refused 4711"},
+    {"group del {a} 4711", "log10 dpm_ecmp_del #::sdk_index = 4711, can not find same ecmp_entry "
+                           "in ecmp_tree!\r\n; = refused 4711"},
+    {"group end {a} 4711", "log10 dpm_ecmp_del_all #::sdk_index = 4711, can not find same "
+                           "ecmp_entry.\r\n; = refused 4711"},
+};
 
-TEST_P(Groups, OfBothFamiliesTogetherThereAre1024) {
+namespace {
+
+class GroupRecords : public rig::Shelf {
+protected:
+    void SetUp() override {
+        add_interface("vlanif100", 100);
+        learn_host({});
+        nexthop = hosts(master())[0].sdk_index;
+        clear_journal();
+    }
+    std::uint32_t nexthop = 0;
+};
+
+} // namespace
+
+TEST_F(GroupRecords, OfBothFamiliesTogetherThereAre1024) {
     std::vector<std::int32_t> indexes(1024);
     for (unsigned i = 0; i < 1024; ++i)
-        ASSERT_EQ(dpm_ecmp_add(1 + i % 2, &indexes[i], members[0]), 0);
-    std::int32_t one_more = 0;
-    EXPECT_EQ(add(one_more, 0), -1);
-    EXPECT_EQ(one_more, 0);
-    EXPECT_EQ(logged(master(), "ecmp entry is full!!!"), 1u);
-    EXPECT_EQ(add(indexes[GetParam() - 1], 1), 0) << "a present group takes members";
+        ASSERT_EQ(dpm_ecmp_add(1 + i % 2, &indexes[i], nexthop), 0);
+    for (const std::uint32_t family : {1u, 2u}) {
+        std::int32_t one_more = 0;
+        EXPECT_EQ(dpm_ecmp_add(family, &one_more, nexthop), -1);
+        EXPECT_EQ(one_more, 0);
+        EXPECT_EQ(dpm_ecmp_add(family, &indexes[family - 1], 2), 0)
+            << "a present one takes members";
+    }
+    EXPECT_EQ(logged(master(), "ecmp entry is full!!!"), 2u);
+    settle();
     EXPECT_EQ(groups(standby()).size(), 1024u);
     for (unsigned i = 0; i < 1024; ++i)
         ASSERT_EQ(dpm_ecmp_del_all(1 + i % 2, &indexes[i]), 0);
 }
 
-TEST_P(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas) {
-    std::int32_t index = 0;
-    refuse(Function::add_ecmp_nexthop);
-    EXPECT_EQ(add(index, 0), 0) << "the caller waits";
-    EXPECT_EQ(index, 0);
-    EXPECT_EQ(logged(master(), "driver create ecmp failed!"), 1u);
-
-    fail(Fault::allocation);
-    EXPECT_EQ(add(index, 0), -1);
-    EXPECT_EQ(index, 0);
-    EXPECT_TRUE(master().chip.groups.empty()) << "given back";
-
-    refuse(Function::update_ecmp_nexthop);
-    EXPECT_EQ(add(index, 0), 0);
-    EXPECT_EQ(recorded(index), slots({})) << "a group without member";
-    EXPECT_EQ(add(index, 1), 0);
-    refuse(Function::update_ecmp_nexthop);
-    EXPECT_EQ(add(index, 2), 0);
-    EXPECT_EQ(recorded(index), slots({1}));
-    clear_journal();
-    refuse(Function::update_ecmp_nexthop);
-    EXPECT_EQ(del(index, 1), 0);
-    EXPECT_EQ(recorded(index), slots({1}));
-    EXPECT_EQ(mirrored(), 1u);
-    refuse(Function::update_ecmp_nexthop);
-    EXPECT_EQ(del_all(index), 0);
-    EXPECT_EQ(index, 0);
-    EXPECT_EQ(logged(master(), ":: driver_ecmp_del failed! ecmp_type"), 1u);
-    EXPECT_TRUE(groups(standby()).empty());
-}
-
-TEST_P(Groups, AnIndexThatTheChipNeverGaveOutAndAnUnknownFamilyChangeNothing) {
-    std::int32_t unknown = 4711;
-    EXPECT_EQ(add(unknown, 0), -1);
-    EXPECT_EQ(del(unknown, 0), -1);
-    EXPECT_EQ(del_all(unknown), -1);
-    EXPECT_EQ(unknown, 4711);
-    EXPECT_EQ(logged(master(), "sdk_index = 4711, can not find same ecmp_entry"), 3u);
-    clear_journal();
+TEST_F(GroupRecords, OfAnUnknownFamilyChangeNothing) {
     for (const std::uint32_t family : {0u, 3u}) {
-        std::int32_t index = 0;
-        EXPECT_EQ(dpm_ecmp_add(family, &index, members[0]), 0);
-        EXPECT_EQ(dpm_ecmp_del(family, &unknown, members[0]), 0);
+        std::int32_t unknown = 4711, index = 0;
+        EXPECT_EQ(dpm_ecmp_add(family, &index, nexthop), 0);
+        EXPECT_EQ(dpm_ecmp_del(family, &unknown, nexthop), 0);
         EXPECT_EQ(dpm_ecmp_del_all(family, &unknown), 0);
         EXPECT_EQ(index, 0);
         const dpm_ecmp_entry key{};

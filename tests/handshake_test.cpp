@@ -5,167 +5,165 @@
 #include "dpm_bridge.h"
 #include "dpm_main.h"
 #include "dpm_vrf.h"
-#include "support/shelf.h"
+#include "support/rows.h"
+
+using rig::alone;
+using rig::with_standby;
+
+ROWS(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem, .families = {4},
+     .roles = rig::mirroring, .see = "chip mirror"){
+    {"standby goes"},
+    {"clock advance 60s"}, // mirroring has ended
+    {"standby starts"},
+    {"neigh add {a}", "nexthop+ port 1 {m1} n1; entry+ {a} n1"},
+    {"neigh add 2001:db8::2 port 2", "nexthop+ port 2 {m2} n2; entry+ 2001:db8::2 n2"},
+    {"see mirror log"},
+    {"standby comes",
+     "log10 dpm_bridge_slave_up #::wait slave up process over!\r\n; "
+     "log10 dpm_bridge_slave_up #::it is master, slave up process over!\r\n; "
+     "mirror dpm_main_entry_sync_all_receive 6; "
+     "log10 dpm_nexthop_entry_sync_all_send #::slot_bit = 1024, nexthop driver sync.\r\n; "
+     "log10 dpm_nexthop_entry_sync_all_send #::slot 10, nexthop table sync.\r\n; "
+     "mirror nexthop* 2; "
+     "log10 dpm_host_entry_sync_all_send #::slot_bit = 1024, host driver sync.\r\n; "
+     "log10 dpm_host_entry_sync_all_send #::slot 10, host table sync.\r\n; mirror host* 2; "
+     "log10 dpm_ecmp_entry_sync_all_send #::slot_bit = 1024, ecmp driver sync.\r\n; "
+     "log10 dpm_ecmp_entry_sync_all_send #::ipv4 ecmp tree is null.\r\n; "
+     "log10 dpm_ecmp_entry_sync_all_send #::slot 10, ecmp table sync.\r\n; "
+     "log10 dpm_route_entry_sync_all_send #::slot_bit = 1024, route driver sync.\r\n; "
+     "log10 dpm_route_entry_sync_all_send #::ipv4 route tree is null.\r\n; "
+     "log10 dpm_route_entry_sync_all_send #::slot 10, route table sync.\r\n; "
+     "log10 dpm_mpls_ftn_sync_all_send #::slot_bit = 1024, ftn driver sync.\r\n; "
+     "log10 dpm_mpls_ftn_sync_all_send #::slot 10, ftn table sync.\r\n; "
+     "log10 dpm_mpls_ilm_sync_all_send #::slot_bit = 1024, ilm driver sync.\r\n; "
+     "log10 dpm_mpls_ilm_sync_all_send #::slot 10, ilm table sync.\r\n; "
+     "log10 dpm_slave_up_pro_over_sync_send #:: it is master, slave_up_pro send over!\r\n; "
+     "mirror dpm_slave_up_pro_over_sync_receive 4; "
+     "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,slave up process "
+     "over!\r\n; standby: mirror dpm_slave_up_pro_over_peercard_callback 4; "
+     "log10 dpm_slave_up_pro_over_peercard_callback #::slave up process over, sem_give!\r\n"},
+    {"standby show hosts --count", "= 2"},
+};
+
+ROWS(Handshake, ThePeerIsCheckedAfterAMinuteAndThenEveryTenSeconds, .families = {4},
+     .roles = with_standby, .see = "mirror"){
+    {"standby goes"},
+    {"standby comes"},
+    {"card standby-lost"},
+    {"clock advance 59s"},
+    {"neigh add {a}", "mirror nexthop+ n1; mirror host+ {a}"},
+    {"card standby-usable"},
+    {"clock advance 1s"},
+    {"card standby-lost"},
+    {"clock advance 9s"},
+    {"neigh add {b}", "mirror nexthop+ n2; mirror host+ {b}"},
+    {"card standby-usable"},
+    {"clock advance 1s"},
+    {"card standby-lost"},
+    {"clock advance 9s"},
+    {"neigh add {c}", "mirror nexthop+ n3; mirror host+ {c}"},
+    {"clock advance 1s"},
+    {"neigh del {b}", ""},
+    {"neigh add {d}", ""},
+    {"card standby-usable"},
+    {"clock advance 100s"},
+    {"neigh del {d}", ""}, // the check has ended
+    // What went meanwhile stays on the standby until its next start: adds alone travel.
+    {"allow standby-differs"},
+    {"standby comes",
+     "mirror dpm_main_entry_sync_all_receive 6; mirror nexthop* 2; mirror host* 2; "
+     "mirror dpm_slave_up_pro_over_sync_receive 4; "
+     "standby: mirror dpm_slave_up_pro_over_peercard_callback 4"},
+    {"standby show hosts --count", "= 3"},
+};
+
+ROWS(Handshake, ALineCardIsProgrammedAgainAndGetsNoTables, .families = {4}, .roles = with_standby,
+     .see = "chip mirror"){
+    {"standby goes"},
+    {"clock advance 60s"},
+    {"standby starts"},
+    {"neigh add {a}"},
+    {"neigh add 2001:db8::2 port 2"},
+    {"neigh add fe80::3 port 3"},
+    {"allow standby-differs"},
+    {"card slot-up 3", "nexthop+ port 1 {m1} n1 slots 0x8; nexthop+ port 2 {m2} n2 slots 0x8; "
+                       "nexthop+ port 3 {m3} n3 slots 0x8; entry+ {a} n1 slots 0x8; "
+                       "entry+ 2001:db8::2 n2 slots 0x8"},
+    {"see mirror"},
+    {"neigh add {b}", "mirror nexthop+ n4; mirror host+ {b}"}, // as after any slot
+    {"card standby-lost"},
+    {"clock advance 60s"},
+    {"see log"},
+    {"standby card slot-up 3", ""},
+};
+
+ROWS(Handshake, ACardThatLosesTheMasterBeforeItsTablesCameCarriesOnAlone, .families = {4},
+     .roles = with_standby, .see = "chip log/dpm_"){
+    {"neigh add {a}"},
+    {"standby goes"},
+    {"clock advance 60s"},
+    {"standby starts"},
+    {"allow chip-differs"}, // the chip keeps what a card that is gone programmed
+    {"switch-over", "log10 dpm_host_start_delete_time #:: ipv4 host tree is null!\r\n; "
+                    "log10 dpm_route_start_delete_time #::ipv4 route table is null!\r\n"},
+    {"show hosts --count", "= 0"},
+    {"neigh add {b}"},
+    {"show hosts --count", "= 1"},
+};
 
 namespace {
 
-using chassis::Card;
 using chassis::chip::Function;
 using Lines = std::vector<std::string>;
 
-Lines names_of(const std::vector<chassis::peer::Call> &calls) {
-    Lines names;
-    for (const auto &call : calls)
-        names.push_back(call.name + " " + std::to_string(call.payload.size()));
-    return names;
-}
-
-template <std::size_t size>
-int deliver(Card &card, const char *name, const std::array<std::uint8_t, size> &bytes) {
-    return card.peer.deliver(name, std::as_bytes(std::span(bytes)));
-}
-
-class Handshake : public rig::JoinedShelf {
+class Cards : public rig::JoinedShelf {
 protected:
-    void SetUp() override {
-        add_interface("vlanif100", 100);
-        learn_host({.ip = "10.1.1.2", .port = 1});
-        learn_host({.ip = "2001:db8::2", .port = 2});
-        for (Card *card : cards())
-            card->peer.record(true);
-        clear_journal();
-    }
-    bool is_mirroring() { return dpm_get_slave_up() == 1; }
+    void SetUp() override { add_interface("vlanif100", 100); }
 };
 
-class Alone : public rig::LoneShelf {};
+class LoneCard : public rig::LoneShelf {};
 
 } // namespace
 
-TEST_F(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem) {
-    EXPECT_TRUE(hosts(standby()).empty()) << "nothing is mirrored before";
-    standby_connects();
-    EXPECT_EQ(
-        names_of(master().peer.calls()),
-        (Lines{"dpm_main_entry_sync_all_receive 6", "dpm_nexthop_entry_sync_all_receive 88",
-               "dpm_host_entry_sync_all_receive 352", "dpm_slave_up_pro_over_sync_receive 4"}));
-    EXPECT_EQ(master().peer.calls()[3].payload[0], std::byte{10}) << "the slot";
-    EXPECT_EQ(names_of(standby().peer.calls()),
-              (Lines{"dpm_slave_up_pro_over_peercard_callback 4"}));
-    EXPECT_EQ(standby().peer.calls()[0].payload[0], std::byte{1});
-    EXPECT_EQ(logged(master(), "::wait slave up process over!"), 1u);
-    EXPECT_EQ(logged(standby(), "::it is slave,slave up process over!"), 1u);
-    EXPECT_EQ(logged(master(), "::slave up process over, sem_give!"), 1u);
-    EXPECT_EQ(host_texts(standby()).size(), 2u);
-    EXPECT_EQ(chip_calls(standby()).size(), 2u) << "the link-local address and nothing else";
-}
-
-TEST_F(Handshake, ChangesAreMirroredFromTheStartOfTheProcessOn) {
+TEST_F(Cards, MirrorChangesFromTheStartOfTheHandshakeOn) {
+    for (rig::Card *card : cards())
+        card->peer.record(true);
     hold(true);
     master().peer.connected();
-    learn_host({.ip = "10.1.1.3", .mac = "02:00:00:00:00:03"}); // posted behind the slot-up
+    learn_host({}); // posted behind the slot-up
     hold(false);
     settle();
     EXPECT_EQ(host_texts(standby()), host_texts(master()));
-    EXPECT_EQ(master().peer.calls().back().name, "dpm_host_entry_add_sync_receive");
+    const auto calls = master().peer.calls();
+    EXPECT_EQ(calls.back().name, "dpm_host_entry_add_sync_receive");
+    EXPECT_EQ(calls[1].payload, std::vector<std::byte>({std::byte{10}, {}, {}, {}})) << "the slot";
+    EXPECT_EQ(standby().peer.calls().at(0).payload[0], std::byte{1});
 }
 
-TEST_F(Handshake, ThePeerIsCheckedAfterAMinuteAndThenEveryTenSeconds) {
-    standby_connects();
-    for (const unsigned due : {60u, 10u, 10u}) {
-        master().peer.set_standby_usable(false);
-        advance(due - 1);
-        EXPECT_TRUE(is_mirroring());
-        master().peer.set_standby_usable(true);
-        advance(1);
-        EXPECT_TRUE(is_mirroring());
-    }
-    master().peer.set_standby_usable(false);
-    advance(10);
-    EXPECT_FALSE(is_mirroring());
-    clear_journal();
-    learn_host({.ip = "10.1.1.3", .mac = "02:00:00:00:00:03"});
-    forget_host({.ip = "10.1.1.2"});
-    EXPECT_TRUE(master().peer.calls().empty());
-    EXPECT_EQ(hosts(standby()).size(), 2u);
-    advance(100);
-    EXPECT_FALSE(is_mirroring()) << "the check has ended";
-
-    const dpm_host_entry stale = hosts(standby())[0];
-    dpm_nexthop_entry stale_nexthop{};
-    for (const dpm_nexthop_entry &entry : nexthops(standby()))
-        if (entry.sdk_index == stale.sdk_index)
-            stale_nexthop = entry;
-    master().peer.set_standby_usable(true);
-    standby_connects();
-    EXPECT_TRUE(is_mirroring());
-    // What went meanwhile stays on the standby until its next start: adds alone travel.
-    EXPECT_EQ(hosts(standby()).size(), 3u);
-    const auto scope = as(standby());
-    EXPECT_EQ(dpm_host_entry_del_sync_receive(&stale, sizeof stale), 0);
-    EXPECT_EQ(dpm_nexthop_entry_del_sync_receive(&stale_nexthop, sizeof stale_nexthop), 0);
-    settle();
-}
-
-TEST_F(Handshake, ALineCardIsProgrammedAgainAndGetsNoTables) {
-    learn_host({.ip = "fe80::1", .mac = "02:00:00:00:00:03", .port = 3});
-    clear_journal();
-    EXPECT_EQ(dpm_bridge_slot_up(3), 0);
-    settle();
-    Lines again;
-    for (const std::string &call : chip_calls(master()))
-        again.push_back(call.substr(0, call.find(" index")));
-    EXPECT_EQ(again, (Lines{"add_ip_nexthop port 3 svlan 100 cvlan 0 mac 02:00:00:00:00:03",
-                            "add_ip_nexthop port 1 svlan 100 cvlan 0 mac 02:00:00:00:01:02",
-                            "add_ip_nexthop port 2 svlan 100 cvlan 0 mac 02:00:00:00:01:02",
-                            "add_ip_entry vrf 0 10.1.1.2/32 nexthop 17 slots 0x8 -> 0",
-                            "add_ip_entry vrf 0 2001:db8::2/128 nexthop 18 slots 0x8 -> 0"}));
-    EXPECT_TRUE(master().peer.calls().empty());
-    EXPECT_EQ(logged(master(), "::slot_bit = 8, nexthop driver sync."), 1u);
-    EXPECT_EQ(logged(master(), "::slot_bit = 8, host driver sync."), 1u);
-    EXPECT_EQ(logged(master(), "table sync."), 0u);
-    EXPECT_TRUE(is_mirroring()) << "as after any slot";
-    master().peer.set_standby_usable(false); // the standby never got the tables
-    advance(60);
-}
-
-TEST_F(Handshake, OnTheStandbyASlotThatComesUpIsNoEvent) {
-    const auto scope = as(standby());
-    EXPECT_EQ(dpm_bridge_slot_up(3), 0);
-    EXPECT_EQ(dpm_bridge_slave_up(), 0);
-    EXPECT_EQ(standby().os.queued(), 0u);
-    EXPECT_EQ(dpm_slave_up_process(3), 0);
-    EXPECT_FALSE(is_mirroring());
-    EXPECT_EQ(dpm_slave_up_pro_over_peercard_callback(nullptr, 0), 0);
-    EXPECT_EQ(logged(standby(), "::it is slave!"), 1u);
-    EXPECT_EQ(dpm_bridge_sync_send("dpm_host_entry_add_sync_receive", "", 0), -1);
-    EXPECT_TRUE(standby().peer.calls().empty());
-}
-
-TEST_F(Handshake, OnTheMasterTheStandbysMessagesAreDropped) {
-    EXPECT_EQ(dpm_slave_up_pro_over_sync_receive(nullptr, 0), 0);
-    EXPECT_EQ(dpm_main_entry_sync_all_receive("......", 6), 0);
-    EXPECT_EQ(logged(master(), "::it is slave."), 2u);
+TEST_F(Cards, TakeNoPartInTheOtherRolesHandshake) {
     EXPECT_EQ(dpm_slave_up_pro_over_sync_process(), 0);
     EXPECT_EQ(logged(master(), "::it is master!!"), 1u);
     EXPECT_EQ(dpm_bridge_slave_sync_send("dpm_slave_up_pro_over_peercard_callback", "", 0), -1);
-    EXPECT_EQ(master().os.queued(), 0u);
+    const auto scope = as(standby());
+    EXPECT_EQ(dpm_bridge_slave_up(), 0);
+    EXPECT_EQ(standby().os.queued(), 0u);
+    EXPECT_EQ(dpm_slave_up_process(3), 0);
+    EXPECT_EQ(dpm_get_slave_up(), 0u);
+    EXPECT_EQ(dpm_bridge_sync_send("dpm_host_entry_add_sync_receive", "", 0), -1);
 }
 
-TEST_F(Handshake, CardDataMovesTheLinkLocalAddressOfEveryEnabledVrf) {
+TEST_F(Cards, MoveTheLinkLocalAddressOfEveryEnabledVrfWithTheDevicesMac) {
     const auto scope = as(standby());
-    EXPECT_EQ(dpm_vrf_enable(7, 1), 0);
-    EXPECT_EQ(dpm_vrf_enable(8, 1), 0);
-    EXPECT_EQ(dpm_vrf_enable(8, 2), 0);
+    for (const auto &[vrf, enable] : {std::pair(7, 1), {8, 1}, {8, 2}})
+        EXPECT_EQ(dpm_vrf_enable(unsigned(vrf), unsigned(enable)), 0);
     clear_journal();
-    const char *const name = "dpm_main_entry_sync_all_receive";
-    EXPECT_EQ(deliver(standby(), name, std::array<std::uint8_t, 5>{2, 0, 0, 0, 0}), -1);
-    EXPECT_EQ(dpm_main_entry_sync_all_receive(nullptr, 6), -1);
-    EXPECT_EQ(deliver(standby(), name, rig::mac_of("02:00:00:00:00:0a")), 0) << "its own";
+    const auto take_over = [](const char *mac) {
+        return dpm_main_entry_sync_all_receive(rig::mac_of(mac).data(), DPM_MAC_BYTES);
+    };
+    EXPECT_EQ(take_over("02:00:00:00:00:0a"), 0) << "its own";
     EXPECT_TRUE(chip_calls(standby()).empty());
-
     standby().chip.refuse(Function::del_ip_entry, 1);
-    EXPECT_EQ(deliver(standby(), name, rig::mac_of("02:00:00:00:00:99")), 0);
+    EXPECT_EQ(take_over("02:00:00:00:00:99"), 0);
     EXPECT_EQ(chip_calls(standby()),
               (Lines{"del_ip_entry vrf 0 fe80::ff:fe00:a/128 nexthop 2 slots 0x0 -> -1",
                      "add_ip_entry vrf 0 fe80::ff:fe00:99/128 nexthop 2 slots 0x0 -> 0",
@@ -174,27 +172,16 @@ TEST_F(Handshake, CardDataMovesTheLinkLocalAddressOfEveryEnabledVrf) {
     EXPECT_EQ(g_dpm_global.device_mac[5], 0x99);
 }
 
-TEST_F(Handshake, APortLeadsToThePeerCardByTheCardsOwnSlot) {
-    const auto peers_of = [](unsigned first) {
+TEST_F(Cards, KnowThePortsThatLeadToThePeerByTheirOwnSlot) {
+    for (rig::Card *card : cards()) {
+        const auto scope = as(*card);
+        const unsigned first = card == &master() ? 38 : 18;
         for (unsigned port = 0; port <= 70; ++port)
             EXPECT_EQ(dpm_bridge_get_port_is_peer(port), port >= first && port < first + 4) << port;
-    };
-    peers_of(38);
-    const auto scope = as(standby());
-    peers_of(18);
-    EXPECT_EQ(dpm_bridge_self_role_get(), DPM_ROLE_SLAVE);
+    }
 }
 
-TEST_F(Handshake, ACardThatLosesTheMasterBeforeItsTablesCameCarriesOnAlone) {
-    allow().chip_differs = true; // the chip keeps what a card that is gone programmed
-    switch_over();
-    EXPECT_TRUE(hosts(master()).empty());
-    EXPECT_EQ(logged(master(), "ipv4 host tree is null!"), 1u);
-    EXPECT_EQ(learn_host({.ip = "10.1.1.9", .mac = "02:00:00:00:00:09"}), 0);
-    EXPECT_EQ(hosts(master()).size(), 1u);
-}
-
-TEST_F(Alone, AStandbyThatNeverConfirmsDoesNotHoldUpTheTables) {
+TEST_F(LoneCard, IsNotHeldUpByAStandbyThatNeverConfirms) {
     add_interface("vlanif100", 100);
     EXPECT_EQ(dpm_bridge_slave_up(), 0) << "the take times out";
     settle();

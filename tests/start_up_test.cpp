@@ -4,7 +4,7 @@
 #include "dpm.h"
 #include "dpm_address.h"
 #include "dpm_vrf.h"
-#include "support/shelf.h"
+#include "support/rows.h"
 
 #include <arpa/inet.h>
 
@@ -53,23 +53,19 @@ TEST_F(BareCard, StartUpSetsTheChipsDefaultsSpawnsTheWorkerAndRegistersTheModule
 
 // The first lock is deleted once for every lock that is there, the others never; then what else is.
 TEST_F(BareCard, AStepThatFailsGivesBackWhatWasMadeAndRegistersNothing) {
-    struct Case {
-        Fault kind;
-        unsigned nth;
-        std::vector<unsigned> deleted;
-    };
-    const Case cases[] = {
+    using Numbers = std::vector<unsigned>;
+    const std::tuple<Fault, unsigned, Numbers> cases[] = {
         {Fault::semaphore, 1, {}},       {Fault::semaphore, 2, {1}},
         {Fault::semaphore, 3, {1, 1}},   {Fault::semaphore, 4, {1, 1, 1}},
         {Fault::queue, 1, {1, 1, 1, 4}},
     };
-    for (const Case &failing : cases) {
+    for (const auto &[kind, nth, deleted] : cases) {
         chassis::Card other({.slot = 10, .mode = chassis::os::Mode::pumped, .mac = {}});
         const chassis::CardScope scope(other);
         other.os.log_to([this](const chassis::os::LogLine &line) { log.push_back(line); });
-        other.os.fail(failing.kind, failing.nth);
+        other.os.fail(kind, nth);
         EXPECT_EQ(other.start(), -1);
-        EXPECT_EQ(other.os.deleted_semaphores(), failing.deleted);
+        EXPECT_EQ(other.os.deleted_semaphores(), deleted);
         EXPECT_EQ(other.os.tasks().size(), 0u);
         EXPECT_EQ(other.hal.port_link(1, true), -1);
         EXPECT_EQ(other.chip.requests(Function::default_route_set), 0u);
@@ -85,77 +81,70 @@ TEST_F(Settings, ACardWithoutTimerListWorksButTimesNothing) {
     EXPECT_EQ(hosts(master()).size(), 1u);
     EXPECT_EQ(holds(master()).size(), 1u) << "and it stays";
     EXPECT_EQ(logged(master(), "dpm_timer_start"), 1u);
-    forget_host({.port = 3});
-    EXPECT_EQ(hosts(master()).size(), 0u);
     learn_host({.port = 3});
     EXPECT_EQ(holds(master()).size(), 0u);
 }
 
-TEST_F(Settings, AVrfIsEnabledAndDisabledOnceEach) {
-    auto &suite = master().suite;
-    EXPECT_EQ(suite.enable_vrf(5, 1), 0);
-    EXPECT_EQ(suite.enable_vrf(5, 1), 0);
-    EXPECT_EQ(chip_calls(master()).size(), 3u);
-    EXPECT_TRUE((master().chip.cpu_default[{DPM_FAMILY_IPV6, 5}]));
-    clear_journal();
-    EXPECT_EQ(suite.enable_vrf(5, 77), 0) << "anything but 1 disables";
-    EXPECT_EQ(chip_calls(master()),
-              (Lines{"default_route_set vrf 5 family 1 drop queue 10 rate 64 slots 0x0 -> 0",
-                     "default_route_set vrf 5 family 2 drop queue 10 rate 64 slots 0x0 -> 0",
-                     "del_ip_entry vrf 5 fe80::ff:fe00:9/128 nexthop 2 slots 0x0 -> 0"}));
-    EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
-    clear_journal();
-    EXPECT_EQ(suite.enable_vrf(256, 1), -1);
-    EXPECT_EQ(dpm_vrf_enable(5, 3), -1);
-    EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
-    EXPECT_EQ(chip_calls(master()).size(), 0u);
-    EXPECT_EQ(dpm_vrf_enable(7, 0), 0) << "the state that a VRF begins with";
-    EXPECT_EQ(suite.enable_vrf(255, 1), 0);
-}
+ROWS(SettingsOfTheChip, AreMadeWhenAVrfIsEnabledAndDisabledOnceEach, .families = {4},
+     .roles = rig::alone, .see = "chip"){
+    {"vrf enable 5",
+     "default vrf 5 ipv4 to-cpu; default vrf 5 ipv6 to-cpu; entry+ vrf 5 {linklocal} cpu"},
+    {"vrf enable 5", ""},
+    {"vrf disable 5",
+     "default vrf 5 ipv4 drop; default vrf 5 ipv6 drop; entry- vrf 5 {linklocal} cpu"},
+    {"vrf disable 5", ""},
+    {"vrf disable 7", // one that never was enabled
+     "default vrf 7 ipv4 drop; default vrf 7 ipv6 drop; entry- vrf 7 {linklocal} cpu -> -1"},
+    {"vrf enable 255", "default vrf 255 ipv4 to-cpu; ...; ..."},
+};
 
-TEST_F(Settings, TheHashModeIsSetWhenItChangesAndKeptWhenTheChipRefuses) {
-    EXPECT_EQ(dpm_api_set_ecmp_hash(6), 0);
+ROWS(SettingsOfTheChip, ChangeTheHashModeAndKeepItWhenTheChipRefuses, .families = {4},
+     .roles = rig::alone, .see = "chip"){
+    {"hash 6", ""},
+    {"chip refuse hash 1"},
+    {"hash 3", "hash mode 3 -> -1; refused"},
+    {"hash 3", "hash mode 3"},
+    {"hash 3", ""},
+};
+
+TEST_F(Settings, OfAVrfThatDoesNotExistAreRefusedAndAnythingButOneDisables) {
+    EXPECT_EQ(master().suite.enable_vrf(256, 1), -1);
+    EXPECT_EQ(dpm_vrf_enable(5, 3), -1);
+    EXPECT_EQ(dpm_vrf_enable(7, 0), 0) << "the state that a VRF begins with";
     EXPECT_EQ(chip_calls(master()).size(), 0u);
-    refuse(Function::set_ecmp_hash_ctl);
-    EXPECT_EQ(dpm_api_set_ecmp_hash(3), -1);
-    EXPECT_EQ(dpm_api_get_ecmp_hash(), 6u);
+    EXPECT_EQ(master().suite.enable_vrf(5, 1), 0);
+    EXPECT_EQ(master().suite.enable_vrf(5, 77), 0);
+    EXPECT_EQ(g_dpm_global.vrf_state[5], DPM_DISABLE);
     EXPECT_EQ(dpm_api_set_ecmp_hash(3), 0);
     EXPECT_EQ(dpm_api_get_ecmp_hash(), 3u);
-    EXPECT_EQ(master().chip.held<chassis::chip::kinds::hash_mode>().at({}), 3u);
 }
 
 TEST_F(Settings, TheExportedHeaderServesACallerInC) {
     add_interface("vlanif100", 100);
-    const std::uint32_t ifindex = master().suite.find("vlanif100")->ifindex;
-    EXPECT_EQ(c_reports_a_neighbour(7, ifindex), 0);
-    EXPECT_EQ(c_reports_a_neighbour(8, ifindex), 0);
+    for (const unsigned char last_byte : {7, 8})
+        EXPECT_EQ(c_reports_a_neighbour(last_byte, master().suite.find("vlanif100")->ifindex), 0);
     settle();
     EXPECT_EQ(c_counts_hosts(), 2u);
 }
 
-TEST(Addresses, PrefixesCompareByLengthAndThenByTheFamilysBytes) {
-    const auto compare = [](const char *a, const char *b) {
-        return dpm_prefix_compare(rig::prefix_of(a), rig::prefix_of(b));
+TEST(Addresses, CompareByLengthAndThenByTheFamilysBytes) {
+    const std::tuple<const char *, const char *, int> cases[] = {
+        {"10.0.0.0/24", "200.0.0.0/16", 1},    {"200.0.0.0/16", "10.0.0.0/24", -1},
+        {"2001:db8::/64", "2001:db8::/64", 0}, {"2001:db8::1", "2001:db8::100", -1},
+        {"10.0.0.2", "10.0.0.1", 1},           {"1.0.0.2", "2.0.0.1", 1}, // as it is stored
     };
-    EXPECT_EQ(compare("10.0.0.0/24", "200.0.0.0/16"), 1);
-    EXPECT_EQ(compare("200.0.0.0/16", "10.0.0.0/24"), -1);
-    EXPECT_EQ(compare("2001:db8::/64", "2001:db8::/64"), 0);
-    EXPECT_EQ(compare("2001:db8::1", "2001:db8::100"), -1);
-    EXPECT_EQ(compare("10.0.0.2", "10.0.0.1"), 1);
-    EXPECT_EQ(compare("1.0.0.2", "2.0.0.1"), 1) << "the word as it is stored";
-    const dpm_prefix unknown{};
-    EXPECT_EQ(dpm_prefix_compare(unknown, unknown), -1);
+    for (const auto &[a, b, order] : cases)
+        EXPECT_EQ(dpm_prefix_compare(rig::prefix_of(a), rig::prefix_of(b)), order) << a << " " << b;
+    EXPECT_EQ(dpm_prefix_compare(dpm_prefix{}, dpm_prefix{}), -1);
 }
 
-TEST(Addresses, NetworksAreMaskedToTheirLengthAndLongerOnesRefused) {
+TEST(Addresses, OfNetworksAreMaskedToTheirLengthAndLongerOnesRefused) {
     std::uint32_t ipv4 = 0;
-    const auto network4 = [&ipv4](std::uint32_t length) {
-        return dpm_ipv4_net_addr_calc(inet_addr("10.255.255.255"), length, &ipv4) == 0 ? ipv4 : 1;
-    };
-    EXPECT_EQ(network4(0), 0u);
-    EXPECT_EQ(network4(9), 0x0A800000u);
-    EXPECT_EQ(network4(32), 0x0AFFFFFFu);
-    EXPECT_EQ(network4(33), 1u);
+    for (std::uint32_t length = 0; length <= 32; ++length) {
+        ASSERT_EQ(dpm_ipv4_net_addr_calc(inet_addr("10.255.255.255"), length, &ipv4), 0);
+        EXPECT_EQ(ipv4, 0x0AFFFFFFu & ~std::uint32_t(0xFFFFFFFFull >> length));
+    }
+    EXPECT_EQ(dpm_ipv4_net_addr_calc(inet_addr("10.255.255.255"), 33, &ipv4), -1);
 
     std::uint8_t ones[16], network[16];
     std::fill_n(ones, 16, std::uint8_t(0xFF));
