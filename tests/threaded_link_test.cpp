@@ -95,7 +95,10 @@ public:
 
 class LinkOfCards : public ::testing::Test {
 protected:
-    ~LinkOfCards() override { std::filesystem::remove_all(directory); }
+    ~LinkOfCards() override {
+        card.reset(); // its threads open files there
+        std::filesystem::remove_all(directory);
+    }
 
     chassis::Card &start(unsigned slot, Role role, std::uint64_t term) {
         card = std::make_unique<chassis::Card>(chassis::CardOptions{.slot = slot});
