@@ -8,11 +8,16 @@
 
 #include <cstring>
 #include <functional>
+#include <regex>
 
 namespace {
 
 namespace chip = chassis::chip;
 using Lines = std::vector<std::string>;
+
+bool has(const std::string &line, const std::string &part) {
+    return line.find(part) != line.npos;
+}
 
 // The requests below mean nothing to the chip; only how they arrive counts.
 class Driver : public ::testing::Test {
@@ -22,10 +27,38 @@ protected:
         EXPECT_EQ(card.start(), 0);
         card.chip.record(true);
     }
-    Lines logged_by(const std::function<int()> &deed) {
+    // Without traces of requests, and lines of code.
+    Lines logged_by(const std::function<void()> &deed) {
         log.clear();
-        EXPECT_EQ(deed(), 0);
-        return log;
+        deed();
+        Lines lines;
+        for (const std::string &line : log)
+            if (!has(line, "::") || has(line, "_result"))
+                lines.push_back(std::regex_replace(line, std::regex(" [0-9]+::"), "::"));
+        return lines;
+    }
+    // Of a slot that answers `code`.
+    Lines expected_log(chip::Function function, const Lines &details, int code) {
+        static constexpr const char *callbacks[] = {
+#define CALLBACK(name, word, callback) #callback,
+#define SILENT(...) nullptr,
+            CHIP_FUNCTIONS(CALLBACK, SILENT)};
+        const char *const callback = callbacks[unsigned(function)];
+        if (callback == nullptr)
+            return {};
+        Lines lines{callback + std::string(" obj_bit 16 result {code} ")};
+        lines.insert(lines.end(), details.begin(), details.end());
+        if (!details.empty() && details[0][0] == '!')
+            lines = {details[0].substr(1)};
+        const std::pair<std::string, std::string> values[] = {{"{0}", std::to_string(out[0])},
+                                                              {"{1}", std::to_string(out[1])},
+                                                              {"{2}", std::to_string(out[2])},
+                                                              {"{code}", std::to_string(code)}};
+        for (std::string &line : lines)
+            for (const auto &[name, value] : values)
+                if (const std::size_t at = line.find(name); at != line.npos)
+                    line.replace(at, name.size(), value);
+        return lines;
     }
 
     chassis::Card card{{.slot = 9, .mode = chassis::os::Mode::pumped, .mac = {2, 0, 0, 0, 0, 9}}};
@@ -47,113 +80,140 @@ TEST(Slots, HaveABitEachAndAnythingElseAllOfThem) {
         EXPECT_EQ(dpm_slot_obj_bit_get(none), ~0u);
 }
 
-// One row a wrapper: its call, and what the chip's journal says of it as far as the outputs.
-#define ROW(call, line, restricted)                                                                \
+// One row a request: the wrapper's call; what the chip's journal says of it, as far as the outputs;
+// and what the callback logs of a slot that fails, behind its first line or, when that begins with
+// '!', in its place.  {0} to {2} are the outputs, {code} is the slot's answer.
+#define ROW(slots, call, line, ...)                                                                \
     {                                                                                              \
-        [&] { (void)dpm_driver_##call; }, line, restricted                                         \
+        [&] { (void)dpm_driver_##call; }, slots, line, {                                           \
+            __VA_ARGS__                                                                            \
+        }                                                                                          \
     }
-#define WRAPPER(call, line) ROW(call, line, true)
-#define UNSLOTTED(call, line) ROW(call, line, false)
+#define REQUEST(...) ROW(" slots 0x10 ", __VA_ARGS__)
+#define UNSLOTTED(...) ROW(" slots 0x0 ", __VA_ARGS__)
 
-TEST_F(Driver, WrappersNarrowTheirArgumentsRestrictSlotsWhileThePeerIsUpAndAreRefusedByName) {
-    const std::uint32_t wide = 0xABC10064; // 100 in 16 bits and in 8
-    const auto bits = 8u;
+TEST_F(Driver, RequestsArriveNarrowedAndSlotsThatFailAreLoggedWithThem) {
+    const std::uint32_t wide = 0xABC10064, bits = 1 << 4; // 100 in 16 bits and in 8
     std::uint8_t vlans[512] = {};
     vlans[0] = 0x81;   // VLANs 1 and 8
     vlans[511] = 0xE0; // VLAN 4094, and two positions that are no VLAN
+    const std::string vlan_mac = "vlan 100 mac 02:", mac_line = "\t mac 02-00-00-00-01-02 ",
+                      ids = "\t nhid {0} tunnel_id {1} ", port = "\t nhid {0} logic_port {1} ",
+                      tunnel = "vrf 3 source 10.1.1.2 destination 172.16.0.1 key ",
+                      neighbour = " port 3 vid 4 ivid 5 mac 02:00:00:00:01:02 " + tunnel,
+                      tunnel_log = ":: vrf 3 sip a.1.1.2 dip ac.10.0.1 key ",
+                      neighbour_log = ":: porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5" +
+                                      tunnel_log.substr(2),
+                      end = "obj_bit 10 result {code}";
     const struct {
         std::function<void()> call;
-        const char *line;
-        bool restricted;
-    } wrappers[] = {
+        std::string slots_while_up, line;
+        Lines details;
+    } requests[] = {
         // clang-format off
-        UNSLOTTED(add_l3_intf(mac, wide, out), "add_l3_intf vlan 100 mac 02:"),
-        UNSLOTTED(delete_l3_intf(mac, wide), "delete_l3_intf vlan 100 mac 02:"),
-        UNSLOTTED(add_intf_ip(0xFFFF, 1, ip, 24), "add_ip_entry vrf -1 10.1.1.2/24 nexthop 2"),
-        UNSLOTTED(delete_intf_ip(wide, 1, ip, 24), "del_ip_entry vrf 100 10.1.1.2/24 nexthop 2"),
-        WRAPPER(interface_vrf_set(0xFFFF, wide, bits), "interface_vrf_set vlan -1 vrf 100"),
-        WRAPPER(interface_mpls_enable(wide, 0x101, bits),
-                "interface_mpls_enable vlan 100 on"),
-        WRAPPER(add_nexthop(1, wide, mac, wide, 0x10007, out, bits),
-                "add_ip_nexthop trunk 2881552484 svlan 100 cvlan 7 mac 02:00:00:00:01:02"),
-        WRAPPER(del_nexthop(wide, bits), "del_ip_nexthop index 2881552484"),
-        WRAPPER(route_add(70000, 1, ip, 32, 99, bits),
-                "add_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"),
-        WRAPPER(route_del(70000, 1, ip, 32, 99, bits),
-                "del_ip_entry vrf 70000 10.1.1.2/32 nexthop 99"),
-        WRAPPER(default_route_set(wide, 2, 1, bits),
-                "default_route_set vrf 100 family 2 to-cpu queue 10 rate 64"),
-        WRAPPER(default_route_set(wide, 1, 2, bits),
-                "default_route_set vrf 100 family 1 drop queue 10 rate 64"),
-        WRAPPER(set_ecmp_hash_ctl(6, bits), "set_ecmp_hash_ctl mode 6"),
-        WRAPPER(ecmp_creat(1, &group, bits), "add_ecmp_nexthop members group"),
-        WRAPPER(ecmp_add(1, 40, 17, bits), "update_ecmp_nexthop group 40 add members 17"),
-        WRAPPER(ecmp_del(1, 40, 17, bits), "update_ecmp_nexthop group 40 remove members 17"),
-        WRAPPER(ecmp_destory(1, 40, bits), "del_ecmp_nexthop group 40"),
+        UNSLOTTED(add_l3_intf(mac, wide, out), "add_l3_intf " + vlan_mac,
+                "\t vid 100 ifid {0} ", mac_line),
+        UNSLOTTED(delete_l3_intf(mac, wide), "delete_l3_intf " + vlan_mac,
+                "\t vid 100 mac 02-00-00-00-01-02 "),
+        UNSLOTTED(add_intf_ip(0xFFFF, 1, ip, 24), "add_ip_entry vrf -1 10.1.1.2/24 nexthop 2",
+                "\t vrf_id -1 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 24 "),
+        UNSLOTTED(delete_intf_ip(wide, 1, ip, 24), "del_ip_entry vrf 100 10.1.1.2/24 nexthop 2",
+                "\t vrf_id 100 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 24 "),
+        REQUEST(interface_vrf_set(0xFFFF, wide, bits), "interface_vrf_set vlan -1 vrf 100",
+                "\t vrf_id 100 vid -1 "),
+        REQUEST(interface_mpls_enable(wide, 0x101, bits), "interface_mpls_enable vlan 100 on",
+                "\t vid 100 enable enable "),
+        REQUEST(add_nexthop(1, wide, mac, wide, 0x10007, out, bits),
+                "add_ip_nexthop trunk 2881552484 svlan 100 cvlan 7 mac 02:00:00:00:01:02",
+                "\t port_type 1 port_tgid -1413414812 vid 100 ivid 7", mac_line),
+        REQUEST(del_nexthop(wide, bits), "del_ip_nexthop index 2881552484"),
+        REQUEST(route_add(70000, 1, ip, 32, 99, bits),
+                "add_ip_entry vrf 70000 10.1.1.2/32 nexthop 99",
+                "\t vrf_id 70000 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 32 "),
+        REQUEST(route_del(70000, 2, ip, 64, 99, bits),
+                "del_ip_entry vrf 70000 a01:102::/64 nexthop 99", "\t vrf_id 70000 ip_type ipv6 ",
+                "\t ip a.1.1.2.0.0.0.0.0.0.0.0.0.0.0.0 mask_len 64 "),
+        REQUEST(route_del(7, 3, ip, 64, 9, bits), "del_ip_entry vrf 7 ?/64 nexthop 9",
+                "\t vrf_id 7 ip_type ipv6 "),
+        REQUEST(default_route_set(wide, 2, 1, bits),
+                "default_route_set vrf 100 family 2 to-cpu queue 10 rate 64",
+                "\t vrf_id 100 ip_type 2 state 1 "),
+        REQUEST(default_route_set(wide, 1, 2, bits),
+                "default_route_set vrf 100 family 1 drop queue 10 rate 64",
+                "\t vrf_id 100 ip_type 1 state 0 "),
+        REQUEST(set_ecmp_hash_ctl(6, bits), "set_ecmp_hash_ctl mode 6",
+                "!dpm_driver_set_ecmp_hash_ctl_result psc 6 obj_bit 16 result {code} "),
+        REQUEST(ecmp_creat(1, &group, bits), "add_ecmp_nexthop members group"),
+        REQUEST(ecmp_add(1, 40, 17, bits), "update_ecmp_nexthop group 40 add members 17",
+                "\t op_type add "),
+        REQUEST(ecmp_del(1, 40, 17, bits), "update_ecmp_nexthop group 40 remove members 17",
+                "\t op_type remove "),
+        REQUEST(ecmp_destory(1, 40, bits), "del_ecmp_nexthop group 40"),
         UNSLOTTED(add_arp_rule(mac, wide), "set_arp_to_cpu vlan 100 on"),
         UNSLOTTED(delete_arp_rule(mac, wide), "set_arp_to_cpu vlan 100 off"),
         UNSLOTTED(add_ospf_rule(wide), "set_ospf_to_cpu_ex vlan 2881552484 on"),
         UNSLOTTED(del_ospf_rule(7), "set_ospf_to_cpu_ex vlan 7 off"),
         UNSLOTTED(set_ndp_rule(wide, 1), "set_ipv6_ns_rule vlan 100 on match 0x3333/0xffff"),
         UNSLOTTED(set_ndp_rule(wide, 0), "set_ipv6_ns_rule vlan 100 off match 0x3333/0xffff"),
-        WRAPPER(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add nhid"),
-        WRAPPER(mpls_ftn_del(record, bits), "mpls_ftn_del slots"),
-        WRAPPER(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add nhid"),
-        WRAPPER(mpls_ilm_del(record, bits), "mpls_ilm_del slots"),
-        WRAPPER(vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits),
-                "vpws_entry_add ac"),
-        WRAPPER(vpws_entry_del(record, 5, bits), "vpws_entry_del slots"),
-        WRAPPER(vpws_entry_update(record, record, out, out + 1, 5, bits),
-                "vpws_entry_update pw"),
-        WRAPPER(vpws_entry_del_vlanlist(record, 5, bits, vlans),
-                "vpws_entry_del_test vlans 3"),
-        WRAPPER(pw_group_switch(wide, 1, bits), "pw_group_switch group 2881552484 protect 1"),
-        WRAPPER(vpls_add(wide, out, bits), "vpls_add vpls 100 fid"),
-        WRAPPER(vpls_del(wide, bits), "vpls_del vpls 100"),
-        WRAPPER(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add nhid"),
-        WRAPPER(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del slots"),
-        WRAPPER(mpls_pw_entry_add(record, out, out + 1, bits), "vpls_pw_entry_add nhid"),
-        WRAPPER(mpls_pw_entry_del(record, bits), "vpls_pw_entry_del slots"),
-        WRAPPER(port_scl_key_type_set(wide, wide, 0x10007, 0x101, 0x103, bits),
-                "port_scl_key_type_set type 2881552484 port 100 subport 7 direction 1 key 3"),
-        WRAPPER(add_gre_tunnel(3, ip, other_ip, 0, 5, 1, bits),
-                "add_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 4294967295 "
-                "checksum 1"),
-        WRAPPER(del_gre_tunnel(3, ip, other_ip, 7, 5, 1, bits),
-                "del_gre_tunnel vrf 3 source 10.1.1.2 destination 172.16.0.1 key 5 checksum 1"),
-        WRAPPER(add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 0, out, bits),
-                "add_gre_nexthop port 3 vid 4 ivid 5 mac 02:00:00:00:01:02 vrf 6 source "
-                "10.1.1.2 destination 172.16.0.1 key 4294967295 checksum 0"),
-        WRAPPER(update_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 1, 9, 0, out, bits),
-                "update_gre_nexthop port 3 vid 4 ivid 5 mac 02:00:00:00:01:02 vrf 6 source "
-                "10.1.1.2 destination 172.16.0.1 key 9 checksum 0"),
-        WRAPPER(del_gre_nexthop(wide, bits), "del_gre_nexthop index 2881552484"),
+        REQUEST(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add nhid", ids),
+        REQUEST(mpls_ftn_del(record, bits), "mpls_ftn_del slots"),
+        REQUEST(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add nhid", ids),
+        REQUEST(mpls_ilm_del(record, bits), "mpls_ilm_del slots"),
+        REQUEST(vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits),
+                "vpws_entry_add ac", "\t ac_nhid {0} pw_nhid {1} aps_id {2} "),
+        REQUEST(vpws_entry_del(record, 5, bits), "vpws_entry_del slots"),
+        REQUEST(vpws_entry_update(record, record, out, out + 1, 5, bits), "vpws_entry_update pw",
+                "\t pw_nhid {0} aps_id {1} "),
+        REQUEST(vpws_entry_add_vlanlist(record, record, out, out + 1, out + 2, 5, bits, vlans),
+                "vpws_entry_add_test ac", "\t ac_nhid {0} pw_nhid {1} aps_id {2} "),
+        REQUEST(vpws_entry_del_vlanlist(record, 5, bits, vlans), "vpws_entry_del_test vlans 3"),
+        REQUEST(pw_group_switch(wide, 0, bits), "pw_group_switch group 2881552484 protect 0",
+                "\t pw_id -1413414812 protect_en disable "),
+        REQUEST(vpls_add(wide, out, bits), "vpls_add vpls 100 fid", "\t vpls_id 100 fid {0} "),
+        REQUEST(vpls_del(wide, bits), "vpls_del vpls 100"),
+        REQUEST(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add nhid", port),
+        REQUEST(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del slots"),
+        REQUEST(mpls_pw_entry_add(record, out, out + 1, bits), "vpls_pw_entry_add nhid", port),
+        REQUEST(mpls_pw_entry_del(record, bits), "vpls_pw_entry_del slots"),
+        REQUEST(port_scl_key_type_set(1, wide, 0x10007, 0x101, 0x103, bits),
+                "port_scl_key_type_set type 1 port 100 subport 7 direction 1 key 3",
+                "\t port_type 1 port 100 subport 7 direction 1 key_type 3"),
+        REQUEST(add_gre_tunnel(3, ip, other_ip, 0, 5, 1, bits),
+                "add_gre_tunnel " + tunnel + "4294967295 checksum 1",
+                "!dpm_driver_add_gre_tunnel_result" + tunnel_log + "-1 checksum 1 " + end),
+        REQUEST(del_gre_tunnel(3, ip, other_ip, 7, 5, 1, bits),
+                "del_gre_tunnel " + tunnel + "5 checksum 1",
+                "!dpm_driver_del_gre_tunnel_result" + tunnel_log + "5 checksum 1 " + end),
+        REQUEST(add_gre_nexthop(2, 3, mac, 4, 5, 3, ip, other_ip, 0, 9, 0, out, bits),
+                "add_gre_nexthop" + neighbour + "4294967295 checksum 0",
+                "!dpm_driver_add_gre_nexthop_result" + neighbour_log + "-1 checksum 0 sdk_index " +
+                "{0} " + end),
+        REQUEST(update_gre_nexthop(2, 3, mac, 4, 5, 3, ip, other_ip, 1, 9, 0, out, bits),
+                "update_gre_nexthop" + neighbour + "9 checksum 0",
+                "!dpm_driver_update_gre_nexthop_result" + neighbour_log + "9 checksum 0 sdk_index " +
+                "{0} " + end),
+        REQUEST(del_gre_nexthop(31, bits), "del_gre_nexthop index 31",
+                "!dpm_driver_del_gre_nexthop_result:: sdk_index 31 " + end),
         // clang-format on
     };
-    for (const std::uint32_t up : {0u, 1u}) {
-        g_dpm_global.slave_up = up;
-        for (const auto &wrapper : wrappers) {
+    card.chip.answer_slots({4});
+    for (const auto &[up, code] : {std::pair(0u, -3), {1u, 3}, {1u, 0}})
+        for (const auto &[call, slots_while_up, line, details] : requests) {
+            const auto function = chip::request_named(line.substr(0, line.find(' ')));
+            ASSERT_TRUE(function) << line;
+            g_dpm_global.slave_up = up;
+            card.chip.fail_slot(*function, 4, code);
             card.chip.clear_journal();
-            wrapper.call();
+            const Lines logged = logged_by(call);
+            EXPECT_EQ(logged, code ? expected_log(*function, details, code) : Lines());
             const Lines journal = card.chip.journal();
-            ASSERT_EQ(journal.size(), 1u) << wrapper.line;
-            EXPECT_TRUE(journal[0].starts_with(wrapper.line)) << journal[0];
-            const std::string slots = wrapper.restricted && up ? " slots 0x8 " : " slots 0x0 ";
-            EXPECT_NE(journal[0].find(slots), std::string::npos) << journal[0];
-            const auto function = chip::request_named(journal[0].substr(0, journal[0].find(' ')));
-            ASSERT_TRUE(function) << journal[0];
+            ASSERT_EQ(journal.size(), 1u) << line;
+            EXPECT_TRUE(journal[0].starts_with(line)) << journal[0];
+            EXPECT_TRUE(has(journal[0], up ? slots_while_up : " slots 0x0 ")) << journal[0];
             card.chip.refuse(*function, 1, -17);
-            wrapper.call();
-            EXPECT_TRUE(card.chip.journal().at(1).ends_with(" -> -17")) << wrapper.line;
+            call();
+            EXPECT_TRUE(card.chip.journal().at(1).ends_with(" -> -17")) << line;
         }
-    }
-}
-
-TEST_F(Driver, TheChipsOwnCodeComesBackUnchanged) {
-    card.chip.refuse(chip::Function::del_ip_nexthop, 1, -17);
-    EXPECT_EQ(dpm_driver_del_nexthop(99, 0), -17);
-    card.chip.refuse(chip::Function::mpls_ftn_del, 1, 5);
-    EXPECT_EQ(dpm_driver_mpls_ftn_del(record, 0), 5);
 }
 
 TEST_F(Driver, AVlanListEndsAtItsFirst512Vlans) {
@@ -173,127 +233,34 @@ TEST_F(Driver, AVlanListEndsAtItsFirst512Vlans) {
 }
 
 TEST_F(Driver, TunnelsAreTracedUnderTheNameOfTheirRequest) {
-    const auto added = logged_by([this] {
-        return dpm_driver_add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 1, out, 0);
-    });
-    ASSERT_EQ(added.size(), 2u);
-    EXPECT_TRUE(added[0].starts_with("dpm_driver_add_gre_nexthop ")) << added[0];
-    EXPECT_TRUE(added[0].ends_with("::porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5"));
+    log.clear();
+    dpm_driver_add_gre_nexthop(2, 3, mac, 4, 5, 6, ip, other_ip, 0, 9, 1, out, 0);
+    ASSERT_EQ(log.size(), 2u);
+    EXPECT_TRUE(log[0].starts_with("dpm_driver_add_gre_nexthop ")) << log[0];
+    EXPECT_TRUE(log[0].ends_with("::porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5"));
     EXPECT_TRUE(
-        added[1].ends_with("::vrf_id 6 sip a.1.1.2 dip ac.10.0.1 keyenable 0 key 9 checksum 1"))
-        << added[1];
+        log[1].ends_with("::vrf_id 6 sip a.1.1.2 dip ac.10.0.1 keyenable 0 key 9 checksum 1"))
+        << log[1];
 }
 
-// One row a callback: its name, the request's arguments, and what it logs behind its first line.
-#define CALLBACK(name, arguments, ...)                                                             \
-    {                                                                                              \
-        "dpm_driver_" #name, [&](int result) { return dpm_driver_##name arguments; }, {            \
-            __VA_ARGS__                                                                            \
-        }                                                                                          \
-    }
-
-TEST_F(Driver, SlotsThatFailAreLoggedWithTheRequestAndOthersAreSilent) {
-    const std::string mac_line = "\t mac 02-00-00-00-01-02 ";
-    const std::uint32_t *const o = out;
-    const std::uint16_t list[1] = {1};
-    const struct {
-        std::string name;
-        std::function<int(int)> report;
-        Lines details;
-    } callbacks[] = {
-        // clang-format off
-        CALLBACK(add_ip_nexthop_result, (2, 3, o, 4, 5, mac, 16, result),
-                 "\t port_type 2 port_tgid 3 vid 4 ivid 5", mac_line),
-        CALLBACK(add_ip_nexthop_result, (2, 3, o, 4, 5, nullptr, 16, result),
-                 "\t port_type 2 port_tgid 3 vid 4 ivid 5", "\t mac 00-00-00-00-00-00 "),
-        CALLBACK(del_ip_nexthop_result, (2, 16, result)),
-        CALLBACK(update_ip_nexthop_result, (2, 3, o, 4, 5, mac, 16, result),
-                 "\t port_type 2 port_tgid 3 vid 4 ivid 5 ", mac_line),
-        CALLBACK(add_ip_entry_result, (7, 1, ip, 24, 9, 16, result),
-                 "\t vrf_id 7 ip_type ipv4 ", "\t ip a.1.1.2 mask_len 24 "),
-        CALLBACK(del_ip_entry_result, (7, 2, ip, 64, 9, 16, result),
-                 "\t vrf_id 7 ip_type ipv6 ", "\t ip a.1.1.2.0.0.0.0.0.0.0.0.0.0.0.0 mask_len 64 "),
-        CALLBACK(del_ip_entry_result, (7, 3, ip, 64, 9, 16, result), "\t vrf_id 7 ip_type ipv6 "),
-        CALLBACK(add_ecmp_nexthop_result, (&group, 0, 0, o, 16, result)),
-        CALLBACK(del_ecmp_nexthop_result, (1, 16, result)),
-        CALLBACK(update_ecmp_nexthop_result, (1, 0, 0, o, 16, result), "\t op_type create "),
-        CALLBACK(update_ecmp_nexthop_result, (1, 1, 0, o, 16, result), "\t op_type add "),
-        CALLBACK(update_ecmp_nexthop_result, (1, 2, 0, o, 16, result), "\t op_type remove "),
-        CALLBACK(add_l3_intf_result, (mac, 100, o, 16, result), "\t vid 100 ifid 31 ", mac_line),
-        CALLBACK(add_l3_intf_result, (mac, 100, nullptr, 16, result),
-                 "\t vid 100 ifid 0 ", mac_line),
-        CALLBACK(delete_l3_intf_result, (mac, 100, 16, result),
-                 "\t vid 100 mac 02-00-00-00-01-02 "),
-        CALLBACK(interface_vrf_set_result, (100, 7, 16, result), "\t vrf_id 7 vid 100 "),
-        CALLBACK(interface_ipmc_enable_result, (100, 1, 1, 16, result),
-                 "\t vid 100 type 1 enable 1 "),
-        CALLBACK(default_route_set_result, (2, 7, 1, 10, 64, 16, result),
-                 "\t vrf_id 7 ip_type 2 state 1 "),
-        CALLBACK(mpls_ftn_add_result, (record, o, o + 1, 16, result), "\t nhid 31 tunnel_id 32 "),
-        CALLBACK(mpls_ftn_del_result, (record, 16, result)),
-        CALLBACK(mpls_ilm_add_result, (record, o, o + 1, 16, result), "\t nhid 31 tunnel_id 32 "),
-        CALLBACK(mpls_ilm_del_result, (record, 16, result)),
-        CALLBACK(vpls_add_result, (7, o, 16, result), "\t vpls_id 7 fid 31 "),
-        CALLBACK(vpls_del_result, (7, 16, result)),
-        CALLBACK(vpls_ac_entry_add_result, (record, o, o + 1, 16, result),
-                 "\t nhid 31 logic_port 32 "),
-        CALLBACK(vpls_ac_entry_del_result, (record, 16, result)),
-        CALLBACK(vpls_pw_entry_add_result, (record, o, o + 1, 16, result),
-                 "\t nhid 31 logic_port 32 "),
-        CALLBACK(vpls_pw_entry_del_result, (record, 16, result)),
-        CALLBACK(vpws_entry_add_result, (record, record, o, o + 1, o + 2, 5, 16, result),
-                 "\t ac_nhid 31 pw_nhid 32 aps_id 33 "),
-        CALLBACK(vpws_entry_del_result, (record, 5, 16, result)),
-        CALLBACK(vpws_entry_add_result_test, (record, record, o, o + 1, o + 2, 5, list, 1, 16,
-                 result),
-                 "\t ac_nhid 31 pw_nhid 32 aps_id 33 "),
-        CALLBACK(vpws_entry_del_result_test, (record, 5, list, 1, 16, result)),
-        CALLBACK(vpws_entry_update_result, (record, record, o + 1, o + 2, 5, 16, result),
-                 "\t pw_nhid 32 aps_id 33 "),
-        CALLBACK(interface_mpls_enable_result, (100, 1, 16, result), "\t vid 100 enable enable "),
-        CALLBACK(pw_group_switch_result, (7, 0, 16, result), "\t pw_id 7 protect_en disable "),
-        CALLBACK(port_scl_key_type_set_result, (1, 2, 3, 4, 5, 16, result),
-                 "\t port_type 1 port 2 subport 3 direction 4 key_type 5"),
-        // clang-format on
-    };
-    for (const auto &callback : callbacks) {
-        EXPECT_EQ(logged_by([&] { return callback.report(0); }), Lines{}) << callback.name;
-        Lines expected{callback.name + " obj_bit 16 result -3 "};
-        expected.insert(expected.end(), callback.details.begin(), callback.details.end());
-        EXPECT_EQ(logged_by([&] { return callback.report(-3); }), expected);
-        EXPECT_EQ(logged_by([&] { return callback.report(3); }).size(), expected.size());
-    }
-}
-
-TEST_F(Driver, TheCallbacksWithAFormOfTheirOwnLogOneLine) {
-    EXPECT_EQ(logged_by([] { return dpm_driver_set_ecmp_hash_ctl_result(6, 4, -1); }),
-              Lines{"dpm_driver_set_ecmp_hash_ctl_result psc 6 obj_bit 4 result -1 "});
-    const std::string end = "obj_bit 10 result -3",
-                      tunnel = "vrf 3 sip a.1.1.2 dip ac.10.0.1 key 5 checksum 1 ",
-                      nexthop = ":: porttype 2 port_tgid 3 mac 2-0-0-0-1-2 vid 4 ivid 5 " + tunnel +
-                                "sdk_index 31 " + end;
-    const struct {
-        std::string name;
-        std::function<int(int)> report;
-        Lines rest;
-    } callbacks[] = {
-        // clang-format off
-        CALLBACK(add_gre_tunnel_result, (3, ip, other_ip, 5, 1, 16, result), ":: " + tunnel + end),
-        CALLBACK(del_gre_tunnel_result, (3, ip, other_ip, 5, 1, 16, result), ":: " + tunnel + end),
-        CALLBACK(add_gre_nexthop_result, (2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1, out, 16, result),
-                 nexthop),
-        CALLBACK(update_gre_nexthop_result, (2, 3, mac, 4, 5, 3, ip, other_ip, 5, 1, out, 16,
-                 result), nexthop),
-        CALLBACK(del_gre_nexthop_result, (31, 16, result), ":: sdk_index 31 " + end),
-        // clang-format on
-    };
-    for (const auto &callback : callbacks) {
-        EXPECT_EQ(logged_by([&] { return callback.report(0); }), Lines{}) << callback.name;
-        const Lines lines = logged_by([&] { return callback.report(-3); });
-        ASSERT_EQ(lines.size(), 1u) << callback.name;
-        EXPECT_TRUE(lines[0].starts_with(callback.name + " ")) << lines[0];
-        EXPECT_TRUE(lines[0].ends_with(callback.rest[0])) << lines[0];
-    }
+TEST_F(Driver, CallbacksOfOtherFormsLogThemToo) {
+    const std::string end = " obj_bit 16 result -3 ";
+    EXPECT_EQ(
+        logged_by([&] {
+            dpm_driver_add_ip_nexthop_result(2, 3, out, 4, 5, nullptr, 16, -3);
+            dpm_driver_update_ip_nexthop_result(2, 3, out, 4, 5, mac, 16, -3);
+            dpm_driver_update_ecmp_nexthop_result(1, 0, 0, out, 16, -3);
+            dpm_driver_add_l3_intf_result(mac, 100, nullptr, 16, -3);
+            dpm_driver_interface_ipmc_enable_result(100, 1, 1, 16, -3);
+            dpm_driver_interface_ipmc_enable_result(100, 1, 1, 16, 0);
+        }),
+        (Lines{"dpm_driver_add_ip_nexthop_result" + end, "\t port_type 2 port_tgid 3 vid 4 ivid 5",
+               "\t mac 00-00-00-00-00-00 ", "dpm_driver_update_ip_nexthop_result" + end,
+               "\t port_type 2 port_tgid 3 vid 4 ivid 5 ", "\t mac 02-00-00-00-01-02 ",
+               "dpm_driver_update_ecmp_nexthop_result" + end, "\t op_type create ",
+               "dpm_driver_add_l3_intf_result" + end, "\t vid 100 ifid 0 ",
+               "\t mac 02-00-00-00-01-02 ", "dpm_driver_interface_ipmc_enable_result" + end,
+               "\t vid 100 type 1 enable 1 "}));
 }
 
 TEST_F(Driver, APortOfTheChipIsTheFirstOfTheInterfacesVlan) {
