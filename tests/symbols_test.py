@@ -21,10 +21,17 @@ SANITIZER = re.compile(r"__odr_asan|_*asan|_*ubsan|\.L")  # what -fsanitize puts
 Symbol = collections.namedtuple("Symbol", "name kind section")
 
 
-def symbols_of(nm, path):
-    text = subprocess.run([nm, "--format=sysv", path], capture_output=True, text=True, check=True).stdout
-    fields = ([field.strip() for field in line.split("|")] for line in text.splitlines())
-    return [Symbol(row[0], row[2], row[6]) for row in fields if len(row) == 7 and row[2] != "Class"]
+def symbols_of(nm, paths):
+    """By object, named as its source: its symbols."""
+    text = subprocess.run([nm, "--format=sysv", *paths], capture_output=True, text=True, check=True).stdout
+    objects, symbols = {}, []
+    for line in text.splitlines():
+        fields = [field.strip() for field in line.split("|")]
+        if heading := re.match(r"Symbols from (.*):$", line):
+            symbols = objects.setdefault(pathlib.Path(heading[1]).name.split(".")[0], [])
+        elif len(fields) == 7:
+            symbols.append(Symbol(fields[0], fields[2], fields[6]))
+    return objects
 
 
 def uses(objects):
@@ -86,10 +93,10 @@ def faults(objects, floors):
 
 
 def main(nm, page, *paths):
-    objects = {pathlib.Path(path).name.split(".")[0]: symbols_of(nm, path) for path in paths}
+    objects = symbols_of(nm, paths)
     found = list(faults(objects, floors_of(pathlib.Path(page).read_text())))
-    if not any(symbol.section == STATE for symbols in objects.values() for symbol in symbols):
-        found.append(f"no symbol stands in {STATE}: this test reads nothing")
+    if len(objects) != len(paths) or not any(s.section == STATE for symbols in objects.values() for s in symbols):
+        found.append(f"{len(objects)} of {len(paths)} object files read, or nothing stands in {STATE}")
     print("\n".join(found) or f"{len(objects)} object files stand on their floors")
     return 1 if found else 0
 
