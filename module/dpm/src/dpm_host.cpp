@@ -10,9 +10,9 @@
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_destination.h"
-#include "dpm_driver.h"
 #include "dpm_if.h"
 #include "dpm_nexthop.h"
+#include "dpm_slot.h"
 #include "dpm_trace.h"
 
 #include <utility>
@@ -63,11 +63,6 @@ void log_host(const dpm_host_entry &host, const dpm::call_site &caller) {
         host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan,
         dpm::address_text(host.ip).c_str(), host.mac[0], host.mac[1], host.mac[2], host.mac[3],
         host.mac[4], host.mac[5], host.sdk_index);
-}
-
-int chip_delete(const dpm_host_entry &host) {
-    return dpm_driver_route_del(host.vrf, host.ip.family, host.ip.address,
-                                dpm::host_bits(host.ip.family), host.sdk_index, DPM_SLOT_ALL_BITS);
 }
 
 int nexthop_release(const dpm_host_entry &host, const dpm::egress &out) {
@@ -171,7 +166,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
         give_way_to(host, dpm::way::overwritten, DPM_CALL_SITE);
     dpm::block<host_record> record;
     if (!record) {
-        if (in_chip && chip_delete(host) == 0)
+        if (in_chip && dpm::withdraw_host(host) == 0)
             take_back_after(host);
         (void)nexthop_release(host, out);
         return -1;
@@ -202,7 +197,7 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
         return -1;
     log_host(*entry, DPM_CALL_SITE);
     dpm_host_notify(entry, DPM_HOST_DELETED);
-    if (record_of(*entry).in_chip && chip_delete(*entry) != 0) {
+    if (record_of(*entry).in_chip && dpm::withdraw_host(*entry) != 0) {
         DPM_TRACE("%s %d::host_entry del driver failed!\r\n");
         return -1;
     }

@@ -2,7 +2,6 @@
 #include "dpm_host_record.h"
 
 #include "dpm.h"
-#include "dpm_driver.h"
 #include "dpm_if.h"
 #include "dpm_mirror.h"
 

@@ -23,8 +23,9 @@ namespace dpm {
 void link_host(dpm_host_entry &host);
 void unlink_host(dpm_host_entry &host);
 
-// Puts a host's entry into the chip; 0, or the driver's answer.
+// Put a host's entry into the chip, or take it out; 0, or the driver's answer.
 int program_host(const dpm_host_entry &host, std::uint32_t slot_bits);
+int withdraw_host(const dpm_host_entry &host);
 
 // Frees a host that is not, or no longer, linked.
 void free_host(dpm_host_entry &host);

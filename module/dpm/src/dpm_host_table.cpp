@@ -48,6 +48,11 @@ int program_host(const dpm_host_entry &host, std::uint32_t slot_bits) {
                                 host_bits(host.ip.family), host.sdk_index, slot_bits);
 }
 
+int withdraw_host(const dpm_host_entry &host) {
+    return dpm_driver_route_del(host.vrf, host.ip.family, host.ip.address,
+                                host_bits(host.ip.family), host.sdk_index, DPM_SLOT_ALL_BITS);
+}
+
 bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip) {
     if (ip.prefix_len != host_bits(ip.family))
         return false;
