@@ -2,8 +2,7 @@
 
 #include "support/walk.h"
 
-#include "dpm_ecmp.h"
-#include "platform/dal.h"
+#include "dpm_bridge.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,6 +12,9 @@
 #include <sstream>
 
 namespace rig {
+
+using chassis::chip::Function;
+using chassis::os::Fault;
 
 namespace {
 
@@ -151,213 +153,85 @@ std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
     return nullptr;
 }
 
-// --- the walk over all tables ---
+// --- walks over a shelf ---
 
-namespace {
-
-struct Lists { // what tables joined with
-    std::vector<Deed> deeds;
-    std::map<std::string, std::function<std::string(TableWalk &)>> words;
-    std::vector<std::pair<std::string, Expectation::Look>> expectations;
-    struct Table {
-        std::string taken_by;
-        Modelled::Read read;
-    };
-    std::map<std::string, Table> modelled;
-};
-Lists &lists() {
-    static Lists all;
-    return all;
-}
-
-constexpr const char *stretches[] = {"plain", "of few groups", "of faults of hosts", "faulty"};
-constexpr const char *refusals[] = {"route",       "route-del", "nexthop",
-                                    "nexthop-del", "group",     "group-member"};
-
-bool is_one_of(const std::string &command, std::initializer_list<const char *> beginnings) {
-    return std::ranges::any_of(
-        beginnings, [&](const char *beginning) { return command.starts_with(beginning); });
-}
-// Routes and label entries stay out of the stretch that ends without taking everything away.
-bool is_of_routes(const std::string &command) {
-    return is_one_of(command, {"route ", "ftn ", "ilm "});
-}
-// The suite tells of an interface once, and believes that it is there.
-bool may_fail(const std::string &command) {
-    return is_of_routes(command) || is_one_of(command, {"neigh ", "port ", "trunk ", "await "});
-}
-
-} // namespace
-
-Deeds::Deeds(std::initializer_list<Deed> deeds) {
-    lists().deeds.insert(lists().deeds.end(), deeds);
-}
-Drawn::Drawn(const char *word, std::function<std::string(TableWalk &)> draw) {
-    lists().words["{" + std::string(word) + "}"] = std::move(draw);
-}
-Expectation::Expectation(const char *command, Look look) {
-    lists().expectations.emplace_back(command, std::move(look));
-}
-Modelled::Modelled(const char *table, const char *taken_by, Read read) {
-    lists().modelled[table] = {taken_by, std::move(read)};
-}
-
-TableWalk::TableWalk() : RowShelf(4, Role::mirroring, {.bare = true}) {
-    keep_log(false);
-    for (const Deed &deed : lists().deeds)
-        deeds.emplace_back(deed.weight, [this, &deed] {
-            if (deed.act)
-                return deed.act(*this);
-            const std::string command = drawn(deed.command);
-            if (stretch == Stretch::faulty_hosts && is_of_routes(command))
-                return;
-            if (may_fail(command))
-                arm();
-            perform(command);
-        });
-}
-
-std::string TableWalk::drawn(std::string command) {
-    for (const auto &[word, draw] : lists().words)
-        for (std::size_t at = 0; (at = command.find(word)) != command.npos;)
-            command.replace(at, word.size(), draw(*this));
-    return command;
-}
-
-bool TableWalk::perform(const std::string &command) {
-    note(command);
-    const bool is_accepted = act(command);
-    look_behind(command, is_accepted);
-    return is_accepted;
-}
-
-void TableWalk::look_behind(const std::string &command, bool is_accepted) {
-    const Words words = words_of(command);
-    for (const auto &[begin, look] : lists().expectations)
-        if (command.starts_with(begin))
-            look(*this, words, is_accepted);
-}
-
-void TableWalk::expect(const std::string &table, const std::string &key, const std::string *text) {
-    Entries &entries = model[table];
-    if (is_faulty()) {
-        const Entries found = lists().modelled.at(table).read(*this);
-        const auto at = found.find(key);
-        text = at == found.end() ? nullptr : &at->second;
-        text ? void(entries[key] = *text) : void(entries.erase(key));
-        return;
+void ShelfWalk::arm(const std::string &what, unsigned number, int code, unsigned skip) {
+    is_armed_ = true;
+    if (what == "alloc") {
+        note("fault alloc ", number);
+        fail(Fault::allocation, number);
+    } else if (what == "send") {
+        note("fault send 1 times ", number);
+        fail(Fault::send, 1, number);
+    } else {
+        note("chip refuse ", what, " ", number, skip ? joined(" skip ", skip) : "",
+             code == -1 ? "" : joined(" code ", unsigned(code)));
+        refuse(chassis::chip::request_named(what).value(), number, code, skip);
     }
-    text ? void(entries[key] = *text) : void(entries.erase(key));
 }
 
-// One fault of the master, until the deed ends.
-void TableWalk::arm() {
-    const bool is_of_hosts = stretch == Stretch::faulty_hosts;
-    if ((stretch != Stretch::faulty && !is_of_hosts) || !one_in(3))
+void ShelfWalk::disarm() {
+    if (!std::exchange(is_armed_, false))
         return;
-    const unsigned kind = below(is_of_hosts ? 6 : 8);
-    if (kind == 0)
-        fault_ = joined("fault alloc ", 1 + below(5));
-    else if (kind == 1)
-        fault_ = "fault send 1 times 4";
-    else
-        fault_ = joined("chip refuse ", refusals[kind - 2], " ", 1 + below(2),
-                        one_in(2) ? " skip 1" : "", one_in(2) ? " code 5" : "");
-    note(fault_);
-    (void)act(fault_);
+    for (unsigned kind = 0; kind < unsigned(Function::count); ++kind)
+        refuse(Function(kind), 0);
+    fail(Fault::allocation, 0);
+    fail(Fault::send, 0);
 }
 
-void TableWalk::disarm() {
-    if (fault_.empty())
-        return;
-    for (const char *kind : refusals)
-        (void)act(joined("chip refuse ", kind, " 0"));
-    (void)act("fault alloc 0");
-    (void)act("fault send 0");
-    account_for_fault();
-    fault_.clear();
+void ShelfWalk::interface_comes(unsigned vlan, std::uint32_t type) {
+    note("if add ", vlanif(vlan), " vlan ", vlan, type == DPM_IF_SUPERVLAN ? " super" : "");
+    add_interface(vlanif(vlan), vlan, type);
 }
 
-unsigned TableWalk::leaks() {
-    unsigned references = 0;
-    for (const dpm_nexthop_entry &entry : nexthops(master()))
-        references += entry.cnt;
-    return references - unsigned(hosts(master()).size());
+void ShelfWalk::interface_moves(unsigned vlan, unsigned vrf) {
+    note("if vrf ", vlanif(vlan), " ", vrf);
+    set_vrf(vlanif(vlan), vrf);
 }
 
-// What a fault may leave behind on purpose: a reference of a next hop whose entry was refused, an
-// object of the chip for which there was no memory.
-void TableWalk::account_for_fault() {
-    const unsigned leaked = leaks() - allow().nexthop_leaks;
-    EXPECT_LE(leaked, fault_.starts_with("chip refuse route ") ? 2u : 0u) << "references leak";
-    allow().nexthop_leaks += leaked;
-    auto orphans = master().chip.nexthops;
-    for (const dpm_nexthop_entry &entry : nexthops(master()))
-        orphans.erase(entry.sdk_index);
-    EXPECT_LE(orphans.size(), fault_.starts_with("fault alloc") ? 1u : 0u) << "objects leak";
-    for (const auto &[index, object] : orphans)
-        EXPECT_EQ(dal_driver_del_ip_nexthop(index, 0), 0);
+int ShelfWalk::tell(bool learns, const Neighbour &own) {
+    const std::string at = own.trunk ? joined(" trunk ", own.trunk) : joined(" port ", own.port);
+    note("neigh ", learns ? "add " : "del ", own.ip, " lladdr ", own.mac, " dev ", vlanif(own.vlan),
+         learns ? at : "", " vlan ", own.vlan,
+         learns && own.cvlan ? joined(" cvlan ", own.cvlan) : "");
+    return learns ? learn_host(own) : forget_host(own);
 }
 
-void TableWalk::mend() {
-    for (const auto &[key, command] : std::exchange(half_gone, {}))
-        if (model["hosts"].contains(key))
-            perform(command);
+void ShelfWalk::time_passes(unsigned seconds) {
+    note("clock advance ", seconds, "s");
+    advance(seconds);
 }
 
-void TableWalk::check() {
-    note("# a check");
-    if (stretch == Stretch::faulty_hosts)
-        mend();
-    for (const auto &[name, table] : lists().modelled)
-        EXPECT_EQ(table.read(*this), model[name]) << name;
-    most_hosts = std::max(most_hosts, model["hosts"].size());
-    most_routes = std::max(most_routes, model["routes"].size());
-    if (stretch == Stretch::faulty)
-        return; // what was refused is adrift until the stretch ends
-    check_laws();
+void ShelfWalk::line_card_comes() {
+    note("card slot-up 3");
+    EXPECT_EQ(dpm_bridge_slot_up(3), 0);
+    settle();
 }
 
-void TableWalk::end_stretch() {
-    check();
-    if (stretch != Stretch::plain)
-        clear();
-    check_laws();
-    begin_stretch(Stretch(below(4)));
-}
-
-void TableWalk::begin_stretch(Stretch next) {
-    note("# the next stretch is ", stretches[unsigned(next)]);
-    stretch = next;
-    if (next == Stretch::faulty_hosts)
-        clear();
-    if (next != Stretch::few_groups)
-        return;
-    for (std::size_t taken = groups(master()).size(); taken < 1020; ++taken) {
-        held.push_back(0);
-        ASSERT_EQ(dpm_ecmp_add(DPM_FAMILY_IPV4, &held.back(), 2), 0);
+void ShelfWalk::standby_comes() {
+    note("# the standby connects");
+    if (!has_standby()) {
+        standby_starts();
+        configure(standby());
     }
-    settle();
-    allow().group_leaks = unsigned(held.size());
-    allow().routes_adrift = true;
+    standby_connects();
 }
 
-// Everything is taken away, and what was adrift is sound again.
-void TableWalk::clear() {
-    for (const auto &[name, table] : lists().modelled)
-        for (const auto &[key, text] : table.taken_by.empty() ? Entries{} : table.read(*this))
-            EXPECT_TRUE(act(table.taken_by + key)) << key;
-    for (std::int32_t &index : std::exchange(held, {}))
-        EXPECT_EQ(dpm_ecmp_del_all(DPM_FAMILY_IPV4, &index), 0);
-    for (const dpm_host_entry &host : hosts(master()))
-        EXPECT_EQ(dpm_api_host_msg_send(&host, DPM_OPER_DEL), 0);
-    settle();
-    for (const auto &[name, table] : lists().modelled)
-        EXPECT_EQ(table.read(*this), model[name] = {}) << name;
-    half_gone.clear();
-    EXPECT_TRUE(groups(master()).empty());
-    allow().group_leaks = 0;
-    allow().routes_adrift = false;
+void ShelfWalk::standby_goes() {
+    note("# the standby is lost");
+    standby_lost();
+}
+
+bool ShelfWalk::master_dies() {
+    if (!has_standby() || dpm_get_slave_up() != 1)
+        return false;
+    note("# the master dies");
+    const auto before = standby().chip.requests(Function::del_ip_entry);
+    switch_over();
+    EXPECT_EQ(master().chip.requests(Function::del_ip_entry), before) << "nothing leaves the chip";
+    if (!one_in(3))
+        standby_comes();
+    return true;
 }
 
 } // namespace rig

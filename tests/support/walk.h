@@ -11,11 +11,10 @@
 //   DPM_WALK_ONLY    3,17,64: these steps alone, as the script of a failure names them
 #pragma once
 
-#include "support/rows.h"
+#include "support/shelf.h"
 
 #include <functional>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -42,6 +41,9 @@ public:
     void take_step(unsigned seed, unsigned number);
     std::string script; // what the steps did, a line a command
 
+protected:
+    virtual void disarm() {} // behind each deed
+
     unsigned below(unsigned limit) { return unsigned(random_() % limit); }
     bool one_in(unsigned chances) { return below(chances) == 0; }
     template <class Set> auto any_of(const Set &set) {
@@ -54,8 +56,6 @@ public:
     }
     template <class... Parts> void note(const Parts &...parts) { write(joined(parts...)); }
 
-protected:
-    virtual void disarm() {}                                       // behind each deed
     std::vector<std::pair<unsigned, std::function<void()>>> deeds; // by weight
 
 private:
@@ -89,72 +89,38 @@ template <class Kind> std::unique_ptr<Kind> take_walk(unsigned length) {
     return std::unique_ptr<Kind>(static_cast<Kind *>(walk.release()));
 }
 
-// A walk over all tables.  Its deeds are commands, as rows have them (rows.h); the words in braces
-// are drawn.  What the laws cannot see a model knows: which hosts and routes there are.
-//
-// A table joins with lists of its own: what its deeds are, what its words stand for, and what is
-// expected behind its commands.
-class TableWalk : public RowShelf, public Walk {
-public:
-    TableWalk();
+inline bool is_ipv6(const Neighbour &own) {
+    return own.ip.find(':') != own.ip.npos;
+}
+inline bool is_linklocal(const Neighbour &own) {
+    return own.ip.starts_with("fe80:");
+}
 
-    enum class Stretch { plain, few_groups, faulty_hosts, faulty } stretch = Stretch::plain;
-    std::string drawn(std::string command);
-    bool perform(const std::string &command); // noted; what is expected of it is looked at
-    void look_behind(const std::string &command, bool is_accepted);
-    // Whether a fault holds, or may have left what meets the deeds behind it.
-    bool is_faulty() const { return !fault_.empty() || stretch == Stretch::faulty; }
+// A walk over a shelf of its own.  Its verbs are noted.
+class ShelfWalk : public Shelf, public Walk {
+protected:
+    ShelfWalk() { keep_log(false); }
+    void TestBody() override {}
 
-    // The tables as the model has them: keys with what is to be known of their entries.
-    using Entries = std::map<std::string, std::string>;
-    std::map<std::string, Entries> model;
-    // The entry must be there now, with this text, or be gone.  Behind a fault it is as it is.
-    void expect(const std::string &table, const std::string &key, const std::string *text);
+    // A fault of the master, until the deed ends: "alloc" is the allocation of that number, "send"
+    // so many messages, anything else so many requests of the chip, as dpmctl names them.
+    void arm(const std::string &what, unsigned number = 1, int code = -1, unsigned skip = 0);
+    void disarm() override;
 
-    std::map<unsigned, unsigned> vrf_of;    // by VLAN, of the interfaces that there are
-    std::vector<std::int32_t> held;         // groups of nobody
-    unsigned now = 0;                       // seconds
-    std::map<std::string, unsigned> expiry; // of routes by key, when they are not renewed
-    std::size_t most_hosts = 0, most_routes = 0;
-
-    // Hosts whose delete stopped half way have no entry in the chip until they are told of again.
-    std::map<std::string, std::string> half_gone; // with the command that tells
-    void mend();
-    void check();
-    void end_stretch();
+    static std::string vlanif(unsigned vlan) { return joined("vlanif", vlan); }
+    void interface_comes(unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
+    void interface_moves(unsigned vlan, unsigned vrf);
+    int tell(bool learns, const Neighbour &own);
+    void time_passes(unsigned seconds);
+    void line_card_comes();
+    void standby_comes(); // or connects again
+    void standby_goes();
+    bool master_dies(); // when the standby can take over; mostly another standby comes
+    // What the suite sets on a standby that starts, beside interfaces.
+    virtual void configure(Card &) {}
 
 private:
-    void disarm() override;
-    void arm();
-    void account_for_fault();
-    void begin_stretch(Stretch next);
-    void clear();
-    unsigned leaks();
-
-    std::string fault_;
-};
-
-struct Deed {
-    unsigned weight;
-    std::string command; // empty: what `act` does
-    std::function<void(TableWalk &)> act = {};
-};
-struct Deeds {
-    Deeds(std::initializer_list<Deed> deeds);
-};
-struct Drawn {
-    Drawn(const char *word, std::function<std::string(TableWalk &)> draw);
-};
-// Behind each command that begins so; the words are those of the command.
-struct Expectation {
-    using Look = std::function<void(TableWalk &, const Words &, bool is_accepted)>;
-    Expectation(const char *command, Look look);
-};
-// What the model compares: a table's entries as they are, by keys that stand behind the command
-// that takes them away.
-struct Modelled {
-    using Read = std::function<TableWalk::Entries(TableWalk &)>;
-    Modelled(const char *table, const char *taken_by, Read read);
+    bool is_armed_ = false;
 };
 
 } // namespace rig
