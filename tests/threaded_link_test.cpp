@@ -225,3 +225,12 @@ TEST_F(LinkOfCards, AMasterThatHearsOfALaterOneStepsDownBeforeTheyMeet) {
     EXPECT_TRUE(eventually([this] { return role() == Role::standby; }));
     EXPECT_EQ(card->peer.term(), 6u);
 }
+
+TEST_F(LinkOfCards, MeetsAlsoWhenItHearsOfATermBetweenTwoHellos) {
+    chassis::Card standby(chassis::CardOptions{.slot = 10});
+    const Claim told = standby.peer.claim(),
+                master{claim_magic, claim_version, 9, Standing::master, 4};
+    standby.peer.know_term(4);
+    EXPECT_TRUE(standby.peer.settle(told, master));
+    EXPECT_EQ(standby.peer.term(), 4u);
+}

@@ -142,10 +142,13 @@ Claim Peer::claim() const {
     return {claim_magic, claim_version, card_.slot(), standing, term()};
 }
 
-// Does not wait: whoever changes the role meanwhile changes the claim.
+// Does not wait: whoever changes the role meanwhile changes the claim.  A standby may hear of a term
+// meanwhile; the other card's heartbeat tells it as soon as it has said hello.
 bool Peer::settle(const Claim &own, const Claim &other) {
     const std::unique_lock lock(state_->changing_role, std::try_to_lock);
-    if (!lock || claim() != own)
+    const Claim now = claim();
+    if (!lock || now.standing != own.standing ||
+        is_master_of(now, other) != is_master_of(own, other))
         return false;
     const std::uint64_t term = settled_term(own, other);
     is_master_of(own, other) ? make_master(term) : make_standby(term);
