@@ -100,16 +100,18 @@ class Answers : public rig::LoneShelf {};
 
 // The chip loses its first route or group behind the library's back; "again" gives all back.
 const rig::Verb lose("lose", [](rig::RowShelf &shelf, const rig::Words &words) {
+    namespace kinds = chassis::chip::kinds;
     static std::map<chassis::chip::Address, std::uint32_t> entries;
-    static std::map<std::uint32_t, std::vector<std::uint32_t>> groups;
-    auto &chip = shelf.master().chip;
+    static std::map<std::uint32_t, chassis::chip::Members> groups;
+    auto &own_entries = shelf.master().chip.tamper<kinds::entry>();
+    auto &own_groups = shelf.master().chip.tamper<kinds::group>();
     if (words[1] == "entry")
-        entries.insert(chip.entries.extract(std::ranges::find_if(
-            chip.entries, [](auto &entry) { return entry.first.prefix_len == 16; })));
+        entries.insert(own_entries.extract(std::ranges::find_if(
+            own_entries, [](auto &entry) { return entry.first.prefix_len == 16; })));
     else if (words[1] == "group")
-        groups.insert(chip.groups.extract(chip.groups.begin()));
+        groups.insert(own_groups.extract(own_groups.begin()));
     else
-        chip.entries.merge(entries), chip.groups.merge(groups);
+        own_entries.merge(entries), own_groups.merge(groups);
 });
 
 // --- what the commands answer ----------------------------------------------------------------

@@ -60,7 +60,11 @@ public:
     template <class Kind> const std::map<typename Kind::Key, typename Kind::Value> &held() const {
         return objects<Kind>().held;
     }
-    // The same, for a test that breaks it; what is kept beside it is not told.
+    // How many objects name one of a pinned kind; nothing when none does.
+    template <class Kind> const std::map<typename Kind::Key, unsigned> &users() const {
+        return objects<Kind>().users;
+    }
+    // The same as held, for a test that breaks it; what is kept beside it is not told.
     template <class Kind> std::map<typename Kind::Key, typename Kind::Value> &tamper() {
         return objects<Kind>().held;
     }

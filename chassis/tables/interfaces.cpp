@@ -3,6 +3,7 @@
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
 #include "chassis/tables/wanted.h"
+#include "platform/nsm.h"
 
 namespace chassis::tables {
 
@@ -33,6 +34,16 @@ std::vector<Place> places_of(const dpm_if_entry &interface) {
     for (const dpm_if_ip_entry *address : addresses_of(interface))
         places.push_back({interface.vrf, host_of(address->ip.family, address->ip.address)});
     return places;
+}
+
+// OSPF's packets may be taken on the sub-VLANs of such an interface.  Whether they are depends on
+// what came first, since nobody tells the library when OSPF begins to run.
+bool runs_ospf(const dpm_if_entry &interface) {
+    for (const dpm_if_ip_entry *address : addresses_of(interface))
+        if (address->ip.family == DPM_FAMILY_IPV4 &&
+            dpm_if_ip_ospf_network_exist(address->ip.address, address->ip.prefix_len) == 1)
+            return true;
+    return false;
 }
 
 // What names lead to.
@@ -78,6 +89,9 @@ const TableOf<dpm_if_entry> interfaces{
                 wanted.want<kinds::interface>(interface.if_id, object);
             if (interface.arp_programmed)
                 wanted.want<kinds::arp_rule>(interface.if_id, chip::Nothing());
+            if (runs_ospf(interface))
+                for (const std::int64_t vlan : sub_vlans_of(interface))
+                    wanted.permit<kinds::ospf_rule>(std::uint32_t(vlan), chip::Nothing());
         },
     .why = [](auto &interface) { return std::string("an address of ") + interface.ifname + "\n"; },
 };

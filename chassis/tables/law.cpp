@@ -15,8 +15,6 @@ void want_settings(Wanted &wanted) {
     wanted.want<kinds::hash_mode>({}, dpm_api_get_ecmp_hash());
     // A default route that goes gives its place to the CPU, in a VRF that was never enabled too.
     wanted.permit_any<kinds::cpu_default>(true);
-    // A sub-VLAN's rule comes and goes with the sub-VLAN, whatever becomes of the addresses.
-    wanted.permit_any<kinds::ospf_rule>({});
 }
 
 template <class Kind> class Judge {
@@ -89,6 +87,27 @@ private:
     Verdict &verdict_;
 };
 
+// Objects that name another are counted there, so that it stays as long as they do.
+template <class Used> std::map<typename Used::Key, unsigned> users_of(const Chip &chip) {
+    std::map<typename Used::Key, unsigned> users;
+    const auto count = [&]<class... Kinds>(chip::Use<Kinds...> use) {
+        if ((std::is_same_v<Kinds, Used> || ...)) // the indexes of all kinds are one row
+            users[use.key]++;
+    };
+    chip::each_kind([&]<class Kind>(Kind) {
+        for (const auto &[key, value] : chip.held<Kind>())
+            Kind::uses(value, count);
+    });
+    return users;
+}
+
+template <class Kind> void judge_users(const Chip &chip, Verdict &verdict) {
+    if constexpr (Kind::is_pinned)
+        if (users_of<Kind>(chip) != chip.users<Kind>())
+            verdict.faults.push_back("the chip counts the users of a " + std::string(Kind::name) +
+                                     " wrong");
+}
+
 using Records = std::map<std::string, std::string>; // bytes by key
 
 Records records_of(const Table &table, Card &card) {
@@ -136,7 +155,10 @@ Verdict chip_equals_tables(Card &card) {
         (difference.cause == Cause::drift ? verdict.drifts : verdict.faults)
             .push_back(std::move(difference.text));
     const auto lock = card.chip.lock();
-    chip::each_kind([&](auto kind) { Judge<decltype(kind)>(wanted, card.chip, verdict).judge(); });
+    chip::each_kind([&]<class Kind>(Kind) {
+        Judge<Kind>(wanted, card.chip, verdict).judge();
+        judge_users<Kind>(card.chip, verdict);
+    });
     return verdict;
 }
 

@@ -150,15 +150,16 @@ std::string indented(std::string text, std::size_t columns) {
 std::string target_text(const chip::Chip &chip, const dpm_route_entry &route) {
     const auto index = std::uint32_t(route.sdk_index);
     const auto lacks = [&](std::uint32_t nexthop) {
-        return !chip.nexthops.contains(nexthop) && nexthop != to_cpu;
+        return !chip.held<kinds::nexthop>().contains(nexthop) && nexthop != to_cpu;
     };
     if (route.ecmp_enable != DPM_ROUTE_ECMP)
         return index == to_cpu ? "to the CPU"
                                : "by next hop " + std::to_string(index) +
                                      (lacks(index) ? ", which the chip does not have" : "");
     std::string text = "by group " + std::to_string(index);
-    const auto group = chip.groups.find(index);
-    if (group == chip.groups.end())
+    const auto &groups = chip.held<kinds::group>();
+    const auto group = groups.find(index);
+    if (group == groups.end())
         return text + ", which the chip does not have";
     for (const std::uint32_t member : group->second)
         text += (member == group->second.front() ? " of next hops " : " ") +
@@ -168,8 +169,9 @@ std::string target_text(const chip::Chip &chip, const dpm_route_entry &route) {
 
 std::string in_chip_text(const chip::Chip &chip, const dpm_route_entry &route) {
     const auto lock = chip.lock();
-    const auto entry = chip.entries.find(chip_key(route.vrf, route.destination));
-    if (entry == chip.entries.end())
+    const auto &entries = chip.held<kinds::entry>();
+    const auto entry = entries.find(chip_key(route.vrf, route.destination));
+    if (entry == entries.end())
         return "not in the chip, which should have it " + target_text(chip, route);
     if (entry->second != std::uint32_t(route.sdk_index))
         return "the chip has it by index " + std::to_string(entry->second) + ", not " +
