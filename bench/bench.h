@@ -23,10 +23,11 @@ struct Row {
 };
 
 struct Options {
-    unsigned rounds = 15;     // at least 7
-    std::string only;         // part of the names of the rows' groups; empty: all
-    std::string json_path;    // empty: none
-    std::string standby_path; // set in the process that is the other card of the mirroring rows
+    unsigned rounds = 15;  // at least 7
+    std::string only;      // part of the names of the rows' groups; empty: all
+    std::string json_path; // empty: none
+    // Set in the process that is the other card of the mirroring rows.
+    std::string standby_directory;
     bool standby_paced = true;
 };
 

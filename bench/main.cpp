@@ -70,7 +70,7 @@ Options parse(int count, char **words) {
         else if (word == "--only")
             options.only = value;
         else if (word == "--standby")
-            options.standby_path = value;
+            options.standby_directory = value;
         else if (word == "--paced")
             options.standby_paced = std::atoi(value) != 0;
         else
@@ -124,7 +124,7 @@ int main(int count, char **words) {
     (void)mallopt(M_ARENA_MAX, 1);
     (void)mallopt(M_TOP_PAD, 1 << 20);
     const Options options = parse(count, words);
-    if (!options.standby_path.empty())
+    if (!options.standby_directory.empty())
         return run_standby(options);
     std::vector<Row> rows;
     const Report report = [&](Row row) {

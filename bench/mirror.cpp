@@ -5,6 +5,8 @@
 // allocated, copied and inserted into a set, in the order in which it travels.
 #include "bench/hosts.h"
 
+#include "chassis/peer/link.h"
+#include "chassis/peer/state.h"
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_ecmp.h"
@@ -32,10 +34,16 @@ namespace {
 constexpr unsigned hosts = 18432, routes = full_route_table, groups = 1024; // full tables
 constexpr unsigned group_gateways = 8;
 constexpr double sets_limit = 6.0;
+constexpr std::int64_t patience_nsec = 60'000'000'000; // a round takes less than one of them
 
-template <class Condition> void wait_for(Condition condition) {
-    while (!condition())
+// Ends the program when it takes far too long; the other process then ends as well.
+template <class Condition> void wait_for(Condition condition, const char *missing) {
+    const std::int64_t deadline = now_nsec() + patience_nsec;
+    while (!condition()) {
+        if (now_nsec() > deadline)
+            fail(missing);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 // --- what is compared with -----------------------------------------------------------------------
@@ -116,8 +124,12 @@ void check_tables() {
         fail("a card does not hold full tables");
 }
 
-pid_t start_standby(const std::string &path, bool paced) {
-    std::string words[] = {"bench", "--standby", path, "--paced", paced ? "1" : "0"};
+std::string socket_in(const std::string &directory) {
+    return directory + "/shelf.sock";
+}
+
+pid_t start_standby(const std::string &directory, bool paced) {
+    std::string words[] = {"bench", "--standby", directory, "--paced", paced ? "1" : "0"};
     char *pointers[] = {words[0].data(), words[1].data(), words[2].data(),
                         words[3].data(), words[4].data(), nullptr};
     pid_t process = 0;
@@ -126,21 +138,43 @@ pid_t start_standby(const std::string &path, bool paced) {
     return process;
 }
 
-// Other clients of the connected callback, called before and behind the library.
+// Other clients of the connected callback, called before and behind the library.  One that ends for
+// a standby that was lost counts for nothing: the cards meet again, and it is called anew.
 std::atomic<std::int64_t> began_nsec, ended_nsec;
 int note_begin() {
     return began_nsec = now_nsec(), 0;
 }
 int note_end() {
-    return ended_nsec = now_nsec(), 0;
+    return ended_nsec = chassis::card().peer.exists() ? now_nsec() : 0, 0;
+}
+
+// Where the cards meet.
+class Directory {
+public:
+    Directory() {
+        if (mkdtemp(path_) == nullptr)
+            fail("no directory for two cards");
+    }
+    ~Directory() { rmdir(path_); }
+    const char *path() const { return path_; }
+
+private:
+    char path_[24] = "/tmp/dpm-bench-XXXXXX";
+};
+
+// Held by each card for its slot, as long as it lives: or the other takes over as soon as they are
+// apart, and tells so to whom it meets next.
+chassis::peer::LockFile lock_slot(const std::string &directory, unsigned slot) {
+    auto lock = chassis::peer::LockFile::take(chassis::peer::slot_lock_path(directory, slot));
+    if (!lock)
+        fail("a slot has a card already");
+    return lock;
 }
 
 // A master with full tables, and standby cards in processes of their own, one after the other.
 class Shelf {
 public:
-    Shelf()
-        : path_("/tmp/dpm-bench-" + std::to_string(getpid())),
-          master_(chassis::os::Mode::threaded) {
+    Shelf() : lock_(lock_slot(directory_.path(), 9)), master_(chassis::os::Mode::threaded) {
         master_.card.os.skip_delays(true);
         for (unsigned i = 0; i < hosts; i++)
             request_host(i, DPM_OPER_ADD);
@@ -158,9 +192,9 @@ public:
     double bring_up(bool paced) {
         master_.card.os.skip_delays(!paced);
         ended_nsec = 0;
-        const pid_t process = start_standby(path_, paced);
-        master_.card.peer.open(path_);
-        wait_for([] { return ended_nsec != 0; });
+        const pid_t process = start_standby(directory_.path(), paced);
+        master_.card.peer.open(socket_in(directory_.path()));
+        wait_for([] { return ended_nsec != 0; }, "the standby card confirms nothing");
         master_.card.peer.close();
         int status = 0;
         waitpid(process, &status, 0);
@@ -170,7 +204,8 @@ public:
     }
 
 private:
-    const std::string path_;
+    const Directory directory_;
+    const chassis::peer::LockFile lock_;
     MasterCard master_;
 };
 
@@ -182,9 +217,10 @@ int run_standby(const Options &options) {
     card.peer.set_role(chassis::peer::Role::standby);
     prepare(card);
     card.os.skip_delays(!options.standby_paced);
-    card.peer.open(options.standby_path);
-    wait_for([&] { return card.peer.exists(); });
-    wait_for([&] { return !card.peer.exists(); });
+    const chassis::peer::LockFile lock = lock_slot(options.standby_directory, 10);
+    card.peer.open(socket_in(options.standby_directory));
+    wait_for([&] { return bool(card.peer.state().has_tables); }, "no tables come");
+    wait_for([&] { return !card.peer.exists(); }, "the master card does not end");
     check_tables();
     card.peer.close();
     return 0;
