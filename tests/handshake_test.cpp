@@ -4,6 +4,7 @@
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_main.h"
+#include "dpm_slot.h"
 #include "dpm_vrf.h"
 #include "support/rows.h"
 
@@ -68,13 +69,58 @@ ROWS(Handshake, ThePeerIsCheckedAfterAMinuteAndThenEveryTenSeconds, .families = 
     {"card standby-usable"},
     {"clock advance 100s"},
     {"neigh del {d}", ""}, // the check has ended
-    // What went meanwhile stays on the standby until its next start: adds alone travel.
-    {"allow standby-differs"},
     {"standby comes",
      "mirror dpm_main_entry_sync_all_receive 6; mirror nexthop* 2; mirror host* 2; "
      "mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: mirror dpm_slave_up_pro_over_peercard_callback 4"},
+    {"standby show hosts --count", "= 2"},
+};
+
+// What a card that was away for a while has from before is renewed: chip indexes that are given to
+// other objects by now, groups with other members, routes and neighbours that have gone.
+ROWS(Handshake, AStandbyThatComesBackIsTheMastersEqual, .roles = rig::mirroring,
+     .see = "log/dpm_slave_up_pro_over_sync_process"){
+    {"many 4 neigh add 10.1.# port 3"},
+    {"neigh add {a}"},
+    {"neigh add {b} port 2"},
+    {"neigh add {c} port 3"},
+    {"route add {net} via {a} via {b}"},
+    {"route add {net1} via {b} via {c}"},
+    {"route add {net2} via {c}"},
+    {"card standby-lost"},
+    {"clock advance 60s"},
+    {"route del {net}"},
+    {"route del {net2}"},
+    {"many 2 neigh del 10.1.#"},
+    {"neigh del {a}"},
+    {"neigh del {c}"},
+    {"neigh add {d} port 4"},
+    {"neigh add {a} port 1"},
+    {"route add {net3} via {a} via {d}"},
+    {"card standby-usable"},
+    {"standby comes", "standby: log10 dpm_slave_up_pro_over_sync_process #::8 entries are not on "
+                      "the master, dropped.\r\n; "
+                      "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,slave up "
+                      "process over!\r\n"},
+};
+
+ROWS(Handshake, ASyncWithHolesDropsNothing, .families = {4}, .roles = rig::mirroring,
+     .see = "log/dpm_slave_up_pro_over_sync_process"){
+    {"neigh add {a}"},
+    {"neigh add {b} port 2"},
+    {"card standby-lost"},
+    {"clock advance 60s"},
+    {"neigh del {b}"},
+    {"neigh add {c} port 3"},
+    {"card standby-usable"},
+    {"allow standby-differs"},
+    {"standby fault send 2 times 4"},
+    {"standby comes", "standby: log10 dpm_slave_up_pro_over_sync_process #::the sync has holes, "
+                      "nothing is dropped!\r\n; "
+                      "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,..."},
     {"standby show hosts --count", "= 3"},
+    {"standby comes"}, // the next one is whole
+    {"standby show hosts --count", "= 2"},
 };
 
 ROWS(Handshake, ALineCardIsProgrammedAgainAndGetsNoTables, .families = {4}, .roles = with_standby,
@@ -191,4 +237,8 @@ TEST_F(LoneCard, IsNotHeldUpByAStandbyThatNeverConfirms) {
     EXPECT_EQ(dpm_bridge_slave_up(), -1);
     advance(60);
     EXPECT_EQ(dpm_get_slave_up(), 0u);
+    clear_journal();
+    EXPECT_EQ(dpm_slave_up_process(DPM_SLOT_LAST + 1), -1);
+    EXPECT_EQ(logged(master(), "dpm_slave_up_process"), 1u);
+    EXPECT_TRUE(chip_calls(master()).empty()) << "not every slot once more";
 }

@@ -4,6 +4,7 @@
 // The callbacks run on threads of the service and only post; all table work runs on the worker.
 #include "dpm_bridge.h"
 
+#include "dpm_locks.h"
 #include "dpm_msg.h"
 #include "dpm_trace.h"
 
@@ -73,6 +74,7 @@ int dpm_bridge_slot_up(std::uint32_t slot) {
 int dpm_bridge_slave_up() {
     if (dpm_bridge_self_is_slave())
         return 0;
+    dpm::empty_slot_up_sem(); // a late confirmation is none of what is sent now
     if (post_slot_up(dpm_bridge_peer_slot_get(), DPM_SEND_ERROR("%s %d::send msg err!\r\n")) != 0)
         return -1;
     DPM_TRACE("%s %d::wait slave up process over!\r\n");

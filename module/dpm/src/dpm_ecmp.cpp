@@ -17,6 +17,15 @@ namespace {
 
 constexpr std::uint32_t free_slot = 0;
 
+struct ecmp_record {
+    dpm_ecmp_entry entry; // first: the tables see this alone
+    std::uint32_t sync;   // that brought it
+};
+
+ecmp_record &record_of(dpm_ecmp_entry &group) {
+    return reinterpret_cast<ecmp_record &>(group);
+}
+
 // A family other than the two is told in the log; what was asked for then counts as done.
 bool is_known_type(std::uint32_t ecmp_type, const dpm::call_site &caller) {
     if (dpm::is_known_family(ecmp_type))
@@ -74,7 +83,7 @@ void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index) {
     (void)dpm_driver_ecmp_destory(ecmp_type, group.sdk_index, DPM_SLOT_ALL_BITS);
     (void)dpm_ecmp_entry_del_sync_send(&group);
     dpm::ecmp_groups(ecmp_type).remove(group);
-    dpm::free_zeroed(&group);
+    dpm::free_zeroed(&record_of(group));
     *sdk_index = 0;
 }
 
@@ -92,15 +101,15 @@ dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, i
         result = 0; // the route waits unprogrammed
         return nullptr;
     }
-    dpm::block<dpm_ecmp_entry> group;
-    if (!group) {
+    dpm::block<ecmp_record> record;
+    if (!record) {
         (void)dpm_driver_ecmp_destory(ecmp_type, *sdk_index, DPM_SLOT_ALL_BITS);
         *sdk_index = 0;
         return nullptr;
     }
-    group->ecmp_type = ecmp_type;
-    group->sdk_index = *sdk_index;
-    return group.release();
+    record->entry.ecmp_type = ecmp_type;
+    record->entry.sdk_index = *sdk_index;
+    return &record.release()->entry;
 }
 
 struct ecmp_mirror : dpm::mirror_defaults<dpm_ecmp_entry> {
@@ -129,24 +138,24 @@ struct ecmp_mirror : dpm::mirror_defaults<dpm_ecmp_entry> {
         return is_known_type(image.ecmp_type, caller);
     }
     static entry *find(const entry &image) { return dpm::ecmp_groups(image.ecmp_type).find(image); }
-    static bool put(const entry &image, entry *present) {
-        if (present != nullptr) {
-            std::memcpy(present->host_sdk, image.host_sdk, sizeof present->host_sdk);
-            present->host_cnt = member_count(image);
-            return true;
+    static entry *put(const entry &image, entry *present) {
+        if (present == nullptr) {
+            dpm::block<ecmp_record> record;
+            if (!record)
+                return nullptr;
+            record->entry = image;
+            (void)dpm::ecmp_groups(image.ecmp_type).add(record->entry);
+            present = &record.release()->entry;
         }
-        dpm::block<dpm_ecmp_entry> copy;
-        if (!copy)
-            return false;
-        *copy = image;
-        copy->host_cnt = member_count(image);
-        (void)dpm::ecmp_groups(image.ecmp_type).add(*copy.release());
-        return true;
+        std::memcpy(present->host_sdk, image.host_sdk, sizeof present->host_sdk);
+        present->host_cnt = member_count(image);
+        return present;
     }
     static void drop(entry &present) {
         dpm::ecmp_groups(present.ecmp_type).remove(present);
-        dpm::free_zeroed(&present);
+        dpm::free_zeroed(&record_of(present));
     }
+    static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }
 };
 
 } // namespace

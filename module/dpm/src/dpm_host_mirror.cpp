@@ -44,21 +44,22 @@ struct host_mirror : dpm::mirror_defaults<dpm_host_entry> {
         return true;
     }
     static entry *find(const entry &image) { return dpm_host_find_by_entry(&image); }
-    static bool put(const entry &image, entry *present) {
+    static entry *put(const entry &image, entry *present) {
         dpm::block<host_record> record;
         if (!record)
-            return false;
+            return nullptr;
         record->entry = image;
         record->in_chip = !dpm::is_linklocal(image.ip); // the master has programmed it
         if (present != nullptr)
             drop(*present);
-        dpm::link_host(record.release()->entry);
-        return true;
+        dpm::link_host(record->entry);
+        return &record.release()->entry;
     }
     static void drop(entry &present) {
         dpm::unlink_host(present);
         dpm::free_host(present);
     }
+    static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }
 };
 
 // After a switch-over: hosts that answer are reported again, the others age out where they are

@@ -8,6 +8,7 @@
 struct host_record {
     dpm_host_entry entry; // first: the tables see this alone
     bool in_chip;         // false for link-local hosts, and while a delete stands half done
+    std::uint32_t sync;   // that brought it
 };
 
 inline host_record &record_of(dpm_host_entry &entry) {

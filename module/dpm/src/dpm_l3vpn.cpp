@@ -19,6 +19,7 @@ namespace {
 struct ftn_record {
     dpm_ftn entry; // first: the table sees this alone
     dpm_avl_node by_fec;
+    std::uint32_t sync; // that brought it
 };
 
 int fec_order(const ftn_record &a, const ftn_record &b) {
@@ -50,6 +51,7 @@ struct ftn_kind {
 
 struct ilm_record {
     dpm_ilm entry;
+    std::uint32_t sync;
 };
 
 struct ilm_kind {
@@ -128,6 +130,13 @@ void ftn_tables_create() {
 
 void ilm_tables_create() {
     ilms().create();
+}
+
+std::uint32_t &label_sync_of(dpm_ftn &entry) {
+    return record_of<ftn_kind>(entry).sync;
+}
+std::uint32_t &label_sync_of(dpm_ilm &entry) {
+    return record_of<ilm_kind>(entry).sync;
 }
 
 void trim(dpm_ftn &image) {

@@ -112,6 +112,10 @@ pend_ilm_list pend_ilms();
 // Addresses as they are kept: four bytes of an IPv4 address, the rest zero.
 void trim(dpm_ftn &image);
 
+// What stands beside an entry: the sync that brought it (dpm_mirror.h).
+std::uint32_t &label_sync_of(dpm_ftn &entry);
+std::uint32_t &label_sync_of(dpm_ilm &entry);
+
 void ftn_tables_create();
 void ilm_tables_create();
 

@@ -24,10 +24,9 @@ struct ftn_mirror : label_mirror<dpm_ftn> {
         return true;
     }
     static entry *find(const entry &image) { return dpm::ftns().find(image); }
-    static bool put(const entry &image, entry *) {
-        return dpm_mpls_ftn_add_for_salve(image) != nullptr;
-    }
+    static entry *put(const entry &image, entry *) { return dpm_mpls_ftn_add_for_salve(image); }
     static void drop(entry &present) { (void)dpm_mpls_ftn_del(&present); }
+    static std::uint32_t &sync_of(entry &present) { return dpm::label_sync_of(present); }
 };
 
 struct ilm_mirror : label_mirror<dpm_ilm> {
@@ -44,10 +43,9 @@ struct ilm_mirror : label_mirror<dpm_ilm> {
         return true;
     }
     static entry *find(const entry &image) { return dpm::ilms().find(image); }
-    static bool put(const entry &image, entry *) {
-        return dpm_mpls_ilm_add_for_slave(image) != nullptr;
-    }
+    static entry *put(const entry &image, entry *) { return dpm_mpls_ilm_add_for_slave(image); }
     static void drop(entry &present) { (void)dpm_mpls_ilm_del(&present); }
+    static std::uint32_t &sync_of(entry &present) { return dpm::label_sync_of(present); }
 };
 
 } // namespace

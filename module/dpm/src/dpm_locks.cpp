@@ -24,3 +24,7 @@ DPM_LOCK_PAIR(norix_nsm_sem_take, norix_nsm_sem_give, nsm_sem, BEP_WAIT_FOREVER)
 DPM_LOCK_PAIR(norix_bfd_sem_take, norix_bfd_sem_give, bfd_sem, BEP_WAIT_FOREVER)
 DPM_LOCK_PAIR(dpm_slot_up_sem_take, dpm_slot_up_sem_give, slot_up_sem,
               slot_up_limit_sec *bep_sysClkRateGetEx())
+
+void dpm::empty_slot_up_sem() {
+    (void)bep_semTakeEx(g_dpm_global.slot_up_sem, BEP_NO_WAIT, __FILE__, __LINE__);
+}

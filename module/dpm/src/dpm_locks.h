@@ -15,4 +15,7 @@ public:
 
 using dpm_lock = lock_guard<norix_dpm_sem_take, norix_dpm_sem_give>;
 
+// Takes back what was given to the slot-up semaphore for a wait that is over.  Any thread.
+void empty_slot_up_sem();
+
 } // namespace dpm

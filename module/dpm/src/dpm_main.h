@@ -18,7 +18,10 @@ inline constexpr const dpm::mirrored *dpm_mirrored_tables[] = {DPM_TABLES(DPM_RO
 // peer's slot.
 int dpm_slave_up_process(std::uint32_t slot);
 
-// The standby card has applied every table: tells the master.
+// The standby card gets every table from here on.  The count is that of records lost before.
+int dpm_sync_begin(std::uint32_t lost_before);
+
+// The standby card has applied every table: drops what was not among them, and tells the master.
 int dpm_slave_up_pro_over_sync_process();
 
 // This card became master: the tables start the timers that only a master runs.

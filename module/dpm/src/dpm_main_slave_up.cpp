@@ -1,17 +1,20 @@
 // The handshake that brings a newly connected standby card up to date, and the hand-over when it
 // becomes master.
 //
-// A slot that comes up is re-programmed; when it is the peer card's, every table follows, then an
-// end marker.  The standby's worker reaches the marker behind all entries and confirms, which
-// releases the master's waiting callback. Changes are mirrored from the start of the process on.
+// A slot that comes up is re-programmed; when it is the peer card's, card data, every table and an
+// end marker follow.  The standby's worker sees the first and the last in their order among the
+// entries: between them it renews its tables (dpm_mirror.h), then it confirms, which releases the
+// master's waiting callback.  Changes are mirrored from the start of the process on.
 #include "dpm_main.h"
 
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_host.h"
 #include "dpm_locks.h"
+#include "dpm_mirror.h"
 #include "dpm_msg.h"
 #include "dpm_route.h"
+#include "dpm_slot.h"
 #include "dpm_trace.h"
 #include "dpm_vrf.h"
 
@@ -27,11 +30,45 @@ int check_peer(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
     return dpm_peer_can_be_use();
 }
 
+// What the master does not have goes; entries before those that they point to.
+void drop_old_entries(const dpm::call_site &caller) {
+    std::uint32_t dropped = 0;
+    for (std::size_t i = std::size(dpm_mirrored_tables); i > 0; i--)
+        dropped += dpm_mirrored_tables[i - 1]->drop_old();
+    if (dropped != 0)
+        DPM_LOG_FROM(caller, "%s %d::%d entries are not on the master, dropped.\r\n", dropped);
+}
+
+// Without its begin, or with holes, a sync tells nothing about what it did not bring.
+void end_sync(const dpm::call_site &caller) {
+    if (dpm::sync_number() == 0)
+        return;
+    if (dpm::sync_is_whole())
+        drop_old_entries(caller);
+    else
+        DPM_LOG_FROM(caller, "%s %d::the sync has holes, nothing is dropped!\r\n");
+    dpm::sync_end();
+}
+
+void follow_mac(const void *bytes) {
+    const dpm::dpm_lock lock;
+    std::uint8_t mac[DPM_MAC_BYTES];
+    std::memcpy(mac, bytes, sizeof mac);
+    if (std::memcmp(mac, g_dpm_global.device_mac, sizeof mac) != 0)
+        dpm_vrf_follow_mac(mac);
+}
+
 } // namespace
 
 int dpm_slave_up_process(std::uint32_t slot) {
     if (dpm_bridge_self_is_slave())
         return 0;
+    if (slot < DPM_SLOT_FIRST || slot > DPM_SLOT_LAST) {
+        DPM_TRACE("%s %d::slot = %d is err!\r\n", slot);
+        if (slot == dpm_bridge_peer_slot_get())
+            dpm_slot_up_sem_give(); // nobody will confirm
+        return -1;
+    }
     g_dpm_global.slave_up = 1;
     (void)dpm_main_entry_sync_all_send(slot);
     for (const dpm::mirrored *table : dpm_mirrored_tables)
@@ -63,6 +100,7 @@ int dpm_slave_up_pro_over_sync_process() {
         DPM_TRACE("%s %d::it is master!!\r\n");
         return 0;
     }
+    end_sync(DPM_CALL_SITE);
     DPM_TRACE("%s %d::it is slave,slave up process over!\r\n");
     return dpm_bridge_slave_sync_send("dpm_slave_up_pro_over_peercard_callback", &confirmed,
                                       sizeof confirmed);
@@ -85,7 +123,8 @@ int dpm_main_entry_sync_all_send(std::uint32_t slot) {
                                 sizeof g_dpm_global.device_mac);
 }
 
-// Both cards answer with the master's MAC and link-local address.  Complete when the call returns.
+// Both cards answer with the master's MAC and link-local address, which they do when the call
+// returns.  It is also the first that a sync brings: the worker is told.
 int dpm_main_entry_sync_all_receive(const void *buffer, std::uint32_t length_bytes) {
     if (buffer == nullptr)
         return dpm::null_parameter();
@@ -96,11 +135,18 @@ int dpm_main_entry_sync_all_receive(const void *buffer, std::uint32_t length_byt
     }
     if (length_bytes != DPM_MAC_BYTES)
         return dpm::null_parameter();
-    const dpm::dpm_lock lock;
-    std::uint8_t mac[DPM_MAC_BYTES];
-    std::memcpy(mac, buffer, sizeof mac);
-    if (std::memcmp(mac, g_dpm_global.device_mac, sizeof mac) != 0)
-        dpm_vrf_follow_mac(mac);
+    follow_mac(buffer);
+    const int result =
+        dpm::post_words(DPM_MSG_SYNC_BEGIN, sizeof(std::uint32_t), dpm::sync_lost_so_far(),
+                        DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    if (result != 0)
+        dpm::sync_lost();
+    return result;
+}
+
+int dpm_sync_begin(std::uint32_t lost_before) {
+    if (dpm_bridge_self_is_slave())
+        dpm::sync_begin(lost_before);
     return 0;
 }
 
@@ -114,7 +160,10 @@ int dpm_peer_can_be_use() {
     return 0;
 }
 
+// A sync that ran will not end, and no standby has this card's tables.
 int dpm_slave_to_master_process() {
+    dpm::sync_end();
+    g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
     (void)dpm_route_start_delete_time();
     return 0;

@@ -2,7 +2,49 @@
 // for each.
 #include "dpm_mirror.h"
 
+namespace {
+
+// The sync that runs on this card; the worker's.
+struct running_sync {
+    std::uint32_t number; // 0: none
+    std::uint32_t last;   // that was given
+    std::uint32_t lost_before;
+};
+DPM_STATE running_sync g_dpm_sync;
+
+// Mirrored records that did not get into a table since the start.  Any thread.
+DPM_STATE std::uint32_t g_dpm_sync_lost;
+
+} // namespace
+
 namespace dpm {
+
+void sync_lost() {
+    (void)__atomic_fetch_add(&g_dpm_sync_lost, 1, __ATOMIC_RELAXED);
+}
+
+std::uint32_t sync_lost_so_far() {
+    return __atomic_load_n(&g_dpm_sync_lost, __ATOMIC_RELAXED);
+}
+
+void sync_begin(std::uint32_t lost_before) {
+    if (++g_dpm_sync.last == 0) // that of entries which no sync brought
+        g_dpm_sync.last = 1;
+    g_dpm_sync.number = g_dpm_sync.last;
+    g_dpm_sync.lost_before = lost_before;
+}
+
+std::uint32_t sync_number() {
+    return g_dpm_sync.number;
+}
+
+bool sync_is_whole() {
+    return sync_lost_so_far() == g_dpm_sync.lost_before;
+}
+
+void sync_end() {
+    g_dpm_sync.number = 0;
+}
 
 int mirror_send(const void *entry, std::uint32_t size, const char *receiver,
                 const call_site &caller) {

@@ -5,6 +5,11 @@
 // worker, in arrival order.  Records travel byte for byte; what is card-local in them is cleared or
 // looked up again there.
 //
+// When the whole tables travel, a sync, what the peer has from before is not to be trusted: entries
+// were deleted meanwhile, and chip indexes are another chip object's.  So each entry remembers the
+// sync that brought it.  While a sync runs, what an earlier one brought counts as not there, and
+// when it ends, that goes.
+//
 // A table joins with a description (see mirrored_table) and one DPM_MIRRORED_TABLE row in its
 // source; its messages join DPM_MESSAGES, its receivers DPM_RECEIVERS, and the table DPM_TABLES.
 //
@@ -40,8 +45,10 @@ namespace dpm {
 //   localise_key()    gives a received image this card's key; false, told in the log: it has none
 //   localise()        the same for all else that is card-local in it
 //   find()            the entry with the image's key, or null
-//   put()             keeps the image, in the place of that entry if there is one; false: no memory
+//   put()             keeps the image, in the place of that entry if there is one; the entry that
+//                     it became, or null without memory
 //   drop()            takes an entry out of the table and frees it
+//   sync_of()         what stands beside an entry: the number of the sync that brought it
 template <class Table>
 concept mirrored_table = requires(typename Table::entry &image, const typename Table::entry &entry,
                                   typename Table::entry *present, std::uint32_t slot_bits,
@@ -58,8 +65,9 @@ concept mirrored_table = requires(typename Table::entry &image, const typename T
     { Table::localise_key(image, caller) } -> std::same_as<bool>;
     { Table::localise(image, caller) } -> std::same_as<bool>;
     { Table::find(entry) } -> std::same_as<typename Table::entry *>;
-    { Table::put(entry, present) } -> std::same_as<bool>;
+    { Table::put(entry, present) } -> std::same_as<typename Table::entry *>;
     { Table::drop(*present) } -> std::same_as<void>;
+    { Table::sync_of(*present) } -> std::same_as<std::uint32_t &>;
 };
 
 // What most tables have in common, to derive a description from.
@@ -76,32 +84,64 @@ int mirror_send(const void *entry, std::uint32_t size, const char *receiver,
                 const call_site &caller);
 bool mirror_may_receive(const void *buffer, bool fits, const call_site &caller, int &result);
 
+// Records that did not reach the worker, or that it could not keep.  Any thread.
+void sync_lost();
+std::uint32_t sync_lost_so_far();
+
+// The sync that this card gets; on the worker.  One that never ended is forgotten with the next.
+void sync_begin(std::uint32_t lost_before);
+std::uint32_t sync_number(); // 0 while none runs
+bool sync_is_whole();        // nothing was lost since it began
+void sync_end();
+
+template <class Entry>
+int mirror_post(std::uint32_t code, const void *record, const call_site &caller) {
+    const int result =
+        post_copy<Entry>(record, code, {"%s %d::send msg err!\r\n", caller.function, caller.line});
+    if (result != 0)
+        sync_lost();
+    return result;
+}
+
 template <class Entry>
 int mirror_receive(std::uint32_t code, const void *buffer, std::uint32_t length,
                    const call_site &caller) {
     int result;
     if (!mirror_may_receive(buffer, length == sizeof(Entry), caller, result))
         return result;
-    return post_copy<Entry>(buffer, code,
-                            {"%s %d::send msg err!\r\n", caller.function, caller.line});
+    return mirror_post<Entry>(code, buffer, caller);
 }
 
-// A trailing partial record is ignored; more than a batch cannot have been sent.
+// A trailing partial record is ignored; more than the queue holds cannot have been sent.
 template <mirrored_table Table>
 int mirror_receive_all(const void *buffer, std::uint32_t length, const call_site &caller) {
     using entry = typename Table::entry;
     if (!dpm_bridge_self_is_slave())
         return 0;
-    if (buffer == nullptr || length == 0 || length > Table::batch_entries * sizeof(entry)) {
+    if (buffer == nullptr || length == 0 || length / sizeof(entry) > DPM_QUEUE_MESSAGES) {
         DPM_LOG_FROM(caller, "%s %d::len = %d ,the input paramter is null!\r\n", length);
         return -1;
     }
     const auto *bytes = static_cast<const unsigned char *>(buffer);
     for (std::uint32_t at = 0; at + sizeof(entry) <= length; at += sizeof(entry))
-        if (post_copy<entry>(bytes + at, Table::add_code,
-                             {"%s %d::send msg err!\r\n", caller.function, caller.line}) != 0)
+        if (mirror_post<entry>(Table::add_code, bytes + at, caller) != 0)
             return -1;
     return 0;
+}
+
+// Whether an entry is to be trusted: no sync runs, or the one that runs has brought it.
+template <mirrored_table Table> bool is_renewed(typename Table::entry &entry) {
+    return sync_number() == 0 || Table::sync_of(entry) == sync_number();
+}
+
+// The entry with an image's key.  One that the sync which runs has not renewed is dropped first.
+template <mirrored_table Table>
+typename Table::entry *find_renewed(const typename Table::entry &image) {
+    typename Table::entry *present = Table::find(image);
+    if (present == nullptr || is_renewed<Table>(*present))
+        return present;
+    Table::drop(*present);
+    return nullptr;
 }
 
 // A mirrored add: the image takes the place of the entry with its key.
@@ -112,7 +152,11 @@ int mirror_add(const typename Table::entry *received, const call_site &caller) {
     typename Table::entry image = *received;
     if (!Table::localise_key(image, caller) || !Table::localise(image, caller))
         return -1;
-    return Table::put(image, Table::find(image)) ? 0 : -1;
+    typename Table::entry *kept = Table::put(image, find_renewed<Table>(image));
+    if (kept == nullptr)
+        return sync_lost(), -1;
+    Table::sync_of(*kept) = sync_number();
+    return 0;
 }
 
 template <mirrored_table Table>
@@ -125,6 +169,21 @@ int mirror_del(const typename Table::entry *received, const call_site &caller) {
     if (typename Table::entry *present = Table::find(image))
         Table::drop(*present);
     return 0;
+}
+
+// At the end of a sync: what it did not bring goes, from this card's table alone.  How many.
+template <mirrored_table Table> std::uint32_t mirror_drop_old() {
+    std::uint32_t dropped = 0;
+    for (dpm_avl_tree *tree : Table::trees())
+        for (void *at = dpm_avl_first(tree), *next; at != nullptr; at = next) {
+            next = dpm_avl_next(tree, at);
+            auto &entry = *static_cast<typename Table::entry *>(at);
+            if (is_renewed<Table>(entry))
+                continue;
+            Table::drop(entry);
+            dropped++;
+        }
+    return dropped;
 }
 
 // Notices that a peer card which was there has gone.  A peer that was never there does not stop a
@@ -262,4 +321,5 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &c
     int del_process(const description::entry *entry) {                                             \
         return dpm::mirror_del<description>(entry, DPM_CALL_SITE);                                 \
     }                                                                                              \
-    constexpr dpm::mirrored dpm::table = {description::create, all_send};
+    constexpr dpm::mirrored dpm::table = {description::create, all_send,                           \
+                                          dpm::mirror_drop_old<description>};

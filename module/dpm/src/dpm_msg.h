@@ -20,7 +20,7 @@
 //   shape    what is passed on:
 //              body    the block, freed behind the call; a null block is passed over
 //              trunk   the block and the len word, as body
-//              slot    the data word, a slot number
+//              slot    the data word, a slot number or a count
 //              port    the len and data words: port kind, and port or trunk id
 //              owned   the block, which the owner frees
 //              signal  nothing
@@ -45,6 +45,7 @@
     ROW (20, DPM_MSG_DEL_ROUTE,           dpm_task_msg_del_route_pro,           dpm_route_del_msg,                  dpm_route_msg,        body)    \
     ROW (21, DPM_MSG_SYNC_ADD_ROUTE,      dpm_task_msg_sync_add_route_pro,      dpm_route_entry_add_sync_process,   dpm_route_entry,      body)    \
     ROW (22, DPM_MSG_SYNC_DEL_ROUTE,      dpm_task_msg_sync_del_route_pro,      dpm_route_entry_del_sync_process,   dpm_route_entry,      body)    \
+    CALL(23, DPM_MSG_SYNC_BEGIN,                                                dpm_sync_begin,                                           slot)    \
     CALL(24, DPM_MSG_SLAVE_UP,                                                  dpm_slave_up_process,                                     slot)    \
     CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                           dpm_slave_to_master_process,                              signal)  \
     ROW (32, DPM_MSG_SYNC_FTN_ADD,        dpm_task_msg_sync_ftn_add_pro,        dpm_mpls_ftn_add_sync_process,      dpm_ftn,              body)    \

@@ -19,6 +19,7 @@ constexpr std::uint16_t cnt_max = 0xFFFF;
 struct nexthop_record {
     dpm_nexthop_entry entry; // first: the table sees this alone
     dpm_avl_node by_index;
+    std::uint32_t sync; // that brought it
 };
 
 int index_order(const nexthop_record &a, const nexthop_record &b) {
@@ -88,15 +89,17 @@ struct nexthop_mirror : dpm::mirror_defaults<dpm_nexthop_entry> {
         return true;
     }
     static entry *find(const entry &image) { return dpm::nexthops().find(image); }
-    static bool put(const entry &image, entry *present) {
-        if (present != nullptr)
-            present->cnt = image.cnt;
-        return present != nullptr || insert(image) != nullptr;
+    static entry *put(const entry &image, entry *present) {
+        if (present == nullptr)
+            return insert(image);
+        present->cnt = image.cnt;
+        return present;
     }
     static void drop(entry &present) {
         unlink(present);
         free_nexthop(present);
     }
+    static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }
 };
 
 } // namespace

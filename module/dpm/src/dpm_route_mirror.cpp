@@ -45,22 +45,23 @@ struct route_mirror : dpm::mirror_defaults<dpm_route_entry> {
         return true;
     }
     static entry *find(const entry &image) { return dpm_route_find_by_entry(&image); }
-    static bool put(const entry &image, entry *present) {
+    static entry *put(const entry &image, entry *present) {
         dpm::route_block record(image);
         if (!record)
-            return false;
+            return nullptr;
         if (present != nullptr)
             drop(*present);
         record->is_mirrored = true;
         dpm::adopt_chip_entry(*record);
-        dpm::link_route(*record.release());
-        return true;
+        dpm::link_route(*record);
+        return &record.release()->entry;
     }
     static void drop(entry &present) {
         (void)dpm_timer_stop(g_dpm_global.timer_list, &present.delete_timer);
         dpm::unlink_route(record_of(present));
         dpm::free_route(record_of(present));
     }
+    static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }
 };
 
 } // namespace

@@ -41,6 +41,7 @@ struct route_network {
 struct route_record {
     dpm_route_entry entry;   // first: the tables see this alone
     std::int32_t chip_index; // what the chip's entry points to; 0: the chip has none
+    std::uint32_t sync;      // that brought it
     bool is_mirrored;        // another card has programmed it: chip_index is what that card left
     bool is_over_tunnel;
     route_network network; // set while it is linked

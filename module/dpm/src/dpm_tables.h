@@ -36,6 +36,7 @@ namespace dpm {
 struct mirrored {
     void (*create)(); // its trees, indexes and lists are made; at start-up
     int (*send_all)(std::uint32_t slot);
+    std::uint32_t (*drop_old)(); // what a sync has not renewed; at its end, on the standby card
 };
 
 #define DPM_ROW(table, record, add, del, all) extern const mirrored table;
