@@ -33,7 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     card.os.log_to([](const chassis::os::LogLine &) {}); // formatted, not written
     card.peer.set_role(chassis::peer::Role::master);
     fuzz::require(card.start() == 0, "a card starts");
-    ctl::Server server(card);
+    chassis::journal::Journal journal;
+    journal.watch(card);
+    ctl::Server server(card, journal);
     execute_lines(server, fuzz::expand({reinterpret_cast<const char *>(data), size}));
     fuzz::require(server.execute("card role").status == ctl::Status::ok, "the card still answers");
     (void)card.pump();

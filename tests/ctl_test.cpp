@@ -362,4 +362,22 @@ TEST_F(Answers, AreObjectsForPrograms) {
     EXPECT_EQ(run("show hold --json").text, "[]\n");
 }
 
+TEST_F(Answers, TellWhatLeftTheLibraryInItsOrder) {
+    const std::pair<const char *, const char *> commands[] = {
+        {"if add vlanif100", ""},
+        {"neigh add 10.1.1.2 port 3", ""},
+        {"journal chip last 2", "1000.000 nexthop+ port 3 02:00:00:00:01:02 n1\n"
+                                "1000.000 entry+ 10.1.1.2 n1\n"},
+        {"journal off", ""},
+        {"neigh add 10.1.1.3", ""},
+        {"journal on", ""},
+        {"clock advance 2s", ""},
+        {"journal clear", ""},
+        {"neigh del 10.1.1.2", ""},
+        {"journal stack chip", "1002.000 entry- 10.1.1.2 n1\n1002.000 nexthop- n1\n"},
+    };
+    for (const auto &[command, text] : commands)
+        EXPECT_EQ(run(command).text, text) << command;
+}
+
 } // namespace

@@ -151,7 +151,8 @@ bool start_log(chassis::Card &card, ctl::Server &server, const Options &options)
     if (!file)
         return fail(options.log + ": " + std::strerror(errno)), false;
     card.os.log_level(options.log_level);
-    card.os.log_to([&server, file](const chassis::os::LogLine &line) {
+    card.os.log_to([&card, &server, file](const chassis::os::LogLine &line) {
+        server.journal().note_log(card, line);
         const std::string text = log_text(line);
         server.keep_log_line(text);
         std::fprintf(file, "%s\n", text.c_str());
@@ -213,7 +214,9 @@ int run(const Options &options, int stop) {
     if (!lock)
         return fail("the card in slot " + std::to_string(slot) + " runs already");
     chassis::Card card(options.card);
-    ctl::Server server(card);
+    chassis::journal::Journal journal;
+    journal.watch(card);
+    ctl::Server server(card, journal);
     if (!start_log(card, server, options))
         return 1;
     card::LineCards line_cards(card, options.directory + "/line-cards");

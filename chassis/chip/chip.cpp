@@ -46,7 +46,7 @@ void Chip::note(Function function, const Outcome &outcome, const std::string &ar
         std::string(name_of(function)) + (arguments.empty() ? "" : " ") + arguments + end;
     if (recording_)
         keep_line(journal_, line, journal_lines);
-    if (recording_ && watcher_)
+    if (watcher_)
         watcher_(line);
     if (outcome.mistake.empty())
         return;

@@ -90,8 +90,7 @@ public:
     void record(bool on);
     std::vector<std::string> journal() const;
     void clear_journal();
-    // Is told of each of these lines, on the requester's thread with the lock held, while recording
-    // is on.
+    // Is told of each of these lines, recording or not, on the requester's thread with the lock held.
     void watch(std::function<void(const std::string &line)> watcher);
 
     // Each of these slots reports its own answer to every request that reaches it, through the

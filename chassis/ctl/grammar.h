@@ -93,8 +93,8 @@ enum class Kind {
     ROW(chip_lookup, "chip lookup", "IP [vrf VRF]", read, "Where the chip would forward to")       \
     ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \
     ROW(chip_check, "chip check", "", read, "Compare the tables with the chip")                    \
-    ROW(chip_journal, "chip journal", "[STATE]", read,                                             \
-        "Print the requests made of the chip; on, off and clear govern the recording")             \
+    ROW(journal, "journal", "[STATE] [CHANNEL]* [last COUNT]", read,                               \
+        "Print what left the library, in order; on, off and clear govern the recording")           \
     ROW(chip_mistakes, "chip mistakes", "", read, "Requests that a chip would not understand")     \
     ROW(chip_refuse, "chip refuse", "REQUEST COUNT [skip COUNT] [code NUMBER]", change,            \
         "The chip refuses the next requests of a kind")                                            \

@@ -79,6 +79,7 @@ const std::vector<Type> types = {
      {std::begin(chassis::chip::function_words), std::end(chassis::chip::function_words)}},
     {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
     {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
+    {"CHANNEL", "what leaves the library", nullptr, {"chip", "mirror", "log", "stack", "platform"}},
     {"TABLE", "a mirrored table", nullptr, {CHASSIS_TABLES(CTL_TABLE, )}},
     {"DEVMAP", "a device and an interface, as eth0=vlanif100", is_dev_map, {}},
     {"PATH", "the name of a file", is_any, {}},

@@ -18,7 +18,7 @@ using namespace chassis;
 namespace {
 
 constexpr std::size_t columns = 100, literal_columns = 90;
-constexpr const char *channel_words[] = {"chip", "mirror", "log", "stack", "notice", "platform"};
+using journal::channel_words;
 
 struct Names { // of one family
     const char *link, *net, *inside, *any, *nets, *nets_end, *bits, *link_bits;

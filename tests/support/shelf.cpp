@@ -5,9 +5,11 @@
 #include "chassis/tables/law.h"
 #include "chassis/tables/tables.h"
 #include "dpm.h"
+#include "dpm_host.h"
 #include "support/laws.h"
 
 #include <algorithm>
+#include <map>
 
 // The head of the timer list comes from the system's allocator and lives as long as the process.
 extern "C" const char *__lsan_default_suppressions() {
@@ -27,6 +29,20 @@ void expect_lawful(const laws::Lines &lines, const char *law) {
     for (const std::string &line : lines)
         text += "\n  " + line;
     EXPECT_TRUE(lines.empty()) << law << ":" << text;
+}
+
+std::map<const Card *, Journal *> &journals() {
+    static std::map<const Card *, Journal *> journals;
+    return journals;
+}
+
+// What dependants of the host table are told.
+int write_notice(const dpm_host_entry *host, std::uint32_t event) {
+    journals().at(&card())->note(card(), Channel::notice,
+                                 "notice " + text_of(host->ip) +
+                                     (host->vrf ? " vrf " + std::to_string(host->vrf) : "") +
+                                     (event == DPM_HOST_ADDED ? " came" : " goes"));
+    return -1; // nobody looks
 }
 
 } // namespace
@@ -60,9 +76,15 @@ Card &Shelf::start_card(unsigned index) {
     Card &card = *cards_[index];
     if (const Card *const other = cards_[1 - index].get())
         card.os.advance(other->os.now_nsec() - card.os.now_nsec());
-    servers_[index] = std::make_unique<ctl::Server>(card);
+    servers_[index] = std::make_unique<ctl::Server>(card, journal);
     EXPECT_EQ(card.start(), 0);
     journal.watch(card);
+    card.os.log_to([this, &card](const os::LogLine &line) { journal.note_log(card, line); });
+    journals()[&card] = &journal;
+    {
+        const CardScope scope(card);
+        dpm_host_notify_register(write_notice);
+    }
     keep_log(keep_log_);
     blocks_at_start_[index] = card.os.live_blocks();
     return card;
@@ -391,8 +413,8 @@ void Shelf::clear_journal() {
 
 void Shelf::keep_log(bool on) {
     keep_log_ = on;
-    journal.keep(on);
     for (Card *card : cards()) {
+        journal.keep(*card, on);
         card->os.log_level(on ? 0 : 100);
         card->chip.record(on);
     }

@@ -16,7 +16,7 @@
 #include "chassis/chassis.h"
 #include "chassis/ctl/grammar.h"
 #include "chassis/ctl/server/server.h"
-#include "support/journal.h"
+#include "chassis/journal/journal.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -28,6 +28,7 @@
 namespace rig {
 
 using chassis::Card;
+using chassis::journal::Channel, chassis::journal::Event, chassis::journal::Journal;
 
 // A neighbour as a scenario tells it; unnamed fields keep these values.
 struct Neighbour {
@@ -194,7 +195,7 @@ public:
     // address; "cpu" and "nowhere" stand for themselves, "" for no entry.
     std::string forwards(const std::string &address, unsigned vrf = 0);
 
-    Journal journal; // before the cards: they write to its end
+    Journal journal{chassis::journal::Naming::by_making}; // before the cards: they write to its end
 
     Exceptions &allow() { return exceptions_; }
     void check_laws();

@@ -72,21 +72,6 @@ Reply chip_show(Command &command) {
     return done(command.line.has("--json") ? table.json() : table.text());
 }
 
-Reply chip_journal(Command &command) {
-    Chip &chip = command.card.chip;
-    const std::string_view state = command.line.value("STATE");
-    if (state == "clear")
-        chip.clear_journal();
-    else if (!state.empty())
-        chip.record(state == "on");
-    if (!state.empty())
-        return done();
-    std::string text;
-    for (const std::string &line : chip.journal())
-        text += line + "\n";
-    return done(text);
-}
-
 Reply chip_mistakes(Command &command) {
     std::string text;
     for (const std::string &line : command.card.chip.mistake_lines())

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "chassis/ctl/wire.h"
+#include "chassis/journal/journal.h"
 
 #include <deque>
 #include <mutex>
@@ -13,15 +14,13 @@
 #include <string_view>
 #include <vector>
 
-namespace chassis {
-class Card;
-}
-
 namespace ctl {
 
 class Server {
 public:
-    explicit Server(chassis::Card &card) : card_(card) {}
+    // The journal, which may be of several cards, outlives the server.
+    Server(chassis::Card &card, chassis::journal::Journal &journal)
+        : card_(card), journal_(journal) {}
 
     Reply execute(std::string_view line);
 
@@ -34,9 +33,11 @@ public:
 
     void ask_to_quit() { quit_ = true; }
     bool wants_to_quit() const { return quit_; }
+    chassis::journal::Journal &journal() { return journal_; }
 
 private:
     chassis::Card &card_;
+    chassis::journal::Journal &journal_;
     bool quit_ = false;
     mutable std::mutex log_mutex_; // guards the lines
     std::deque<std::string> log_lines_;

@@ -1,21 +1,18 @@
 // What the observers of a card tell, as compact text.
 
-#include "support/journal.h"
+#include "chassis/journal/journal.h"
 
-#include "dpm_host.h"
-#include "support/shelf.h"
+#include "chassis/tables/text.h"
 
 #include <algorithm>
 #include <cstring>
 #include <sstream>
 
-namespace rig {
-
-using namespace chassis;
+namespace chassis::journal {
 
 namespace {
 
-constexpr std::size_t max_events = 200'000;
+constexpr std::size_t max_events = 20'000;
 
 struct ChipWord {
     std::string_view request; // as the chip's journal names it
@@ -64,10 +61,8 @@ std::string in_vrf(std::uint32_t vrf) {
     return vrf ? " vrf " + std::to_string(vrf) : "";
 }
 
-std::string neighbour_text(const stack::NeighbourKey &key) {
-    dpm_prefix ip{std::uint16_t(key.family), std::uint16_t(key.family == 1 ? 32 : 128), {}};
-    std::copy(key.address.begin(), key.address.end(), ip.address);
-    return text_of(ip) + in_vrf(key.vrf);
+std::string key_text(const dpm_prefix &prefix, std::uint32_t vrf) {
+    return without_host_bits(tables::prefix_text(prefix)) + in_vrf(vrf);
 }
 
 // The number of the line behind the function's name changes with the source.
@@ -79,36 +74,86 @@ std::string without_line_number(std::string text) {
     return text;
 }
 
-std::map<const Card *, std::function<void(std::string)>> &notice_writers() {
-    static std::map<const Card *, std::function<void(std::string)>> writers;
-    return writers;
+// What a mirrored record is known by.
+std::string key_of(const Journal &journal, const dpm_nexthop_entry &nexthop) {
+    return journal.name_of(nexthop.sdk_index);
+}
+std::string key_of(const Journal &, const dpm_host_entry &host) {
+    return key_text(host.ip, host.vrf);
+}
+std::string key_of(const Journal &journal, const dpm_ecmp_entry &group) {
+    return journal.name_of(std::uint32_t(group.sdk_index));
+}
+std::string key_of(const Journal &, const dpm_route_entry &route) {
+    return key_text(route.destination, route.vrf);
+}
+std::string key_of(const Journal &, const dpm_ftn &ftn) {
+    return key_text(tables::fec_of(ftn), ftn.vrf_id);
+}
+std::string key_of(const Journal &, const dpm_ilm &ilm) {
+    return std::to_string(ilm.in_label);
 }
 
-int write_notice(const dpm_host_entry *host, std::uint32_t event) {
-    const auto writer = notice_writers().find(&card());
-    if (writer != notice_writers().end())
-        writer->second("notice " + text_of(host->ip) + in_vrf(host->vrf) +
-                       (event == DPM_HOST_ADDED ? " came" : " goes"));
-    return -1; // nobody looks
+struct MirrorKind {
+    std::string_view receiver; // begins with it
+    std::string_view name;
+    std::size_t record_bytes;
+    std::string (*key)(const Journal &journal, const std::byte *record);
+};
+
+template <class Record>
+constexpr MirrorKind mirrored(std::string_view receiver, std::string_view name) {
+    return {receiver, name, sizeof(Record), [](const Journal &journal, const std::byte *bytes) {
+                Record record;
+                std::memcpy(&record, bytes, sizeof record);
+                return key_of(journal, record);
+            }};
 }
 
-template <class Record> Record record_from(std::span<const std::byte> bytes) {
-    Record record;
-    std::memcpy(&record, bytes.data(), sizeof record);
-    return record;
-}
+constexpr MirrorKind mirror_kinds[] = {
+    mirrored<dpm_nexthop_entry>("dpm_nexthop_entry", "nexthop"),
+    mirrored<dpm_host_entry>("dpm_host_entry", "host"),
+    mirrored<dpm_ecmp_entry>("dpm_ecmp_entry", "ecmp"),
+    mirrored<dpm_route_entry>("dpm_route_entry", "route"),
+    mirrored<dpm_ftn>("dpm_mpls_ftn", "ftn"),
+    mirrored<dpm_ilm>("dpm_mpls_ilm", "ilm"),
+};
 
 } // namespace
 
-void Journal::note(unsigned slot, Channel channel, std::string text) {
+void Journal::note(const Card &card, Channel channel, std::string text) {
     if (!keeps_)
         return;
+    const std::lock_guard guard(mutex_);
     if (events_.size() == max_events)
         events_.pop_front();
-    events_.push_back({++count_, slot, channel, std::move(text)});
+    events_.push_back({++count_, card.slot(), card.os.now_nsec(), channel, std::move(text)});
+}
+
+void Journal::note_log(const Card &card, const os::LogLine &line) {
+    if (keeps_)
+        note(card, Channel::log,
+             "log" + std::to_string(line.level) + " " + with_names(without_line_number(line.raw)));
+}
+
+std::deque<Event> Journal::events() const {
+    const std::lock_guard guard(mutex_);
+    return events_;
+}
+
+void Journal::clear() {
+    const std::lock_guard guard(mutex_);
+    events_.clear();
+}
+
+void Journal::name(std::uint32_t index, char kind) {
+    const std::lock_guard guard(mutex_);
+    if (!names_.contains(index)) // the making of another counts
+        names_[index] = kind + std::to_string(naming_ == Naming::by_index ? index : ++made_[kind]);
 }
 
 std::string Journal::name_of(std::uint32_t index) const {
+    const std::lock_guard guard(mutex_);
     const auto named = names_.find(index);
     return index == 2 ? "cpu" : named != names_.end() ? named->second : std::to_string(index);
 }
@@ -131,9 +176,8 @@ std::string Journal::chip_text(const std::string &line) {
         } else if (!has(plain_words, words[at])) {
             const bool is_index = is_number(words[at]) && has(plain_words, words[at - 1]);
             const auto index = is_index ? std::uint32_t(std::stoul(words[at])) : 0;
-            if (is_new && index >= 16 && !names_.contains(index) && words[at - 1] != "members")
-                names_.try_emplace(index, text[0] == 'n' ? "n" + std::to_string(++nexthops_)
-                                                         : "g" + std::to_string(++groups_));
+            if (is_new && index >= 16 && words[at - 1] != "members")
+                name(index, text[0]);
             text += " " + (is_index ? name_of(index) : without_host_bits(words[at]));
         }
     }
@@ -142,44 +186,14 @@ std::string Journal::chip_text(const std::string &line) {
 
 std::string Journal::mirror_text(std::string_view receiver,
                                  std::span<const std::byte> bytes) const {
-    struct Kind {
-        std::string_view head;
-        std::size_t record_bytes;
-        std::function<std::string()> key;
-    };
-    const auto fec = [](const auto &entry) {
-        dpm_prefix prefix{entry.ip_type, entry.prefixlen, {}};
-        std::memcpy(prefix.address, entry.fec_prefix, sizeof prefix.address);
-        return text_of(prefix) + in_vrf(entry.vrf_id);
-    };
-    const Kind kinds[] = {
-        {"dpm_nexthop_entry", sizeof(dpm_nexthop_entry),
-         [&] { return name_of(record_from<dpm_nexthop_entry>(bytes).sdk_index); }},
-        {"dpm_host_entry", sizeof(dpm_host_entry),
-         [&] {
-             const auto host = record_from<dpm_host_entry>(bytes);
-             return text_of(host.ip) + in_vrf(host.vrf);
-         }},
-        {"dpm_ecmp_entry", sizeof(dpm_ecmp_entry),
-         [&] { return name_of(std::uint32_t(record_from<dpm_ecmp_entry>(bytes).sdk_index)); }},
-        {"dpm_route_entry", sizeof(dpm_route_entry),
-         [&] {
-             const auto route = record_from<dpm_route_entry>(bytes);
-             return text_of(route.destination) + in_vrf(route.vrf);
-         }},
-        {"dpm_mpls_ftn", sizeof(dpm_ftn), [&] { return fec(record_from<dpm_ftn>(bytes)); }},
-        {"dpm_mpls_ilm", sizeof(dpm_ilm),
-         [&] { return std::to_string(record_from<dpm_ilm>(bytes).in_label); }},
-    };
-    for (const Kind &kind : kinds) {
-        if (!receiver.starts_with(kind.head))
+    for (const MirrorKind &kind : mirror_kinds) {
+        if (!receiver.starts_with(kind.receiver))
             continue;
-        std::string name(kind.head.substr(kind.head.starts_with("dpm_mpls_") ? 9 : 4));
-        name = "mirror " + name.substr(0, name.find('_'));
+        const std::string name = "mirror " + std::string(kind.name);
         if (receiver.ends_with("_sync_all_receive"))
             return name + "* " + std::to_string(bytes.size() / kind.record_bytes);
         const bool adds = receiver.find("_add_sync") != receiver.npos;
-        return name + (adds ? "+ " : "- ") + kind.key();
+        return name + (adds ? "+ " : "- ") + kind.key(*this, bytes.data());
     }
     return "mirror " + std::string(receiver) + " " + std::to_string(bytes.size());
 }
@@ -197,30 +211,27 @@ std::string Journal::with_names(std::string text) const {
 }
 
 void Journal::watch(Card &card) {
-    const auto writer = [this, slot = card.slot()](Channel channel) {
-        return [this, slot, channel](std::string text) { note(slot, channel, std::move(text)); };
-    };
-    card.chip.record(true);
-    card.chip.watch([this, write = writer(Channel::chip)](const std::string &line) {
-        if (keeps_)
-            write(chip_text(line));
-    });
-    card.peer.watch([this, write = writer(Channel::mirror)](
-                        std::string_view name, std::span<const std::byte> bytes, bool is_taken) {
-        if (keeps_)
-            write(mirror_text(name, bytes) + (is_taken ? "" : " -> -1"));
-    });
-    card.stack.watch(
-        [write = writer(Channel::stack)](std::string_view deed, const stack::NeighbourKey &key) {
-            write(std::string(deed) + " " + neighbour_text(key));
+    card.peer.watch(
+        [this, &card](std::string_view name, std::span<const std::byte> bytes, bool is_taken) {
+            if (keeps_)
+                note(card, Channel::mirror, mirror_text(name, bytes) + (is_taken ? "" : " -> -1"));
         });
-    card.suite.watch([write = writer(Channel::platform)](const std::string &text) { write(text); });
-    card.os.log_to([this, write = writer(Channel::log)](const os::LogLine &line) {
-        write("log" + std::to_string(line.level) + " " + with_names(without_line_number(line.raw)));
+    card.stack.watch([this, &card](std::string_view deed, const stack::NeighbourKey &key) {
+        const dpm_prefix ip = tables::host_of(key.family, key.address.data());
+        note(card, Channel::stack, std::string(deed) + " " + key_text(ip, key.vrf));
     });
-    notice_writers()[&card] = writer(Channel::notice);
-    const CardScope scope(card);
-    dpm_host_notify_register(write_notice);
+    card.suite.watch([this, &card](const std::string &text) {
+        if (text != "proxy tick") // which commands wait by
+            note(card, Channel::platform, text);
+    });
 }
 
-} // namespace rig
+void Journal::keep(Card &card, bool on) {
+    keeps_ = on;
+    const auto hear = [this, &card](const std::string &line) {
+        note(card, Channel::chip, chip_text(line));
+    };
+    card.chip.watch(on ? std::function<void(const std::string &)>(hear) : nullptr);
+}
+
+} // namespace chassis::journal
