@@ -3,112 +3,126 @@
 
 #include "dpm_events.h"
 #include "dpm_host.h"
-#include "support/shelf.h"
+#include "support/rows.h"
 
-#include <arpa/inet.h>
-#include <functional>
+using rig::alone;
 
 namespace {
 
-class HostRequests : public rig::LoneShelf {
-protected:
-    void SetUp() override {
-        add_interface("vlanif100", 100);
-        info = rig::info_of(master(), {.ip = "10.1.1.2", .port = 3});
-        entry.ifindex = info.ifindex;
-        entry.ip = rig::prefix_of("10.1.1.2/24"); // an odd prefix: it is a host all the same
-        entry.mac[5] = 7;
-        entry.svlan = 100;
-        entry.phy_port_id = 3;
-        clear_journal();
-    }
-    // The request of each kind.
-    std::vector<int> report(std::uint32_t oper) {
-        info.oper = std::uint8_t(oper);
-        return {dpm_api_host_pro(&info, oper), dpm_api_notify_ipstack_host(&info),
-                dpm_api_host_msg_send(&entry, oper)};
-    }
-    static std::vector<int> report_null(std::uint32_t oper) {
-        return {dpm_api_host_pro(nullptr, oper), dpm_api_notify_ipstack_host(nullptr),
-                dpm_api_host_msg_send(nullptr, oper)};
-    }
-    dpm_host_info info{};
+int report_entry(const dpm_host_info &info, std::uint32_t oper) {
     dpm_host_entry entry{};
-};
+    entry.ifindex = info.ifindex;
+    entry.ip = {info.family, 24, {}}; // an odd length: it is a host all the same
+    std::copy_n(info.address, 16, entry.ip.address);
+    entry.mac[5] = 7;
+    entry.svlan = 100;
+    entry.phy_port_id = 3;
+    return dpm_api_host_msg_send(&entry, oper);
+}
 
-using Answers = std::vector<int>;
-const Answers refused(3, -1), taken(3, 0);
+// "report pro|stack|entry OPER IP [FAMILY]": by one of the three ways.
+void report(rig::RowShelf &shelf, const rig::Words &words) {
+    const auto oper = std::uint32_t(std::stoul(words[2]));
+    dpm_host_info info = rig::info_of(shelf.master(), {.ip = words[3], .port = 3, .vrf = 6});
+    info.oper = std::uint8_t(oper);
+    info.family = words.size() > 4 ? 3 : info.family;
+    const int result = words[1] == "pro"     ? dpm_api_host_pro(&info, oper)
+                       : words[1] == "stack" ? dpm_api_notify_ipstack_host(&info)
+                                             : report_entry(info, oper);
+    if (result != 0)
+        shelf.answer(std::to_string(result));
+}
+
+// "read IP VRF|IFINDEX": what the library reads of the IP stack's entry.
+void read(rig::RowShelf &shelf, const rig::Words &words) {
+    const dpm_prefix ip = rig::prefix_of(words[1]);
+    const auto where = std::uint32_t(std::stoul(words[2]));
+    std::uint8_t mac[DPM_MAC_BYTES] = {};
+    std::uint16_t vlan = 0, port = 0;
+    std::uint32_t third = 0;
+    const int result = ip.family == DPM_FAMILY_IPV4
+                           ? dpm_get_arp_info_by_vrf_ip(where, ntohl(dpm::address_word(ip.address)),
+                                                        mac, &vlan, &port)
+                           : dpm_get_ndp_entry_by_ip(ip.address, mac, where, &vlan, &port, &third);
+    shelf.answer(result != 0 ? "none"
+                             : "mac " + std::to_string(mac[5]) + " vlan " + std::to_string(vlan) +
+                                   " port " + std::to_string(port + third));
+}
+
+const rig::Verb verbs[] = {{"report", report}, {"read", read}};
 
 } // namespace
 
-TEST_F(HostRequests, OfAllThreeKindsAddAndDeleteTheHost) {
-    const std::function<int(std::uint32_t)> kinds[] = {
-        [this](std::uint32_t oper) { return dpm_api_host_pro(&info, oper); },
-        [this](std::uint32_t oper) {
-            info.oper = std::uint8_t(oper);
-            return dpm_api_notify_ipstack_host(&info);
-        },
-        [this](std::uint32_t oper) { return dpm_api_host_msg_send(&entry, oper); },
-    };
-    for (const auto &request : kinds)
-        for (const std::uint32_t oper : {DPM_OPER_ADD, DPM_OPER_DEL}) {
-            EXPECT_EQ(request(oper), 0);
-            settle();
-            check_laws();
-            EXPECT_EQ(hosts(master()).size(), oper == DPM_OPER_ADD ? 1u : 0u);
-        }
-    EXPECT_EQ(logged(master(), "::host_msg vrf 0 ip 10.1.1.2 mac 2.0.0.0.1.2 ifindex 900 port "
-                               "3/0x3 port_type 0 \t\tcvlan 0 svlan 100 supervlan 100 "),
-              2u);
-}
+ROWS(HostRequests, OfAllThreeKindsAddAndDeleteTheHost, .roles = alone,
+     .see = "chip log/dpm_api_host"){
+    {"report pro 1 {a}",
+     "log10 dpm_api_host_pro #::host_msg vrf 6 ip {a} mac {M2} ifindex 900 port 3/0x3 port_type "
+     "0 \t\tcvlan 0 svlan 100 supervlan 100 \r\n; nexthop+ port 3 {m2} n1; entry+ {a} n1"},
+    {"report pro 2 {a}",
+     "log10 dpm_api_host_pro #::host_msg vrf 6 ip {a} mac {M2} ifindex 900 port 3/0x3 port_type "
+     "0 \t\tcvlan 0 svlan 100 supervlan 100 \r\n; entry- {a} n1; nexthop- n1"},
+    {"report stack 1 {a}", "nexthop+ port 3 {m2} n2; entry+ {a} n2"},
+    {"report stack 2 {a}", "entry- {a} n2; nexthop- n2"},
+    {"report entry 1 {a}", "nexthop+ port 3 00:00:00:00:00:07 n3; entry+ {a} n3"},
+    {"see stack"},
+    {"call dpm_host_start_delete_time_test", "forget {a}; probe {a}; = 0"},
+    {"clock advance 3600s", "probe {a}; probe {a}"},
+    {"see chip"},
+    {"report entry 2 {a}", "entry- {a} n3; nexthop- n3"},
+};
 
-TEST_F(HostRequests, WithoutARecordOperationOrFamilyAreRefused) {
-    EXPECT_EQ(report(3), refused);
-    EXPECT_EQ(report(0), refused);
-    EXPECT_EQ(logged(master(), "::unkown oper "), 6u);
-    EXPECT_EQ(report_null(DPM_OPER_ADD), refused);
-    EXPECT_EQ(logged(master(), "::the input parameter is null!"), 3u);
-    entry.ip.family = info.family = 3;
-    EXPECT_EQ(report(DPM_OPER_ADD), refused);
-    EXPECT_EQ(logged(master(), "::iptype = 3 is err!"), 2u);
-    EXPECT_EQ(logged(master(), "::iptype 3 is err!"), 1u);
-    EXPECT_EQ(master().os.queued(), 0u);
-    dpm_host_msg body{}; // another program posts by number
-    body.ifindex = info.ifindex;
-    body.ip.family = 3;
-    EXPECT_EQ(dpm_host_add_msg(&body), -1);
-    EXPECT_EQ(dpm_host_del_msg(&body), 0) << "there is no such host";
-}
+ROWS(HostRequests, WithoutARecordOperationOrFamilyAreRefused, .families = {4}, .roles = alone,
+     .see = "log chip"){
+    {"report pro 3 {a}", "log10 dpm_api_host_pro #::unkown oper 3!\r\n; = -1"},
+    {"report stack 3 {a}", "log10 dpm_api_notify_ipstack_host #::unkown oper 3!\r\n; = -1"},
+    {"report entry 0 {a}", "log10 dpm_api_host_msg_send #::unkown oper 0!\r\n; = -1"},
+    {"call dpm_api_host_pro 0 1", "log10 dpm_api_host_pro #::the input ...; = -1"},
+    {"call dpm_api_notify_ipstack_host 0",
+     "log10 dpm_api_notify_ipstack_host #::the input ...; = -1"},
+    {"call dpm_api_host_msg_send 0 1", "log10 dpm_api_host_msg_send #::the input ...; = -1"},
+    {"report pro 1 {a} 3", "log10 dpm_api_host_pro #::iptype = 3 is err!\r\n; = -1"},
+    {"report stack 1 {a} 3", "log10 dpm_api_notify_ipstack_host #::iptype 3 is err!\r\n; = -1"},
+    {"report entry 1 {a} 3", "log10 dpm_api_host_msg_send #::iptype = 3 is err!\r\n; = -1"},
+};
 
-TEST_F(HostRequests, AskEveryNeighbourAgain) {
-    EXPECT_EQ(dpm_api_host_msg_send(&entry, DPM_OPER_ADD), 0);
-    settle();
-    EXPECT_EQ(dpm_host_start_delete_time_test(), 0);
-    EXPECT_EQ(unreachables(master()).at(0).probe_cnt, 2u);
-    EXPECT_EQ(hosts(master()).at(0).ip.prefix_len, 32u);
-}
+ROWS(HostRequests, AreDroppedWithSuccessWhileTheConformanceTestRuns, .families = {4},
+     .roles = alone, .see = "log chip"){
+    {"call dpm_ipv6_ready_test_switch_open", "= 0"},
+    {"call dpm_get_ipv6_ready_test_switch_state", "= 1"},
+    {"report pro 1 {a}", ""},
+    {"report stack 1 {a}", ""},
+    {"report entry 77 {a}", ""},
+    {"call dpm_api_host_pro 0 77", "= 0"},
+    {"route add {net} via {a}", ""},
+    {"see chip"},
+    // The test hosts are no reports.
+    {"call dpm_host_test_add 0x301010a 900 100 0 3 3",
+     "nexthop+ port 3 00:01:02:03:04:05 n1; entry+ {c} n1; = 0"},
+    {"call dpm_ipv6_ready_test_switch_close", "= 0"},
+    {"call dpm_get_ipv6_ready_test_switch_state", "= 0"},
+    {"call dpm_host_test_del 0x301010a 900 100 0 3 3", "entry- {c} n1; nexthop- n1; = 0"},
+};
 
-TEST_F(HostRequests, AreDroppedWithSuccessWhileTheConformanceTestRuns) {
-    EXPECT_EQ(dpm_ipv6_ready_test_switch_open(), 0);
-    EXPECT_EQ(dpm_get_ipv6_ready_test_switch_state(), 1u);
-    EXPECT_EQ(report(DPM_OPER_ADD), taken);
-    EXPECT_EQ(report_null(77), taken);
-    EXPECT_EQ(master().os.queued(), 0u);
-    EXPECT_EQ(dpm_host_test_add(inet_addr("10.1.1.3"), info.ifindex, 100, 0, 3, 3), 0)
-        << "the test hosts are not reports";
-    EXPECT_EQ(dpm_ipv6_ready_test_switch_close(), 0);
-    EXPECT_EQ(dpm_get_ipv6_ready_test_switch_state(), 0u);
-    settle();
-    ASSERT_EQ(host_texts(master()),
-              std::vector<std::string>{"10.1.1.3 00:01:02:03:04:05 vlanif100 vlan 100 port 3"});
-    EXPECT_EQ(dpm_host_test_del(inet_addr("10.1.1.3"), info.ifindex, 100, 0, 3, 3), 0);
-    settle();
-    EXPECT_TRUE(hosts(master()).empty());
-}
+ROWS(HostRequests, ReadTheStacksNeighbourEntries, .roles = alone){
+    {"neigh add {a} port 3"},
+    {"4: read {a} 0", "= mac 1 vlan 100 port 3"},
+    {"4: read {a} 1", "= none"}, // another VRF
+    {"6: read {a} 900", "= mac 1 vlan 100 port 3"},
+    {"6: read {a} 4711", "= none"},
+    {"call dpm_get_arp_info_by_vrf_ip 0 0x0a010101 0 0 0", "= -1"},
+    {"call dpm_get_ndp_entry_by_ip 0 0 900 0 0 0", "= -1"},
+};
 
-TEST_F(HostRequests, LinkEventsBecomeMessagesForPortsAndTrunksInRange) {
-    learn_host({.ip = "10.1.1.2", .port = 5});
-    learn_host({.ip = "10.1.1.3", .trunk = 5});
+namespace {
+
+class LinkEvents : public rig::LoneShelf {};
+
+} // namespace
+
+TEST_F(LinkEvents, BecomeMessagesForPortsAndTrunksInRange) {
+    for (const char *command :
+         {"if add vlanif100", "neigh add 10.1.1.2 port 5", "neigh add 10.1.1.3 trunk 5"})
+        (void)run(command);
     const struct {
         std::uint32_t port, state, posts;
         std::size_t holds; // behind it
@@ -124,34 +138,4 @@ TEST_F(HostRequests, LinkEventsBecomeMessagesForPortsAndTrunksInRange) {
             EXPECT_EQ(rig::text_of(holds(master())[0].ip), "10.1.1.3");
         }
     }
-}
-
-TEST_F(HostRequests, ReadTheStacksNeighbourEntries) {
-    learn_host({.ip = "10.1.1.2", .port = 3});
-    learn_host({.ip = "2001:db8::2", .port = 4});
-    std::array<std::uint8_t, 6> mac{};
-    std::uint16_t first = 0, second = 0;
-    std::uint32_t third = 77;
-    const auto arp = [&](std::uint32_t vrf, std::uint8_t *out) { // an address in host order
-        return dpm_get_arp_info_by_vrf_ip(vrf, 0x0A010102, out, &first, &second);
-    };
-    EXPECT_EQ(arp(0, mac.data()), 0);
-    EXPECT_EQ(mac, rig::mac_of("02:00:00:00:01:02"));
-    EXPECT_EQ(std::pair(first, second), std::pair(std::uint16_t(100), std::uint16_t(3)));
-    EXPECT_EQ(arp(1, mac.data()), -1) << "another VRF";
-    EXPECT_EQ(arp(0, nullptr), -1);
-
-    const dpm_prefix ip = rig::prefix_of("2001:db8::2");
-    const auto ndp = [&](const std::uint8_t *address, std::uint32_t ifindex) {
-        return dpm_get_ndp_entry_by_ip(address, mac.data(), ifindex, &first, &second, &third);
-    };
-    mac = {};
-    EXPECT_EQ(ndp(ip.address, info.ifindex), 0);
-    EXPECT_EQ(mac, rig::mac_of("02:00:00:00:01:02"));
-    EXPECT_EQ(second, 4u);
-    EXPECT_EQ(third, 0u);
-    EXPECT_EQ(ndp(ip.address, 4711), -1);
-    EXPECT_EQ(ndp(nullptr, 1), -1);
-    master().stack.fail_next(1, 5);
-    EXPECT_EQ(ndp(ip.address, info.ifindex), -1);
 }

@@ -361,165 +361,110 @@ ROWS(Routes, TheBestIsTheLongestThatForwards, .families = {4}, .roles = alone){
     {"best 2001:db8::7", "= 2001:db8::1/32"},
 };
 
-namespace {
-
-using chassis::os::Fault;
-using rig::Neighbour;
-using rig::Route;
-
-class RouteRecords : public rig::Shelf {
-protected:
-    void SetUp() override {
-        add_interface("vlanif100", 100);
-        add_interface("vlanif200", 200);
-        clear_journal();
-    }
-    void learn(const std::string &ip) { learn_host({.ip = ip}); }
-    int request(const dpm_route_msg &msg, std::uint32_t oper = DPM_OPER_ADD) {
-        const int result = dpm_api_route_pro(&msg, oper);
-        settle();
-        return result;
-    }
+ROWS(Routes, HoldSixteenThousandOfWhichThoseOfIpv6CountTwice, .roles = alone,
+     .see = "chip log/dpm_route_add"){
+    {"4: many 16383 route add 10.#.0/24 via {a}"},
+    {"4: route add 2001:db8:9::/48 via 2001:db8::2 dev vlanif100"}, // begins below the limit
+    {"6: many 8192 route add 2001:db8:8::0.1.#/128 via {a}"},
+    {"4: route add 11.0.0.0/24 via {a}",
+     "log10 dpm_route_add_msg ...; log10 dpm_route_add #::route entry is full!!!\r\n"},
+    {"6: route add 10.9.0.0/16 via 10.1.1.2 dev vlanif100",
+     "log10 dpm_route_add_msg ...; log10 dpm_route_add #::route entry is full!!!\r\n"},
+    {"see chip"},
+    // In another's place, unless that leaves too many.
+    {"4: route add 10.0.7.0/24 dev vlanif100", ""},
+    {"6: route add 2001:db8:8::0.1.0.7/128 dev vlanif100", "entry+ 2001:db8:8::1:7 cpu"},
+    {"call dpm_ipv4_route_cnt_show", "4: = 16383; 6: = 0"},
+    {"call dpm_ipv6_route_cnt_show", "4: = 1; 6: = 8192"},
 };
 
-class FullRouteTable : public RouteRecords, public ::testing::WithParamInterface<std::uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(Families, FullRouteTable, ::testing::Values(1, 2));
+namespace {
+
+// "raw OPER PREFIX [FIELD NUMBER]": a request over {a}'s address, as no command makes it.
+void request(rig::RowShelf &shelf, const rig::Words &words) {
+    dpm_route_msg msg = rig::msg_of(shelf.master(), {.prefix = words[2], .via = {{"10.1.1.1"}}});
+    const auto value = words.size() > 4 ? std::uint32_t(std::stoul(words[4])) : 0;
+    const std::string field = words.size() > 3 ? words[3] : "";
+    if (field == "gateways")
+        msg.np_num = value;
+    else if (field.ends_with("length"))
+        (field == "length" ? msg.destination : msg.np[0]).prefix_len = std::uint16_t(value);
+    else if (field.ends_with("family"))
+        (field == "family" ? msg.destination : msg.np[0]).family = std::uint16_t(value);
+    if (dpm_api_route_pro(&msg, std::uint32_t(std::stoul(words[1]))) != 0)
+        shelf.answer("refused");
+}
+const rig::Verb raw{"raw", request};
 
 } // namespace
 
-TEST_P(FullRouteTable, HoldsSixteenThousandWeightedRoutes) {
-    const bool ipv4 = GetParam() == DPM_FAMILY_IPV4;
-    const std::string gateway = ipv4 ? "10.1.1.2" : "2001:db8:1::2";
-    keep_log(false);
-    learn(gateway);
-    const unsigned capacity = ipv4 ? 16384 : 8192;
-    const auto route = [&](unsigned i) {
-        const char *const prefix = ipv4 ? "10.2.0.0/24" : "2001:db8:2::/64";
-        dpm_route_msg msg = rig::msg_of(master(), {.prefix = prefix, .via = {{gateway}}});
-        msg.destination.address[ipv4 ? 1 : 6] = std::uint8_t(i >> 8);
-        msg.destination.address[ipv4 ? 2 : 7] = std::uint8_t(i);
-        return msg;
-    };
-    for (unsigned i = 0; i < capacity - 1; ++i)
-        ASSERT_EQ(request(route(i)), 0);
-    keep_log(true);
-    const auto weight = [] { return dpm_ipv4_route_cnt_show() + 2 * dpm_ipv6_route_cnt_show(); };
-    request(rig::msg_of(master(), {.prefix = ipv4 ? "2001:db8:9::/48" : "10.9.0.0/16"}));
-    EXPECT_EQ(weight(), ipv4 ? 16385 : 16383) << "one that begins below the limit fits";
-    request(route(capacity - 1));
-    EXPECT_EQ(weight(), 16385);
-    request(route(capacity));
-    EXPECT_EQ(weight(), 16385);
-    EXPECT_GE(logged(master(), "::route entry is full!!!"), 1u);
-    request(route(7)); // present: renewed, not added
-    request(route(7), DPM_OPER_DEL);
-    forget_host({.ip = gateway});
-    learn(gateway);
-}
+ROWS(Routes, OfBadRequestsChangeNothing, .families = {4}, .roles = rig::mirroring,
+     .see = "chip log/dpm_"){
+    {"call dpm_api_route_pro 0 1", "log10 dpm_api_route_pro #::the input ...; = -1"},
+    {"raw 3 {net}",
+     "log10 dpm_api_route_pro #::rev msg from norix, unkown oper 3 !\r\n; = refused"},
+    {"fault alloc 1"},
+    {"raw 1 {net}", "= refused"},
+    {"fault send 1 times 4"},
+    {"raw 1 {net}", "log13 dpm_api_route_pro #::send msg err!\r\n; = refused"},
+    {"raw 1 {net} gateways 9", "log10 dpm_route_add_msg #::np_num 9 is err!\r\n"},
+    {"raw 1 {net} gateways 4294967295", "log10 dpm_route_add_msg #::np_num -1 is err!\r\n"},
+    {"raw 1 {net} length 33", "log10 dpm_route_add_msg #::masklen = 33 is err!\r\n"},
+    {"raw 2 {net} length 65535", ""},
+    {"raw 1 {net} family 3",
+     "log10 dpm_route_find_by_entry #::iptype = 3 is err!\r\n; "
+     "log10 dpm_route_add_msg #::prefix not exit in route table.\r\n; "
+     "log10 dpm_route_add #::ip_type = 3 is err!\r\n"},
+    {"raw 2 {net} family 3", "log10 dpm_route_find_by_entry #::iptype = 3 is err!\r\n"},
+    {"call dpm_api_get_route_entry_first 3", "log10 ...; = 0"},
+    {"standby raw 1 {net}", "standby: log10 dpm_route_add_msg #::it is slave.\r\n"},
+    {"standby raw 2 {net}", "standby: log10 dpm_route_del_msg #::it is slave.\r\n"},
+    {"show routes --count", "= 0"},
+};
 
-TEST_F(RouteRecords, BadRequestsChangeNothing) {
-    const dpm_route_msg good = rig::msg_of(master(), {});
-    EXPECT_EQ(dpm_api_route_pro(nullptr, DPM_OPER_ADD), -1);
-    EXPECT_EQ(request(good, 3), -1);
-    EXPECT_EQ(logged(master(), "::rev msg from norix, unkown oper 3 !"), 1u);
-    fail(Fault::allocation);
-    EXPECT_EQ(request(good), -1);
-    fail(Fault::send, 1, 4);
-    EXPECT_EQ(request(good), -1);
-    dpm_ipv6_ready_test_switch_open();
-    EXPECT_EQ(request(good), 0);
-    dpm_ipv6_ready_test_switch_close();
-    for (const std::uint32_t np_num : {9u, ~0u}) {
-        dpm_route_msg msg = good;
-        msg.np_num = np_num;
-        EXPECT_EQ(dpm_route_add_msg(&msg), -1);
-    }
-    EXPECT_EQ(logged(master(), "::np_num 9 is err!"), 1u);
-    for (const std::uint16_t length : {33, 129, 65535}) {
-        dpm_route_msg msg = good;
-        msg.destination.prefix_len = length;
-        EXPECT_EQ(dpm_route_add_msg(&msg), -1);
-        EXPECT_EQ(dpm_route_del_msg(&msg), 0) << "there is none";
-    }
-    for (const std::uint16_t family : {0, 3}) {
-        dpm_route_msg msg = good;
-        msg.destination.family = family;
-        EXPECT_EQ(dpm_route_add_msg(&msg), 0);
-        EXPECT_EQ(dpm_route_del_msg(&msg), 0);
-    }
-    rig::expect_all(
-        -1, {dpm_route_add_msg(nullptr), dpm_route_del_msg(nullptr), dpm_route_add(nullptr)});
-    EXPECT_EQ(dpm_route_del(nullptr), 0);
-    EXPECT_EQ(dpm_api_get_route_entry_first(3), nullptr);
-    const auto scope = as(standby());
-    EXPECT_EQ(dpm_route_add_msg(&good), 0);
-    EXPECT_EQ(dpm_route_del_msg(&good), 0);
-    EXPECT_EQ(logged(standby(), "::it is slave."), 2u);
-    EXPECT_TRUE(routes(master()).empty());
-    EXPECT_TRUE(routes(standby()).empty());
-}
+ROWS(Routes, OfOddGatewaysAreKeptAndNeverProgrammed, .families = {4}, .see = "chip"){
+    {"raw 1 {net1} gateways 0", ""},
+    {"raw 1 {net2} gateway-family 3", ""},
+    {"raw 1 {net3} gateway-length 65535", ""},
+    {"route add {net4} via 2001:db8::2 dev vlanif100", ""},
+    {"route add 2001:db8:4::/48 via {a} dev vlanif100 via {b} dev vlanif100", ""},
+    {"neigh add {a}", "nexthop+ port 1 {m1} n1; entry+ {a} n1"},
+    {"neigh add 2001:db8::2", "nexthop+ port 1 {m2} n2; entry+ 2001:db8::2 n2"},
+    {"route del {net4}", ""},
+    {"route add {net4} via 2001:db8::2 dev vlanif100", ""},
+    {"neigh del {a}", "entry- {a} n1; nexthop- n1"},
+    {"neigh del 2001:db8::2", "entry- 2001:db8::2 n2; nexthop- n2"},
+    {"show routes --count", "= 5"},
+};
 
-TEST_F(RouteRecords, OddGatewaysAreKeptAndNeverProgrammed) {
-    add_route({.prefix = "10.3.0.0/16", .np_num = 0});
-    EXPECT_EQ(route(master(), "10.3.0.0/16")->sdk_index, 0);
-    EXPECT_EQ(route(master(), "10.3.0.0/16")->ecmp_enable, unsigned(DPM_ROUTE_ECMP));
-    add_route({.prefix = "10.4.0.0/16", .via = {{"2001:db8::2"}}});
-    add_route({.prefix = "2001:db8:4::/48", .via = {{"10.1.1.2"}, {"10.1.1.3"}}});
-    dpm_route_msg msg = rig::msg_of(master(), {.prefix = "10.5.0.0/16"});
-    msg.np[0].family = 3;
-    request(msg);
-    msg = rig::msg_of(master(), {.prefix = "10.6.0.0/16"});
-    msg.np[0].prefix_len = 65535;
-    request(msg);
-    for (int round = 0; round < 2; ++round) {
-        for (const char *ip : {"10.1.1.2", "10.1.1.3", "2001:db8::2"})
-            learn(ip);
-        for (const dpm_route_entry &route : routes(master()))
-            EXPECT_LE(route.sdk_index, 0) << rig::text_of(route.destination);
-        // Installed again with the hosts there.
-        del_route({.prefix = "10.4.0.0/16"});
-        add_route({.prefix = "10.4.0.0/16", .via = {{"2001:db8::2"}}});
-        for (const char *ip : {"10.1.1.2", "10.1.1.3", "2001:db8::2"})
-            forget_host({.ip = ip});
-        EXPECT_TRUE(hosts(master()).empty());
-    }
-    EXPECT_EQ(routes(standby()).size(), 5u);
-}
+namespace {
+
+class RouteRecords : public rig::Shelf {};
+
+} // namespace
 
 TEST_F(RouteRecords, AWholeTableBufferIsReadInWholeRecordsAndHostileOnesAreDropped) {
-    std::vector<dpm_route_entry> records(3);
+    dpm_route_entry records[3], bad[4];
     for (unsigned i = 0; i < 3; ++i) {
-        std::memset(&records[i].node, 0x5A, sizeof records[i].node);
-        std::memset(&records[i].delete_timer, 0x5A, sizeof records[i].delete_timer);
+        std::memset(&records[i], 0x5A, sizeof records[i]);
+        records[i].vrf = records[i].np_num = 1;
         records[i].destination = rig::prefix_of("10." + std::to_string(i) + ".0.0/16");
-        records[i].np_num = 1;
-        std::memset(records[i].np_ifname, 'x', sizeof records[i].np_ifname);
     }
+    std::fill_n(bad, 4, records[2]);
+    bad[0].np_num = ~0u;
+    bad[1].np_num = 9;
+    bad[2].destination.prefix_len = 65535;
+    bad[3].destination.family = 3;
     const auto scope = as(standby());
-    EXPECT_EQ(dpm_route_entry_sync_all_receive(records.data(), 2 * 824 + 823), 0);
+    EXPECT_EQ(dpm_route_entry_sync_all_receive(records, 3 * sizeof records[0] - 1), 0);
     EXPECT_EQ(standby().os.queued(), 2u);
+    for (const dpm_route_entry &record : bad) {
+        EXPECT_EQ(dpm_route_entry_add_sync_receive(&record, sizeof record), 0);
+        EXPECT_EQ(dpm_route_entry_del_sync_receive(&record, sizeof record), 0);
+    }
     settle();
     ASSERT_EQ(routes(standby()).size(), 2u);
     EXPECT_EQ(std::strlen(routes(standby())[0].np_ifname[7]), 63u);
-    const auto drop = [&](auto &field, auto value) {
-        dpm_route_entry bad = records[2];
-        std::memcpy(reinterpret_cast<char *>(&bad) +
-                        (reinterpret_cast<char *>(&field) - reinterpret_cast<char *>(&records[2])),
-                    &value, sizeof field);
-        EXPECT_EQ(dpm_route_entry_add_sync_receive(&bad, sizeof bad), 0);
-        EXPECT_EQ(dpm_route_entry_del_sync_receive(&bad, sizeof bad), 0);
-        settle();
-    };
-    drop(records[2].np_num, ~0u);
-    drop(records[2].np_num, 9u);
-    drop(records[2].destination.prefix_len, std::uint16_t(65535));
-    drop(records[2].destination.family, std::uint16_t(3));
-    dpm_ecmp_entry group{};
-    group.ecmp_type = 3;
-    EXPECT_EQ(dpm_ecmp_entry_add_sync_receive(&group, sizeof group), 0);
-    EXPECT_EQ(dpm_ecmp_entry_del_sync_receive(&group, sizeof group), 0);
-    settle();
-    EXPECT_EQ(routes(standby()).size(), 2u);
     for (const dpm_route_entry &record : records)
         dpm_route_entry_del_sync_receive(&record, sizeof record);
     settle();
@@ -530,29 +475,23 @@ TEST_F(RouteRecords, TheManagementExportTellsRoutesOverVlanInterfaces) {
     void *out = nullptr;
     EXPECT_EQ(dpm_snmp_get_route_table(nullptr, 52), -1);
     EXPECT_EQ(dpm_snmp_get_route_table(&out, 52), 0) << "none";
-    learn("10.1.1.2");
-    add_interface("tunnel7", 700);
-    set_vrf("vlanif200", 5);
-    add_route({.prefix = "10.2.0.0/16"});
-    add_route({.prefix = "10.3.3.0/24", .via = {{"10.1.1.9", "vlanif200"}, {}}});
-    add_route({.prefix = "10.4.0.0/16", .via = {{"10.1.1.2", "tunnel7"}}});
-    add_route({.prefix = "10.5.0.0/16", .via = {{"10.1.1.2", "vlanif200"}}, .vrf = 5});
+    for (const char *command :
+         {"if add vlanif100", "if add vlanif200", "if add tunnel7 vlan 700", "if vrf vlanif200 5",
+          "neigh add 10.1.1.2", "route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100",
+          "route add 10.3.3.0/24 via 10.1.1.9 dev vlanif200 via 10.1.1.2 dev vlanif100 vrf 0",
+          "route add 10.4.0.0/16 via 10.1.1.2 dev tunnel7",
+          "route add 10.5.0.0/16 via 10.1.1.2 dev vlanif200 vrf 5"})
+        EXPECT_EQ(run(command).text, "") << command;
     EXPECT_EQ(dpm_snmp_get_route_table(&out, 51), -1);
-    fail(Fault::allocation);
+    fail(chassis::os::Fault::allocation);
     EXPECT_EQ(dpm_snmp_get_route_table(&out, 52), -1);
     EXPECT_EQ(dpm_snmp_get_route_table(&out, 60), 2);
-    struct {
-        std::uint32_t words[15];
-    } records[2];
-    std::memcpy(records, out, sizeof records);
-    bep_freeEx(out, __FILE__, __LINE__);
     const auto word = [](const char *address) {
-        std::uint32_t value;
-        std::memcpy(&value, rig::prefix_of(address).address, 4);
-        return value;
+        return dpm::address_word(rig::prefix_of(address).address);
     };
     const std::uint32_t wanted[2][15] = {
         {1, 4, word("10.2.0.0"), 16, 0, 0, 1, 4, word("10.1.1.2"), 0, 0, 0, 100, 0, 0},
         {1, 4, word("10.3.3.0"), 24, 0, 0, 1, 4, word("10.1.1.9"), 0, 2, 0, 200, 0, 0}};
-    EXPECT_EQ(std::memcmp(records, wanted, sizeof records), 0);
+    EXPECT_EQ(std::memcmp(out, wanted, sizeof wanted), 0);
+    bep_freeEx(out, __FILE__, __LINE__);
 }

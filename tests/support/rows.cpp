@@ -250,6 +250,19 @@ std::string RowShelf::shown(const std::string &function) const {
     return show ? testing::internal::GetCapturedStdout() : "no such function";
 }
 
+// What a function answers to words of the machine, as both ABIs pass them; it takes as many as it
+// knows.
+std::string RowShelf::called(const Words &words) const {
+    using Function = int (*)(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t,
+                             std::uint32_t, std::uint32_t);
+    const auto function = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, words[1].c_str()));
+    std::uint32_t word[6] = {};
+    for (std::size_t i = 2; i < std::min<std::size_t>(words.size(), 8); ++i)
+        word[i - 2] = std::uint32_t(std::stoll(words[i], nullptr, 0));
+    return function ? std::to_string(function(word[0], word[1], word[2], word[3], word[4], word[5]))
+                    : "no such function";
+}
+
 bool RowShelf::perform_verb(const std::string &command) {
     const Words words = words_of(command);
     const std::string &verb = words[0], second = words.size() > 1 ? words[1] : "";
@@ -276,6 +289,8 @@ bool RowShelf::perform_verb(const std::string &command) {
         repeat(words, command);
     else if (verb == "shown")
         answers_.push_back("= " + journal.with_names(shown(second)));
+    else if (verb == "call")
+        answer(called(words));
     else if (verb == "forwards")
         answer(forwards(second, unsigned(std::stoul(vrf))));
     else if (verb == "best") {
@@ -291,7 +306,11 @@ void RowShelf::perform(const std::string &command) {
     if (perform_verb(command))
         return;
     const bool is_standbys = command.starts_with("standby ");
-    const ctl::Reply reply = is_standbys ? run_on(standby(), command.substr(8)) : run(command);
+    const std::string own = command.substr(is_standbys ? 8 : 0);
+    const auto scope = as(is_standbys ? standby() : master());
+    if (is_standbys && perform_verb(own))
+        return;
+    const ctl::Reply reply = is_standbys ? run_on(standby(), own) : run(own);
     if (reply.status == ctl::Status::ok) {
         for (const std::string &line : split(reply.text, "\n"))
             line.empty() ? void() : answer(line);

@@ -25,7 +25,8 @@
 //
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
 // standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER], shown
-// FUNCTION (of the library, that prints), many COUNT COMMAND (each with another number for #),
+// FUNCTION (of the library, that prints), call FUNCTION NUMBER... (exported; 0 is
+// a null pointer too), many COUNT COMMAND (each with another number for #),
 // ftn add|del PREFIX via IP [vrf VRF] [label LABEL] [waits], ilm add|del LABEL [via IP] [dev NAME]
 // [waits] [egress].
 //
@@ -82,6 +83,7 @@ private:
     bool perform_verb(const std::string &command);
     void repeat(const Words &words, const std::string &command);
     std::string shown(const std::string &function) const;
+    std::string called(const Words &words) const;
     void see(const std::string &channels);
     std::vector<std::string> wanted(const Row &row) const;
     std::vector<std::string> effects() const;
