@@ -129,100 +129,16 @@ void Shelf::switch_over() {
     settle();
 }
 
-// --- interfaces ---
-
-template <class Request> int Shelf::on_both(Request request) {
-    int result = 0;
-    for (Card *card : cards()) {
-        CardScope scope(*card);
-        const int answer = request(*card);
-        result = card == &master() ? answer : result;
-    }
-    settle_verb();
-    return result;
-}
-
-Shelf::Configured *Shelf::configured(const std::string &name) {
-    const auto found =
-        std::find_if(configured_.begin(), configured_.end(),
-                     [&name](const Configured &entry) { return entry.name == name; });
-    return found == configured_.end() ? nullptr : &*found;
-}
-
-int Shelf::add_interface(const std::string &name, unsigned vlan, std::uint32_t type) {
-    if (!configured(name))
-        configured_.push_back({name, type, vlan, 0, {}, {}});
-    return on_both([&](Card &card) { return card.suite.add_interface(name, type, vlan); });
-}
-
-int Shelf::del_interface(const std::string &name) {
-    std::erase_if(configured_, [&name](const Configured &entry) { return entry.name == name; });
-    return on_both([&](Card &card) { return card.suite.del_interface(name); });
-}
-
-int Shelf::add_address(const std::string &name, const std::string &prefix) {
-    const dpm_prefix ip = prefix_of(prefix);
-    if (Configured *const entry = configured(name))
-        entry->addresses.push_back(prefix);
-    return on_both([&](Card &card) {
-        return card.suite.add_address(name, ip.family, ip.address, ip.prefix_len);
-    });
-}
-
-int Shelf::del_address(const std::string &name, const std::string &prefix) {
-    const dpm_prefix ip = prefix_of(prefix);
-    if (Configured *const entry = configured(name))
-        std::erase(entry->addresses, prefix);
-    return on_both([&](Card &card) {
-        return card.suite.del_address(name, ip.family, ip.address, ip.prefix_len);
-    });
-}
-
-int Shelf::set_vrf(const std::string &name, unsigned vrf) {
-    if (Configured *const entry = configured(name))
-        entry->vrf = vrf;
-    return on_both([&](Card &card) { return card.suite.set_vrf(name, vrf); });
-}
-
-int Shelf::add_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
-    if (Configured *const entry = configured("vlanif" + std::to_string(super_vlan)))
-        entry->sub_vlans.insert(sub_vlan);
-    return on_both(
-        [&](Card &) { return dpm_api_super_sub_proc(super_vlan, sub_vlan, DPM_OPER_ADD); });
-}
-
-int Shelf::del_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
-    if (Configured *const entry = configured("vlanif" + std::to_string(super_vlan)))
-        entry->sub_vlans.erase(sub_vlan);
-    return on_both(
-        [&](Card &) { return dpm_api_super_sub_proc(super_vlan, sub_vlan, DPM_OPER_DEL); });
-}
+// --- commands ---
 
 // The suite tells a card that comes later what it has; each step is worked off before the next,
 // since an address is accepted only in the interface's VRF.
 void Shelf::replay(Card &card) {
-    CardScope scope(card);
-    for (const Configured &entry : configured_) {
-        card.suite.add_interface(entry.name, entry.type, entry.vlan);
-        card.pump();
-        if (entry.vrf)
-            card.suite.set_vrf(entry.name, entry.vrf);
-        card.pump();
-        for (const std::string &prefix : entry.addresses) {
-            const dpm_prefix ip = prefix_of(prefix);
-            card.suite.add_address(entry.name, ip.family, ip.address, ip.prefix_len);
-        }
-        for (const unsigned sub_vlan : entry.sub_vlans)
-            dpm_api_super_sub_proc(entry.vlan, sub_vlan, DPM_OPER_ADD);
-        card.pump();
-    }
     for (const Setting &setting : settings_) {
         (void)servers_[&card == cards_[1].get()]->execute(setting.command);
         card.pump();
     }
 }
-
-// --- commands ---
 
 namespace {
 
@@ -303,7 +219,7 @@ ctl::Reply Shelf::run(const std::string &text) {
     return reply;
 }
 
-// --- neighbours, links ---
+// --- neighbours ---
 
 int Shelf::learn_host(const Neighbour &neighbour) {
     CardScope scope(master());
@@ -317,24 +233,6 @@ int Shelf::forget_host(const Neighbour &neighbour) {
     const int result = master().stack.lose(info_of(master(), neighbour));
     settle_verb();
     return result;
-}
-
-void Shelf::answers_probes(const Neighbour &neighbour) {
-    for (Card *card : cards())
-        card->stack.declare_reachable(info_of(*card, neighbour));
-}
-
-void Shelf::port_down(unsigned port) {
-    on_both([port](Card &card) { return card.hal.port_link(port, false); });
-}
-void Shelf::port_up(unsigned port) {
-    on_both([port](Card &card) { return card.hal.port_link(port, true); });
-}
-void Shelf::trunk_down(unsigned trunk) {
-    on_both([trunk](Card &card) { return card.hal.trunk_link(trunk, false); });
-}
-void Shelf::trunk_up(unsigned trunk) {
-    on_both([trunk](Card &card) { return card.hal.trunk_link(trunk, true); });
 }
 
 // --- time and work ---

@@ -21,7 +21,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -123,19 +122,34 @@ public:
     ctl::Reply run(const std::string &command);
     ctl::Reply run_on(Card &card, const std::string &command);
 
-    // Interfaces, on both cards.  The results are the master's.
-    int add_interface(const std::string &name, unsigned vlan, std::uint32_t type = DPM_IF_VLANIF);
-    int del_interface(const std::string &name);
-    int add_address(const std::string &name, const std::string &prefix);
-    int del_address(const std::string &name, const std::string &prefix);
-    int set_vrf(const std::string &name, unsigned vrf);
-    int add_sub_vlan(unsigned super_vlan, unsigned sub_vlan);
-    int del_sub_vlan(unsigned super_vlan, unsigned sub_vlan);
+    // 0 when the master has taken it.
+    int command(const std::string &text) { return run(text).status == ctl::Status::ok ? 0 : -1; }
+
+    // Interfaces, on both cards.
+    int add_interface(const std::string &name, unsigned vlan, std::uint32_t type = DPM_IF_VLANIF) {
+        return command("if add " + name + " vlan " + std::to_string(vlan) +
+                       (type == DPM_IF_SUPERVLAN ? " super" : ""));
+    }
+    int del_interface(const std::string &name) { return command("if del " + name); }
+    int add_address(const std::string &name, const std::string &prefix) {
+        return command("addr add " + prefix + " dev " + name);
+    }
+    int del_address(const std::string &name, const std::string &prefix) {
+        return command("addr del " + prefix + " dev " + name);
+    }
+    int set_vrf(const std::string &name, unsigned vrf) {
+        return command("if vrf " + name + " " + std::to_string(vrf));
+    }
+    int add_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
+        return command("sub add " + std::to_string(super_vlan) + " " + std::to_string(sub_vlan));
+    }
+    int del_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
+        return command("sub del " + std::to_string(super_vlan) + " " + std::to_string(sub_vlan));
+    }
 
     // Neighbours, reported by the master's IP stack.
     int learn_host(const Neighbour &neighbour);
     int forget_host(const Neighbour &neighbour);
-    void answers_probes(const Neighbour &neighbour); // from now on
 
     // Routes, installed in the master by the routing suite.
     int add_route(const Route &route);
@@ -149,10 +163,10 @@ public:
     int del_ilm(const Ilm &ilm);
 
     // Links, seen by both cards.
-    void port_down(unsigned port);
-    void port_up(unsigned port);
-    void trunk_down(unsigned trunk);
-    void trunk_up(unsigned trunk);
+    void port_down(unsigned port) { command("port down " + std::to_string(port)); }
+    void port_up(unsigned port) { command("port up " + std::to_string(port)); }
+    void trunk_down(unsigned trunk) { command("trunk down " + std::to_string(trunk)); }
+    void trunk_up(unsigned trunk) { command("trunk up " + std::to_string(trunk)); }
 
     // Moves both clocks; the timers of both cards fire at their time, in order.
     void advance(unsigned seconds);
@@ -204,13 +218,6 @@ protected:
     void TearDown() override { check_laws(); }
 
 private:
-    struct Configured { // an interface as the suite would tell it again
-        std::string name;
-        std::uint32_t type;
-        unsigned vlan, vrf = 0;
-        std::vector<std::string> addresses;
-        std::set<unsigned> sub_vlans;
-    };
     struct Setting { // of the cards, as the suite would tell it again
         std::string about, command;
     };
@@ -220,8 +227,6 @@ private:
     void end_card(unsigned index);
     int request_route(const Route &route, std::uint32_t oper);
     void settle_verb() { held_ ? void() : settle(); }
-    Configured *configured(const std::string &name);
-    template <class Request> int on_both(Request request);
     std::int64_t nsec_to_next_timer();
 
     std::unique_ptr<Card> cards_[2]; // slots 9 and 10
@@ -229,7 +234,6 @@ private:
     std::size_t blocks_at_start_[2] = {};
     unsigned master_ = 0;
     bool held_ = false, keep_log_ = true;
-    std::vector<Configured> configured_;
     std::vector<Setting> settings_;
     Exceptions exceptions_;
     std::uint64_t past_mistakes_ = 0, past_failed_checks_ = 0; // of cards that are gone
