@@ -2,21 +2,20 @@
 
 #include "support/walk.h"
 
+#include <gtest/gtest.h>
+
 namespace {
 
 // A lamp with a fault: it breaks when it is shaken while it is hot, and a check sees it later.
-class LampWalk : public rig::Walk {
-public:
+struct LampWalk : rig::Walk {
     explicit LampWalk(bool has_fault) {
         deeds = {{10, [this] { note("light"), lit = true; }},
                  {10, [this] { note("put out"), lit = hot = false; }},
-                 {10, [this] { note("wait ", 1 + below(60)), hot = lit; }},
+                 {10, [this] { note("wait " + std::to_string(1 + below(60))), hot = lit; }},
                  {10, [this, has_fault] { note("shake"), broken |= hot && has_fault; }},
-                 {99, [this] { note("look at ", below(1000)); }},
+                 {99, [this] { note("look at " + std::to_string(below(1000))); }},
                  {5, [this] { check(); }}};
     }
-
-private:
     void check() {
         note("# a check");
         EXPECT_FALSE(broken) << "it is dark";

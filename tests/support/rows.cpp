@@ -101,11 +101,6 @@ std::string source_of(const std::string &command, const std::vector<std::string>
     return text + "},\n";
 }
 
-std::string number_behind(const Words &words, const std::string &word, const char *otherwise) {
-    const auto at = std::find(words.begin(), words.end(), word);
-    return at == words.end() || at + 1 == words.end() ? otherwise : at[1];
-}
-
 bool has_word(const Words &words, const std::string &word) {
     return std::find(words.begin(), words.end(), word) != words.end();
 }
@@ -113,15 +108,14 @@ bool has_word(const Words &words, const std::string &word) {
 int change_label(RowShelf &shelf, const Words &words) {
     const unsigned flags = has_word(words, "waits") ? DPM_LABEL_WAITING : DPM_LABEL_PROGRAMMED;
     if (words[0] == "ftn") {
-        Ftn ftn{
-            .prefix = words[2], .nhop = number_behind(words, "via", "10.1.1.1"), .flags = flags};
-        ftn.vrf = unsigned(std::stoul(number_behind(words, "vrf", "0")));
-        ftn.label = unsigned(std::stoul(number_behind(words, "label", "1000")));
+        Ftn ftn{.prefix = words[2], .nhop = word_behind(words, "via", "10.1.1.1"), .flags = flags};
+        ftn.vrf = unsigned(std::stoul(word_behind(words, "vrf", "0")));
+        ftn.label = unsigned(std::stoul(word_behind(words, "label", "1000")));
         return words[1] == "add" ? shelf.add_ftn(ftn) : shelf.del_ftn(ftn);
     }
     Ilm ilm{.label = unsigned(std::stoul(words[2])), .flags = flags};
-    ilm.nhop = number_behind(words, "via", "10.1.1.1");
-    ilm.ifname = number_behind(words, "dev", "vlanif100");
+    ilm.nhop = word_behind(words, "via", "10.1.1.1");
+    ilm.ifname = word_behind(words, "dev", "vlanif100");
     ilm.egress = has_word(words, "egress");
     return words[1] == "add" ? shelf.add_ilm(ilm) : shelf.del_ilm(ilm);
 }
@@ -147,6 +141,11 @@ void make_exception(Exceptions &exceptions, const Words &words) {
 }
 
 } // namespace
+
+std::string word_behind(const Words &words, const std::string &word, const char *otherwise) {
+    const auto at = std::find(words.begin(), words.end(), word);
+    return at == words.end() || at + 1 == words.end() ? otherwise : at[1];
+}
 
 Words words_of(const std::string &text) {
     std::istringstream stream(text);
@@ -318,6 +317,14 @@ void RowShelf::perform(const std::string &command) {
     }
     const bool is_librarys = reply.text.find("library refused") != reply.text.npos;
     answers_.push_back(is_librarys ? "refused" : "error " + reply.text);
+}
+
+bool RowShelf::act(const std::string &command) {
+    answers_.clear();
+    perform(command);
+    return std::ranges::none_of(answers_, [](const std::string &answer) {
+        return answer.starts_with("refused") || answer.starts_with("error");
+    });
 }
 
 std::vector<std::string> RowShelf::wanted(const Row &row) const {

@@ -65,12 +65,14 @@ inline const std::vector<Role> mirroring = {Role::mirroring}, alone = {Role::alo
 
 using Words = std::vector<std::string>;
 Words words_of(const std::string &text);
+std::string word_behind(const Words &words, const std::string &word, const char *otherwise = "");
 
 // A shelf of one family and role, to which rows are done.
 class RowShelf : public Shelf {
 public:
     RowShelf(unsigned family, Role role, const RowOptions &options);
     void take(const Row &row, bool print);
+    bool act(const std::string &command); // false when it is refused
 
     std::string expanded(std::string text) const; // with the values of the placeholders
     std::string written(std::string text) const;  // and back

@@ -162,12 +162,17 @@ void Shelf::keep_setting(const ctl::Parsed &line, const std::string &command) {
     const std::string subject = subject_of(line);
     const std::string name(line.command->path == "if del" ? line.value("NAME") : "");
     const std::string subs = "sub " + (name.size() > 6 ? name.substr(6) : "none") + " ";
-    std::erase_if(settings_, [&](const Setting &kept) {
-        return kept.about == subject || kept.about.starts_with(subs) ||
-               (!name.empty() && kept.about.ends_with(" " + name));
-    });
-    if (std::find(std::begin(undoing), std::end(undoing), line.command->name) == std::end(undoing))
+    const bool undoes = std::ranges::find(undoing, line.command->name) != std::end(undoing);
+    const auto place = std::ranges::find(settings_, subject, &Setting::about);
+    if (!undoes && place != settings_.end())
+        place->command = command;
+    else if (!undoes)
         settings_.push_back({subject, command});
+    else
+        std::erase_if(settings_, [&](const Setting &kept) {
+            return kept.about == subject || kept.about.starts_with(subs) ||
+                   (!name.empty() && kept.about.ends_with(" " + name));
+        });
 }
 
 namespace {

@@ -1,0 +1,654 @@
+// The walk over all tables: hosts, interfaces, routes and label entries, with refusals of the chip,
+// memory, queues and groups that give out, standby cards that come and go, and masters that die.
+//
+// A deed is a command as rows have them (rows.h), with words that are drawn.  What the laws cannot
+// see a model knows: which entries there are, as the descriptions of their tables tell it.  A table
+// joins with deeds, their words and a row of `modelled`.
+//
+// The walk goes in stretches.  In a plain one nothing fails.  In one of few groups most are taken,
+// so routes miss members.  In one of faults of hosts, and in a faulty one with everything, anything
+// may be refused; behind these everything is taken away.
+
+#include "chassis/tables/tables.h"
+#include "chassis/tables/text.h"
+#include "dpm_bridge.h"
+#include "dpm_ecmp.h"
+#include "dpm_host.h"
+#include "dpm_route.h"
+#include "platform/dal.h"
+#include "support/rows.h"
+#include "support/walk.h"
+
+#include <algorithm>
+#include <gtest/gtest-spi.h>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace {
+
+namespace tables = chassis::tables;
+using rig::Words;
+using rig::words_of;
+using Entries = std::map<std::string, std::string>; // what is told of an entry, by its key
+using Told = std::optional<std::string>;
+
+enum class Stretch { plain, few_groups, faulty_hosts, faulty };
+constexpr const char *stretches[] = {"plain", "of few groups", "of faults of hosts", "faulty"};
+
+struct TableWalk : rig::RowShelf, rig::Walk {
+    TableWalk();
+    Stretch stretch = Stretch::plain;
+    std::string fault;                             // that holds until the deed ends
+    std::map<std::string_view, Entries> model;     // by table
+    Entries vrf_of;                                // of the interfaces that there are
+    Entries half_gone;                             // hosts that are whole when they come again
+    std::map<std::string, unsigned long> expiring; // routes that nobody has renewed, till when
+    std::vector<std::int32_t> held;                // groups of nobody
+    unsigned long now = 0;                         // seconds
+    std::size_t most_hosts = 0, most_routes = 0;
+};
+
+// --- deeds that are known to fail ---
+
+// What the walk takes away in front of a deed, with the fault that it would meet; the rows tell
+// what should come of it.
+struct KnownFault {
+    std::string_view deed, under;
+    const char *fault;
+    unsigned family;
+    std::vector<rig::Row> rows;
+};
+// clang-format off
+const KnownFault deeds_that_fail[] = {
+    {"if del", "hosts", "they stay, no request reaches them, and the standby keeps those that go", 4,
+     {{"neigh add {a}"}, {"if del vlanif100"}, {"show hosts --count", "= 0"}}},
+    {"if vrf", "hosts", "they stay in the old VRF's chip tables", 4,
+     {{"neigh add {a}"}, {"if vrf vlanif100 5"}, {"show hosts --count", "= 0"}}},
+    {"if del", "routes", "with another ifindex their gateways are never resolved", 6,
+     {{"route add {net} via {a}"}, {"if del vlanif100"}, {"if add vlanif100"}, {"neigh add {a}"},
+      {"forwards {in}", "= {net} -> {a}"}}},
+    {"if del", "ilm", "they keep an ifindex that nobody has", 4,
+     {{"ilm add 7"}, {"if del vlanif100"}, {"if add vlanif100"}, {"ilm-leads", "= vlanif100"}}},
+};
+// clang-format on
+
+void name_ilms_interface(rig::RowShelf &shelf, const Words &) {
+    const auto out = shelf.master().suite.find(shelf.ilms(shelf.master()).at(0).out_ifindex);
+    shelf.answer(out ? out->name : "none");
+}
+void wait_for_host(rig::RowShelf &, const Words &words) {
+    const dpm_prefix ip = rig::prefix_of(words[1]);
+    (void)dpm_host_get_index_by_ip(0, 900, &ip);
+}
+const rig::Verb ilm_leads{"ilm-leads", name_ilms_interface}, await{"await", wait_for_host};
+
+// --- the model ---
+
+// How entries read: columns stand in braces.  An entry is told as "VERB add TOLD" and has its first
+// words as its key; a host is keyed as the library does.
+constexpr struct Modelled {
+    std::string_view table;
+    const char *verb;
+    unsigned key_words;
+    const char *key, *told;
+} modelled[] = {
+    {"hosts", "neigh", 5, "{address} vrf {vrf} dev {interface}",
+     "{address} dev {interface} vlan {vlan} lladdr {mac} cvlan {cvlan} port {port}"},
+    {"routes", "route", 3, "{destination} vrf {vrf}", "{destination} vrf {vrf} {gateways}"},
+    {"ftn", "ftn", 5, "{fec} via {nexthop} vrf {vrf}",
+     "{fec} via {nexthop} vrf {vrf} label {tunnel_label}"},
+    {"ilm", "ilm", 1, "{label}", "{label} dev {interface}"},
+};
+const Modelled &hosts = modelled[0], &routes = modelled[1], &ftns = modelled[2];
+
+bool is_ipv6(const std::string &ip) {
+    return ip.find(':') != ip.npos;
+}
+std::string text_of(const Words &words, std::size_t first, std::size_t end) {
+    std::string text;
+    for (std::size_t i = first; i < std::min(end, words.size()); ++i)
+        text += (i > first ? " " : "") + words[i];
+    return text;
+}
+void replace(std::string &text, const std::string &part, const std::string &by) {
+    if (const std::size_t at = text.find(part); at != text.npos)
+        text.replace(at, part.size(), by);
+}
+// Gateways, "IP NAME STATE, ..." behind the first words of a route, as a command tells them.
+std::string with_gateways(const Words &words) {
+    std::string text = text_of(words, 0, 3);
+    for (std::size_t i = 3; i + 2 < words.size(); i += 3)
+        text += (words[i] == "-" ? "" : " via " + words[i]) + " dev " + words[i + 1];
+    return text;
+}
+
+std::string filled(std::string text, const tables::Table &table, const tables::Row &entry) {
+    const std::vector<tables::Cell> cells = entry.cells();
+    for (std::size_t at; (at = text.find('{')) != text.npos;) {
+        const std::size_t end = text.find('}', at);
+        const auto column = std::ranges::find(table.columns, text.substr(at + 1, end - at - 1));
+        text.replace(at, end + 1 - at, tables::plain(cells[column - table.columns.begin()]));
+    }
+    return text;
+}
+
+// All entries, or the one with a key.
+Entries read(TableWalk &walk, const Modelled &row, const std::string &only = "") {
+    Entries all;
+    const tables::Reading reading(walk.master());
+    const tables::Table &table = *tables::find(row.table);
+    table.each(reading, [&](const tables::Row &entry) {
+        std::string key = filled(row.key, table, entry);
+        if (&row == &hosts && !is_ipv6(key))
+            key.resize(key.find(" dev "));
+        if (!only.empty() && key != only)
+            return;
+        std::string told = filled(row.told, table, entry);
+        replace(told, " cvlan 0", "");
+        replace(told, "port trunk", "trunk");
+        all[key] = &row == &routes ? with_gateways(words_of(told)) : told;
+    });
+    return all;
+}
+std::string deletion(const Modelled &row, const Entries::value_type &entry) {
+    return row.verb + (" del " + text_of(words_of(entry.second), 0, row.key_words));
+}
+Entries entries_on(TableWalk &walk, const Modelled &row, const std::string &dev) {
+    Entries all = read(walk, row);
+    std::erase_if(all, [&](const auto &entry) {
+        return (entry.second + " ").find(" dev " + dev + " ") == dev.npos;
+    });
+    return all;
+}
+// One of those that there are: the choice stays the same when most of the others are not.
+const Entries::value_type *next_to(const Entries &there, const std::string &key) {
+    const auto found = there.lower_bound(key);
+    return there.empty() ? nullptr : &*(found == there.end() ? there.begin() : found);
+}
+
+// Whether a fault holds, or may have left what meets the deeds behind it.
+bool is_faulty(const TableWalk &walk) {
+    return !walk.fault.empty() || walk.stretch == Stretch::faulty;
+}
+// The entry must be there now, or be gone.  Behind a fault it is as it is.
+void expect(TableWalk &walk, const Modelled &row, const std::string &key, Told told) {
+    if (is_faulty(walk)) {
+        const Entries found = read(walk, row, key);
+        told = found.empty() ? Told() : found.begin()->second;
+    }
+    Entries &entries = walk.model[row.table];
+    told ? void(entries[key] = *told) : void(entries.erase(key));
+}
+
+void expect_host(TableWalk &walk, const Words &words, bool is_accepted) {
+    const std::string &ip = words[2], &dev = words[4], told = text_of(words, 2, words.size());
+    if (!walk.vrf_of.contains(dev))
+        return;
+    EXPECT_TRUE(is_accepted || is_faulty(walk));
+    const std::string vrf = walk.vrf_of[dev], key = ip + " vrf " + vrf;
+    const std::string own = key + (is_ipv6(ip) ? " dev " + dev : "");
+    const bool comes = words[1] == "add";
+    expect(walk, hosts, own, comes ? Told(told) : Told());
+    if (is_faulty(walk) && walk.model["hosts"].contains(own))
+        walk.half_gone[own] = walk.model["hosts"][own];
+    if (!comes)
+        return;
+    const dpm_prefix prefix = rig::prefix_of(ip);
+    expect(walk, routes, ip + (is_ipv6(ip) ? "/128 vrf " : "/32 vrf ") + vrf, {}); // a host wins
+    EXPECT_TRUE(is_faulty(walk) || !dpm_host_unreachable_find(unsigned(std::stoul(vrf)), &prefix))
+        << "known and waited for";
+}
+
+void expect_route(TableWalk &walk, const Words &words, bool is_accepted) {
+    const std::string key = text_of(words, 2, 5);
+    const bool comes = words[1] == "add";
+    EXPECT_TRUE(is_accepted || is_faulty(walk));
+    // A host wins; an IPv6 one is looked for on the first gateway's interface.
+    std::string host = key;
+    replace(host, is_ipv6(key) ? "/128 " : "/32 ", " ");
+    host += is_ipv6(key) ? " dev " + rig::word_behind(words, "dev") : "";
+    if (comes && walk.model["hosts"].contains(host))
+        return;
+    // Its type stays when its gateways do.
+    expect(walk, routes, key, comes ? Told(key + " " + text_of(words, 7, words.size())) : Told());
+    const auto *const route =
+        walk.route(walk.master(), words[2], unsigned(std::stoul(rig::word_behind(words, "vrf"))));
+    if (!comes || !is_faulty(walk) || !route || route->delete_timer.expiry_sec == 0)
+        walk.expiring.erase(key);
+}
+
+// A label entry that is there stays what it is.
+void expect_label(TableWalk &walk, const Modelled &row, const Words &words) {
+    std::string told = text_of(words, 2, words.size());
+    replace(told, " waits", "");
+    const std::string key = text_of(words, 2, 2 + row.key_words);
+    if (words[1] == "del" || !walk.model[row.table].contains(key))
+        expect(walk, row, key, words[1] == "add" ? Told(told) : Told());
+}
+
+// What is expected behind a command.
+void look_behind(TableWalk &walk, const std::string &command, bool is_accepted) {
+    const Words words = words_of(command);
+    if (words[0] == "neigh") {
+        expect_host(walk, words, is_accepted);
+    } else if (words[0] == "route") {
+        expect_route(walk, words, is_accepted);
+    } else if (command.starts_with("if add vlanif1")) {
+        walk.vrf_of.try_emplace(words[2], "0");
+    } else if (words[0] == "clock") {
+        walk.now += std::stoul(words[2]);
+        for (const auto &[key, at] : std::map(walk.expiring))
+            if (at <= walk.now)
+                expect(walk, routes, key, {}), walk.expiring.erase(key);
+    } else {
+        for (const Modelled &row : modelled)
+            if (words[0] == row.verb)
+                expect_label(walk, row, words);
+    }
+}
+void perform(TableWalk &walk, const std::string &command) {
+    walk.note(command);
+    const bool is_accepted = walk.act(command);
+    look_behind(walk, command, is_accepted);
+}
+
+// --- words ---
+
+std::string drawn(TableWalk &walk, std::string text);
+
+// IPv4 ones move between interfaces; a global IPv6 address is of one link.
+std::string any_neighbour(TableWalk &walk) { // "IP dev NAME vlan N"
+    const unsigned vlan = walk.below(4), kind = walk.below(5);
+    const std::string net = kind < 3   ? "10.1." + std::to_string(vlan) + "."
+                            : kind < 4 ? "2001:db8:" + std::to_string(vlan + 1) + "::"
+                                       : "fe80::";
+    const std::string on =
+        std::to_string(100 + (kind < 3 && walk.one_in(8) ? walk.below(4) : vlan));
+    return drawn(walk, net + "{2-8} dev vlanif" + on + " vlan " + on);
+}
+std::string known_neighbour(TableWalk &walk) {
+    const std::string any = any_neighbour(walk);
+    const auto *const host = next_to(walk.model["hosts"], any);
+    return !host || walk.one_in(8) ? any : text_of(words_of(host->second), 0, 5);
+}
+
+std::string any_prefix(TableWalk &walk, bool ipv6) {
+    return tables::prefix_text(rig::prefix_of(
+        drawn(walk, ipv6 ? "{in 6}/{47|48|63|64|126|128}" : "{in 4}/{15|16|23|24|30|32}")));
+}
+std::string any_route(TableWalk &walk) { // "PREFIX vrf N type N via IP dev NAME ..."
+    const bool ipv6 = walk.one_in(3);
+    std::string prefix = walk.one_in(12) ? (ipv6 ? "::/0" : "0.0.0.0/0") : any_prefix(walk, ipv6);
+    // To a host's address: the host wins, then and later.
+    if (const std::string to = words_of(any_neighbour(walk))[0];
+        walk.one_in(15) && is_ipv6(to) == ipv6 && !to.starts_with("fe80"))
+        prefix = to + (ipv6 ? "/128" : "/32");
+    std::string text = drawn(walk, prefix + " vrf {0|0|0|0|0|5} type {0-13}");
+    std::set<std::string> via;
+    const unsigned count = 1 + walk.below(walk.one_in(3) ? 7 : 2);
+    for (unsigned tries = 0; via.size() < count && tries < 50; ++tries) {
+        const Words own = words_of(any_neighbour(walk));
+        if (is_ipv6(own[0]) == ipv6 && walk.vrf_of.contains(own[2]) &&
+            via.insert(ipv6 ? own[0] + own[2] : own[0]).second)
+            text += " via " + own[0] + " dev " + own[2];
+    }
+    return text + (via.empty() || walk.one_in(20) ? " dev vlanif200" : "");
+}
+std::string any_gateways(TableWalk &walk) {
+    return text_of(words_of(any_route(walk)), 3, ~0u);
+}
+std::string known_route(TableWalk &walk) { // "PREFIX vrf N"
+    const std::string key = text_of(words_of(any_route(walk)), 0, 3);
+    const auto *const route = next_to(walk.model["routes"], key);
+    return !route || walk.one_in(10) ? key : route->first;
+}
+std::string any_ftn(TableWalk &walk) { // mostly in a route's place
+    const Words route = words_of(known_route(walk));
+    const bool is_in_its_place = !walk.one_in(5) && route[2] == "0" && !route[0].ends_with("/0");
+    const std::string prefix = is_in_its_place ? route[0] : any_prefix(walk, walk.one_in(3));
+    return drawn(walk, prefix + " via 10.1.1.{2-3} vrf {0|0|0|0|5}");
+}
+std::string known_ftn(TableWalk &walk) {
+    const std::string any = any_ftn(walk);
+    const auto *const ftn = next_to(walk.model["ftn"], any);
+    return ftn ? ftn->first : any;
+}
+
+std::string dev_there(TableWalk &walk) {
+    const auto *const interface = next_to(walk.vrf_of, drawn(walk, "{dev}"));
+    return interface ? interface->first : "vlanif200";
+}
+
+constexpr struct {
+    std::string_view word;
+    const char *text;
+    std::string (*draw)(TableWalk &) = nullptr;
+} words_drawn[] = {
+    {"neighbour", "", any_neighbour},
+    {"known neighbour", "", known_neighbour},
+    {"as seen", "lladdr 02:00:00:00:01:0{0-5}{||||||| cvlan 7} {port|port|port|trunk} {1-3}"},
+    {"dev", "vlanif{100-103}"},
+    {"dev there", "", dev_there},
+    {"any dev", "{{dev}|{dev}|{dev}|vlanif200}"},
+    {"own prefix", "{172.16.0.|172.16.0.|2001:db8:77::}{1-4}/{24|32}"},
+    {"in 4", "10.{20-22}.{0-2}.{0|{0-5}}"},
+    {"in 6", "2001:db8:{20-22}:{0-2}::{0|{0-5}}"},
+    {"route", "", any_route},
+    {"gateways", "", any_gateways},
+    {"known route", "", known_route},
+    {"ftn", "", any_ftn},
+    {"known ftn", "", known_ftn},
+    {"of host", "{route|route-del|nexthop|nexthop-del}"},
+    {"refused", " {1-2}{| skip 1}{| code 5}"},
+    {"fault of hosts", "{fault alloc {1-5}|fault send 1 times 4|chip refuse {of host}{refused}|"
+                       "chip refuse {of host}{refused}}"},
+    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member}{refused}}"},
+};
+
+// What stands in braces: a number, as in 3-9; one of several texts, as in a|b|c; or a word.
+std::string one_of(TableWalk &walk, const std::string &choice) {
+    if (unsigned first, last; std::sscanf(choice.c_str(), "%u-%u", &first, &last) == 2)
+        return std::to_string(first + walk.below(last - first + 1));
+    if (const auto bars = std::ranges::count(choice, '|'); bars > 0) {
+        std::istringstream texts(choice);
+        std::string text;
+        for (unsigned i = 0, last = walk.below(unsigned(bars) + 1); i <= last; ++i)
+            text.clear(), std::getline(texts, text, '|');
+        return text;
+    }
+    const auto *const row =
+        std::ranges::find(words_drawn, choice, [](const auto &each) { return each.word; });
+    return row->draw ? row->draw(walk) : row->text;
+}
+// From the last brace to the first: what a text leaves out may have been drawn as well.
+std::string drawn(TableWalk &walk, std::string text) {
+    for (std::size_t open; (open = text.rfind('{')) != text.npos;) {
+        const std::size_t length = text.find('}', open) - open;
+        text.replace(open, length + 1, one_of(walk, text.substr(open + 1, length - 1)));
+    }
+    return text;
+}
+
+// --- faults ---
+
+// What a fault may leave behind on purpose: a reference of a next hop whose entry was refused, an
+// object of the chip for which there was no memory.
+void account_for_fault(TableWalk &walk) {
+    auto leaks = -unsigned(walk.hosts(walk.master()).size());
+    auto orphans = walk.master().chip.nexthops;
+    for (const dpm_nexthop_entry &entry : walk.nexthops(walk.master()))
+        leaks += entry.cnt, orphans.erase(entry.sdk_index);
+    EXPECT_LE(leaks - std::exchange(walk.allow().nexthop_leaks, leaks),
+              walk.fault.starts_with("chip refuse route ") ? 2u : 0u)
+        << "references leak";
+    EXPECT_LE(orphans.size(), walk.fault.starts_with("fault alloc") ? 1u : 0u) << "objects leak";
+    for (const auto &[index, object] : orphans)
+        EXPECT_EQ(dal_driver_del_ip_nexthop(index, 0), 0);
+}
+
+void perform_under_fault(TableWalk &walk, const std::string &command) {
+    walk.fault = drawn(walk, walk.stretch == Stretch::faulty ? "{fault}" : "{fault of hosts}");
+    walk.note(walk.fault);
+    (void)walk.act(walk.fault);
+    perform(walk, command);
+    const Words words = words_of(walk.fault);
+    (void)walk.act(words[0] + " " + words[1] +
+                   (words[0] == "fault" ? " 0" : " " + words[2] + " 0"));
+    account_for_fault(walk);
+    walk.fault.clear();
+}
+
+// Hosts whose delete stopped half way have no entry in the chip until they are told of again.
+void mend(TableWalk &walk) {
+    for (const auto &[key, told] : std::exchange(walk.half_gone, {}))
+        if (walk.model["hosts"].contains(key))
+            perform(walk, "neigh add " + told);
+}
+
+// --- deeds ---
+
+// More requests than the queue takes.
+void burst(TableWalk &walk) {
+    const unsigned room = 1 + walk.below(4);
+    walk.note("# the queue takes " + std::to_string(room) + ":");
+    std::vector<std::string> accepted;
+    walk.master().os.limit_queue(room);
+    walk.hold(true);
+    for (unsigned i = 0; i < 6; ++i) {
+        const std::string command = drawn(walk, "neigh add {neighbour} {as seen}");
+        if (!walk.vrf_of.contains(words_of(command)[4]))
+            continue;
+        const std::size_t queued = walk.master().os.queued();
+        walk.note(command);
+        EXPECT_EQ(walk.act(command), queued < room);
+        if (queued < room)
+            accepted.push_back(command);
+    }
+    walk.hold(false);
+    walk.settle();
+    walk.master().os.limit_queue(0);
+    for (const std::string &command : accepted)
+        look_behind(walk, command, true);
+}
+
+void interface_changes(TableWalk &walk) {
+    const std::string deed = drawn(walk, "if {del|vrf}"), dev = drawn(walk, "{dev}");
+    const std::string vrf = drawn(walk, "{0|5}");
+    const auto found = walk.vrf_of.find(dev);
+    if (found == walk.vrf_of.end() || (entries_on(walk, hosts, dev).size() > 3 && !walk.one_in(4)))
+        return;
+    for (const Modelled &row : modelled)
+        for (const KnownFault &known : deeds_that_fail)
+            if (known.deed == deed && known.under == row.table) {
+                for (const auto &entry : entries_on(walk, row, dev))
+                    perform(walk, deletion(row, entry));
+                if (!entries_on(walk, row, dev).empty())
+                    return; // not even this went
+            }
+    const bool stay = deed == "if vrf" && vrf == found->second;
+    const Entries lost = stay ? Entries() : entries_on(walk, hosts, dev);
+    perform(walk, deed + " " + dev + (deed == "if vrf" ? " " + vrf : ""));
+    for (const auto &[key, told] : lost)
+        expect(walk, hosts, key, {});
+    deed == "if del" ? void(walk.vrf_of.erase(found)) : void(found->second = vrf);
+}
+
+void standby_changes(TableWalk &walk) {
+    using chassis::os::Fault;
+    const unsigned kind = walk.below(8);
+    if (!walk.has_standby() || walk.one_in(4))
+        return perform(walk, "standby comes");
+    if (kind == 0) {
+        walk.note("# the standby stops taking what is mirrored");
+        walk.standby().os.fail(walk.one_in(2) ? Fault::send : Fault::allocation, 1, 4);
+    } else if (kind == 1) {
+        perform(walk, "card standby-lost"); // it is found unfit for use
+        perform(walk, "clock advance 70s");
+    }
+    if (kind < 2)
+        perform(walk, drawn(walk, "neigh add {neighbour} {as seen}"));
+    if (kind < 5)
+        perform(walk, "standby goes");
+    walk.master().peer.set_standby_usable(true);
+}
+
+// When the standby can take over; what was refused is known to the master alone.
+void master_dies(TableWalk &walk) {
+    using chassis::chip::Function;
+    mend(walk);
+    if (walk.stretch == Stretch::faulty || !walk.has_standby() || dpm_get_slave_up() != 1)
+        return;
+    const auto before = walk.standby().chip.requests(Function::del_ip_entry);
+    perform(walk, "switch-over");
+    EXPECT_EQ(walk.master().chip.requests(Function::del_ip_entry), before) << "the chip forgets";
+    for (const dpm_route_entry &route : walk.routes(walk.master()))
+        if (dpm_route_dynamic_type_check(route.route_type))
+            walk.expiring[tables::prefix_text(route.destination) + " vrf " +
+                          std::to_string(route.vrf)] = walk.now + DPM_ROUTE_DELETE_SEC;
+    if (!walk.one_in(3))
+        perform(walk, "standby comes");
+}
+
+// The longest route that forwards answers, the first of the table among those of one length.
+void compare_best_routes(TableWalk &walk) {
+    const auto all = walk.routes(walk.master());
+    const Entries labels = read(walk, ftns);
+    const auto gives_way = [&](const dpm_route_entry &route) {
+        const std::string fec = tables::prefix_text(route.destination) + " via ";
+        return route.vrf == 0 && std::ranges::any_of(labels, [&](const auto &label) {
+                   return label.first.starts_with(fec) && label.first.ends_with(" vrf 0");
+               });
+    };
+    for (unsigned i = 0; i < 24; ++i) {
+        const unsigned vrf = walk.one_in(4) ? 5 : 0;
+        const std::string text = drawn(walk, "{{in 4}|{in 6}|10.23.0.1}");
+        const dpm_prefix ip = rig::prefix_of(text);
+        const dpm_route_entry *wanted = nullptr;
+        for (const dpm_route_entry &route : all)
+            if (route.vrf == vrf && route.sdk_index > 2 && tables::covers(route.destination, ip) &&
+                (!wanted || route.destination.prefix_len > wanted->destination.prefix_len) &&
+                !gives_way(route))
+                wanted = &route;
+        const dpm_route_entry *const best = dpm_route_find_best_route(vrf, &ip);
+        EXPECT_EQ(best ? rig::text_of(best->destination) : "none",
+                  wanted ? rig::text_of(wanted->destination) : "none")
+            << text << " vrf " << vrf;
+    }
+}
+
+void check(TableWalk &walk) {
+    walk.note("# a check");
+    if (walk.stretch == Stretch::faulty_hosts)
+        mend(walk);
+    for (const Modelled &row : modelled)
+        EXPECT_EQ(read(walk, row), walk.model[row.table]) << row.table;
+    walk.most_hosts = std::max(walk.most_hosts, walk.model["hosts"].size());
+    walk.most_routes = std::max(walk.most_routes, walk.model["routes"].size());
+    if (walk.stretch == Stretch::faulty)
+        return; // what was refused is adrift until the stretch ends
+    walk.check_laws();
+    compare_best_routes(walk);
+}
+
+// Everything is taken away, and what was adrift is sound again.
+void clear(TableWalk &walk) {
+    for (const Modelled &row : modelled)
+        for (const auto &entry : &row == &hosts ? Entries() : read(walk, row))
+            EXPECT_TRUE(walk.act(deletion(row, entry))) << entry.first;
+    for (std::int32_t &index : std::exchange(walk.held, {}))
+        EXPECT_EQ(dpm_ecmp_del_all(DPM_FAMILY_IPV4, &index), 0);
+    for (const dpm_host_entry &host : walk.hosts(walk.master())) // some have no interface
+        EXPECT_EQ(dpm_api_host_msg_send(&host, DPM_OPER_DEL), 0);
+    walk.settle();
+    for (const Modelled &row : modelled)
+        EXPECT_EQ(read(walk, row), walk.model[row.table] = {}) << row.table;
+    walk.half_gone.clear();
+    EXPECT_TRUE(walk.groups(walk.master()).empty());
+    walk.allow().group_leaks = 0;
+    walk.allow().routes_adrift = false;
+}
+
+void stretch_ends(TableWalk &walk) {
+    check(walk);
+    if (walk.stretch != Stretch::plain)
+        clear(walk);
+    walk.check_laws();
+    walk.stretch = Stretch(walk.below(4));
+    walk.note(std::string("# the next stretch is ") + stretches[unsigned(walk.stretch)]);
+    if (walk.stretch == Stretch::faulty_hosts)
+        clear(walk);
+    if (walk.stretch != Stretch::few_groups)
+        return;
+    for (std::size_t taken = walk.groups(walk.master()).size(); taken < 1020; ++taken) {
+        walk.held.push_back(0);
+        ASSERT_EQ(dpm_ecmp_add(DPM_FAMILY_IPV4, &walk.held.back(), 2), 0);
+    }
+    walk.settle();
+    walk.allow().group_leaks = unsigned(walk.held.size());
+    walk.allow().routes_adrift = true;
+}
+
+// Which faults a command may meet.  Routes stay out of the stretch of faults of hosts, which does
+// not end with everything taken away.  The suite tells of an interface once, and believes that it
+// is there.
+enum class Meets { nothing, faults, faults_of_routes };
+using enum Meets;
+constexpr struct Deed {
+    unsigned weight;
+    Meets meets;
+    const char *command;
+    void (*act)(TableWalk &) = nullptr;
+} deeds_done[] = {
+    {260, faults, "neigh add {neighbour} {as seen}"},
+    {150, faults, "neigh del {known neighbour}"},
+    {20, faults, "await {neighbour}"},
+    {40, faults, "port {up|down} {1-4}"},
+    {20, faults, "trunk {up|down} {1-4}"},
+    {20, nothing, "", burst},
+    {60, nothing, "if add {dev}"},
+    {30, nothing, "", interface_changes},
+    {30, nothing, "addr add {own prefix} dev {any dev}"},
+    {15, nothing, "addr del {own prefix} dev {any dev}"},
+    {20, nothing, "sub add 200 {201-205}"},
+    {10, nothing, "sub del 200 {201-205}"},
+    {10, nothing, "vrf {enable|disable} {1-4}"},
+    {5, nothing, "hash {1-4}"},
+    {220, faults_of_routes, "route add {route}"},
+    {50, faults_of_routes, "route add {known route} {gateways}"},
+    {110, faults_of_routes, "route del {known route}"},
+    {45, faults_of_routes, "ftn add {ftn} label 1000"},
+    {35, faults_of_routes, "ftn del {known ftn}"},
+    {15, faults_of_routes, "ilm add {100-119} dev {dev there}{| waits}"},
+    {10, faults_of_routes, "ilm del {100-119}"},
+    {30, nothing, "clock advance {0-199}s"},
+    {10, nothing, "card slot-up 3"},
+    {10, nothing, "", standby_changes},
+    {10, nothing, "", master_dies},
+    {12, nothing, "", check},
+    {5, nothing, "", stretch_ends},
+};
+
+void do_deed(TableWalk &walk, const Deed &deed) {
+    if (deed.act)
+        return deed.act(walk);
+    if (walk.stretch == Stretch::faulty_hosts && deed.meets == faults_of_routes)
+        return;
+    const bool may_fail = walk.stretch >= Stretch::faulty_hosts && deed.meets != nothing;
+    const std::string command = drawn(walk, deed.command);
+    may_fail &&walk.one_in(3) ? perform_under_fault(walk, command) : perform(walk, command);
+}
+
+TableWalk::TableWalk() : RowShelf(4, rig::Role::mirroring, {.bare = true}) {
+    keep_log(false);
+    for (const Deed &deed : deeds_done)
+        deeds.emplace_back(deed.weight, [this, &deed] { do_deed(*this, deed); });
+    for (const char *command : {"if add vlanif200 super", "if add vlanif100", "if add vlanif101",
+                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5"})
+        note(command), (void)run(command);
+    vrf_of = {{"vlanif100", "0"}, {"vlanif101", "0"}, {"vlanif102", "0"}, {"vlanif103", "5"}};
+}
+
+} // namespace
+
+TEST(TablesWalk, KeepsTheLawsWhateverHappens) {
+    const auto walk = rig::take_walk([] { return std::make_unique<TableWalk>(); }, 80'000);
+    const auto *const end = static_cast<TableWalk *>(walk.get());
+    const bool is_long = end && !std::getenv("DPM_WALK_STEPS");
+    EXPECT_TRUE(!is_long || (end->most_hosts > 30 && end->most_routes > 25)) << "it went nowhere";
+}
+
+// A deed that does not fail any more is taken from the list, and the walk does it.
+TEST(TablesWalk, LeavesOutOnlyDeedsThatFail) {
+    using Reporter = testing::ScopedFakeTestPartResultReporter;
+    for (const KnownFault &known : deeds_that_fail) {
+        testing::TestPartResultArray failures;
+        {
+            const Reporter reporter(Reporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+            rig::RowShelf shelf(known.family, rig::Role::mirroring, {});
+            for (const rig::Row &row : known.rows)
+                shelf.take(row, false);
+        }
+        EXPECT_GT(failures.size(), 0) << known.deed << ": " << known.fault;
+    }
+}
