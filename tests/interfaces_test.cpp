@@ -118,10 +118,10 @@ ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll, .families =
 ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .families = ipv4, .roles = alone,
      .see = "chip log"){
     {"if add vlanif300 super"},
-    {"sub add 300 200",
-     "log10 dpm_super_add_sub #::can not set this vlan to subvlan!\r\n"}, // has an interface of its own
-    {"sub add 100 301",
-     "log10 dpm_super_add_sub #::can not find or type is err!\r\n"}, // under no super-VLAN
+    // It has an interface of its own.
+    {"sub add 300 200", "log10 dpm_super_add_sub #::can not set this vlan to subvlan!\r\n"},
+    // No super-VLANs.
+    {"sub add 100 301", "log10 dpm_super_add_sub #::can not find or type is err!\r\n"},
     {"sub add 400 401", "log10 dpm_super_add_sub #::can not find or type is err!\r\n"},
     {"sub add 300 301", ""},
     {"sub add 300 302", ""},
@@ -148,7 +148,8 @@ ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .fami
 };
 
 ROWS(Interfaces, WithoutMemoryNothingIsChanged, .families = ipv4, .roles = alone, .see = "chip"){
-    {"if add vlanif300 super"}, {"fault alloc 2"}, // the request's block is there, the record's is not
+    // The request's block is there, the record's is not.
+    {"if add vlanif300 super"}, {"fault alloc 2"},
     {"if add vlanif400", ""},   {"fault alloc 2"}, {"sub add 300 201", ""},
     {"subs 300", "= 0:"},       {"fault alloc 2"}, {"addr add 10.8.0.1/24 dev vlanif300", ""},
     {"if del vlanif300", ""},
