@@ -293,10 +293,11 @@ ROWS(RouteCommands, FollowARouteToWhatIsMissing, .families = {4}, .roles = alone
      "=     gateway {a} on vlanif100: in the chip, next hop 18...; "
      "=     gateway {b} on vlanif100: waits for the neighbour to answer since 0 s; 100 probes "
      "left, the next in 30 s; "
-     "=     gateway fd77::1 on vlanif100: of another family than the route, and so not used"},
+     "=     gateway fd77::1 on vlanif100: waits...; 100 probes left..."},
     {"why {in}",
      "= {in}: not a neighbour; what covers it is; = route {net}: in the chip...; "
-     "=     gateway {a}...; =     gateway {b}...; 100 probes left...; =     gateway fd77::1..."},
+     "=     gateway {a}...; =     gateway {b}...; 100 probes left...; =     gateway fd77::1...; "
+     "100 probes left..."},
     {"route add {net} via {a} via {b}"},
     {"allow chip-differs"},
     {"lose entry"},

@@ -135,17 +135,26 @@ ROWS(NewMaster, ProbesThreeTimesOverAMinuteAndKeepsWhoIsSilent, .roles = with_st
     {"show unreachable --count", "= 0"},
 };
 
-ROWS(NewMaster, ACardThatTurnedStandbyProbesNobodyUntilItIsMasterAgain, .roles = alone){
-    {"wait {a} 2", "probe {a}; = 0"},
+ROWS(NewMaster, ACardThatTurnedStandbyWaitsForNobody, .roles = alone){
+    {"wait {a} 20", "probe {a}; = 0"},
+    {"route add {net} via {c}", "probe {c}"},
     {"neigh add {b} port 3"},
     {"port down 3"},
     {"role standby"},
     {"clock advance 172800s", ""},
     {"port up 3", ""},
     {"show hold --count", "= 0"}, // a day is a day
-    {"role master"},
-    {"clock advance 60s", "probe {a}; probe {a}"},
     {"show unreachable --count", "= 0"},
+    {"role master"},
+    {"clock advance 60s", ""},
+};
+
+// Neighbours that answer are reported again, gateways that are missing are looked for anew.
+ROWS(NewMaster, AsksForItsNeighboursAndForTheGatewaysThatAreMissing, .roles = rig::mirroring){
+    {"neigh add {a}"},
+    {"route add {net} via {a} via {b}"},
+    {"switch-over", "forget {a}; probe {a}; probe {b}"},
+    {"clock advance 30s", "probe {a}; probe {b}"},
 };
 
 namespace {

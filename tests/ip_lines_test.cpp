@@ -34,6 +34,7 @@ TEST(lines_of_ip, tell_routes) {
         {"default proto ra metric 1024 expires 1798sec mtu 1500 hoplimit 64 pref high \\\tnexthop "
          "via fe80::1 dev eth0 weight 1 ",
          "::/0 fe80::1@eth0 type 9"},
+        {"default via inet6 fe80::1 dev eth0 ", "0.0.0.0/0 fe80::1@eth0 type 3"},
         {"[2024-11-21T10:00:00.1] [nsid 0][ROUTE]unicast 10.2.0.0/16 nhid 12 via 10.1.1.2 dev v1",
          "10.2.0.0/16 10.1.1.2@v1 type 3"},
         {"10.1.1.9 dev v1 scope link", "10.1.1.9 -@v1 type 3"},
@@ -55,7 +56,6 @@ TEST(lines_of_ip, tell_what_is_no_route_for_a_chip) {
              {"unreachable default metric 4278198272 encap mpls", "0.0.0.0/0"},
              {"unreachable default dev lo metric 77 pref medium", "::/0"},
              {"blackhole 10.8.0.0/16 proto static", "10.8.0.0/16"},
-             {"default via inet6 fe80::1 dev eth0", "0.0.0.0/0"},
              {"10.2.0.0/16  encap ip id 7 dst 10.9.9.9 ttl 0 tos 0 dev v1", "10.2.0.0/16"},
              {"10.2.0.0/16 tos 0x10 via 10.1.1.2 dev v1", ""},
              {"10.2.0.0/16 via 10.1.1.2 dev v1 table 100", ""}}) {

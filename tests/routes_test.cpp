@@ -240,13 +240,12 @@ ROWS(Routes, ARefusedOneWaitsInTheTableForItsGatewayToComeAgain, .see = "chip"){
 };
 
 // The member and then the route are refused: the group must not stay behind.
-ROWS(Routes, AGroupWithoutMemberGoesWithItsRefusedRoute, .see = "chip"){
+ROWS(Routes, AGroupWhoseOnlyMemberIsRefusedIsNotUsed, .see = "chip"){
     {"route add {net} via {a} via {b}"},
     {"chip refuse group-member 1"},
-    {"chip refuse route 1 skip 1"},
     {"allow adrift"},
-    {"neigh add {a}", "nexthop+ port 1 {m1} n1; entry+ {a} n1; group+ g1; member+ g1 n1 -> -1; "
-                      "entry+ {net} g1 -> -1; member- g1 n1 -> -1; group- g1"},
+    {"neigh add {a}",
+     "nexthop+ port 1 {m1} n1; entry+ {a} n1; group+ g1; member+ g1 n1 -> -1; group- g1"},
     {"neigh del {a}", "entry- {a} n1; nexthop- n1"},
     {"allow adrift 0"},
     {"neigh add {a}",
@@ -411,10 +410,9 @@ ROWS(Routes, OfBadRequestsChangeNothing, .families = {4}, .roles = rig::mirrorin
     {"raw 1 {net} gateways 4294967295", "log10 dpm_route_add_msg #::np_num -1 is err!\r\n"},
     {"raw 1 {net} length 33", "log10 dpm_route_add_msg #::masklen = 33 is err!\r\n"},
     {"raw 2 {net} length 65535", ""},
-    {"raw 1 {net} family 3",
-     "log10 dpm_route_find_by_entry #::iptype = 3 is err!\r\n; "
-     "log10 dpm_route_add_msg #::prefix not exit in route table.\r\n; "
-     "log10 dpm_route_add #::ip_type = 3 is err!\r\n"},
+    {"raw 1 {net} family 3", "log10 dpm_route_find_by_entry #::iptype = 3 is err!\r\n; "
+                             "log10 dpm_route_add_msg #::prefix not exit in route table.\r\n; "
+                             "log10 dpm_route_add #::ip_type = 3 is err!\r\n"},
     {"raw 2 {net} family 3", "log10 dpm_route_find_by_entry #::iptype = 3 is err!\r\n"},
     {"call dpm_api_get_route_entry_first 3", "log10 ...; = 0"},
     {"standby raw 1 {net}", "standby: log10 dpm_route_add_msg #::it is slave.\r\n"},
@@ -426,15 +424,34 @@ ROWS(Routes, OfOddGatewaysAreKeptAndNeverProgrammed, .families = {4}, .see = "ch
     {"raw 1 {net1} gateways 0", ""},
     {"raw 1 {net2} gateway-family 3", ""},
     {"raw 1 {net3} gateway-length 65535", ""},
+    {"show routes --count", "= 3"},
+};
+
+// Hosts of either family resolve gateways of theirs, of routes of their own family first.
+ROWS(Routes, OverGatewaysOfTheOtherFamilyFollowThem, .families = {4}, .see = "chip"){
     {"route add {net4} via 2001:db8::2 dev vlanif100", ""},
-    {"route add 2001:db8:4::/48 via {a} dev vlanif100 via {b} dev vlanif100", ""},
-    {"neigh add {a}", "nexthop+ port 1 {m1} n1; entry+ {a} n1"},
-    {"neigh add 2001:db8::2", "nexthop+ port 1 {m2} n2; entry+ 2001:db8::2 n2"},
-    {"route del {net4}", ""},
-    {"route add {net4} via 2001:db8::2 dev vlanif100", ""},
-    {"neigh del {a}", "entry- {a} n1; nexthop- n1"},
-    {"neigh del 2001:db8::2", "entry- 2001:db8::2 n2; nexthop- n2"},
-    {"show routes --count", "= 5"},
+    {"route add 2001:db8:4::/48 via 2001:db8::2 dev vlanif100 via {a} dev vlanif100", ""},
+    {"neigh add {a}", "nexthop+ port 1 {m1} n1; entry+ {a} n1; group+ g1; member+ g1 n1; "
+                      "entry+ 2001:db8:4::/48 g1"},
+    {"neigh add 2001:db8::2",
+     "nexthop+ port 1 {m2} n2; entry+ 2001:db8::2 n2; member+ g1 n2; entry+ {net4} n2"},
+    {"neigh del {a}", "member- g1 n1; entry- {a} n1; nexthop- n1"},
+    {"neigh del 2001:db8::2", "member- g1 n2; group- g1; entry- 2001:db8:4::/48 g1; "
+                              "entry- {net4} n2; entry- 2001:db8::2 n2; nexthop- n2"},
+};
+
+// For IPv4 on another interface as well: one host resolves one place.
+ROWS(Routes, AGatewayThatStandsTwiceCountsOnce, .see = "chip"){
+    {"neigh add {a}"},
+    {"neigh add {b}"},
+    {"route add {net} via {a} dev vlanif100 via {a} dev vlanif100 via {b}",
+     "group+ g1; member+ g1 n1; member+ g1 n2; entry+ {net} g1"},
+    {"4: route add {net1} via {a} dev vlanif100 via {a} dev vlanif200 via {b}",
+     "group+ g2; member+ g2 n1; member+ g2 n2; entry+ {net1} g2"},
+    {"neigh del {a}"},
+    {"forwards {in}", "= {net} -> {b}"},
+    {"neigh add {a} port 7"},
+    {"forwards {in}", "= {net} -> {b} {a}"},
 };
 
 namespace {

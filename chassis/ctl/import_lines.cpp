@@ -94,8 +94,6 @@ bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
             const auto address = parse_address(words.peek());
             if (!address)
                 return false;
-            if (is_foreign)
-                route.why_skipped = "routes over a gateway of the other family";
             is_ipv6 = is_ipv6 || (address->family == 2) != is_foreign;
             route.gateways.push_back({std::string(words.next()), {}});
             is_begun = true;

@@ -179,14 +179,25 @@ std::string in_chip_text(const chip::Chip &chip, const dpm_route_entry &route) {
     return "in the chip, " + target_text(chip, route);
 }
 
+// Whether the same gateway has an earlier place: for IPv4 on whatever interface.
+bool stands_before(const dpm_route_entry &route, std::uint32_t position) {
+    const dpm_prefix &gateway = route.np[position];
+    for (std::uint32_t i = 0; i < position; i++)
+        if (chip_key(0, route.np[i]) == chip_key(0, gateway) &&
+            (gateway.family == DPM_FAMILY_IPV4 ||
+             route.np_ifindex[i] == route.np_ifindex[position]))
+            return true;
+    return false;
+}
+
 std::string why_gateway(const dpm_route_entry &route, std::uint32_t i, const Reading &reading) {
     const dpm_prefix &gateway = route.np[i];
     if (gateway.family == DPM_FAMILY_NONE)
         return std::string("directly connected on ") + route.np_ifname[i] + ", to the CPU\n";
     const std::string name =
         "gateway " + text_of(gateway) + " on " + std::string(route.np_ifname[i]) + ": ";
-    if (gateway.family != route.destination.family)
-        return name + "of another family than the route, and so not used\n";
+    if (stands_before(route, i))
+        return name + "stands in the route twice, and counts once\n";
     std::string text =
         why_neighbour({route.vrf, host_of(gateway.family, gateway.address)}, reading);
     const bool is_neighbour = text.find("next hop ") != text.npos;

@@ -570,11 +570,11 @@ DPM_RECEIVERS(DPM_RECEIVER)
  * the bit of the slot that answered and its result.  Any thread, no lock; a result other than 0 is
  * logged.  Always 0. */
 DPM_API int dpm_driver_add_ip_nexthop_result(uint32_t port_type, uint32_t port_id,
-                                             const uint32_t *id, uint16_t svlan, uint16_t cvlan,
+                                             const uint32_t *id, uint32_t svlan, uint32_t cvlan,
                                              const uint8_t *mac, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_del_ip_nexthop_result(uint32_t id, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_update_ip_nexthop_result(uint32_t port_type, uint32_t port_id,
-                                                const uint32_t *id, uint16_t svlan, uint16_t cvlan,
+                                                const uint32_t *id, uint32_t svlan, uint32_t cvlan,
                                                 const uint8_t *mac, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_add_ip_entry_result(int32_t vrf, uint32_t family, const void *address,
                                            uint32_t prefix_len, uint32_t nexthop_id,
@@ -589,15 +589,15 @@ DPM_API int dpm_driver_del_ecmp_nexthop_result(int32_t group, uint32_t obj_bit, 
 DPM_API int dpm_driver_update_ecmp_nexthop_result(int32_t group, uint32_t operation, uint32_t count,
                                                   const void *members, uint32_t obj_bit,
                                                   int result);
-DPM_API int dpm_driver_add_l3_intf_result(const uint8_t *mac, uint16_t vlan, const uint32_t *id,
+DPM_API int dpm_driver_add_l3_intf_result(const uint8_t *mac, uint32_t vlan, const uint32_t *id,
                                           uint32_t obj_bit, int result);
-DPM_API int dpm_driver_delete_l3_intf_result(const uint8_t *mac, uint16_t vlan, uint32_t obj_bit,
+DPM_API int dpm_driver_delete_l3_intf_result(const uint8_t *mac, uint32_t vlan, uint32_t obj_bit,
                                              int result);
-DPM_API int dpm_driver_interface_vrf_set_result(int32_t vlan, uint16_t vrf, uint32_t obj_bit,
+DPM_API int dpm_driver_interface_vrf_set_result(int32_t vlan, uint32_t vrf, uint32_t obj_bit,
                                                 int result);
-DPM_API int dpm_driver_interface_ipmc_enable_result(uint16_t vlan, uint32_t type, uint32_t enable,
+DPM_API int dpm_driver_interface_ipmc_enable_result(uint32_t vlan, uint32_t type, uint32_t enable,
                                                     uint32_t obj_bit, int result);
-DPM_API int dpm_driver_default_route_set_result(uint32_t family, uint16_t vrf, uint32_t to_cpu,
+DPM_API int dpm_driver_default_route_set_result(uint32_t family, uint32_t vrf, uint32_t to_cpu,
                                                 uint32_t cpu_queue, uint32_t cpu_rate,
                                                 uint32_t obj_bit, int result);
 DPM_API int dpm_driver_mpls_ftn_add_result(const void *request, const uint32_t *nhid,
@@ -606,9 +606,9 @@ DPM_API int dpm_driver_mpls_ftn_del_result(const void *request, uint32_t obj_bit
 DPM_API int dpm_driver_mpls_ilm_add_result(const void *request, const uint32_t *nhid,
                                            const uint32_t *tunnel_id, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_mpls_ilm_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_add_result(uint16_t vpls_id, const uint32_t *fid, uint32_t obj_bit,
+DPM_API int dpm_driver_vpls_add_result(uint32_t vpls_id, const uint32_t *fid, uint32_t obj_bit,
                                        int result);
-DPM_API int dpm_driver_vpls_del_result(uint16_t vpls_id, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_vpls_del_result(uint32_t vpls_id, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_vpls_ac_entry_add_result(const void *request, const uint32_t *nhid,
                                                 const uint32_t *logic_port, uint32_t obj_bit,
                                                 int result);
@@ -634,13 +634,14 @@ DPM_API int dpm_driver_vpws_entry_del_result_test(const void *request, uint32_t 
 DPM_API int dpm_driver_vpws_entry_update_result(const void *ac, const void *pw,
                                                 const uint32_t *pw_nhid, const uint32_t *aps_id,
                                                 uint32_t value, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_interface_mpls_enable_result(uint16_t vlan, uint8_t enable, uint32_t obj_bit,
-                                                    int result);
+DPM_API int dpm_driver_interface_mpls_enable_result(uint32_t vlan, uint32_t enable,
+                                                    uint32_t obj_bit, int result);
 DPM_API int dpm_driver_pw_group_switch_result(uint32_t group, uint32_t protect, uint32_t obj_bit,
                                               int result);
-DPM_API int dpm_driver_port_scl_key_type_set_result(uint32_t port_type, uint16_t port,
-                                                    uint16_t subport, uint8_t direction,
-                                                    uint8_t key_type, uint32_t obj_bit, int result);
+DPM_API int dpm_driver_port_scl_key_type_set_result(uint32_t port_type, uint32_t port,
+                                                    uint32_t subport, uint32_t direction,
+                                                    uint32_t key_type, uint32_t obj_bit,
+                                                    int result);
 DPM_API int dpm_driver_set_ecmp_hash_ctl_result(uint32_t hash_mode, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_add_gre_tunnel_result(uint32_t vrf, const uint8_t *source,
                                              const uint8_t *destination, uint32_t key,

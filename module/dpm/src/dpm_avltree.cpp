@@ -188,8 +188,9 @@ bool is_usable(const dpm_avl_tree *tree) {
 
 void dpm_avl_create(dpm_avl_tree *tree, int (*compare)(const void *, const void *),
                     std::uint32_t size, std::uint32_t offset) {
-    if (!is_usable(tree) || !DPM_CHECK(compare != nullptr))
+    if (!is_usable(tree))
         return;
+    (void)DPM_CHECK(compare != nullptr);
     (void)DPM_CHECK(size > 0);
     (void)DPM_CHECK(size >= offset + sizeof(dpm_avl_node));
     *tree = {nullptr, compare, offset, 0, size};

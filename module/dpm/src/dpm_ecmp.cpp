@@ -229,6 +229,10 @@ int ecmp_group::remove(std::uint32_t host_index) {
     return 0;
 }
 
+bool ecmp_group::is_empty() {
+    return sdk_index_ != 0 && is_found() && entry_->host_cnt == 0;
+}
+
 bool ecmp_group::is_found() {
     if (entry_ == nullptr)
         entry_ = ::find(ecmp_type_, sdk_index_);
@@ -238,14 +242,20 @@ bool ecmp_group::is_found() {
 } // namespace dpm
 
 int dpm_ecmp_add(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
+    if (sdk_index == nullptr)
+        return dpm::null_parameter();
     return dpm::ecmp_group(ecmp_type, *sdk_index).add(host_index);
 }
 
 int dpm_ecmp_del(std::uint32_t ecmp_type, std::int32_t *sdk_index, std::uint32_t host_index) {
+    if (sdk_index == nullptr)
+        return dpm::null_parameter();
     return dpm::ecmp_group(ecmp_type, *sdk_index).remove(host_index);
 }
 
 int dpm_ecmp_del_all(std::uint32_t ecmp_type, std::int32_t *sdk_index) {
+    if (sdk_index == nullptr)
+        return dpm::null_parameter();
     if (!dpm::is_known_family(ecmp_type))
         return 0;
     dpm_ecmp_entry *group = find(ecmp_type, *sdk_index);

@@ -44,6 +44,7 @@ public:
         : ecmp_type_(ecmp_type), sdk_index_(sdk_index) {}
     int add(std::uint32_t host_index);    // as dpm_ecmp_add
     int remove(std::uint32_t host_index); // as dpm_ecmp_del
+    bool is_empty();                      // there is a group, and it has no member
 
 private:
     bool is_found();

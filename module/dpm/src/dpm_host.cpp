@@ -3,8 +3,7 @@
 // A host takes a shared next hop and, unless its address is link-local, a host entry of the chip;
 // it is mirrored to the standby card and announced to the dependants, which program whatever waited
 // for it.  On its way out the dependants hear first, so that nothing points to a host entry that is
-// gone.  The tables are full at a fixed count; nothing is evicted.  Beside each host, card-locally,
-// stands whether the chip has its entry.
+// gone.  The tables are full at a fixed count; nothing is evicted.
 #include "dpm_host_record.h"
 
 #include "dpm.h"
@@ -26,6 +25,8 @@ struct notify_node {
 static_assert(sizeof(notify_node) == 12);
 
 using notify_list = dpm::list_view<notify_node, &notify_node::link>;
+
+constexpr dpm::call_site adding = {"dpm_host_entry_add", __LINE__}; // whoever checks for it
 
 std::uint32_t weight(std::uint32_t family) {
     return family == DPM_FAMILY_IPV6 ? 2 : 1;
@@ -95,12 +96,6 @@ dpm_host_entry host_of(const dpm_host_msg &body) {
     return host;
 }
 
-// A repeated report changes nothing, unless a delete of the host was left half done.
-bool is_settled(const dpm_host_entry &present, const dpm_host_entry &reported) {
-    return dpm_host_entry_is_same(&present, &reported) &&
-           (record_of(present).in_chip || dpm::is_linklocal(present.ip));
-}
-
 // The entry that a report replaces is deleted in full, its dependants told.  0, or -1 when it would
 // not go.
 int delete_replaced(dpm_host_entry *present) {
@@ -114,6 +109,30 @@ void give_way_to(const dpm_host_entry &host, dpm::way how, const dpm::call_site 
 
 void take_back_after(const dpm_host_entry &host) {
     dpm::take_back_below(dpm::destination_rank::host, host.vrf, host.ip);
+}
+
+// The chip's entry of a host whose delete took it out and then stood still: 0, or the driver's
+// answer.
+int put_back(dpm_host_entry &host) {
+    const int result = dpm::program_host(host, DPM_SLOT_ALL_BITS);
+    if (result != 0)
+        return result;
+    record_of(host).in_chip = true;
+    give_way_to(host, dpm::way::overwritten, adding);
+    return 0;
+}
+
+// A repeated report changes nothing, but for a host whose delete was left half done: what the
+// delete took is given back.  0, or -1 when the chip refused.
+int make_whole(dpm_host_entry &host) {
+    host_record &record = record_of(host);
+    if (!record.in_chip && !dpm::is_linklocal(host.ip) && put_back(host) != 0) {
+        DPM_LOG_FROM(adding, "%s %d::host_entry add driver failed!\r\n");
+        return -1;
+    }
+    if (!std::exchange(record.is_announced, true))
+        dpm_host_notify(&host, DPM_HOST_ADDED);
+    return 0;
 }
 
 } // namespace
@@ -173,6 +192,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
     }
     record->entry = host;
     record->in_chip = in_chip;
+    record->is_announced = true;
     dpm_host_entry &added = record.release()->entry;
     log_host(added, DPM_CALL_SITE);
     dpm::link_host(added);
@@ -196,15 +216,20 @@ int dpm_host_entry_del(dpm_host_entry *entry) {
     if (!has_egress(*entry, out, DPM_CALL_SITE))
         return -1;
     log_host(*entry, DPM_CALL_SITE);
+    host_record &record = record_of(*entry);
+    record.is_announced = false;
     dpm_host_notify(entry, DPM_HOST_DELETED);
-    if (record_of(*entry).in_chip && dpm::withdraw_host(*entry) != 0) {
+    if (record.in_chip && dpm::withdraw_host(*entry) != 0) {
         DPM_TRACE("%s %d::host_entry del driver failed!\r\n");
         return -1;
     }
-    if (std::exchange(record_of(*entry).in_chip, false))
+    const bool was_in_chip = std::exchange(record.in_chip, false);
+    if (was_in_chip)
         take_back_after(*entry);
     if (nexthop_release(*entry, out) != 0) {
         DPM_TRACE("%s %d::host_entry del nexthop failed!\r\n");
+        if (was_in_chip)
+            (void)put_back(*entry); // the host stays whole, as the standby believes
         return -1;
     }
     (void)dpm_host_entry_del_sync_send(entry);
@@ -229,17 +254,18 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
         return 0;
     }
     dpm_host_entry *present = dpm_host_find_by_entry(&host);
-    const bool is_same = present != nullptr && is_settled(*present, host);
+    const bool is_same = present != nullptr && dpm_host_entry_is_same(present, &host);
     dpm::egress out;
     if (!is_same &&
-        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, DPM_CALL_SITE))
+        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, adding))
         return -1;
     give_way_to(host, dpm::way::out_of_table, DPM_CALL_SITE);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
         (void)dpm_host_hold_entry_del(held);
     if (is_same) {
         DPM_TRACE("%s %d::find same node in host table.\r\n");
-        return dpm_host_unreachable_del(host.vrf, &host.ip);
+        (void)dpm_host_unreachable_del(host.vrf, &host.ip);
+        return make_whole(*present);
     }
     if (present != nullptr)
         DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");

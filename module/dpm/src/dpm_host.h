@@ -108,6 +108,9 @@ ipv6_host_table ipv6_hosts();
 void hold_index_create();
 void unreachable_index_create();
 
+// A card that becomes standby, or master, forgets what it waited for before.
+void unreachables_end();
+
 // What hosts do as holders of destinations.
 extern const destination_owner host_owner;
 

@@ -50,6 +50,7 @@ struct host_mirror : dpm::mirror_defaults<dpm_host_entry> {
             return nullptr;
         record->entry = image;
         record->in_chip = !dpm::is_linklocal(image.ip); // the master has programmed it
+        record->is_announced = true;
         if (present != nullptr)
             drop(*present);
         dpm::link_host(record->entry);

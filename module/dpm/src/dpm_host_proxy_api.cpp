@@ -7,13 +7,13 @@
 
 namespace {
 
-// A copy of the host's data, whose block the message's owner frees.  The allocation is passed on as
-// it is.
+// A copy of the host's data, whose block the message's owner frees.
 int relay(std::uint32_t code, const void *data, std::uint32_t length_bytes,
           const dpm::send_error &error) {
     void *copy = bep_mallocEx(length_bytes, __FILE__, __LINE__);
-    if (copy != nullptr)
-        std::memcpy(copy, data, length_bytes);
+    if (copy == nullptr)
+        return -1;
+    std::memcpy(copy, data, length_bytes);
     if (dpm::post_words(code, length_bytes, reinterpret_cast<std::uint32_t>(copy), error) == 0)
         return 0;
     bep_freeEx(copy, __FILE__, __LINE__);

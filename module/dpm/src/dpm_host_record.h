@@ -1,5 +1,5 @@
-// What stands beside each host, card-locally: whether the chip has its entry.  For the sources of
-// the host table alone.
+// What stands beside each host, card-locally: what a delete that stands half done has left of it.
+// For the sources of the host table alone.
 #pragma once
 
 #include "dpm_host.h"
@@ -8,6 +8,7 @@
 struct host_record {
     dpm_host_entry entry; // first: the tables see this alone
     bool in_chip;         // false for link-local hosts, and while a delete stands half done
+    bool is_announced;    // false while its dependants have heard that it goes
     std::uint32_t sync;   // that brought it
 };
 

@@ -37,21 +37,20 @@ unreachable_record &record_of(dpm_unreachable_entry &entry) {
     return reinterpret_cast<unreachable_record &>(entry);
 }
 
-// On a card that has become standby a probe is left out and not counted, but stays due: the card
-// may become master again.
-int probe_due(std::uintptr_t arg, std::uintptr_t, std::uintptr_t) {
-    auto *entry = reinterpret_cast<dpm_unreachable_entry *>(arg);
-    if (dpm_bridge_self_is_slave())
-        return dpm_timer_restart(g_dpm_global.timer_list, &entry->timer,
-                                 DPM_UNREACHABLE_PERIOD_SEC);
-    return dpm_host_unreachable_send(entry);
-}
-
 void forget(dpm_unreachable_entry &entry) {
     (void)dpm_timer_stop(g_dpm_global.timer_list, &entry.timer);
     unreachables_by_address().remove(record_of(entry));
     list_del(&entry.link);
     dpm::free_zeroed(&record_of(entry));
+}
+
+// A standby card waits for nothing: what it may need as the next master is asked for then.
+int probe_due(std::uintptr_t arg, std::uintptr_t, std::uintptr_t) {
+    auto *entry = reinterpret_cast<dpm_unreachable_entry *>(arg);
+    if (!dpm_bridge_self_is_slave())
+        return dpm_host_unreachable_send(entry);
+    forget(*entry);
+    return 0;
 }
 
 } // namespace
@@ -60,6 +59,11 @@ namespace dpm {
 
 void unreachable_index_create() {
     unreachables_by_address().create();
+}
+
+void unreachables_end() {
+    while (!list_empty(&g_dpm_global.unreachable_list))
+        forget(*reinterpret_cast<dpm_unreachable_entry *>(g_dpm_global.unreachable_list.next));
 }
 
 } // namespace dpm

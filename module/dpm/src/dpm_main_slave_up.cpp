@@ -145,8 +145,10 @@ int dpm_main_entry_sync_all_receive(const void *buffer, std::uint32_t length_byt
 }
 
 int dpm_sync_begin(std::uint32_t lost_before) {
-    if (dpm_bridge_self_is_slave())
-        dpm::sync_begin(lost_before);
+    if (!dpm_bridge_self_is_slave())
+        return 0;
+    dpm::unreachables_end(); // this card may have been master
+    dpm::sync_begin(lost_before);
     return 0;
 }
 
@@ -163,6 +165,7 @@ int dpm_peer_can_be_use() {
 // A sync that ran will not end, and no standby has this card's tables.
 int dpm_slave_to_master_process() {
     dpm::sync_end();
+    dpm::unreachables_end(); // from a time as master before: asked for anew below
     g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
     (void)dpm_route_start_delete_time();

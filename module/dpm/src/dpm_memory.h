@@ -20,10 +20,11 @@ void dpm_free(void *block, const char *file = __builtin_FILE(), int line = __bui
 
 namespace dpm {
 
-// Zeroes a record and gives it back.
+// Zeroes a record, and what stands behind it in its block, and gives the block back.
 template <class Record>
-void free_zeroed(Record *record, const char *file = __builtin_FILE(), int line = __builtin_LINE()) {
-    std::memset(static_cast<void *>(record), 0, sizeof(Record));
+void free_zeroed(Record *record, std::size_t size_bytes = sizeof(Record),
+                 const char *file = __builtin_FILE(), int line = __builtin_LINE()) {
+    explicit_bzero(static_cast<void *>(record), size_bytes); // which no optimiser leaves out
     bep_freeEx(record, file, line);
 }
 

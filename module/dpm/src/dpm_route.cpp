@@ -36,21 +36,6 @@ int refuse(const char *text) {
     return -1;
 }
 
-// What counts and indexes arrays, of a request or a route.
-template <class Record> bool is_sound(const Record &record, const dpm::call_site &caller) {
-    if (record.np_num > DPM_ROUTE_GATEWAYS) {
-        DPM_LOG_FROM(caller, "%s %d::np_num %d is err!\r\n", record.np_num);
-        return false;
-    }
-    const dpm_prefix &destination = record.destination;
-    if (dpm::is_known_family(destination.family) &&
-        destination.prefix_len > dpm::host_bits(destination.family)) {
-        DPM_LOG_FROM(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
-        return false;
-    }
-    return true;
-}
-
 void fill_route(dpm_route_entry &route, const dpm_route_msg &body) {
     route.vrf = body.vrf;
     route.route_type = body.route_type;
@@ -76,8 +61,7 @@ std::int32_t resolve(const dpm_route_entry &route, std::uint32_t position) {
     const dpm_prefix &gateway = route.np[position];
     if (gateway.family == DPM_FAMILY_NONE)
         return DPM_ROUTE_NO_ADDRESS;
-    if (gateway.family != route.destination.family || // its hosts would not be followed
-        dpm_if_is_manage_vlan(route.np_ifname[position]))
+    if (!dpm::asks_for_host(route, position))
         return DPM_ROUTE_UNRESOLVED;
     return static_cast<std::int32_t>(
         dpm_host_get_index_by_ip(route.vrf, route.np_ifindex[position], &gateway));
@@ -90,6 +74,8 @@ void resolve_gateways(dpm_route_entry &route) {
         if (route.ecmp_enable == DPM_ROUTE_ECMP && route.host_index[i] != DPM_ROUTE_UNRESOLVED)
             (void)group.add(static_cast<std::uint32_t>(route.host_index[i]));
     }
+    if (group.is_empty())
+        dpm::leave_empty_group(route);
     if (route.ecmp_enable == DPM_ROUTE_SINGLE && route.host_index[0] > 0)
         route.sdk_index = route.host_index[0];
 }
@@ -160,6 +146,7 @@ void take_over(dpm_route_entry &route) {
     if (record_of(route).is_mirrored) // label entries may have come behind it
         dpm::adopt_chip_entry(record_of(route));
     record_of(route).is_mirrored = false;
+    dpm::ask_for_gateways(route);
     if (dpm_route_dynamic_type_check(route.route_type))
         (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
                               delete_expired, reinterpret_cast<std::uintptr_t>(&route), 0, 0);
@@ -219,7 +206,7 @@ int dpm_route_add(const dpm_route_entry *entry) {
         DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
         return 0;
     }
-    if (!is_sound(*entry, DPM_CALL_SITE))
+    if (!dpm::is_sound(*entry, DPM_CALL_SITE))
         return -1;
     dpm::route_block record(*entry);
     if (!record)
@@ -258,7 +245,7 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
         return (void)dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer), 0;
-    if (!is_sound(*new_entry, DPM_CALL_SITE) || !has_room(weight(*old_entry), DPM_CALL_SITE))
+    if (!dpm::is_sound(*new_entry, DPM_CALL_SITE) || !has_room(weight(*old_entry), DPM_CALL_SITE))
         return -1;
     dpm::route_block record(*new_entry); // taken before the old route goes
     if (!record)
@@ -273,7 +260,7 @@ int dpm_route_add_msg(const dpm_route_msg *body) {
     int result;
     if (!dpm::may_change(body, result, DPM_CALL_SITE))
         return result;
-    if (!is_sound(*body, DPM_CALL_SITE))
+    if (!dpm::is_sound(*body, DPM_CALL_SITE))
         return -1;
     dpm_route_entry route = {};
     fill_route(route, *body);

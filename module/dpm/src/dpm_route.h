@@ -60,6 +60,27 @@ dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination);
 // A route over a tunnel is the tunnel table's.
 bool is_over_tunnel(const dpm_route_entry &route);
 
+// Whether two gateways are one: as prefixes compare.
+bool is_same_gateway(const dpm_prefix &a, const dpm_prefix &b);
+
+// Whether a route is to be resolved by the host of this gateway.
+bool asks_for_host(const dpm_route_entry &route, std::uint32_t position);
+
+// What counts and indexes arrays in a request or a route; false, told in the log.
+template <class Record> bool is_sound(const Record &record, const call_site &caller) {
+    if (record.np_num > DPM_ROUTE_GATEWAYS) {
+        DPM_LOG_FROM(caller, "%s %d::np_num %d is err!\r\n", record.np_num);
+        return false;
+    }
+    const dpm_prefix &destination = record.destination;
+    if (is_known_family(destination.family) &&
+        destination.prefix_len > host_bits(destination.family)) {
+        DPM_LOG_FROM(caller, "%s %d::masklen = %d is err!\r\n", destination.prefix_len);
+        return false;
+    }
+    return true;
+}
+
 // What routes do as holders of destinations.
 extern const destination_owner route_owner;
 

@@ -60,10 +60,14 @@ bool gateway_came(const following &f, const dpm::call_site &caller) {
     if (route.host_index[f.position] != DPM_ROUTE_UNRESOLVED || host_index <= 0)
         return false;
     route.host_index[f.position] = host_index;
-    if (route.ecmp_enable == DPM_ROUTE_ECMP)
-        (void)dpm_ecmp_add(route.destination.family, &route.sdk_index, f.host.sdk_index);
-    else if (route.host_index[0] > 0)
+    if (route.ecmp_enable == DPM_ROUTE_ECMP) {
+        dpm::ecmp_group group(route.destination.family, route.sdk_index);
+        (void)group.add(f.host.sdk_index);
+        if (group.is_empty())
+            dpm::leave_empty_group(route);
+    } else if (route.host_index[0] > 0) {
         route.sdk_index = route.host_index[0];
+    }
     log_came(f, caller);
     if (f.old_sdk_index == 0 && route.sdk_index > 0 &&
         dpm::program_route(record_of(route), caller) != 0) {
@@ -111,7 +115,27 @@ void fetch_ahead(const gateway_place *place) {
     __builtin_prefetch(&record.chip_index);
 }
 
+void follow(dpm_route_entry &route, std::uint32_t position, const dpm_host_entry &host,
+            std::uint32_t event, const dpm::call_site &caller) {
+    const following f = {route, host, event, position, route.sdk_index};
+    if (event == DPM_HOST_ADDED ? gateway_came(f, caller) : gateway_went(f, caller))
+        (void)dpm_route_entry_add_sync_send(&route);
+}
+
 } // namespace
+
+void dpm::ask_for_gateways(dpm_route_entry &route) {
+    for (std::uint32_t i = 0; i < route.np_num; i++) {
+        if (route.host_index[i] != DPM_ROUTE_UNRESOLVED || !asks_for_host(route, i))
+            continue;
+        const std::uint32_t ifindex = route.np_ifindex[i];
+        if (const dpm_host_entry *host = dpm_host_find_by_ip(route.vrf, &route.np[i], ifindex))
+            follow(route, i, *host, DPM_HOST_ADDED, {"dpm_route_host_notify", __LINE__});
+        else
+            (void)dpm_host_unreachable_add(route.vrf, ifindex, &route.np[i],
+                                           DPM_UNREACHABLE_PROBES);
+    }
+}
 
 int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
     if (host == nullptr)
@@ -130,12 +154,7 @@ int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
         if (place.route == handled || !is_gateway(place, *host))
             continue;
         handled = place.route;
-        dpm_route_entry &route = place.route->entry;
-        const following f = {route, *host, event, place.position, route.sdk_index};
-        const bool has_changed = event == DPM_HOST_ADDED ? gateway_came(f, DPM_CALL_SITE)
-                                                         : gateway_went(f, DPM_CALL_SITE);
-        if (has_changed)
-            (void)dpm_route_entry_add_sync_send(&route);
+        follow(place.route->entry, place.position, *host, event, DPM_CALL_SITE);
     }
     return 0;
 }

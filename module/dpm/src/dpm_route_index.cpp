@@ -33,8 +33,12 @@ gateway_index by_gateway(std::uint32_t family) {
     return gateway_index(index_of(family).by_gateway);
 }
 
-// The table's order among routes of one VRF; of a route's own places the first comes first.
+// The table's order among routes of one VRF, that of the gateway's own family before the other's;
+// of a route's own places the first comes first.
 bool comes_before(const gateway_place &a, const gateway_place &b) {
+    const std::uint32_t family = a.route->entry.destination.family;
+    if (family != b.route->entry.destination.family)
+        return family == a.gateway->address.family;
     if (const int order =
             dpm_prefix_compare(a.route->entry.destination, b.route->entry.destination))
         return order < 0;
@@ -82,8 +86,8 @@ bool take_gateways(route_record &record) {
     for (std::uint32_t i = 0; i < route.np_num; i++) {
         gateway_place &place = record.gateways()[i];
         place = {{}, nullptr, &record, i};
-        if (route.np[i].family != route.destination.family)
-            continue; // no host is told of to a route of the other family
+        if (!dpm::is_known_family(route.np[i].family))
+            continue;
         place.gateway = take_gateway(route.vrf, route.np[i]);
         if (place.gateway == nullptr) {
             give_back_gateways(record, i);
@@ -245,7 +249,7 @@ route_block::~route_block() {
 
 void free_route(route_record &record) {
     give_back_gateways(record, record.entry.np_num);
-    free_zeroed(&record);
+    free_zeroed(&record, route_record::size_bytes(record.entry.np_num));
 }
 
 void link_route(route_record &record) {

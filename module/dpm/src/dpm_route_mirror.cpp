@@ -30,12 +30,8 @@ struct route_mirror : dpm::mirror_defaults<dpm_route_entry> {
     }
     // Interface indexes are looked up by name again.
     static bool localise(entry &image, const dpm::call_site &caller) {
-        const dpm_prefix &destination = image.destination;
-        if (image.np_num > DPM_ROUTE_GATEWAYS ||
-            destination.prefix_len > dpm::host_bits(destination.family)) {
-            DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", destination.family);
+        if (!dpm::is_sound(image, caller))
             return false;
-        }
         for (std::uint32_t i = 0; i < DPM_ROUTE_GATEWAYS; i++) {
             image.np_ifname[i][DPM_IFNAME_BYTES - 1] = '\0';
             if (i < image.np_num)

@@ -74,6 +74,13 @@ void unresolve(dpm_route_entry &route) {
     restore_cpu_default(route);
 }
 
+void leave_empty_group(dpm_route_entry &route) {
+    (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
+    for (std::int32_t &host_index : route.host_index)
+        if (host_index > 0)
+            host_index = DPM_ROUTE_UNRESOLVED;
+}
+
 void adopt_chip_entry(route_record &record) {
     const dpm_route_entry &route = record.entry;
     const bool is_there = route.sdk_index > 0 && !gives_way(route);

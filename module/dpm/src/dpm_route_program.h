@@ -22,6 +22,13 @@ void restore_cpu_default(const dpm_route_entry &route);
 // The chip refused a route: it stays in the table as one that points nowhere.
 void unresolve(dpm_route_entry &route);
 
+// The chip refused every member of a route's group: nothing may point to it, and the gateways wait.
+void leave_empty_group(dpm_route_entry &route);
+
+// Looks for the hosts of the gateways that a route waits for, and asks for those that are not
+// there.
+void ask_for_gateways(dpm_route_entry &route);
+
 // What the chip holds of a route that another card has programmed.
 void adopt_chip_entry(route_record &record);
 

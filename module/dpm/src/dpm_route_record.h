@@ -11,7 +11,7 @@
 
 struct route_record;
 
-// A gateway that routes of a VRF have, of the family of their destinations.
+// A gateway that routes of a VRF have; their destinations may be of the other family.
 struct route_gateway {
     dpm_avl_node node; // first
     std::uint32_t vrf;

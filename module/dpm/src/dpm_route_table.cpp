@@ -3,6 +3,7 @@
 #include "dpm_route.h"
 
 #include "dpm.h"
+#include "dpm_if.h"
 #include "dpm_trace.h"
 
 #include <cstring>
@@ -29,6 +30,24 @@ ipv4_route_table routes_of(std::uint32_t family) {
 
 bool is_over_tunnel(const dpm_route_entry &route) {
     return std::strncmp(route.np_ifname[0], tunnel_prefix, sizeof tunnel_prefix - 1) == 0;
+}
+
+bool is_same_gateway(const dpm_prefix &a, const dpm_prefix &b) {
+    return a.family == b.family && (is_known_family(a.family) ? dpm_prefix_compare(a, b) == 0
+                                                              : std::memcmp(&a, &b, sizeof a) == 0);
+}
+
+// The place behind of a gateway that stands in a route twice takes no part: one host resolves one.
+bool asks_for_host(const dpm_route_entry &route, std::uint32_t position) {
+    const dpm_prefix &gateway = route.np[position];
+    if (!is_known_family(gateway.family) || dpm_if_is_manage_vlan(route.np_ifname[position]))
+        return false;
+    for (std::uint32_t before = 0; before < position; before++)
+        if (is_same_gateway(route.np[before], gateway) &&
+            (gateway.family == DPM_FAMILY_IPV4 || // its interface does not matter
+             route.np_ifindex[before] == route.np_ifindex[position]))
+            return false;
+    return true;
 }
 
 } // namespace dpm
@@ -58,7 +77,10 @@ int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
         a->destination.family != b->destination.family ||
         dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
         return 0;
-    return std::memcmp(a->np, b->np, a->np_num * sizeof a->np[0]) == 0;
+    for (std::uint32_t i = 0; i < a->np_num; i++)
+        if (!dpm::is_same_gateway(a->np[i], b->np[i]))
+            return 0;
+    return 1;
 }
 
 // Static and directly connected routes are not; what a protocol learnt is.

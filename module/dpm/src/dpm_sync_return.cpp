@@ -51,7 +51,7 @@ void detail_mac(const uint8_t *request_mac) {
               mac[5]);
 }
 
-void detail_vlan_mac(uint16_t vlan, const uint8_t *request_mac) {
+void detail_vlan_mac(uint32_t vlan, const uint8_t *request_mac) {
     const uint8_t *mac = bytes_of(request_mac);
     DPM_PLAIN("\t vid %d mac %02x-%02x-%02x-%02x-%02x-%02x \n\r", vlan, mac[0], mac[1], mac[2],
               mac[3], mac[4], mac[5]);
@@ -72,6 +72,14 @@ void detail_entry(int32_t vrf, uint32_t family, const void *address, uint32_t pr
     detail_address(family, address, prefix_len);
 }
 
+// Values are cut here to the widths of the requests, whatever the driver leaves in the upper bits.
+constexpr uint32_t low16(uint32_t value) {
+    return value & 0xFFFF;
+}
+constexpr uint32_t low8(uint32_t value) {
+    return value & 0xFF;
+}
+
 constexpr uint32_t registry_name_bytes = 128;
 
 } // namespace
@@ -88,19 +96,19 @@ constexpr uint32_t registry_name_bytes = 128;
     }
 
 RESULT(dpm_driver_add_ip_nexthop_result,
-       (uint32_t port_type, uint32_t port_id, const uint32_t *, uint16_t svlan, uint16_t cvlan,
+       (uint32_t port_type, uint32_t port_id, const uint32_t *, uint32_t svlan, uint32_t cvlan,
         const uint8_t *mac, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t port_type %d port_tgid %d vid %d ivid %d\n\r", port_type, port_id, svlan,
-                 cvlan),
+       DPM_PLAIN("\t port_type %d port_tgid %d vid %d ivid %d\n\r", port_type, port_id,
+                 low16(svlan), low16(cvlan)),
        detail_mac(mac))
 
 RESULT(dpm_driver_del_ip_nexthop_result, (uint32_t, uint32_t obj_bit, int result), )
 
 RESULT(dpm_driver_update_ip_nexthop_result,
-       (uint32_t port_type, uint32_t port_id, const uint32_t *, uint16_t svlan, uint16_t cvlan,
+       (uint32_t port_type, uint32_t port_id, const uint32_t *, uint32_t svlan, uint32_t cvlan,
         const uint8_t *mac, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t port_type %d port_tgid %d vid %d ivid %d \n\r", port_type, port_id, svlan,
-                 cvlan),
+       DPM_PLAIN("\t port_type %d port_tgid %d vid %d ivid %d \n\r", port_type, port_id,
+                 low16(svlan), low16(cvlan)),
        detail_mac(mac))
 
 RESULT(dpm_driver_add_ip_entry_result,
@@ -123,25 +131,25 @@ RESULT(dpm_driver_update_ecmp_nexthop_result,
        DPM_PLAIN("\t op_type %s \n\r", ecmp_operation_word(operation)))
 
 RESULT(dpm_driver_add_l3_intf_result,
-       (const uint8_t *mac, uint16_t vlan, const uint32_t *id, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vid %d ifid %d \n\r", vlan, read(id)), detail_mac(mac))
+       (const uint8_t *mac, uint32_t vlan, const uint32_t *id, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vid %d ifid %d \n\r", low16(vlan), read(id)), detail_mac(mac))
 
 RESULT(dpm_driver_delete_l3_intf_result,
-       (const uint8_t *mac, uint16_t vlan, uint32_t obj_bit, int result),
-       detail_vlan_mac(vlan, mac))
+       (const uint8_t *mac, uint32_t vlan, uint32_t obj_bit, int result),
+       detail_vlan_mac(low16(vlan), mac))
 
 RESULT(dpm_driver_interface_vrf_set_result,
-       (int32_t vlan, uint16_t vrf, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vrf_id %d vid %d \n\r", vrf, vlan))
+       (int32_t vlan, uint32_t vrf, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vrf_id %d vid %d \n\r", low16(vrf), vlan))
 
 RESULT(dpm_driver_interface_ipmc_enable_result,
-       (uint16_t vlan, uint32_t type, uint32_t enable, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vid %d type %d enable %d \n\r", vlan, type, enable))
+       (uint32_t vlan, uint32_t type, uint32_t enable, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vid %d type %d enable %d \n\r", low16(vlan), type, enable))
 
 RESULT(dpm_driver_default_route_set_result,
-       (uint32_t family, uint16_t vrf, uint32_t to_cpu, uint32_t, uint32_t, uint32_t obj_bit,
+       (uint32_t family, uint32_t vrf, uint32_t to_cpu, uint32_t, uint32_t, uint32_t obj_bit,
         int result),
-       DPM_PLAIN("\t vrf_id %d ip_type %d state %d \n\r", vrf, family, to_cpu))
+       DPM_PLAIN("\t vrf_id %d ip_type %d state %d \n\r", low16(vrf), family, to_cpu))
 
 RESULT(dpm_driver_mpls_ftn_add_result,
        (const void *, const uint32_t *nhid, const uint32_t *tunnel_id, uint32_t obj_bit,
@@ -158,10 +166,10 @@ RESULT(dpm_driver_mpls_ilm_add_result,
 RESULT(dpm_driver_mpls_ilm_del_result, (const void *, uint32_t obj_bit, int result), )
 
 RESULT(dpm_driver_vpls_add_result,
-       (uint16_t vpls_id, const uint32_t *fid, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vpls_id %d fid %d \n\r", vpls_id, read(fid)))
+       (uint32_t vpls_id, const uint32_t *fid, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vpls_id %d fid %d \n\r", low16(vpls_id), read(fid)))
 
-RESULT(dpm_driver_vpls_del_result, (uint16_t, uint32_t obj_bit, int result), )
+RESULT(dpm_driver_vpls_del_result, (uint32_t, uint32_t obj_bit, int result), )
 
 RESULT(dpm_driver_vpls_ac_entry_add_result,
        (const void *, const uint32_t *nhid, const uint32_t *logic_port, uint32_t obj_bit,
@@ -200,18 +208,18 @@ RESULT(dpm_driver_vpws_entry_update_result,
        DPM_PLAIN("\t pw_nhid %d aps_id %d \n\r", read(pw_nhid), read(aps_id)))
 
 RESULT(dpm_driver_interface_mpls_enable_result,
-       (uint16_t vlan, uint8_t enable, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vid %d enable %s \n\r", vlan, enable_word(enable)))
+       (uint32_t vlan, uint32_t enable, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vid %d enable %s \n\r", low16(vlan), enable_word(low8(enable))))
 
 RESULT(dpm_driver_pw_group_switch_result,
        (uint32_t group, uint32_t protect, uint32_t obj_bit, int result),
        DPM_PLAIN("\t pw_id %d protect_en %s \n\r", group, enable_word(protect)))
 
 RESULT(dpm_driver_port_scl_key_type_set_result,
-       (uint32_t port_type, uint16_t port, uint16_t subport, uint8_t direction, uint8_t key_type,
+       (uint32_t port_type, uint32_t port, uint32_t subport, uint32_t direction, uint32_t key_type,
         uint32_t obj_bit, int result),
-       DPM_PLAIN("\t port_type %d port %d subport %d direction %d key_type %d\n\r", port_type, port,
-                 subport, direction, key_type))
+       DPM_PLAIN("\t port_type %d port %d subport %d direction %d key_type %d\n\r", port_type,
+                 low16(port), low16(subport), low8(direction), low8(key_type)))
 
 // The members whose one line differs from the family's.
 
