@@ -5,6 +5,7 @@
 // An input is a byte of what to do at the end, and calls.  A call fills its buffer with zeros and
 // lays its bytes over them at an offset, so that short inputs make whole records.
 #include "chassis/chassis.h"
+#include "chassis/tables/tables.h"
 #include "fuzz/input.h"
 
 #include "dpm.h"
@@ -13,6 +14,8 @@
 #include <memory>
 
 namespace {
+
+namespace tables = chassis::tables;
 
 struct Receiver {
     int (*receive)(const void *buffer, std::uint32_t length_bytes);
@@ -31,6 +34,10 @@ enum Ending : unsigned {
     slot_up = 16,
     show = 32
 };
+
+constexpr void (*shows[])() = {dpm_ipv4_host_show,      dpm_ipv6_host_show,     dpm_nexthop_show,
+                               dpm_ipv4_ecmp_show,      dpm_ipv4_route_show,    dpm_ipv6_route_show,
+                               dpm_mpls_ftn_table_show, dpm_mpls_ilm_table_show};
 
 constexpr std::uint8_t huge_length = 0x80;
 
@@ -92,21 +99,19 @@ template <auto First, auto Next> void walk_family(std::uint32_t family) {
         check(*entry, family);
 }
 
-void walk_tables() {
-    norix_dpm_sem_take();
+// Each record is read as a show reads it, and holds what readers rely on.
+void walk_tables(chassis::Card &card) {
+    const tables::Reading reading(card);
+    for (const tables::Table &table : tables::all())
+        table.each(reading, [](const tables::Row &row) { (void)row.cells(); });
     for (const std::uint32_t family : {1u, 2u}) {
         walk_family<dpm_api_get_host_entry_first, dpm_api_get_host_entry_next>(family);
         walk_family<dpm_api_get_route_entry_first, dpm_api_get_route_entry_next>(family);
         walk_family<dpm_api_get_ecmp_entry_first, dpm_api_get_ecmp_entry_next>(family);
     }
-    for (auto *nexthop = dpm_api_get_nexthop_entry_first(); nexthop != nullptr;
-         nexthop = dpm_api_get_nexthop_entry_next(nexthop))
-        (void)nexthop->cnt;
-    for (auto *ftn = dpm_api_ftn_entry_first(); ftn != nullptr; ftn = dpm_api_ftn_entry_next(ftn))
-        (void)ftn->flags;
-    for (auto *ilm = dpm_api_ilm_entry_first(); ilm != nullptr; ilm = dpm_api_ilm_entry_next(ilm))
-        fuzz::require(is_terminated(ilm->out_ifname), "a label's interface name has its end");
-    norix_dpm_sem_give();
+    tables::ilm.each([](const dpm_ilm &ilm) {
+        fuzz::require(is_terminated(ilm.out_ifname), "a label's interface name has its end");
+    });
 }
 
 void end(chassis::Card &card, unsigned ending) {
@@ -122,16 +127,9 @@ void end(chassis::Card &card, unsigned ending) {
     (void)card.pump();
     card.os.advance(120'000'000'000); // probes and checks run
     (void)card.pump();
-    if (ending & show) {
-        dpm_ipv4_host_show();
-        dpm_ipv6_host_show();
-        dpm_nexthop_show();
-        dpm_ipv4_ecmp_show();
-        dpm_ipv4_route_show();
-        dpm_ipv6_route_show();
-        dpm_mpls_ftn_table_show();
-        dpm_mpls_ilm_table_show();
-    }
+    if (ending & show)
+        for (const auto print : shows)
+            print();
 }
 
 } // namespace
@@ -148,9 +146,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     while (!input.empty())
         call(input);
     (void)card->pump();
-    walk_tables();
+    walk_tables(*card);
     end(*card, ending);
-    walk_tables();
+    walk_tables(*card);
     fuzz::require(card->os.bad_frees() == 0, "blocks are given back once");
     fuzz::require(card->os.handle_errors() == 0, "handles are good");
     // The one thing that the library takes from elsewhere than the card, and never gives back.

@@ -11,39 +11,13 @@
 
 namespace fuzz {
 
+// clang-format off
 inline constexpr std::string_view common_words[] = {
-    "10.1.1.2",
-    "10.1.1.1/24",
-    "dev",
-    "vlanif100",
-    "lladdr",
-    "02:00:00:00:01:02",
-    "vlan",
-    "100",
-    "port",
-    "3",
-    "10.1.1.3",
-    "trunk",
-    "vrf",
-    "1",
-    "--json",
-    "2001:db8::2",
-    "2001:db8::1/64",
-    "fe80::2",
-    "02:00:00:00:01:03",
-    "vlanif200",
-    "200",
-    "30s",
-    "nud",
-    "FAILED",
-    "route",
-    "nexthop",
-    "allocation",
-    "skip",
-    "super",
-    "60000s",
-    "clear",
-};
+    "10.1.1.2", "10.1.1.1/24", "dev", "vlanif100", "lladdr", "02:00:00:00:01:02", "vlan", "100",
+    "port", "3", "10.1.1.3", "trunk", "vrf", "1", "--json", "2001:db8::2", "2001:db8::1/64",
+    "fe80::2", "02:00:00:00:01:03", "vlanif200", "200", "30s", "nud", "FAILED", "route", "nexthop",
+    "allocation", "skip", "super", "60000s", "clear"};
+// clang-format on
 
 inline std::string expand(std::string_view bytes) {
     std::string line;
