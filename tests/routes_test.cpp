@@ -381,7 +381,10 @@ namespace {
 
 // "raw OPER PREFIX [FIELD NUMBER]": a request over {a}'s address, as no command makes it.
 void request(rig::RowShelf &shelf, const rig::Words &words) {
-    dpm_route_msg msg = rig::msg_of(shelf.master(), {.prefix = words[2], .via = {{"10.1.1.1"}}});
+    dpm_route_msg msg{};
+    msg.route_type = msg.np_num = 1;
+    msg.destination = rig::prefix_of(words[2]), msg.np[0] = rig::prefix_of("10.1.1.1");
+    msg.np_ifindex[0] = shelf.master().suite.find("vlanif100")->ifindex;
     const auto value = words.size() > 4 ? std::uint32_t(std::stoul(words[4])) : 0;
     const std::string field = words.size() > 3 ? words[3] : "";
     if (field == "gateways")

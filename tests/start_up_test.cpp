@@ -77,7 +77,7 @@ TEST_F(Settings, ACardWithoutTimerListWorksButTimesNothing) {
     dpm_timer_list_delete(std::exchange(g_dpm_global.timer_list, nullptr));
     add_interface("vlanif100", 100);
     learn_host({.port = 3});
-    port_down(3);
+    run("port down 3");
     EXPECT_EQ(hosts(master()).size(), 1u);
     EXPECT_EQ(holds(master()).size(), 1u) << "and it stays";
     EXPECT_EQ(logged(master(), "dpm_timer_start"), 1u);

@@ -2,11 +2,26 @@
 
 #include "support/shelf.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 namespace rig {
+
+Words words_of(const std::string &text) {
+    std::istringstream stream(text);
+    Words words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+
+std::string word_behind(const Words &words, const std::string &word, const char *otherwise) {
+    const auto at = std::find(words.begin(), words.end(), word);
+    return at == words.end() || at + 1 == words.end() ? otherwise : at[1];
+}
 
 dpm_prefix prefix_of(const std::string &text) {
     const std::size_t slash = text.find('/');

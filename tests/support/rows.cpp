@@ -101,59 +101,24 @@ std::string source_of(const std::string &command, const std::vector<std::string>
     return text + "},\n";
 }
 
-bool has_word(const Words &words, const std::string &word) {
-    return std::find(words.begin(), words.end(), word) != words.end();
-}
-
-int change_label(RowShelf &shelf, const Words &words) {
-    const unsigned flags = has_word(words, "waits") ? DPM_LABEL_WAITING : DPM_LABEL_PROGRAMMED;
-    if (words[0] == "ftn") {
-        Ftn ftn{.prefix = words[2], .nhop = word_behind(words, "via", "10.1.1.1"), .flags = flags};
-        ftn.vrf = unsigned(std::stoul(word_behind(words, "vrf", "0")));
-        ftn.label = unsigned(std::stoul(word_behind(words, "label", "1000")));
-        return words[1] == "add" ? shelf.add_ftn(ftn) : shelf.del_ftn(ftn);
-    }
-    Ilm ilm{.label = unsigned(std::stoul(words[2])), .flags = flags};
-    ilm.nhop = word_behind(words, "via", "10.1.1.1");
-    ilm.ifname = word_behind(words, "dev", "vlanif100");
-    ilm.egress = has_word(words, "egress");
-    return words[1] == "add" ? shelf.add_ilm(ilm) : shelf.del_ilm(ilm);
-}
-
 void make_exception(Exceptions &exceptions, const Words &words) {
     const unsigned number = words.size() > 2 ? unsigned(std::stoul(words[2])) : 1;
-    const std::map<std::string, unsigned Exceptions::*> numbers{
-        {"mistakes", &Exceptions::mistakes},   {"failed-checks", &Exceptions::failed_checks},
-        {"leaks", &Exceptions::nexthop_leaks}, {"group-leaks", &Exceptions::group_leaks},
+    const std::map<std::string, unsigned Exceptions::*> known{
+        {"mistakes", &Exceptions::mistakes},
+        {"failed-checks", &Exceptions::failed_checks},
+        {"leaks", &Exceptions::nexthop_leaks},
+        {"group-leaks", &Exceptions::group_leaks},
         {"blocks", &Exceptions::blocks},
-    };
-    const std::map<std::string, bool Exceptions::*> flags{
         {"adrift", &Exceptions::routes_adrift},
         {"chip-differs", &Exceptions::chip_differs},
         {"standby-differs", &Exceptions::standby_differs},
     };
-    if (const auto found = numbers.find(words[1]); found != numbers.end())
-        exceptions.*found->second = number;
-    else if (const auto flag = flags.find(words[1]); flag != flags.end())
-        exceptions.*flag->second = number != 0;
-    else
-        ADD_FAILURE() << "no such exception: " << words[1];
+    const auto found = known.find(words[1]);
+    ASSERT_NE(found, known.end()) << "no such exception: " << words[1];
+    exceptions.*found->second = number;
 }
 
 } // namespace
-
-std::string word_behind(const Words &words, const std::string &word, const char *otherwise) {
-    const auto at = std::find(words.begin(), words.end(), word);
-    return at == words.end() || at + 1 == words.end() ? otherwise : at[1];
-}
-
-Words words_of(const std::string &text) {
-    std::istringstream stream(text);
-    Words words;
-    for (std::string word; stream >> word;)
-        words.push_back(word);
-    return words;
-}
 
 Verb::Verb(const char *word, std::function<void(RowShelf &, const Words &)> act) {
     added_verbs()[word] = std::move(act);
@@ -280,8 +245,6 @@ bool RowShelf::perform_verb(const std::string &command) {
         standby_lost();
     else if (verb == "hold" || verb == "go")
         hold(verb == "hold");
-    else if (verb == "ftn" || verb == "ilm")
-        change_label(*this, words) == 0 ? void() : answers_.push_back("refused");
     else if (verb == "allow")
         make_exception(allow(), words);
     else if (verb == "many")

@@ -25,10 +25,8 @@
 //
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
 // standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER], shown
-// FUNCTION (of the library, that prints), call FUNCTION NUMBER... (exported; 0 is
-// a null pointer too), many COUNT COMMAND (each with another number for #),
-// ftn add|del PREFIX via IP [vrf VRF] [label LABEL] [waits], ilm add|del LABEL [via IP] [dev NAME]
-// [waits] [egress].
+// FUNCTION (of the library, that prints), call FUNCTION NUMBER... (exported; 0 is a null pointer
+// too), many COUNT COMMAND (each with another number for #).
 //
 // A row that fails is printed with what it did, as it would be written here.  With DPM_ROWS=print
 // in the environment every row is.
@@ -62,10 +60,6 @@ struct RowOptions {
 
 inline const std::vector<Role> mirroring = {Role::mirroring}, alone = {Role::alone},
                                with_standby = {Role::mirroring, Role::taken_over};
-
-using Words = std::vector<std::string>;
-Words words_of(const std::string &text);
-std::string word_behind(const Words &words, const std::string &word, const char *otherwise = "");
 
 // A shelf of one family and role, to which rows are done.
 class RowShelf : public Shelf {

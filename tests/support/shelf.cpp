@@ -6,6 +6,8 @@
 #include "chassis/tables/tables.h"
 #include "dpm.h"
 #include "dpm_host.h"
+#include "dpm_route.h"
+#include "platform/dal.h"
 #include "support/laws.h"
 
 #include <algorithm>
@@ -206,6 +208,12 @@ ctl::Reply Shelf::run_on(Card &card, const std::string &command) {
 }
 
 ctl::Reply Shelf::run(const std::string &text) {
+    if (const Words words = words_of(text);
+        words.size() > 2 && (words[0] == "ftn" || words[0] == "ilm") && words[1] != "show") {
+        const bool done = change_label(words);
+        settle_verb();
+        return {done ? ctl::Status::ok : ctl::Status::failed, done ? "" : "the library refused"};
+    }
     const std::string command = completed(text);
     const bool is_for_both = goes_to_both(command);
     if (is_for_both) {
@@ -229,13 +237,6 @@ ctl::Reply Shelf::run(const std::string &text) {
 int Shelf::learn_host(const Neighbour &neighbour) {
     CardScope scope(master());
     const int result = master().stack.learn(info_of(master(), neighbour));
-    settle_verb();
-    return result;
-}
-
-int Shelf::forget_host(const Neighbour &neighbour) {
-    CardScope scope(master());
-    const int result = master().stack.lose(info_of(master(), neighbour));
     settle_verb();
     return result;
 }
@@ -356,6 +357,27 @@ const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {
             found = &host;
     });
     return found;
+}
+
+dpm_route_entry *Shelf::route(Card &card, const std::string &prefix, unsigned vrf) {
+    CardScope scope(card);
+    return dpm::find_route(vrf, prefix_of(prefix));
+}
+
+std::string Shelf::forwards(const std::string &address, unsigned vrf) {
+    const dpm_prefix ip = prefix_of(address);
+    const auto answer = master().chip.lookup(std::int32_t(vrf), ip.family, ip.address);
+    if (!answer)
+        return "";
+    std::map<std::uint32_t, std::string> names{{DAL_NEXTHOP_TO_CPU, "cpu"}};
+    for (const dpm_host_entry &host : hosts(master()))
+        names.emplace(host.sdk_index, text_of(host.ip));
+    dpm_prefix entry{std::uint16_t(ip.family), std::uint16_t(answer->entry.prefix_len), {}};
+    std::copy(answer->entry.bytes.begin(), answer->entry.bytes.end(), entry.address);
+    std::string text = text_of(entry) + " ->";
+    for (const std::uint32_t member : answer->members)
+        text += " " + (names.contains(member) ? names[member] : "?");
+    return answer->members.empty() ? text + " nowhere" : text;
 }
 
 // --- the laws ---

@@ -41,21 +41,6 @@ struct Neighbour {
     unsigned vrf = 0;        // that the IP stack knows it in
 };
 
-// A gateway of a route; an empty address leaves the interface alone.
-struct Gateway {
-    std::string ip = "10.1.1.2";
-    std::string ifname = "vlanif100";
-};
-
-// A route as a scenario tells it.
-struct Route {
-    std::string prefix = "10.2.0.0/16"; // either family, host bits as given
-    std::vector<Gateway> via = {{}};
-    unsigned vrf = 0;
-    unsigned type = 1;                   // dynamic
-    std::optional<unsigned> np_num = {}; // when it is not the number of gateways
-};
-
 // A label entry for a prefix: a tunnel in VRF 0, a VPN route in another.
 struct Ftn {
     std::string prefix = "10.2.0.0/16";
@@ -73,6 +58,10 @@ struct Ilm {
     bool egress = false;
 };
 
+using Words = std::vector<std::string>;
+Words words_of(const std::string &text);
+std::string word_behind(const Words &words, const std::string &word, const char *otherwise = "");
+
 // Records from text; a text that cannot be read fails the test.
 dpm_prefix prefix_of(const std::string &text); // "10.1.1.2" or "2001:db8::/64"
 std::array<std::uint8_t, DPM_MAC_BYTES> mac_of(const std::string &text);
@@ -80,7 +69,6 @@ std::string text_of(const dpm_prefix &ip);
 std::string
 text_of(const dpm_host_entry &host); // "10.1.1.2 02:00:00:00:01:02 vlanif100 vlan 100 port 3"
 dpm_host_info info_of(const Card &card, const Neighbour &neighbour);
-dpm_route_msg msg_of(const Card &card, const Route &route);
 dpm_ftn record_of(const Ftn &ftn);
 dpm_ilm record_of(const Card &card, const Ilm &ilm);
 
@@ -93,10 +81,10 @@ struct Exceptions {
     unsigned failed_checks = 0;   // of the library, on all cards together
     unsigned nexthop_leaks = 0;   // references of next hops without a host
     unsigned group_leaks = 0;     // groups that no route points to
-    bool routes_adrift = false;   // a refusal left routes that do not follow their hosts
     unsigned blocks = 0;          // live on the master and held by the test
-    bool chip_differs = false;    // the chip is not what the tables say
-    bool standby_differs = false; // the standby is not what the master says
+    unsigned routes_adrift = 0;   // not 0: a refusal left routes that do not follow their hosts
+    unsigned chip_differs = 0;    // not 0: the chip is not what the tables say
+    unsigned standby_differs = 0; // not 0: the standby is not what the master says
 };
 
 enum class Start {
@@ -118,7 +106,10 @@ public:
 
     // A command, as dpmctl gives it: settings and events of links to both cards, settings again to
     // one that comes later, anything else to the master.  Time passes as by advance().  What a
-    // neighbour's command leaves open is vlanif100, and a MAC that ends as its address does.
+    // neighbour's command leaves open is vlanif100, and a MAC that ends as its address does.  The
+    // rig's own commands are ftn add|del PREFIX [via IP] [vrf VRF] [label LABEL] [waits], which is
+    // refused when the chip does not let a route go and the entry waits, and ilm add|del LABEL [via
+    // IP] [dev NAME] [waits] [egress].
     ctl::Reply run(const std::string &command);
     ctl::Reply run_on(Card &card, const std::string &command);
 
@@ -130,43 +121,14 @@ public:
         return command("if add " + name + " vlan " + std::to_string(vlan) +
                        (type == DPM_IF_SUPERVLAN ? " super" : ""));
     }
-    int del_interface(const std::string &name) { return command("if del " + name); }
     int add_address(const std::string &name, const std::string &prefix) {
         return command("addr add " + prefix + " dev " + name);
-    }
-    int del_address(const std::string &name, const std::string &prefix) {
-        return command("addr del " + prefix + " dev " + name);
     }
     int set_vrf(const std::string &name, unsigned vrf) {
         return command("if vrf " + name + " " + std::to_string(vrf));
     }
-    int add_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
-        return command("sub add " + std::to_string(super_vlan) + " " + std::to_string(sub_vlan));
-    }
-    int del_sub_vlan(unsigned super_vlan, unsigned sub_vlan) {
-        return command("sub del " + std::to_string(super_vlan) + " " + std::to_string(sub_vlan));
-    }
-
-    // Neighbours, reported by the master's IP stack.
+    // A neighbour, reported by the master's IP stack.
     int learn_host(const Neighbour &neighbour);
-    int forget_host(const Neighbour &neighbour);
-
-    // Routes, installed in the master by the routing suite.
-    int add_route(const Route &route);
-    int del_route(const Route &route);
-
-    // Label entries, changed on the master's worker as its label code does it: the table, the route
-    // to the same prefix, the mirror.  Nothing stands for their own programming in the chip.
-    int add_ftn(const Ftn &ftn); // -1 when the chip would not let the route go: the entry waits
-    int del_ftn(const Ftn &ftn);
-    int add_ilm(const Ilm &ilm);
-    int del_ilm(const Ilm &ilm);
-
-    // Links, seen by both cards.
-    void port_down(unsigned port) { command("port down " + std::to_string(port)); }
-    void port_up(unsigned port) { command("port up " + std::to_string(port)); }
-    void trunk_down(unsigned trunk) { command("trunk down " + std::to_string(trunk)); }
-    void trunk_up(unsigned trunk) { command("trunk up " + std::to_string(trunk)); }
 
     // Moves both clocks; the timers of both cards fire at their time, in order.
     void advance(unsigned seconds);
@@ -225,7 +187,7 @@ private:
     void keep_setting(const ctl::Parsed &line, const std::string &command);
     void replay(Card &card);
     void end_card(unsigned index);
-    int request_route(const Route &route, std::uint32_t oper);
+    bool change_label(const Words &words);
     void settle_verb() { held_ ? void() : settle(); }
     std::int64_t nsec_to_next_timer();
 
