@@ -280,14 +280,6 @@ void Shelf::settle() {
     ADD_FAILURE() << "the cards do not come to rest";
 }
 
-void Shelf::refuse(chip::Function kind, unsigned count, int code, unsigned skip) {
-    master().chip.refuse(kind, count, code, skip);
-}
-
-void Shelf::fail(os::Fault kind, unsigned nth, unsigned count) {
-    master().os.fail(kind, nth, count);
-}
-
 // --- journal and tables ---
 
 std::vector<std::string> Shelf::log(const Card &card) const {
@@ -300,11 +292,9 @@ std::vector<std::string> Shelf::log(const Card &card) const {
     return lines;
 }
 
-unsigned Shelf::logged(const Card &card, const std::string &substring) const {
-    const auto lines = log(card);
-    return unsigned(std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
-        return line.find(substring) != std::string::npos;
-    }));
+unsigned Shelf::logged(const Card &card, const std::string &part) const {
+    return unsigned(std::ranges::count_if(
+        log(card), [&](const std::string &line) { return line.find(part) != line.npos; }));
 }
 
 void Shelf::clear_journal() {
@@ -323,24 +313,6 @@ void Shelf::keep_log(bool on) {
         card->chip.record(on);
     }
 }
-
-// One row a reader: the entries of a table, in its order.
-#define READER(name, entry, table)                                                                 \
-    std::vector<entry> Shelf::name(Card &card) {                                                   \
-        const CardScope scope(card);                                                               \
-        std::vector<entry> all;                                                                    \
-        tables::table.each([&all](const entry &one) { all.push_back(one); });                      \
-        return all;                                                                                \
-    }
-READER(hosts, dpm_host_entry, hosts)
-READER(nexthops, dpm_nexthop_entry, nexthops)
-READER(interfaces, dpm_if_entry, interfaces)
-READER(unreachables, dpm_unreachable_entry, unreachable)
-READER(holds, dpm_hold_entry, hold)
-READER(routes, dpm_route_entry, routes)
-READER(groups, dpm_ecmp_entry, ecmp)
-READER(ftns, dpm_ftn, ftn)
-READER(ilms, dpm_ilm, ilm)
 
 std::vector<std::string> Shelf::host_texts(Card &card) {
     std::vector<std::string> texts;

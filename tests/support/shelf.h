@@ -17,6 +17,7 @@
 #include "chassis/ctl/grammar.h"
 #include "chassis/ctl/server/server.h"
 #include "chassis/journal/journal.h"
+#include "chassis/tables/tables.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -143,28 +144,40 @@ public:
     void switch_over(); // the master is gone and the standby takes its place
 
     // Faults on the master.
-    void refuse(chassis::chip::Function kind, unsigned count = 1, int code = -1, unsigned skip = 0);
-    void fail(chassis::os::Fault kind, unsigned nth = 1, unsigned count = 1);
+    void refuse(chassis::chip::Function kind, unsigned count = 1, int code = -1,
+                unsigned skip = 0) {
+        master().chip.refuse(kind, count, code, skip);
+    }
+    void fail(chassis::os::Fault kind, unsigned nth = 1, unsigned count = 1) {
+        master().os.fail(kind, nth, count);
+    }
 
     // What was logged and asked of the chip since the last clear_journal().
     std::vector<std::string> log(const Card &card) const;
-    unsigned logged(const Card &card, const std::string &substring) const;
+    unsigned logged(const Card &card, const std::string &part) const;
     std::vector<std::string> chip_calls(const Card &card) const { return card.chip.journal(); }
     void clear_journal();
     void keep_log(bool on); // long walks do without
 
-    // The tables.
-    std::vector<dpm_host_entry> hosts(Card &card); // IPv4, then IPv6, in table order
-    std::vector<dpm_nexthop_entry> nexthops(Card &card);
-    std::vector<dpm_if_entry> interfaces(Card &card);
-    std::vector<dpm_unreachable_entry> unreachables(Card &card);
-    std::vector<dpm_hold_entry> holds(Card &card);
+    // The tables in their order, IPv4 before IPv6.
+    template <class Record>
+    std::vector<Record> all(Card &card, const chassis::tables::TableOf<Record> &table) {
+        const auto scope = as(card);
+        std::vector<Record> records;
+        table.each([&](const Record &record) { records.push_back(record); });
+        return records;
+    }
+    auto hosts(Card &card) { return all(card, chassis::tables::hosts); }
+    auto nexthops(Card &card) { return all(card, chassis::tables::nexthops); }
+    auto interfaces(Card &card) { return all(card, chassis::tables::interfaces); }
+    auto unreachables(Card &card) { return all(card, chassis::tables::unreachable); }
+    auto holds(Card &card) { return all(card, chassis::tables::hold); }
+    auto routes(Card &card) { return all(card, chassis::tables::routes); }
+    auto groups(Card &card) { return all(card, chassis::tables::ecmp); }
+    auto ftns(Card &card) { return all(card, chassis::tables::ftn); }
+    auto ilms(Card &card) { return all(card, chassis::tables::ilm); }
     std::vector<std::string> host_texts(Card &card);
     const dpm_host_entry *host(Card &card, const std::string &ip); // the first with this address
-    std::vector<dpm_route_entry> routes(Card &card);               // IPv4, then IPv6
-    std::vector<dpm_ecmp_entry> groups(Card &card);                // IPv4, then IPv6
-    std::vector<dpm_ftn> ftns(Card &card);
-    std::vector<dpm_ilm> ilms(Card &card);
     // The record in the table, or null.
     dpm_route_entry *route(Card &card, const std::string &prefix, unsigned vrf = 0);
     // What the chip answers for an address: "10.2.0.0/16 -> 10.1.1.2 10.1.1.3", the hosts by
