@@ -78,9 +78,6 @@ class Shelf(unittest.TestCase):
     def rows(self, command, card=None):
         return json.loads(self.ctl(command + " --json", card))
 
-    def addresses(self, card=None):
-        return [host["address"] for host in self.rows("show hosts", card)]
-
     def learn(self, ip, last=2, port=3):
         self.ctl(f"neigh add {ip} lladdr 02:00:00:00:01:{last:02x} dev vlanif100 port {port}")
 
@@ -201,7 +198,6 @@ class TwoCards(Shelf):
             "slot 9 and slot 10 agree: .*hosts 3, .*nexthops 1,.*\n"
             "slot 9: chip and tables agree: .*entries 4, interfaces 1, next hops 1",
         )
-        self.assertEqual(self.addresses(9), self.addresses(10))
         indexes = [self.rows("show interfaces", slot)[0]["ifindex"] for slot in (9, 10)]
         self.assertNotEqual(*indexes)
         both = self.ctl("show hosts --count", "both").split("\n")[0]
@@ -269,72 +265,54 @@ class Import(Shelf):
     LINES = """\
 10.1.1.2 dev vlanif100 lladdr 02:00:00:00:01:02 REACHABLE
 10.1.1.4 dev eth0 lladdr 02:00:00:00:01:04 PERMANENT
-fd00:100::2 dev vlanif100 lladdr 02:00:00:00:01:02 proto kernel DELAY
 10.1.1.5 dev vlanif100  INCOMPLETE
 10.1.1.6 dev wlan0 lladdr 02:00:00:00:01:06 PROBE
 10.1.1.2 dev vlanif100  FAILED
 red \x1b[31m
-Deleted 10.1.1.4 dev vlanif100"""
-
-    # What is cut off may change what a line says.
-    CUT = """\
-Deleted 10.1.1.4 lladdr 02:00:00:00:01:04 STALE
-10.2.0.0/16 via 10.1.1.4
-10.11.0.0/16 scope link
-10.4.0.0/16 proto bird
-\tnexthop via 10.1.1.4 weight 1
-\tnexthop via 10.1"""
-
-    ROUTES = """\
-default via 10.1.1.2 dev vlanif100 proto bird metric 32
-10.1.1.0/24 dev vlanif100 proto kernel scope link src 10.1.1.1
-10.2.0.0/16 proto bird \\\tnexthop via 10.1.1.2 dev vlanif100 \\\tnexthop via 10.1.1.3 dev vlanif100
-10.3.0.0/16 via 10.9.1.1 dev wlan0 proto bird
+10.2.0.0/16 proto bird \\\tnexthop via 10.1.1.2 dev vlanif100 \\\tnexthop via 10.1.1.4 dev eth0
 unreachable 10.4.0.0/16 proto static
 fe80::/64 dev vlanif100 proto kernel metric 256 pref medium
-default via fd00:100::2 dev vlanif100 proto bird metric 32 pref medium
 fd05::/48 proto bird metric 32 pref medium
 \tnexthop via fd00:100::2 dev vlanif100 weight 1\x20
 \tnexthop via fd00:100::3 dev vlanif100 weight 1\x20
-10.6.0.0/16 via 10.1.1.2 dev vlanif100
-10.7.0.0/16 sideways 100 via 10.1.1.2 dev vlanif100
-Deleted 10.6.0.0/16 via 10.1.1.2 dev vlanif100
 Deleted fd05::/48 via fd00:100::3 dev vlanif100 proto bird metric 32 pref medium
 10.8.0.0/16 via 10.1.1.2 dev vlanif100
 blackhole 10.8.0.0/16
 10.9.0.0/16 via 10.1.1.2 dev vlanif100
 10.9.0.0/16 via 10.9.1.1 dev wlan0
-"""
+Deleted 10.1.1.4 dev vlanif100"""
+
+    # What is cut off may change what a line says.
+    CUT = """\
+Deleted 10.1.1.4 lladdr 02:00:00:00:01:04 STALE
+10.3.0.0/16 scope link
+10.4.0.0/16 proto bird
+\tnexthop via 10.1.1.4 weight 1
+\tnexthop via 10.1"""
 
     def test_takes_the_lines_of_ip_as_they_stand(self):
         self.start_shelf()
-        summary = "{} lines: {} added, {} removed, {} skipped, {} refused\n"
         withdrawn = "is withdrawn: what took its place is not installed"
-        for options, input, counts, *errors in [
-            (f"file {self.dir}", "", (0, 0, 0, 0, 0), f"import: {self.dir}: Is a directory"),
-            ("--dev-map eth0=vlanif100 --port 7", self.LINES, (8, 3, 1, 3, 1),
+        for options, input, counts, hosts, *errors in [
+            (f"file {self.dir}", "", "0 lines: 0 added, 0 removed, 0 skipped, 0 refused", [],
+             f"import: {self.dir}: Is a directory"),
+            ("--dev-map eth0=vlanif100 --port 7", self.LINES,
+             "16 lines: 6 added, 2 removed, 7 skipped, 1 refused", [("10.1.1.4", "7")],
              "lines are skipped: unknown interface 'wlan0'",
              "neither neighbour nor route: red \\x1b[31m\n",
-             "cut short, and left out: Deleted 10.1.1.4"),
-            ("--dev eth0 --dev-map eth0=vlanif100", self.CUT, (4, 2, 1, 0, 1), "cut short"),
-            ("", self.ROUTES, (16, 8, 2, 6, 0),
              "unreachable routes", "blackhole routes", "routes of one link",
-             "unknown interface 'wlan0'", "neither neighbour nor route: 10.7.0.0/16 sideways",
-             f"10.8.0.0/16 {withdrawn}", f"10.9.0.0/16 {withdrawn}"),
+             f"10.8.0.0/16 {withdrawn}", f"10.9.0.0/16 {withdrawn}",
+             "cut short, and left out: Deleted 10.1.1.4"),
+            ("--dev eth0 --dev-map eth0=vlanif100", self.CUT,
+             "3 lines: 1 added, 1 removed, 0 skipped, 1 refused", [], "cut short"),
         ]:
-            status = int(counts[4] > 0 or not input)
-            said = self.ctl("import " + options, input=input, status=status, errors=errors)
-            self.assertEqual(said, summary.format(*counts), options)
-            if input == self.LINES:
-                self.assertEqual(self.addresses(10), ["10.1.1.4", "fd00:100::2"])
-                self.assertEqual(self.rows("show hosts 10.1.1.4")[0]["port"], "7")
-            if input == self.CUT:
-                self.assertEqual(self.ctl("show routes --count"), "2\n")
+            said = self.ctl("import " + options, input=input, status=1, errors=errors)
+            there = [(host["address"], host["port"]) for host in self.rows("show hosts", 10)]
+            self.assertEqual((said, there), (counts + "\n", hosts))
         routes = {row["destination"]: row for row in self.rows("show routes")}
-        counted = {name: (row["type"], len(row["gateways"])) for name, row in routes.items()}
-        self.assertEqual(counted, {
-            "0.0.0.0/0": (9, 1), "10.1.1.0/24": (2, 1), "10.2.0.0/16": (9, 2),
-            "10.11.0.0/16": (3, 1), "::/0": (9, 1), "fd05::/48": (9, 1)})
+        told = {name: (row["type"], len(row["gateways"])) for name, row in routes.items()}
+        wanted = {"10.2.0.0/16": (9, 2), "10.3.0.0/16": (3, 1), "fd05::/48": (9, 1)}
+        self.assertEqual(told, wanted)
         self.ctl("verify")
 
     def test_applies_each_line_as_it_arrives_and_follows_the_master(self):
@@ -345,7 +323,7 @@ blackhole 10.8.0.0/16
         def report(ip):
             importer.stdin.write(f"{ip} dev vlanif100 lladdr 02:00:00:00:01:02 REACHABLE\n")
             importer.stdin.flush()
-            self.wait_until(f"{ip} is there", lambda: ip in self.addresses(10))
+            self.wait_until(f"{ip} is there", lambda: ip in self.ctl("show hosts", 10))
 
         report("10.1.1.2")
         self.ctl("verify")
