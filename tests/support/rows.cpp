@@ -214,16 +214,21 @@ std::string RowShelf::shown(const std::string &function) const {
     return show ? testing::internal::GetCapturedStdout() : "no such function";
 }
 
-// What a function answers to words of the machine, as both ABIs pass them; it takes as many as it
-// knows.
+// What a function answers to words of the machine, as both ABIs pass them: numbers, addresses of an
+// IP address's bytes, texts.  It takes as many as it knows.
 std::string RowShelf::called(const Words &words) const {
-    using Function = int (*)(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t,
-                             std::uint32_t, std::uint32_t);
+    using Function = int (*)(std::uintptr_t, std::uintptr_t, std::uintptr_t, std::uintptr_t,
+                             std::uintptr_t, std::uintptr_t);
     const auto function = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, words[1].c_str()));
-    std::uint32_t word[6] = {};
+    dpm_prefix ip[8] = {};
+    std::uintptr_t at[8] = {};
     for (std::size_t i = 2; i < std::min<std::size_t>(words.size(), 8); ++i)
-        word[i - 2] = std::uint32_t(std::stoll(words[i], nullptr, 0));
-    return function ? std::to_string(function(word[0], word[1], word[2], word[3], word[4], word[5]))
+        if (words[i].find_first_of(".:") != words[i].npos)
+            ip[i] = prefix_of(words[i]), at[i] = std::uintptr_t(ip[i].address);
+        else
+            at[i] = std::isalpha(words[i][0]) ? std::uintptr_t(words[i].c_str())
+                                              : std::uintptr_t(std::stoll(words[i], nullptr, 0));
+    return function ? std::to_string(function(at[2], at[3], at[4], at[5], at[6], at[7]))
                     : "no such function";
 }
 

@@ -25,8 +25,8 @@
 //
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
 // standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER], shown
-// FUNCTION (of the library, that prints), call FUNCTION NUMBER... (exported; 0 is a null pointer
-// too), many COUNT COMMAND (each with another number for #).
+// FUNCTION (of the library, that prints), call FUNCTION [NUMBER|IP|TEXT]... (exported; 0 is a null
+// pointer too), many COUNT COMMAND (each with another number for #).
 //
 // A row that fails is printed with what it did, as it would be written here.  With DPM_ROWS=print
 // in the environment every row is.
