@@ -8,49 +8,42 @@
 
 #include <cstring>
 
-using rig::alone;
+using rig::once;
 
 namespace {
 
-const std::vector<unsigned> ipv4 = {4};
-
 // "subs SUPERVLAN", "towards IP [VRF]": what other tables and the suite ask.
-const rig::Verb subs{"subs", [](rig::RowShelf &shelf, const rig::Words &words) {
-                         std::uint32_t ids[8] = {}, count = 0;
-                         const auto vlan = std::uint32_t(std::stoul(words[1]));
-                         std::string text =
-                             std::to_string(dpm_api_get_sub_by_super(vlan, ids, &count)) + ":";
-                         for (std::uint32_t i = 0; i < count; ++i)
-                             text += " " + std::to_string(ids[i]);
-                         shelf.answer(text);
-                     }};
-const rig::Verb towards{"towards", [](rig::RowShelf &shelf, const rig::Words &words) {
-                            const dpm_prefix ip = rig::prefix_of(words[1]);
-                            const unsigned vrf =
-                                words.size() > 2 ? unsigned(std::stoul(words[2])) : 0;
-                            const auto found =
-                                shelf.master().suite.find(dpm_if_index_by_network_ip(vrf, &ip));
-                            shelf.answer(found ? found->name : "none");
-                        }};
+void tell_subs(rig::RowShelf &shelf, const rig::Words &words) {
+    std::uint32_t ids[8] = {}, count = 0;
+    const auto vlan = std::uint32_t(std::stoul(words[1]));
+    std::string text = std::to_string(dpm_api_get_sub_by_super(vlan, ids, &count)) + ":";
+    for (std::uint32_t i = 0; i < count; ++i)
+        text += " " + std::to_string(ids[i]);
+    shelf.answer(text);
+}
+void tell_way(rig::RowShelf &shelf, const rig::Words &words) {
+    const dpm_prefix ip = rig::prefix_of(words[1]);
+    const unsigned vrf = words.size() > 2 ? unsigned(std::stoul(words[2])) : 0;
+    const auto found = shelf.master().suite.find(dpm_if_index_by_network_ip(vrf, &ip));
+    shelf.answer(found ? found->name : "none");
+}
+const rig::Verb verbs[] = {{"subs", tell_subs}, {"towards", tell_way}};
 
 } // namespace
 
-ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, .families = ipv4, .roles = alone,
-     .see = "chip platform log/dpm_if", .bare = true){
+ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, once("chip platform log/dpm_if", true)){
     {"if add vlanif100", "vlan 100 oper 1; interface+ vlan 100 {mac} id 16"},
     {"if add vlanif100",
      "vlan 100 oper 1; log10 dpm_if_add #::if_index 900, find same if_entry!\r\n"},
     {"if add vlanif4094", "vlan 4094 oper 1; interface+ vlan 4094 {mac} id 17"},
     {"if del vlanif100", "vlan 100 oper 2; interface- vlan 100 {mac}"},
-};
-
-ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .families = ipv4, .roles = alone,
-     .see = "chip", .bare = true){
+    // Management VLANs and other types stay out of it.
+    {"see chip"},
     {"if add vlanif4089", ""},
     {"if add vlanif4091", ""},
     {"if add vlanif4092", ""},
     {"if add vlanif4093", ""},
-    {"if add vlanif4090", "interface+ vlan 4090 {mac} id 16"},
+    {"if add vlanif4090", "interface+ vlan 4090 {mac} id 18"},
     {"if add vlanif200 super", ""},
     {"addr add 10.9.0.1/24 dev vlanif4089", ""},
     {"addr add 10.8.0.1/24 dev vlanif200", ""},
@@ -58,8 +51,7 @@ ROWS(Interfaces, ManagementVlansAndOtherTypesStayOutOfTheChip, .families = ipv4,
     {"if del vlanif200", "entry- 10.8.0.1/24 cpu -> -1; entry- 10.8.0.1 cpu -> -1"},
 };
 
-ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .families = ipv4, .roles = alone,
-     .see = "chip platform"){
+ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, once("chip platform")){
     {"addr add 2001:db8::1/64 dev vlanif100", "vlan 100 address 2001:db8::1/64 oper 1"},
     {"addr add 10.1.2.1/24 dev vlanif100"},
     {"if del vlanif100",
@@ -68,8 +60,8 @@ ROWS(Interfaces, DeletingOneTakesEverythingOfItOutOfTheChip, .families = ipv4, .
      "entry- 2001:db8::1 cpu -> -1; interface- vlan 100 {mac}; arp vlan 100 off"},
 };
 
-ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .families = ipv4,
-     .roles = alone, .see = "chip log/dpm_if", .bare = true){
+ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast,
+     once("chip log/dpm_if", true)){
     {"if add vlanif100"},
     {"addr add 2001:db8::1/64 dev vlanif100", ""},
     {"addr add 10.1.1.1/24 dev vlanif100", "arp vlan 100 on"},
@@ -83,8 +75,7 @@ ROWS(Interfaces, TheArpRuleComesWithTheFirstIpv4AddressAndGoesWithTheLast, .fami
     {"addr del fe80::1/64 dev vlanif100", ""},
 };
 
-ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles = alone,
-     .see = "chip"){
+ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, once("chip")){
     {"allow chip-differs"}, // from the table, until all of it has gone
     {"chip refuse interface 1"},
     {"if add vlanif300", "interface+ vlan 300 {mac} id 0 -> -1"},
@@ -100,8 +91,8 @@ ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, .families = ipv4, .roles
      "interface+ vlan 300 {mac} id 18"}, // what stayed in the chip takes no harm
 };
 
-ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll, .families = ipv4,
-     .roles = alone, .see = "chip platform log/dpm_if"){
+ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll,
+     once("chip platform log/dpm_if")){
     {"if add vlanif300 super"},
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; if-vrf vlan 100 vrf 7"},
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; log10 dpm_if_vrf_pro #::vrf = 7, same vrf.\r\n"},
@@ -111,8 +102,7 @@ ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll, .families =
     {"call dpm_api_get_vrf_by_vlan 999", "= 0"},
 };
 
-ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .families = ipv4, .roles = alone,
-     .see = "chip log"){
+ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, once("chip log")){
     {"if add vlanif300 super"},
     // It has an interface of its own.
     {"sub add 300 200", "log10 dpm_super_add_sub #::can not set this vlan to subvlan!\r\n"},
@@ -129,29 +119,23 @@ ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, .families = ipv4, .roles = a
     {"subs 300", "= 0: 303 301"},
     {"subs 100",
      "log10 dpm_api_get_sub_by_super #::can not find supervlan 100 or type is err!\r\n; = -1:"},
-    {"if del vlanif300", ""},
-};
-
-ROWS(Interfaces, OspfOfASubVlanIsTrappedWhileItRunsOnTheSuperVlansNetwork, .families = ipv4,
-     .roles = alone, .see = "chip"){
-    {"if add vlanif300 super"},
+    // OSPF of one is trapped while it runs on the super-VLAN's network.
     {"addr add 10.8.0.1/24 dev vlanif300", ""},
-    {"sub add 300 301", ""},
     {"ospf 10.8.0.0/16"},
     {"addr add 10.8.1.1/24 dev vlanif300", ""}, // a second one that qualifies asks once
     {"sub add 300 302", "ospf vlan 302 on"},
     {"sub del 300 302", "ospf vlan 302 off"},
+    {"if del vlanif300", ""},
 };
 
-ROWS(Interfaces, WithoutMemoryNothingIsChanged, .families = ipv4, .roles = alone, .see = "chip"){
-    // The request's block is there, the record's is not.
-    {"if add vlanif300 super"}, {"fault alloc 2"},
+ROWS(Interfaces, WithoutMemoryNothingIsChanged, once("chip")){
+    {"if add vlanif300 super"}, {"fault alloc 2"}, // behind the request's
     {"if add vlanif400", ""},   {"fault alloc 2"}, {"sub add 300 201", ""},
     {"subs 300", "= 0:"},       {"fault alloc 2"}, {"addr add 10.8.0.1/24 dev vlanif300", ""},
     {"if del vlanif300", ""},
 };
 
-ROWS(Interfaces, AreFoundByTheNetworkOfTheirAddresses, .families = ipv4, .roles = alone){
+ROWS(Interfaces, AreFoundByTheNetworkOfTheirAddresses, once()){
     {"if add vlanif10"},
     {"if vrf vlanif10 5"},
     {"addr add 10.1.32.1/20 dev vlanif200"},
@@ -163,8 +147,7 @@ ROWS(Interfaces, AreFoundByTheNetworkOfTheirAddresses, .families = ipv4, .roles 
     {"towards 2001:db8:0:10::7 5", "= none"},
 };
 
-ROWS(Interfaces, AreShownTheNewestFirstWithNamesThatFit, .families = ipv4, .roles = alone,
-     .bare = true){
+ROWS(Interfaces, AreShownTheNewestFirstWithNamesThatFit, once("chip", true)){
     {"if add vlanif10"},
     {"addr add 2001:db8::1/60 dev vlanif10"},
     {"addr add 10.1.1.1/24 dev vlanif10"},
@@ -176,8 +159,7 @@ ROWS(Interfaces, AreShownTheNewestFirstWithNamesThatFit, .families = ipv4, .role
      "address 10.1.1.1/24 \n\r ipv6 address 2001:db8::1/60 \n\r"},
 };
 
-ROWS(Interfaces, OfRequestsThatAreWrongAreRefusedAndPostNothing, .families = ipv4, .roles = alone,
-     .see = "chip log/dpm_", .bare = true){
+ROWS(Interfaces, OfRequestsThatAreWrongOrFindNothingChangeNothing, once("chip log/dpm_", true)){
     {"call dpm_api_set_if_proc 0 0 1 1 1", "log10 dpm_api_set_if_proc #::the input ...; = -1"},
     {"call dpm_api_set_if_proc vlanif1 0 1 1 3",
      "log10 dpm_api_set_if_proc #::unkown oper 3!\r\n; = -1"},
@@ -195,11 +177,8 @@ ROWS(Interfaces, OfRequestsThatAreWrongAreRefusedAndPostNothing, .families = ipv
     {"call dpm_trunk_member_change_func 2 91 3 9",
      "log10 [dpm_trunk_member_change_func::#] type 2 trunkindex 91 port 3 action 9\r\n; "
      "log10 [dpm_trunk_member_change_notify:#] type 2 trunkid 1 port 3 oper 9\r\n; = 0"},
-};
-
-ROWS(Interfaces, OfRequestsThatFindNothingChangeNothing, .families = ipv4, .roles = alone,
-     .see = "chip log/dpm_if_add", .bare = true){
     {"if add vlanif100"},
+    {"see log/dpm_if_add"},
     {"call dpm_api_set_if_proc vlanif100 2 4711 300 1",
      "log10 dpm_if_add #::if_index 4711, find same if_entry!\r\n; = 0"},
     {"see log/dpm_if_del"},
@@ -218,7 +197,7 @@ ROWS(Interfaces, OfRequestsThatFindNothingChangeNothing, .families = ipv4, .role
     {"call dpm_api_super_sub_proc 200 201 3", "= 0"},
 };
 
-ROWS(Interfaces, AnswerTheSuite, .families = ipv4, .roles = alone){
+ROWS(Interfaces, AnswerTheSuite, once()){
     {"if add vlanif300 super"},
     {"addr add 2001:db8::1/60 dev vlanif200"},
     {"call dpm_api_is_ipv6_empty_by_ifname vlanif200", "= 0"},

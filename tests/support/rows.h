@@ -61,6 +61,11 @@ struct RowOptions {
 inline const std::vector<Role> mirroring = {Role::mirroring}, alone = {Role::alone},
                                with_standby = {Role::mirroring, Role::taken_over};
 
+// Once, for what neither family nor role makes a difference to.
+inline RowOptions once(const std::string &see = RowOptions().see, bool bare = false) {
+    return {.families = {4}, .roles = alone, .see = see, .bare = bare};
+}
+
 // A shelf of one family and role, to which rows are done.
 class RowShelf : public Shelf {
 public:
