@@ -8,7 +8,6 @@
 #include "dpm_vrf.h"
 #include "support/rows.h"
 
-using rig::alone;
 using rig::with_standby;
 
 ROWS(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem, .families = {4},
@@ -157,10 +156,21 @@ ROWS(Handshake, ACardThatLosesTheMasterBeforeItsTablesCameCarriesOnAlone, .famil
     {"show hosts --count", "= 1"},
 };
 
-namespace {
+// The other card's MAC is a text here, and no less one for that.
+ROWS(Handshake, TheLinkLocalAddressOfEveryEnabledVrfMovesWithTheDevicesMac, .families = {4},
+     .roles = rig::mirroring, .see = "chip"){
+    {"vrf enable 7"},
+    {"vrf enable 8"},
+    {"vrf disable 8"},
+    {"standby chip refuse route-del 1"},
+    {"standby call dpm_main_entry_sync_all_receive abcdef 6",
+     "standby: entry- {linklocal} cpu -> -1; standby: entry+ fe80::6362:63ff:fe64:6566 cpu; "
+     "standby: entry- vrf 7 {linklocal} cpu; "
+     "standby: entry+ vrf 7 fe80::6362:63ff:fe64:6566 cpu; = 0"},
+    {"standby call dpm_main_entry_sync_all_receive abcdef 6", "= 0"}, // its own
+};
 
-using chassis::chip::Function;
-using Lines = std::vector<std::string>;
+namespace {
 
 class Cards : public rig::JoinedShelf {
 protected:
@@ -196,26 +206,6 @@ TEST_F(Cards, TakeNoPartInTheOtherRolesHandshake) {
     EXPECT_EQ(dpm_slave_up_process(3), 0);
     EXPECT_EQ(dpm_get_slave_up(), 0u);
     EXPECT_EQ(dpm_bridge_sync_send("dpm_host_entry_add_sync_receive", "", 0), -1);
-}
-
-TEST_F(Cards, MoveTheLinkLocalAddressOfEveryEnabledVrfWithTheDevicesMac) {
-    const auto scope = as(standby());
-    for (const auto &[vrf, enable] : {std::pair(7, 1), {8, 1}, {8, 2}})
-        EXPECT_EQ(dpm_vrf_enable(unsigned(vrf), unsigned(enable)), 0);
-    clear_journal();
-    const auto take_over = [](const char *mac) {
-        return dpm_main_entry_sync_all_receive(rig::mac_of(mac).data(), DPM_MAC_BYTES);
-    };
-    EXPECT_EQ(take_over("02:00:00:00:00:0a"), 0) << "its own";
-    EXPECT_TRUE(chip_calls(standby()).empty());
-    standby().chip.refuse(Function::del_ip_entry, 1);
-    EXPECT_EQ(take_over("02:00:00:00:00:99"), 0);
-    EXPECT_EQ(chip_calls(standby()),
-              (Lines{"del_ip_entry vrf 0 fe80::ff:fe00:a/128 nexthop 2 slots 0x0 -> -1",
-                     "add_ip_entry vrf 0 fe80::ff:fe00:99/128 nexthop 2 slots 0x0 -> 0",
-                     "del_ip_entry vrf 7 fe80::ff:fe00:a/128 nexthop 2 slots 0x0 -> 0",
-                     "add_ip_entry vrf 7 fe80::ff:fe00:99/128 nexthop 2 slots 0x0 -> 0"}));
-    EXPECT_EQ(g_dpm_global.device_mac[5], 0x99);
 }
 
 TEST_F(Cards, KnowThePortsThatLeadToThePeerByTheirOwnSlot) {

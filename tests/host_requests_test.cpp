@@ -71,8 +71,7 @@ ROWS(HostRequests, OfAllThreeKindsAddAndDeleteTheHost, .roles = alone,
     {"report entry 2 {a}", "entry- {a} n3; nexthop- n3"},
 };
 
-ROWS(HostRequests, WithoutARecordOperationOrFamilyAreRefused, .families = {4}, .roles = alone,
-     .see = "log chip"){
+ROWS(HostRequests, WithoutARecordOperationOrFamilyAreRefused, rig::once("log chip")){
     {"report pro 3 {a}", "log10 dpm_api_host_pro #::unkown oper 3!\r\n; = -1"},
     {"report stack 3 {a}", "log10 dpm_api_notify_ipstack_host #::unkown oper 3!\r\n; = -1"},
     {"report entry 0 {a}", "log10 dpm_api_host_msg_send #::unkown oper 0!\r\n; = -1"},
@@ -85,8 +84,7 @@ ROWS(HostRequests, WithoutARecordOperationOrFamilyAreRefused, .families = {4}, .
     {"report entry 1 {a} 3", "log10 dpm_api_host_msg_send #::iptype = 3 is err!\r\n; = -1"},
 };
 
-ROWS(HostRequests, AreDroppedWithSuccessWhileTheConformanceTestRuns, .families = {4},
-     .roles = alone, .see = "log chip"){
+ROWS(HostRequests, AreDroppedWithSuccessWhileTheConformanceTestRuns, rig::once("log chip")){
     {"call dpm_ipv6_ready_test_switch_open", "= 0"},
     {"call dpm_get_ipv6_ready_test_switch_state", "= 1"},
     {"report pro 1 {a}", ""},

@@ -118,7 +118,7 @@ ROWS(Holding, TheProxyArpRouteGoesWithTheNeighbour, .see = "platform stack"){
     {"port down 3", "forget {a}"}, // the stack does not know it any more
 };
 
-ROWS(Holding, OfAnEmptyTableIsTold, .families = {4}, .roles = alone, .see = "log"){
+ROWS(Holding, OfAnEmptyTableIsTold, rig::once("log")){
     {"port down 3", "log10 dpm_host_port_down #::ipv4 host table is null!\r\n"},
 };
 

@@ -7,8 +7,6 @@
 #include <arpa/inet.h>
 #include <cstring>
 
-using rig::alone;
-
 namespace {
 
 std::uint32_t word(const std::string &address) {
@@ -69,7 +67,7 @@ const rig::Verb verbs[] = {{"labels", tell_labels},
 
 } // namespace
 
-ROWS(Labels, TheLongestPrefixAnswersAndTheFirstOfItsPaths, .families = {4}, .roles = alone){
+ROWS(Labels, TheLongestPrefixAnswersAndTheFirstOfItsPaths, rig::once()){
     {"ftn add 10.9.0.0/16 via {b} vrf 5 label 16"},
     {"ftn add 10.9.1.0/24 via {c} vrf 5 label 25"},
     {"ftn add 10.9.1.0/24 via {b} vrf 5 label 24"},
@@ -88,7 +86,7 @@ ROWS(Labels, TheLongestPrefixAnswersAndTheFirstOfItsPaths, .families = {4}, .rol
     {"labels 10.9.0.1", "= 50 0 0.0.0.0"},
 };
 
-ROWS(Labels, OnlyATunnelCarriesAVpnEntry, .families = {4}, .roles = alone){
+ROWS(Labels, OnlyATunnelCarriesAVpnEntry, rig::once()){
     {"ftn add 10.9.0.1/32 via {b} vrf 5"},
     {"tunnels 10.9.0.1", "= - - -"},
     {"ftn add 10.9.0.1/32 via {c} label 2"},

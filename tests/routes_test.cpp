@@ -324,7 +324,7 @@ ROWS(Routes, OverAManagementInterfaceAreNotResolved, .see = "chip stack"){
     {"route add {net} via {a} dev vlanif4089", ""},
 };
 
-ROWS(Routes, TheBestIsTheLongestThatForwards, .families = {4}, .roles = alone){
+ROWS(Routes, TheBestIsTheLongestThatForwards, rig::once()){
     {"if add tunnel7 vlan 700"},
     {"neigh add {a}"},
     {"best 10.1.1.1", "= none"},

@@ -85,8 +85,7 @@ TEST_F(Settings, ACardWithoutTimerListWorksButTimesNothing) {
     EXPECT_EQ(holds(master()).size(), 0u);
 }
 
-ROWS(SettingsOfTheChip, AreMadeWhenAVrfIsEnabledAndDisabledOnceEach, .families = {4},
-     .roles = rig::alone, .see = "chip"){
+ROWS(SettingsOfTheChip, AreMadeWhenAVrfIsEnabledAndDisabledOnceEach, rig::once("chip")){
     {"vrf enable 5",
      "default vrf 5 ipv4 to-cpu; default vrf 5 ipv6 to-cpu; entry+ vrf 5 {linklocal} cpu"},
     {"vrf enable 5", ""},
@@ -98,8 +97,7 @@ ROWS(SettingsOfTheChip, AreMadeWhenAVrfIsEnabledAndDisabledOnceEach, .families =
     {"vrf enable 255", "default vrf 255 ipv4 to-cpu; ...; ..."},
 };
 
-ROWS(SettingsOfTheChip, ChangeTheHashModeAndKeepItWhenTheChipRefuses, .families = {4},
-     .roles = rig::alone, .see = "chip"){
+ROWS(SettingsOfTheChip, ChangeTheHashModeAndKeepItWhenTheChipRefuses, rig::once("chip")){
     {"hash 6", ""},
     {"chip refuse hash 1"},
     {"hash 3", "hash mode 3 -> -1; refused"},
