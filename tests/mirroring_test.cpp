@@ -92,7 +92,10 @@ TEST_F(MirroredRecords, APeerThatGoesAwayDuringTheTableEndsTheWalk) {
     allow().standby_differs = true;
     master().peer.record(true);
     standby_connects();
-    EXPECT_EQ(master().peer.calls().back().name, "dpm_host_entry_sync_all_receive");
+    unsigned batches = 0;
+    for (const auto &call : master().peer.calls())
+        batches += call.name == "dpm_host_entry_sync_all_receive";
+    EXPECT_EQ(batches, 1u);
     EXPECT_EQ(logged(master(), "::peer is not exist!"), 1u);
     standby().os.log_to([](const auto &) {});
 }
@@ -107,7 +110,7 @@ TEST_F(MirroredRecords, APeerThatGoesAwayDuringTheProgrammingOfASlotEndsTheWalk)
     });
     clear_journal();
     (void)run("card slot-up 3");
-    EXPECT_EQ(chip_calls(master()).back().substr(0, 12), "add_ip_entry") << "the first host";
+    EXPECT_EQ(chip_calls(master()).size(), 11u) << "ten next hops, and the first host";
 }
 
 TEST_F(MirroredRecords, AHostIsKeptWithTheStandbysOwnIndexAndCleanLocalParts) {
