@@ -303,6 +303,9 @@ ROWS(Routes, AreScopedByInterfaceForIpv6GatewaysAlone, .roles = with_standby, .s
      "entry+ {net} n3; notice fe80::2 came"},
     {"6: neigh del fe80::2 dev vlanif200", "entry- {net} n3; notice fe80::2 goes; nexthop- n3"},
     {"forwards {in}", "4: = {net} -> {b}; 6: = "},
+    {"6: neigh add fe80::2"},
+    {"6: route add {net} via fe80::2 dev vlanif100", "entry+ {net} n4"}, // another gateway
+    {"6: route add {net} via fe80::2 dev vlanif100", ""},
 };
 
 ROWS(Routes, OverATunnelAreNeitherReplacedNorDeletedByRequest, .see = "chip"){

@@ -77,9 +77,12 @@ int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
         a->destination.family != b->destination.family ||
         dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
         return 0;
-    for (std::uint32_t i = 0; i < a->np_num; i++)
-        if (!dpm::is_same_gateway(a->np[i], b->np[i]))
+    for (std::uint32_t i = 0; i < a->np_num; i++) {
+        const bool is_scoped = dpm::is_linklocal(a->np[i]); // an address on its interface alone
+        if (!dpm::is_same_gateway(a->np[i], b->np[i]) ||
+            (is_scoped && a->np_ifindex[i] != b->np_ifindex[i]))
             return 0;
+    }
     return 1;
 }
 
