@@ -10,11 +10,12 @@
 // behind every row.
 //
 // A command is one of dpmctl (Shelf::run), one of the rig (below), or a verb that a test file adds.
-// Effects are events of the journal (chassis/journal/journal.h) with "; " in between; those of the other card begin
-// with "standby: ".  A command that is refused has the effect "refused", or "error" and its text;
-// each line of an answer has the effect "= " and the line.  An effect that ends in "..." is
-// compared as far as there.  A command or effect that begins with "4: " or "6: " is of that family
-// alone.  A row without effects makes ready what others need: whatever leaves the library then.
+// Effects are events of the journal (chassis/journal/journal.h) with "; " in between; those of the
+// other card begin with "standby: ".  A command that is refused has the effect "refused", or
+// "error" and its text; each line of an answer has the effect "= " and the line.  An effect that
+// ends in "..." is compared as far as there.  A command or effect that begins with "4: " or "6: "
+// is of that family alone.  A row without effects makes ready what others need: whatever leaves the
+// library then.
 //
 //   {a} to {i}          neighbours on vlanif100, whose own address is {gw}; their MACs end alike
 //   {m1} to {m9}        MACs: {a} has {m1}       {l1} to {l9}    the link-local addresses of those

@@ -23,11 +23,6 @@ Steps without(Steps steps, std::size_t at, std::size_t count) {
     return steps;
 }
 
-unsigned number_of_environment(const char *name, unsigned otherwise) {
-    const char *const text = std::getenv(name);
-    return text ? unsigned(std::stoul(text)) : otherwise;
-}
-
 } // namespace
 
 void Walk::take_step(unsigned seed, unsigned number) {
@@ -93,12 +88,10 @@ unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
         return true;
     };
     // The last steps, if need be all.
-    for (std::size_t tail = shortest_tail;; tail *= 2) {
-        if (fails({all.end() - std::ptrdiff_t(std::min(tail, all.size())), all.end()}))
-            break;
+    for (std::size_t tail = shortest_tail;
+         !fails(without(all, 0, all.size() - std::min(tail, all.size()))); tail *= 2)
         if (tail >= all.size())
             return 0;
-    }
     // Pieces that the failure does not need are left out, ever smaller ones; then pairs, of which
     // one may be needed for the other alone.
     for (std::size_t piece = failed.steps.size(); piece > 0; piece /= 2)
@@ -112,13 +105,16 @@ unsigned shrink(const MakeWalk &make, unsigned seed, Outcome &failed) {
 }
 
 std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
-    const unsigned seed = number_of_environment("DPM_WALK_SEED", 1);
+    const auto number = [](const char *name, unsigned otherwise) {
+        const char *const text = std::getenv(name);
+        return text ? unsigned(std::stoul(text)) : otherwise;
+    };
+    const unsigned seed = number("DPM_WALK_SEED", 1);
     const char *const only = std::getenv("DPM_WALK_ONLY");
-    Steps steps = steps_up_to(only ? 0 : number_of_environment("DPM_WALK_STEPS", length));
+    Steps steps = steps_up_to(only ? 0 : number("DPM_WALK_STEPS", length));
     std::istringstream list(only ? only : "");
     for (unsigned step; list >> step; list.ignore())
         steps.push_back(step);
-    ::testing::Test::RecordProperty("seed", int(seed));
     Outcome outcome = take_steps(make, seed, steps);
     if (outcome.walk && only)
         std::cout << "these steps pass:\n" << outcome.text;
@@ -126,14 +122,12 @@ std::unique_ptr<Walk> take_walk(const MakeWalk &make, unsigned length) {
         return only ? nullptr : std::move(outcome.walk);
     std::ostringstream told;
     told << "DPM_WALK_SEED=" << seed << " fails in " << outcome.steps.size() << " steps";
-    if (const unsigned replays = only ? 0 : shrink(make, seed, outcome)) {
-        told << "; " << replays
-             << " replays found that it does so in these:\n  DPM_WALK_SEED=" << seed
-             << " DPM_WALK_ONLY=";
-        for (const unsigned step : outcome.steps)
-            told << step << (step == outcome.steps.back() ? "" : ",");
-    } else if (!only)
-        told << ", but not when they are taken again; the last of them were";
+    const unsigned replays = only ? 0 : shrink(make, seed, outcome);
+    told << (replays ? "; it does so in these alone:\n  DPM_WALK_SEED=" + std::to_string(seed)
+             : only  ? ""
+                     : ", but not when they are taken again");
+    for (std::size_t i = 0; replays && i < outcome.steps.size(); ++i)
+        told << (i ? "," : " DPM_WALK_ONLY=") << outcome.steps[i];
     ADD_FAILURE() << told.str() << "\n  # a fault holds for the next command alone\n"
                   << outcome.text;
     return nullptr;

@@ -1,13 +1,11 @@
 // Random walks: steps drawn from a seed, and a short script when one of them leads astray.
 //
-// A walk is a list of step numbers.  Each step is a deed, drawn by weight from the seed and its own
-// number alone, so that others can be left out and it stays what it was; what it does beyond that
-// it decides by what there is.  One of the deeds looks whether everything is as it should be.
-// A walk that fails is taken again, from the beginning, with ever fewer of its steps, as long as it
-// fails at all.  What is left is printed in the words that dpmctl reads.
+// Each step is a deed, drawn by weight from the seed and its own number alone, so that others can
+// be left out and it stays what it was.  One of the deeds looks whether everything is as it should
+// be.  A walk that fails is taken again with ever fewer of its steps, as long as it fails at all.
 //
-// The same seed takes the same steps wherever it is taken.  So no two draws stand in the arguments
-// of one call, whose order is the compiler's.
+// A seed takes the same steps on every platform.  So no two draws stand in the arguments of one
+// call, whose order is the compiler's.
 //
 //   DPM_WALK_SEED    another walk (1)           DPM_WALK_STEPS   how far to walk
 //   DPM_WALK_ONLY    3,17,64: these steps alone, as the script of a failure names them
