@@ -63,12 +63,6 @@ void clear_host_bits(void *address, std::uint32_t prefix_len, std::size_t length
     std::memset(bytes + partial + 1, 0, length_bytes - partial - 1);
 }
 
-bool is_iptype(std::uint32_t family, const call_site &caller) {
-    if (!is_known_family(family))
-        DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
-    return is_known_family(family);
-}
-
 dpm_prefix host_prefix(std::uint32_t family, const void *address) {
     dpm_prefix ip = {};
     ip.family = static_cast<std::uint16_t>(family);

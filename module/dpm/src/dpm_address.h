@@ -47,7 +47,12 @@ constexpr bool is_known_family(std::uint32_t family) {
 }
 
 // The same, told under the caller's name when it is not.
-bool is_iptype(std::uint32_t family, const call_site &caller);
+inline bool is_iptype(std::uint32_t family, const call_site &caller) {
+    if (is_known_family(family))
+        return true;
+    DPM_LOG_FROM(caller, "%s %d::iptype = %d is err!\r\n", family);
+    return false;
+}
 
 // Bits and bytes of an address of a known family.
 constexpr std::uint16_t host_bits(std::uint32_t family) {

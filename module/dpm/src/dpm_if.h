@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <initializer_list>
 
 static_assert(sizeof(dpm_if_entry) == 144);
 static_assert(offsetof(dpm_if_entry, vrf) == 72);
@@ -64,9 +66,20 @@ std::uint32_t dpm_if_get_vlanid(std::uint32_t ifindex);    // 0
 std::uint32_t dpm_if_get_vrf_by_vlan(std::uint32_t vlan);  // 0
 std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan); // 0
 std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix); // 0
-bool dpm_if_is_manage_vlan(const char *name);
 dpm_if_ip_entry *dpm_if_ip_find(list_head *list, const dpm_prefix *prefix);
 dpm_if_entry *dpm_if_sub_find(list_head *sub_list, std::uint32_t vlan);
+
+// Whether an interface is the device's own, by its name and whatever stands behind that.  Routes ask
+// for each of their gateways: of nearly every name the head, which the four share, tells that it is
+// none.
+inline bool dpm_if_is_manage_vlan(const char (&name)[DPM_IFNAME_BYTES]) {
+    if (std::memcmp(name, "vlanif40", 8) != 0)
+        return false;
+    for (const char *tail : {"89", "91", "92", "93"})
+        if (std::memcmp(name + 8, tail, 2) == 0)
+            return true;
+    return false;
+}
 
 // Clear the bits behind a prefix length, in place.
 void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len);

@@ -14,10 +14,6 @@ namespace {
 using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
 using interface_list = dpm::list_view<dpm_if_entry, &dpm_if_entry::link>;
 
-constexpr const char *manage_vlan_names[] = {"vlanif4089", "vlanif4091", "vlanif4092",
-                                             "vlanif4093"};
-constexpr std::size_t manage_vlan_name_length = 10; // whatever stands behind
-
 // Whether two addresses of a family are in one network of that length.
 bool is_same_network(const dpm_prefix &a, const dpm_prefix &b, std::uint32_t prefix_len) {
     dpm_prefix networks[2] = {a, b};
@@ -136,13 +132,6 @@ std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *pr
     const dpm_if_entry *entry = find_interface(
         [=](dpm_if_entry &candidate) { return has_network_of(candidate, vrf, *prefix); });
     return entry != nullptr ? entry->if_index : 0;
-}
-
-bool dpm_if_is_manage_vlan(const char *name) {
-    for (const char *manage_vlan : manage_vlan_names)
-        if (std::strncmp(name, manage_vlan, manage_vlan_name_length) == 0)
-            return true;
-    return false;
 }
 
 dpm_if_ip_entry *dpm_if_ip_find(list_head *list, const dpm_prefix *prefix) {

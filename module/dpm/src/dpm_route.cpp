@@ -45,7 +45,10 @@ void fill_route(dpm_route_entry &route, const dpm_route_msg &body) {
     route.np_num = body.np_num;
     route.ecmp_enable = body.np_num == 1 ? DPM_ROUTE_SINGLE : DPM_ROUTE_ECMP;
     for (std::uint32_t i = 0; i < route.np_num; i++)
-        (void)dpm_if_get_ifnamebyindex(route.np_ifindex[i], route.np_ifname[i]);
+        if (i > 0 && route.np_ifindex[i] == route.np_ifindex[i - 1])
+            std::memcpy(route.np_ifname[i], route.np_ifname[i - 1], sizeof route.np_ifname[i]);
+        else
+            (void)dpm_if_get_ifnamebyindex(route.np_ifindex[i], route.np_ifname[i]);
 }
 
 // The address of a host on the route's interface: the host holds it, and the route is not added.
