@@ -8,6 +8,8 @@
 
 namespace bench {
 
+inline constexpr unsigned full = full_route_table, sixteenth = full / 16;
+
 // A pumped card; everything happens on this thread.
 class RouteCard {
 public:
@@ -29,13 +31,15 @@ public:
         request(route_message(ifindex_, number, first_gateway, 1), oper);
     }
 
-    // Nanoseconds a route for adding `count`, which are taken away again.
-    double add_routes(unsigned count, unsigned gateways = 1) {
+    // Nanoseconds a route for adding `count`, which are taken away again.  `also` is done in front
+    // of each, with its destination.
+    template <class Also> double add_routes(unsigned count, unsigned gateways, Also also) {
         const chassis::CardScope scope(master_.card);
         dpm_route_msg message = route_message(ifindex_, 0, 0, gateways);
         const double nsec = time_of([&] {
             for (unsigned i = 0; i < count; i++) {
                 message.destination = destination(i);
+                also(message.destination);
                 request(message, DPM_OPER_ADD);
             }
         });
@@ -44,6 +48,10 @@ public:
             route(i, DPM_OPER_DEL);
         check(0);
         return nsec / count;
+    }
+
+    double add_routes(unsigned count, unsigned gateways = 1) {
+        return add_routes(count, gateways, [](const dpm_prefix &) {});
     }
 
     void check(unsigned count) const {
