@@ -363,6 +363,19 @@ TEST_F(Answers, AreObjectsForPrograms) {
     EXPECT_EQ(run("show hold --json").text, "[]\n");
 }
 
+TEST_F(Answers, GiveTheSettingsAgain) {
+    for (const char *command :
+         {"if add vlanif100", "if add vlanif200 super", "sub add 200 7", "vrf enable 7",
+          "addr add 10.1.1.9/24 dev vlanif100 # the first", "addr add 10.2.1.9/24 dev vlanif200",
+          "if vrf vlanif100 7", "hash 3", "vrf disable 7", "vrf enable 9", "hash 5",
+          "neigh reachable 10.1.1.2", "neigh silent 10.1.1.2", "if del vlanif200"})
+        EXPECT_EQ(run(command).text, "") << command;
+    EXPECT_NE(run("if del vlanif300").text, "") << "what is refused is no setting";
+    EXPECT_EQ(run("config").text, "if add vlanif100\nvrf disable 7\n"
+                                  "addr add 10.1.1.9/24 dev vlanif100\nif vrf vlanif100 7\n"
+                                  "hash 5\nvrf enable 9\n");
+}
+
 TEST_F(Answers, TellWhatLeftTheLibraryInItsOrder) {
     const std::pair<const char *, const char *> commands[] = {
         {"if add vlanif100", ""},

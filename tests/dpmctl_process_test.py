@@ -236,7 +236,7 @@ class TwoCards(Shelf):
         self.wait_until("the others are probed again", lambda: probes() == "19\n")
         self.assertRegex(self.ctl("verify"), "slot 10: chip and tables agree: .*entries 10")
         # The card that comes back does not take over.
-        self.start_card(9, "standby", "--config", self.written(SETTINGS))
+        self.start_card(9, "standby", "--config", self.written(self.ctl("config")))
         self.assertRegex(self.ctl("verify"), "slot 10 and slot 9 agree: .*hosts 9,")
         self.kill_master(10)
         self.assertRegex(self.ctl("verify"), "slot 9: chip and tables agree: .*entries 10")

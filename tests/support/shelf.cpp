@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <map>
+#include <sstream>
 
 // The head of the timer list comes from the system's allocator and lives as long as the process.
 extern "C" const char *__lsan_default_suppressions() {
@@ -136,45 +137,9 @@ void Shelf::switch_over() {
 // The suite tells a card that comes later what it has; each step is worked off before the next,
 // since an address is accepted only in the interface's VRF.
 void Shelf::replay(Card &card) {
-    for (const Setting &setting : settings_) {
-        (void)servers_[&card == cards_[1].get()]->execute(setting.command);
-        card.pump();
-    }
-}
-
-namespace {
-
-constexpr std::string_view undoing[] = {"if_del", "addr_del", "sub_del", "neigh_silent"};
-
-// What a setting is about: one that is about the same takes its place.
-std::string subject_of(const ctl::Parsed &line) {
-    std::string subject(line.command->path.substr(0, line.command->path.find(' ')));
-    subject += line.command->path == "if vrf" ? " vrf" : "";
-    for (const char *key : {"NAME", "PREFIX", "SUPERVLAN", "IP", "dev"})
-        subject += line.has(key) ? " " + std::string(line.value(key)) : "";
-    const bool is_of_a_vlan = line.has("SUPERVLAN") || line.command->path.starts_with("vrf ");
-    return subject + (is_of_a_vlan
-                          ? " " + std::string(line.value("VLAN")) + std::string(line.value("VRF"))
-                          : "");
-}
-
-} // namespace
-
-void Shelf::keep_setting(const ctl::Parsed &line, const std::string &command) {
-    const std::string subject = subject_of(line);
-    const std::string name(line.command->path == "if del" ? line.value("NAME") : "");
-    const std::string subs = "sub " + (name.size() > 6 ? name.substr(6) : "none") + " ";
-    const bool undoes = std::ranges::find(undoing, line.command->name) != std::end(undoing);
-    const auto place = std::ranges::find(settings_, subject, &Setting::about);
-    if (!undoes && place != settings_.end())
-        place->command = command;
-    else if (!undoes)
-        settings_.push_back({subject, command});
-    else
-        std::erase_if(settings_, [&](const Setting &kept) {
-            return kept.about == subject || kept.about.starts_with(subs) ||
-                   (!name.empty() && kept.about.ends_with(" " + name));
-        });
+    std::istringstream settings(servers_[master_]->execute("config").text);
+    for (std::string line; std::getline(settings, line); card.pump())
+        (void)servers_[&card == cards_[1].get()]->execute(line);
 }
 
 namespace {
@@ -185,7 +150,8 @@ std::string completed(std::string command) {
         return command;
     const std::size_t end = command.find(' ', command.find(' ', 6) + 1);
     const char last = command[std::min(end, command.size()) - 1];
-    if (!command.starts_with("neigh del") && command.find(" lladdr ") == command.npos)
+    const bool names_mac = command.starts_with("neigh add") || command.starts_with("neigh reach");
+    if (names_mac && command.find(" lladdr ") == command.npos)
         command += std::string(" lladdr 02:00:00:00:01:0") + last;
     return command.find(" dev ") == command.npos ? command + " dev vlanif100" : command;
 }
@@ -222,8 +188,6 @@ ctl::Reply Shelf::run(const std::string &text) {
             const auto nsec = *ctl::parse_duration(line.value("DURATION"));
             return advance(unsigned(nsec / os::nsec_per_sec)), ctl::Reply{};
         }
-        if (!line.error && line.command->kind == ctl::Kind::config)
-            keep_setting(line, command);
     }
     ctl::Reply reply = servers_[master_]->execute(command);
     if (is_for_both && has_standby())

@@ -193,11 +193,7 @@ protected:
     void TearDown() override { check_laws(); }
 
 private:
-    struct Setting { // of the cards, as the suite would tell it again
-        std::string about, command;
-    };
     Card &start_card(unsigned index);
-    void keep_setting(const ctl::Parsed &line, const std::string &command);
     void replay(Card &card);
     void end_card(unsigned index);
     bool change_label(const Words &words);
@@ -209,7 +205,6 @@ private:
     std::size_t blocks_at_start_[2] = {};
     unsigned master_ = 0;
     bool held_ = false, keep_log_ = true;
-    std::vector<Setting> settings_;
     Exceptions exceptions_;
     std::uint64_t past_mistakes_ = 0, past_failed_checks_ = 0; // of cards that are gone
 };

@@ -144,6 +144,10 @@ Reply vrf_disable(Command &command) {
     return change_vrf(command, false);
 }
 
+Reply config(Command &command) {
+    return done(command.server.settings().commands());
+}
+
 Reply hash(Command &command) {
     return answer(dpm_api_set_ecmp_hash(std::uint32_t(command.line.number("NUMBER"))));
 }

@@ -64,7 +64,10 @@ Reply Server::execute(std::string_view line) {
     if (parsed.command->kind == Kind::read && !settle())
         return server::refused("the worker does not come to rest");
     server::Command command{card_, parsed, *this};
-    return handler(command);
+    Reply reply = handler(command);
+    if (parsed.command->kind == Kind::config && reply.status == Status::ok)
+        settings_.keep(parsed, line);
+    return reply;
 }
 
 void Server::keep_log_line(const std::string &line) {

@@ -5,6 +5,7 @@
 // time may use a server; the log may be written from any.
 #pragma once
 
+#include "chassis/ctl/server/settings.h"
 #include "chassis/ctl/wire.h"
 #include "chassis/journal/journal.h"
 
@@ -34,10 +35,12 @@ public:
     void ask_to_quit() { quit_ = true; }
     bool wants_to_quit() const { return quit_; }
     chassis::journal::Journal &journal() { return journal_; }
+    const Settings &settings() const { return settings_; }
 
 private:
     chassis::Card &card_;
     chassis::journal::Journal &journal_;
+    Settings settings_;
     bool quit_ = false;
     mutable std::mutex log_mutex_; // guards the lines
     std::deque<std::string> log_lines_;
