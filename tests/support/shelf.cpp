@@ -55,6 +55,7 @@ int write_notice(const dpm_host_entry *host, std::uint32_t event) {
 Shelf::Shelf(Start start) {
     start_card(0).peer.set_role(peer::Role::master);
     make_current(master());
+    line_cards_follow();
     if (start == Start::joined)
         standby_starts();
     if (start == Start::mirroring)
@@ -117,17 +118,27 @@ void Shelf::standby_connects() {
     settle();
 }
 
+// What is there travels first, and then every change.
+void Shelf::line_cards_follow() {
+    line_cards_ = std::make_unique<chip::Chip>();
+    for (const chip::Change &change : master().chip.forwarding())
+        EXPECT_TRUE(line_cards_->apply(change));
+    master().chip.observe([this](const chip::Change &change) { line_cards_->apply(change); });
+}
+
 void Shelf::standby_lost() {
     end_card(1 - master_);
     settle();
 }
 
 void Shelf::switch_over() {
-    standby().chip.take_over(master().chip);
+    EXPECT_EQ(line_cards_->forwarding(), master().chip.forwarding());
+    standby().chip.take_over(*line_cards_);
     const unsigned former = master_;
     master_ = 1 - master_;
     make_current(master());
     end_card(former);
+    line_cards_follow();
     master().peer.become_master();
     settle();
 }

@@ -122,12 +122,6 @@ public:
         return command("if add " + name + " vlan " + std::to_string(vlan) +
                        (type == DPM_IF_SUPERVLAN ? " super" : ""));
     }
-    int add_address(const std::string &name, const std::string &prefix) {
-        return command("addr add " + prefix + " dev " + name);
-    }
-    int set_vrf(const std::string &name, unsigned vrf) {
-        return command("if vrf " + name + " " + std::to_string(vrf));
-    }
     // A neighbour, reported by the master's IP stack.
     int learn_host(const Neighbour &neighbour);
 
@@ -194,13 +188,15 @@ protected:
 
 private:
     Card &start_card(unsigned index);
+    void line_cards_follow();
     void replay(Card &card);
     void end_card(unsigned index);
     bool change_label(const Words &words);
     void settle_verb() { held_ ? void() : settle(); }
     std::int64_t nsec_to_next_timer();
 
-    std::unique_ptr<Card> cards_[2]; // slots 9 and 10
+    std::unique_ptr<chassis::chip::Chip> line_cards_; // what outlives a master, by its changes
+    std::unique_ptr<Card> cards_[2];                  // slots 9 and 10
     std::unique_ptr<ctl::Server> servers_[2];
     std::size_t blocks_at_start_[2] = {};
     unsigned master_ = 0;
