@@ -85,6 +85,13 @@ private:
 
 } // namespace dpm
 
+// The bytes of an address one by one, for the texts that print them so.
+#define DPM_FOUR_BYTES(bytes) (bytes)[0], (bytes)[1], (bytes)[2], (bytes)[3]
+#define DPM_IPV4_BYTES(ip) DPM_FOUR_BYTES((ip).address)
+#define DPM_IPV6_BYTES(ip)                                                                         \
+    DPM_FOUR_BYTES((ip).address), DPM_FOUR_BYTES((ip).address + 4),                                \
+        DPM_FOUR_BYTES((ip).address + 8), DPM_FOUR_BYTES((ip).address + 12)
+
 // By length (longer is greater), then by the address in the family of `a`: the IPv4 word as stored,
 // the IPv6 bytes. Two prefixes of another family never compare equal.
 inline int dpm_prefix_compare(const dpm_prefix &a, const dpm_prefix &b) {

@@ -47,27 +47,24 @@ const dpm_hold_entry *dpm_api_get_hold_entry_next(const dpm_hold_entry *entry) {
     return entry != nullptr ? hold_list(g_dpm_global.hold_list).next(*entry) : nullptr;
 }
 
+#define SHOW_HOST(host, bytes, format)                                                             \
+    std::printf(format, (host).vrf, (host).port_type, (host).log_port_id, (host).phy_port_id,      \
+                (host).svlan, bytes((host).ip), (host).mac[0], (host).mac[1], (host).mac[2],       \
+                (host).mac[3], (host).mac[4], (host).mac[5], (host).sdk_index, (host).ifindex,     \
+                (host).ifname)
+
 void dpm_ipv4_host_show() {
     const dpm::dpm_lock lock;
-    for (const dpm_host_entry &host : dpm::ipv4_hosts()) {
-        const std::uint8_t *ip = host.ip.address;
-        std::printf(
-            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-            host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0], ip[1],
-            ip[2], ip[3], host.mac[0], host.mac[1], host.mac[2], host.mac[3], host.mac[4],
-            host.mac[5], host.sdk_index, host.ifindex, host.ifname);
-    }
+    for (const dpm_host_entry &host : dpm::ipv4_hosts())
+        SHOW_HOST(
+            host, DPM_IPV4_BYTES,
+            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r");
 }
 
 void dpm_ipv6_host_show() {
     const dpm::dpm_lock lock;
-    for (const dpm_host_entry &host : dpm::ipv6_hosts()) {
-        const std::uint8_t *ip = host.ip.address;
-        std::printf(
-            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r",
-            host.vrf, host.port_type, host.log_port_id, host.phy_port_id, host.svlan, ip[0], ip[1],
-            ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10], ip[11], ip[12], ip[13],
-            ip[14], ip[15], host.mac[0], host.mac[1], host.mac[2], host.mac[3], host.mac[4],
-            host.mac[5], host.sdk_index, host.ifindex, host.ifname);
-    }
+    for (const dpm_host_entry &host : dpm::ipv6_hosts())
+        SHOW_HOST(
+            host, DPM_IPV6_BYTES,
+            "\n\r host entry vrf %d port type %d port %d/0x%x svlan %d                ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x mac %x.%x.%x.%x.%x.%x sdk_index %d ifindex %d ifname %s\n\r");
 }

@@ -114,30 +114,25 @@ int dpm_snmp_get_route_table(void **out, std::uint32_t record_bytes) {
     return static_cast<int>(count);
 }
 
+#define SHOW_ROUTE(route, bytes, format)                                                           \
+    std::printf(format, (route).vrf, bytes((route).destination), (route).destination.prefix_len,   \
+                bytes((route).np[0]), (route).np_ifindex[0], (route).np_ifname[0], (route).np_num, \
+                (route).sdk_index)
+
 void dpm_ipv4_route_show() {
     const dpm::dpm_lock lock;
-    for (const dpm_route_entry &route : dpm::ipv4_routes()) {
-        const std::uint8_t *ip = route.destination.address;
-        const std::uint8_t *np = route.np[0].address;
-        std::printf(
-            "\n\r route entry vrf %d ip %x.%x.%x.%x masklen %d                  np %x.%x.%x.%x np_index %d np_ifname %s np_num %d sdk_index %d\n\r",
-            route.vrf, ip[0], ip[1], ip[2], ip[3], route.destination.prefix_len, np[0], np[1],
-            np[2], np[3], route.np_ifindex[0], route.np_ifname[0], route.np_num, route.sdk_index);
-    }
+    for (const dpm_route_entry &route : dpm::ipv4_routes())
+        SHOW_ROUTE(
+            route, DPM_IPV4_BYTES,
+            "\n\r route entry vrf %d ip %x.%x.%x.%x masklen %d                  np %x.%x.%x.%x np_index %d np_ifname %s np_num %d sdk_index %d\n\r");
 }
 
 void dpm_ipv6_route_show() {
     const dpm::dpm_lock lock;
-    for (const dpm_route_entry &route : dpm::ipv6_routes()) {
-        const std::uint8_t *ip = route.destination.address;
-        const std::uint8_t *np = route.np[0].address;
-        std::printf(
-            "\n\r route entry vrf %d ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x masklen %d                  np %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x np_ifindex %d np_ifname %s np_num %d sdk_index %d\n\r",
-            route.vrf, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9], ip[10],
-            ip[11], ip[12], ip[13], ip[14], ip[15], route.destination.prefix_len, np[0], np[1],
-            np[2], np[3], np[4], np[5], np[6], np[7], np[8], np[9], np[10], np[11], np[12], np[13],
-            np[14], np[15], route.np_ifindex[0], route.np_ifname[0], route.np_num, route.sdk_index);
-    }
+    for (const dpm_route_entry &route : dpm::ipv6_routes())
+        SHOW_ROUTE(
+            route, DPM_IPV6_BYTES,
+            "\n\r route entry vrf %d ip %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x masklen %d                  np %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x np_ifindex %d np_ifname %s np_num %d sdk_index %d\n\r");
 }
 
 int dpm_ipv4_route_cnt_show() {

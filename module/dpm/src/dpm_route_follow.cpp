@@ -19,25 +19,12 @@ struct following {
     std::int32_t old_sdk_index;
 };
 
-void log_came(const following &f, const dpm::call_site &caller) {
-    const dpm_route_entry &route = f.route;
-    DPM_LOG_FROM(
-        caller,
-        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d \t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
-        f.event, dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
-        dpm::address_text(f.host.ip).c_str(), route.route_type, route.ecmp_enable, f.old_sdk_index,
-        route.sdk_index, route.host_index[f.position]);
-}
-
-void log_went(const following &f, const dpm::call_site &caller) {
-    const dpm_route_entry &route = f.route;
-    DPM_LOG_FROM(
-        caller,
-        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d old_sdk_index %d new_sdk_index %d .\r\n",
-        f.event, dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
-        dpm::address_text(f.host.ip).c_str(), route.route_type, route.ecmp_enable, f.old_sdk_index,
-        route.sdk_index);
-}
+// What both lines about it tell; a host that came also which next hop that is.
+#define LOG_FOLLOWING(caller, f, format, ...)                                                      \
+    DPM_LOG_FROM(caller, format, (f).event, dpm::address_text((f).route.destination).c_str(),      \
+                 (f).route.destination.prefix_len, dpm::address_text((f).host.ip).c_str(),         \
+                 (f).route.route_type, (f).route.ecmp_enable, (f).old_sdk_index,                   \
+                 (f).route.sdk_index __VA_OPT__(, ) __VA_ARGS__)
 
 // The chip refused: the gateway counts as unresolved again.
 void undo_arrival(const following &f) {
@@ -68,7 +55,10 @@ bool gateway_came(const following &f, const dpm::call_site &caller) {
     } else if (route.host_index[0] > 0) {
         route.sdk_index = route.host_index[0];
     }
-    log_came(f, caller);
+    LOG_FOLLOWING(
+        caller, f,
+        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d \t\t\t\t\t\t\told_sdk_index %d new_sdk_index %d host_index %d .\r\n",
+        host_index);
     if (f.old_sdk_index == 0 && route.sdk_index > 0 &&
         dpm::program_route(record_of(route), caller) != 0) {
         undo_arrival(f);
@@ -89,7 +79,9 @@ bool gateway_went(const following &f, const dpm::call_site &caller) {
     else
         route.sdk_index = 0;
     route.host_index[f.position] = DPM_ROUTE_UNRESOLVED;
-    log_went(f, caller);
+    LOG_FOLLOWING(
+        caller, f,
+        "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d old_sdk_index %d new_sdk_index %d .\r\n");
     if (route.sdk_index == 0 && f.old_sdk_index > 0) {
         if (dpm::withdraw_route(record_of(route), caller) != 0)
             return false;

@@ -310,11 +310,9 @@ dpm_route_entry *dpm_route_find_best_route(std::uint32_t vrf, const dpm_prefix *
         (void)dpm::null_parameter();
         return nullptr;
     }
-    const std::uint8_t *ip = address->address;
     DPM_TRACE(
         "%s %d::vrfid %d type %d ipaddr %x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x.%x masklen %d\r\n",
-        vrf, address->family, ip[0], ip[1], ip[2], ip[3], ip[4], ip[5], ip[6], ip[7], ip[8], ip[9],
-        ip[10], ip[11], ip[12], ip[13], ip[14], ip[15], address->prefix_len);
+        vrf, address->family, DPM_IPV6_BYTES(*address), address->prefix_len);
     if (!dpm::is_iptype(address->family, DPM_CALL_SITE))
         return nullptr;
     const dpm_route_index &index = index_of(address->family);
