@@ -260,27 +260,21 @@ int dal_driver_del_gre_tunnel(uint32_t vrf, const uint8_t *source, const uint8_t
                                             destination, key, checksum, slot_bits);
 }
 
-int dal_driver_add_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
-                               uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
-                               const uint8_t *destination, uint32_t key, uint32_t checksum,
-                               uint32_t *id, uint32_t slot_bits) {
-    const GreTunnel tunnel{vrf, ipv4(source), ipv4(destination), key, checksum};
-    const GreNextHop nexthop{port_type, port_id, vid, ivid, tunnel, mac_of(mac)};
-    return answer<Function::add_gre_nexthop>(Create<kinds::gre_nexthop>(id, nexthop), port_type,
-                                             port_id, mac, vid, ivid, vrf, source, destination, key,
-                                             checksum, id, slot_bits);
-}
-
-int dal_driver_update_gre_nexthop(uint32_t port_type, uint32_t port_id, const uint8_t *mac,
-                                  uint32_t vid, uint32_t ivid, uint32_t vrf, const uint8_t *source,
-                                  const uint8_t *destination, uint32_t key, uint32_t checksum,
-                                  uint32_t *id, uint32_t slot_bits) {
-    const GreTunnel tunnel{vrf, ipv4(source), ipv4(destination), key, checksum};
-    const GreNextHop nexthop{port_type, port_id, vid, ivid, tunnel, mac_of(mac)};
-    return answer<Function::update_gre_nexthop>(Renew<kinds::gre_nexthop>(*id, nexthop), port_type,
-                                                port_id, mac, vid, ivid, vrf, source, destination,
-                                                key, checksum, id, slot_bits);
-}
+// Made, or with another value: they take the same.
+#define GRE_NEXTHOP(name, function, operation)                                                     \
+    int name(uint32_t port_type, uint32_t port_id, const uint8_t *mac, uint32_t vid,               \
+             uint32_t ivid, uint32_t vrf, const uint8_t *source, const uint8_t *destination,       \
+             uint32_t key, uint32_t checksum, uint32_t *id, uint32_t slot_bits) {                  \
+        const GreTunnel tunnel{vrf, ipv4(source), ipv4(destination), key, checksum};               \
+        const GreNextHop nexthop{port_type, port_id, vid, ivid, tunnel, mac_of(mac)};              \
+        return answer<function>(operation, port_type, port_id, mac, vid, ivid, vrf, source,        \
+                                destination, key, checksum, id, slot_bits);                        \
+    }
+GRE_NEXTHOP(dal_driver_add_gre_nexthop, Function::add_gre_nexthop,
+            Create<kinds::gre_nexthop>(id, nexthop))
+GRE_NEXTHOP(dal_driver_update_gre_nexthop, Function::update_gre_nexthop,
+            Renew<kinds::gre_nexthop>(*id, nexthop))
+#undef GRE_NEXTHOP
 
 int dal_driver_del_gre_nexthop(uint32_t id, uint32_t slot_bits) {
     return answer<Function::del_gre_nexthop>(Drop<kinds::gre_nexthop>(id), id, slot_bits);
