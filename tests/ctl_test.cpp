@@ -93,7 +93,7 @@ TEST(command_language, explains_every_command) {
 
 TEST(command_language, names_chip_requests_as_the_chip_does) {
     for (const std::string_view value : ctl::type_named("REQUEST").values)
-        EXPECT_TRUE(chassis::chip::request_named(value)) << value;
+        EXPECT_TRUE(chassis::chip::function_named(value)) << value;
 }
 
 class Answers : public rig::LoneShelf {};

@@ -199,7 +199,7 @@ TEST_F(Driver, RequestsArriveNarrowedAndSlotsThatFailAreLoggedWithThem) {
     card.chip.answer_slots({4});
     for (const auto &[up, code] : {std::pair(0u, -3), {1u, 3}, {1u, 0}})
         for (const auto &[call, slots_while_up, line, details] : requests) {
-            const auto function = chip::request_named(line.substr(0, line.find(' ')));
+            const auto function = chip::function_named(line.substr(0, line.find(' ')));
             ASSERT_TRUE(function) << line;
             g_dpm_global.slave_up = up;
             card.chip.fail_slot(*function, 4, code);

@@ -254,8 +254,9 @@ TEST_F(HostRecords, ATrunkNeedsANumberAndAPortHasItsPhysicalOne) {
         info.phy_port_id = port.physical;
         clear_journal();
         EXPECT_EQ(report(info), 0) << "accepted as a request";
-        ASSERT_EQ(master().chip.nexthops.size(), 1u) << "a refused report leaves the old one";
-        const auto &nexthop = master().chip.nexthops.begin()->second;
+        const auto &nexthops = master().chip.held<chassis::chip::kinds::nexthop>();
+        ASSERT_EQ(nexthops.size(), 1u) << "a refused report leaves the old one";
+        const auto &nexthop = nexthops.begin()->second;
         EXPECT_EQ(nexthop.port_id, port.port);
         EXPECT_EQ(nexthop.port_type, port.port == 5 ? DPM_PORT_LOGICAL : DPM_PORT_PHYSICAL);
         EXPECT_EQ(logged(master(), "::host_info paramter is err! port_type "), port.refused);

@@ -349,7 +349,7 @@ std::string drawn(TableWalk &walk, std::string text) {
 // object of the chip for which there was no memory.
 void account_for_fault(TableWalk &walk) {
     auto leaks = -unsigned(walk.hosts(walk.master()).size());
-    auto orphans = walk.master().chip.nexthops;
+    auto orphans = walk.master().chip.held<chassis::chip::kinds::nexthop>();
     for (const dpm_nexthop_entry &entry : walk.nexthops(walk.master()))
         leaks += entry.cnt, orphans.erase(entry.sdk_index);
     EXPECT_LE(leaks - std::exchange(walk.allow().nexthop_leaks, leaks),

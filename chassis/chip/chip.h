@@ -69,15 +69,6 @@ public:
         return objects<Kind>().held;
     }
 
-    // Some of it by name, as long as there are users of these.
-    std::map<Address, Index> &entries = tamper<kinds::entry>();
-    std::map<Index, NextHop> &nexthops = tamper<kinds::nexthop>();
-    std::map<Index, Members> &groups = tamper<kinds::group>();
-    std::map<std::uint16_t, Interface> &interfaces = tamper<kinds::interface>();
-    std::map<DefaultKey, bool> &cpu_default = tamper<kinds::cpu_default>();
-    std::map<std::uint32_t, Nothing> &arp_rules = tamper<kinds::arp_rule>();
-    std::map<std::uint32_t, Nothing> &ospf_rules = tamper<kinds::ospf_rule>();
-
     // The next `count` requests of a function are refused with `code`, after `skip` that pass.
     void refuse(Function function, unsigned count, int code = -1, unsigned skip = 0);
 

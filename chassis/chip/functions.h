@@ -81,7 +81,7 @@ constexpr std::string_view name_of(Function function) {
 }
 
 // By its name, or its word in the command language.
-constexpr std::optional<Function> request_named(std::string_view name) {
+constexpr std::optional<Function> function_named(std::string_view name) {
     for (std::size_t i = 0; i < std::size_t(Function::count); i++)
         if (name == function_names[i] || name == function_words[i])
             return Function(i);

@@ -51,8 +51,9 @@ Reply chip_lookup(Command &command) {
     const std::string question = std::string(command.line.value("IP")) + ": ";
     if (found)
         return done(question + answer_text(chip, *found));
-    const auto standard = chip.cpu_default.find({ip.family, std::uint32_t(vrf)});
-    const bool cpu = standard != chip.cpu_default.end() && standard->second;
+    const auto &defaults = chip.held<kinds::cpu_default>();
+    const auto standard = defaults.find({ip.family, std::uint32_t(vrf)});
+    const bool cpu = standard != defaults.end() && standard->second;
     return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
 }
 
@@ -80,7 +81,7 @@ Reply chip_mistakes(Command &command) {
 }
 
 Reply chip_refuse(Command &command) {
-    const auto kind = chassis::chip::request_named(command.line.value("REQUEST"));
+    const auto kind = chassis::chip::function_named(command.line.value("REQUEST"));
     if (!kind)
         return refused("the chip knows no such request");
     const Parsed &line = command.line;
