@@ -205,6 +205,15 @@ void RowShelf::repeat(const Words &words, const std::string &command) {
     keep_log(true);
 }
 
+// "each {a} {b} do neigh add *": the words stand for *.
+void RowShelf::each(const std::string &command) {
+    const std::size_t end = command.find(" do ");
+    for (const std::string &word : words_of(command.substr(5, end - 5))) {
+        std::string one = command.substr(end + 4);
+        perform(one.replace(one.find('*'), 1, word));
+    }
+}
+
 // What one of the library's shows prints.
 std::string RowShelf::shown(const std::string &function) const {
     const auto show = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, function.c_str()));
@@ -252,6 +261,8 @@ bool RowShelf::perform_verb(const std::string &command) {
         hold(verb == "hold");
     else if (verb == "allow")
         make_exception(allow(), words);
+    else if (verb == "each")
+        each(command);
     else if (verb == "many")
         repeat(words, command);
     else if (verb == "shown")
