@@ -129,6 +129,17 @@ ROWS(Hosts, AHalfDeletedHostIsWholeOnTheNextMaster, .roles = rig::mirroring, .se
     {"switch-over", "entry+ {net} n1"},
 };
 
+ROWS(Hosts, AGlobalIpv6AddressMovesToAnotherInterface, .families = {6}, .roles = with_standby){
+    {"neigh add {a}"},
+    {"neigh add {a} dev vlanif200 port 2",
+     "notice {a} goes; entry- {a} n1; nexthop- n1; mirror nexthop- n1; mirror host- {a}; "
+     "nexthop+ port 2 svlan 200 {m1} n2; mirror nexthop+ n2; entry+ {a} n2; mirror host+ {a}; "
+     "probe {l1}; notice {a} came"},
+    {"neigh add {l1}"},
+    {"neigh add {l1} dev vlanif200"}, // another neighbour
+    {"show hosts --count", "= 3"},
+};
+
 ROWS(Hosts, OnTheStandbyReportsAreDropped, .roles = with_standby, .see = "chip log/dpm_host"){
     {"standby neigh add {a}", "standby: log10 dpm_host_add_msg #::it is slave.\r\n"},
     {"standby neigh del {a}", "standby: log10 dpm_host_del_msg #::it is slave.\r\n"},

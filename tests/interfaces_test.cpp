@@ -84,7 +84,7 @@ ROWS(Interfaces, TheChipsRefusalsDoNotChangeWhatIsKept, once("chip")){
     {"chip refuse vrf 1"},
     {"if vrf vlanif300 3", "if-vrf vlan 300 vrf 3 -> -1"},
     {"chip refuse interface-del 1"},
-    {"if del vlanif300", "entry- vrf 3 10.3.1.1/24 cpu -> -1; entry- vrf 3 10.3.1.1 cpu -> -1; "
+    {"if del vlanif300", "entry- 10.3.1.1/24 cpu -> -1; entry- 10.3.1.1 cpu -> -1; "
                          "interface- vlan 300 {mac} -> -1; arp vlan 300 off -> -1"},
     {"allow chip-differs 0"},
     {"if add vlanif300",
@@ -125,11 +125,72 @@ ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, once("chip log")){
     {"addr add 10.8.1.1/24 dev vlanif300", ""}, // a second one that qualifies asks once
     {"sub add 300 302", "ospf vlan 302 on"},
     {"sub del 300 302", "ospf vlan 302 off"},
-    {"if del vlanif300"},
+    {"addr del 10.8.1.1/24 dev vlanif300", ""},
+    {"addr del 10.8.0.1/24 dev vlanif300", "ospf vlan 303 off; ospf vlan 301 off"},
+    {"addr add 10.8.2.1/24 dev vlanif300", "ospf vlan 303 on; ospf vlan 301 on"},
+    {"if add vlanif303", "log10 dpm_if_add #::vlan 303 is a subvlan!\r\n"},
+    {"if del vlanif300",
+     "ospf vlan 303 off; ospf vlan 301 off; entry- 10.8.2.1/24 cpu -> -1; entry- 10.8.2.1 cpu -> -1"},
+};
+
+// In full: dependants, chip, next hop, mirror; the IP stack learns who is still there anew, where
+// the interface is then.
+ROWS(Interfaces, TakeTheirHostsWithThem, .roles = rig::with_standby,
+     .see = "chip mirror stack notice"){
+    {"neigh add {a}"},
+    {"neigh add {b} dev vlanif200 port 2"},
+    {"route add {net} via {a}"},
+    {"if vrf vlanif100 7",
+     "entry- {net} n1; mirror route+ {net}; notice {a} goes; entry- {a} n1; nexthop- n1; "
+     "mirror nexthop- n1; mirror host- {a}; forget {a}; if-vrf vlan 100 vrf 7; "
+     "standby: if-vrf vlan 100 vrf 7"},
+    {"neigh add {a}"},
+    {"forwards {in}", "= "},
+    {"if vrf vlanif100 0"},
+    {"neigh add {a}"},
+    {"forwards {in}", "= {net} -> {a}"},
+    {"port down 1"},
+    {"if del vlanif100"},
+    {"show hosts --count", "= 1"},
+    {"show hold --count", "= 0"},
+};
+
+// Records name their interface, and take the index that it has on each card, when it has one.
+ROWS(Interfaces, ThatComeAgainLeadTheirRecordsAgain, .roles = rig::mirroring){
+    {"route add {net} via {a}"},
+    {"ilm add 7"},
+    {"neigh add {l1}"},
+    {"allow standby-differs"},    // in what the names lead to
+    {"standby if del vlanif100"}, // before the master's deletes
+    {"neigh add {l2} dev vlanif200"},
+    {"standby show hosts {l1} --count", "= 1"},
+    {"neigh del {l1}"},
+    {"standby show hosts {l1} --count", "= 0"},
+    {"neigh add {l1}"},
+    {"standby if add vlanif100"},
+    {"allow standby-differs 0"},
+    {"if del vlanif100"},
+    {"if add vlanif300"}, // takes the index
+    {"if add vlanif100"},
+    {"neigh add {a}"},
+    {"forwards {in}", "= {net} -> {a}"},
+    {"neigh add {l1}"},
+    {"switch-over"},
+    {"neigh del {a}"},
+    {"neigh del {l1}"},
+    {"show hosts --count", "= 1"},
+};
+
+// What the suite has announced counts, not what the worker has reached; no request waits for it.
+ROWS(Interfaces, AreKnownToTheRequestsBehindTheirAnnouncement, once("platform")){
+    {"hold"},
+    {"if add vlanif300"},
+    {"addr add 10.3.1.1/24 dev vlanif300", "vlan 300 address 10.3.1.1/24 oper 1"},
+    {"go"},
 };
 
 ROWS(Interfaces, WithoutMemoryNothingIsChanged, once("chip")){
-    {"if add vlanif300 super"}, {"fault alloc 2"}, // behind the request's
+    {"if add vlanif300 super"}, {"fault alloc 3"}, // behind the request's
     {"if add vlanif400", ""},   {"fault alloc 2"}, {"sub add 300 201", ""},
     {"subs 300", "= 0:"},       {"fault alloc 2"}, {"addr add 10.8.0.1/24 dev vlanif300", ""},
     {"if del vlanif300", ""},

@@ -126,7 +126,8 @@ ROWS(Labels, TravelWithWhatIsLocalLookedUpAgain, .roles = rig::mirroring, .see =
 };
 
 ROWS(Labels, ARouteGivesWayToTunnelsOfItsPrefixAndFollowsItsHostsOutsideTheChip, .see = "chip"){
-    {"each {a} {b} do neigh add *"},
+    {"neigh add {a}"},
+    {"neigh add {b}"},
     {"route add {net} via {a}", "entry+ {net} n1"},
     {"ftn add {net} via {b} vrf 5", ""}, // no tunnel
     {"ftn add {net1} via {b}", ""},      // another prefix

@@ -8,7 +8,7 @@
 #include "dpm.h"
 #include "dpm_check.h"
 #include "dpm_host.h"
-#include "dpm_if.h"
+#include "dpm_if_announced.h"
 #include "dpm_l3vpn.h"
 #include "dpm_route_record.h"
 #include "dpm_vpn.h"
@@ -277,7 +277,7 @@ Lines tables_are_sound(Card &card) {
 
 Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     const CardScope scope(card);
-    std::size_t held = at_start + extra + blocks_of_interfaces();
+    std::size_t held = at_start + extra + blocks_of_interfaces() + dpm::if_announced_count();
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
     for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
         held += index->by_gateway.numnodes + (index->by_network != nullptr);

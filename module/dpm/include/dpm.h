@@ -76,6 +76,7 @@ struct dpm_index {
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;
     std::uint32_t hash_seed;
+    dpm_timer_node leaving_timer; // tries again to delete hosts whose interface has gone
 };
 
 extern DPM_STATE dpm_index g_dpm_index;

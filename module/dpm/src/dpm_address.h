@@ -73,6 +73,11 @@ inline bool is_linklocal(const dpm_prefix &ip) {
     return ip.family == DPM_FAMILY_IPV6 && ip.address[0] == 0xFE && ip.address[1] == 0x80;
 }
 
+// fe80::/10: an address together with its interface alone.
+inline bool is_scoped(const dpm_prefix &ip) {
+    return ip.family == DPM_FAMILY_IPV6 && ip.address[0] == 0xFE && (ip.address[1] & 0xC0) == 0x80;
+}
+
 // The text of an address, for log lines; it lives as long as the statement that makes it.
 class address_text {
 public:

@@ -126,6 +126,7 @@ int put_back(dpm_host_entry &host) {
 // delete took is given back.  0, or -1 when the chip refused.
 int make_whole(dpm_host_entry &host) {
     host_record &record = record_of(host);
+    record.is_leaving = false;
     if (!record.in_chip && !dpm::is_linklocal(host.ip) && put_back(host) != 0) {
         DPM_LOG_FROM(adding, "%s %d::host_entry add driver failed!\r\n");
         return -1;
@@ -269,7 +270,7 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     }
     if (present != nullptr)
         DPM_TRACE("%s %d::find same prefix and mask in host table.\r\n");
-    if (delete_replaced(present) != 0)
+    if (delete_replaced(present) != 0 || delete_replaced(dpm::moved_host(host)) != 0)
         return -1;
     return dpm_host_entry_add(&host);
 }

@@ -6,6 +6,7 @@
 #include "dpm_api.h"
 #include "dpm_avltree.h"
 #include "dpm_destination.h"
+#include "dpm_if.h"
 #include "dpm_list.h"
 #include "dpm_msg.h"    // the owners of the messages
 #include "dpm_tables.h" // the senders of mirroring
@@ -110,6 +111,13 @@ void unreachable_index_create();
 
 // A card that becomes standby, or master, forgets what it waited for before.
 void unreachables_end();
+
+// What is waited for or held on an interface ends, in the VRF that it leaves.
+void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf);
+void holds_end_on(std::uint32_t ifindex, std::uint32_t vrf);
+
+// What hosts do when interfaces change.
+extern const if_follower hosts_on_interfaces;
 
 // What hosts do as holders of destinations.
 extern const destination_owner host_owner;

@@ -76,6 +76,12 @@ void hold_index_create() {
     holds_by_address().create();
 }
 
+void holds_end_on(std::uint32_t ifindex, std::uint32_t vrf) {
+    for (dpm_hold_entry &held : hold_list(g_dpm_global.hold_list).erasable())
+        if (held.ifindex == ifindex && held.vrf == vrf)
+            (void)dpm_host_hold_entry_del(&held);
+}
+
 } // namespace dpm
 
 dpm_hold_entry *dpm_host_hold_find_by_entry(const dpm_host_entry *host) {

@@ -9,6 +9,7 @@ struct host_record {
     dpm_host_entry entry; // first: the tables see this alone
     bool in_chip;         // false for link-local hosts, and while a delete stands half done
     bool is_announced;    // false while its dependants have heard that it goes
+    bool is_leaving;      // its interface has gone, or moved, and the chip kept it
     std::uint32_t sync;   // that brought it
 };
 
@@ -28,6 +29,10 @@ void unlink_host(dpm_host_entry &host);
 // Put a host's entry into the chip, or take it out; 0, or the driver's answer.
 int program_host(const dpm_host_entry &host, std::uint32_t slot_bits);
 int withdraw_host(const dpm_host_entry &host);
+
+// The host of a global IPv6 address on another interface of its VRF than it is reported on now;
+// null when there is none.
+dpm_host_entry *moved_host(const dpm_host_entry &reported);
 
 // Frees a host that is not, or no longer, linked.
 void free_host(dpm_host_entry &host);

@@ -69,6 +69,21 @@ bool has_chip_host(std::uint32_t vrf, const dpm_prefix &ip) {
     return false;
 }
 
+dpm_host_entry *moved_host(const dpm_host_entry &reported) {
+    if (reported.ip.family != DPM_FAMILY_IPV6 || is_scoped(reported.ip))
+        return nullptr;
+    dpm_host_entry key; // only what the compares read is set
+    key.vrf = reported.vrf;
+    key.ifindex = 0; // before every interface
+    key.ip = reported.ip;
+    for (dpm_host_entry *host = ipv6_hosts().find_from(key);
+         host != nullptr && dpm_host_ipv4_compare(*host, reported) == 0;
+         host = ipv6_hosts().next(*host))
+        if (host->ifindex != reported.ifindex)
+            return host;
+    return nullptr;
+}
+
 void free_host(dpm_host_entry &host) {
     free_zeroed(&record_of(host));
 }
@@ -81,11 +96,13 @@ int dpm_host_ipv4_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
     return dpm_prefix_compare(a.ip, b.ip);
 }
 
-// IPv6 addresses are scoped by interface.
+// IPv6 addresses are scoped by interface; one that this card does not have yet is told by its name.
 int dpm_host_ipv6_compare(const dpm_host_entry &a, const dpm_host_entry &b) {
     if (const int order = dpm_host_ipv4_compare(a, b))
         return order;
-    return dpm::three_way(a.ifindex, b.ifindex);
+    if (a.ifindex != b.ifindex || a.ifindex != DPM_IFINDEX_NONE)
+        return dpm::three_way(a.ifindex, b.ifindex);
+    return dpm::three_way(std::strcmp(a.ifname, b.ifname), 0);
 }
 
 int dpm_host_entry_is_same(const dpm_host_entry *a, const dpm_host_entry *b) {
@@ -116,6 +133,7 @@ dpm_host_entry *dpm_host_find_by_ip(std::uint32_t vrf, const dpm_prefix *ip,
     dpm_host_entry key; // only what the compares read is set: routes ask for each of their gateways
     key.vrf = vrf;
     key.ifindex = ifindex;
+    key.ifname[0] = '\0';
     key.ip = *ip;
     return dpm_host_find_by_entry(&key);
 }

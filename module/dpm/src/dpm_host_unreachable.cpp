@@ -12,6 +12,8 @@
 
 namespace {
 
+using unreachable_list = dpm::list_view<dpm_unreachable_entry, &dpm_unreachable_entry::link>;
+
 struct unreachable_record {
     dpm_unreachable_entry entry; // first: the list sees this alone
     dpm_avl_node by_address;
@@ -62,8 +64,14 @@ void unreachable_index_create() {
 }
 
 void unreachables_end() {
-    while (!list_empty(&g_dpm_global.unreachable_list))
-        forget(*reinterpret_cast<dpm_unreachable_entry *>(g_dpm_global.unreachable_list.next));
+    for (dpm_unreachable_entry &entry : unreachable_list(g_dpm_global.unreachable_list).erasable())
+        forget(entry);
+}
+
+void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf) {
+    for (dpm_unreachable_entry &entry : unreachable_list(g_dpm_global.unreachable_list).erasable())
+        if (entry.ifindex == ifindex && entry.vrf == vrf)
+            forget(entry);
 }
 
 } // namespace dpm

@@ -4,7 +4,7 @@
 // A VLAN interface outside the management VLANs has an L3 interface in the chip from its creation,
 // and an ARP trap rule from its first IPv4 address to its last; a super-VLAN keeps its sub-VLANs in
 // a list of its own.  Interfaces are not mirrored: the suite configures both cards, each with its
-// own indexes.
+// own indexes.  Records of other tables that name an interface follow it (if_follower).
 //
 // The driver's answers are not looked at here: the flags tell what was asked for, and each slot's
 // failure is logged when the driver reports it.
@@ -22,7 +22,6 @@
 namespace {
 
 using address_list = dpm::list_view<dpm_if_ip_entry, &dpm_if_ip_entry::link>;
-using interface_list = dpm::list_view<dpm_if_entry, &dpm_if_entry::link>;
 
 constexpr std::uint16_t status_up = 1;
 constexpr std::uint32_t default_mtu_bytes = 1500;
@@ -57,21 +56,14 @@ void fill_interface(dpm_if_entry &entry, const dpm_if_msg &body) {
 
 // The chip may hold an address twice: as the interface's network and as the interface's own host
 // entry.
-void delete_addresses(const dpm_if_entry &entry, list_head &list) {
+void delete_addresses(list_head &list) {
     for (dpm_if_ip_entry &address : address_list(list).erasable()) {
         const dpm_prefix &ip = address.ip;
-        (void)dpm_driver_delete_intf_ip(entry.vrf, ip.family, ip.address, ip.prefix_len);
-        (void)dpm_driver_delete_intf_ip(entry.vrf, ip.family, ip.address,
+        (void)dpm_driver_delete_intf_ip(address.vrf, ip.family, ip.address, ip.prefix_len);
+        (void)dpm_driver_delete_intf_ip(address.vrf, ip.family, ip.address,
                                         dpm::host_bits(ip.family));
         list_del(&address.link);
         dpm::free_zeroed(&address);
-    }
-}
-
-void delete_sub_vlans(dpm_if_entry &entry) {
-    for (dpm_if_entry &sub : interface_list(entry.sub_list).erasable()) {
-        list_del(&sub.link);
-        dpm::free_zeroed(&sub);
     }
 }
 
@@ -134,6 +126,10 @@ int dpm_if_add(const dpm_if_msg *body) {
         DPM_TRACE("%s %d::if_index %d, find same if_entry!\r\n", body->if_index);
         return 0;
     }
+    if (dpm::is_sub_vlan(dpm::bounded_name(body->ifname).c_str())) {
+        DPM_TRACE("%s %d::vlan %d is a subvlan!\r\n", body->vlan);
+        return -1;
+    }
     dpm::block<dpm_if_entry> entry;
     if (!entry)
         return -1;
@@ -144,7 +140,8 @@ int dpm_if_add(const dpm_if_msg *body) {
     }
     list_add(&entry->link, &g_dpm_global.if_list);
     g_dpm_global.if_count++;
-    (void)entry.release();
+    const dpm_if_entry &added = *entry.release();
+    dpm::if_followers_renumber(added.ifname, added.if_index);
     return 0;
 }
 
@@ -156,13 +153,15 @@ int dpm_if_del(const dpm_if_msg *body) {
         DPM_TRACE("%s %d::if_index %d, can not find same if_entry!\r\n", body->if_index);
         return -1;
     }
-    delete_addresses(*entry, entry->ipv4_list);
-    delete_addresses(*entry, entry->ipv6_list);
-    delete_sub_vlans(*entry);
+    dpm::if_followers_leave(*entry);
+    dpm::sub_vlans_end(*entry);
+    delete_addresses(entry->ipv4_list);
+    delete_addresses(entry->ipv6_list);
     delete_from_chip(*entry);
     list_del(&entry->link);
     if (g_dpm_global.if_count != 0)
         g_dpm_global.if_count--;
+    dpm::if_followers_renumber(entry->ifname, DPM_IFINDEX_NONE);
     dpm::free_zeroed(entry);
     return 0;
 }
@@ -184,6 +183,7 @@ int dpm_if_add_ip(const if_ip_msg *body) {
     address->vrf = body->vrf;
     address->ip = body->ip;
     arp_rule_with_first_address(*entry, body->ip.family);
+    dpm::sub_vlans_gain(*entry, body->ip);
     list_add(&address.release()->link, &list);
     return 0;
 }
@@ -204,6 +204,7 @@ int dpm_if_del_ip(const if_ip_msg *body) {
     list_del(&address->link);
     dpm::free_zeroed(address);
     arp_rule_with_last_address(*entry, body->ip.family);
+    dpm::sub_vlans_lose(*entry, body->ip);
     return 0;
 }
 
@@ -219,6 +220,7 @@ int dpm_if_vrf_pro(const dpm_if_vrf_msg *body) {
         DPM_TRACE("%s %d::vrf = %d, same vrf.\r\n", body->vrf);
         return 0;
     }
+    dpm::if_followers_leave(*entry);
     if (entry->if_type == DPM_IF_VLANIF)
         (void)dpm_driver_interface_vrf_set(entry->if_id, body->vrf, 0);
     entry->vrf = static_cast<std::uint16_t>(body->vrf);

@@ -85,7 +85,32 @@ inline bool dpm_if_is_manage_vlan(const char (&name)[DPM_IFNAME_BYTES]) {
 void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 void dpm_network_ipv6_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 
+inline constexpr std::uint32_t DPM_IFINDEX_NONE = 0xFFFFFFFF; // of a name that no interface has
+
 namespace dpm {
+
+// What a table does when an interface changes under its entries.  Records name their interface: its
+// index may come later than they, and another one after it, on each card at a time of its own.
+struct if_follower {
+    // The interface goes or leaves its VRF: what is resolved on it ends.  On the master, before
+    // anything else is changed; null: nothing.
+    void (*leave)(const dpm_if_entry &entry);
+    // The interface of this name has this index from now on, DPM_IFINDEX_NONE when it has gone.
+    void (*renumber)(const char *ifname, std::uint32_t ifindex);
+};
+
+// In the order of the calls; at start-up.
+void if_follower_register(const if_follower &follower);
+
+void if_followers_leave(const dpm_if_entry &entry);
+void if_followers_renumber(const char *ifname, std::uint32_t ifindex);
+
+// Sub-VLANs of an interface: their OSPF rules come with the first address on whose network OSPF
+// runs, and go with the last.
+void sub_vlans_gain(const dpm_if_entry &super, const dpm_prefix &address); // before it is added
+void sub_vlans_lose(const dpm_if_entry &super, const dpm_prefix &address); // when it has gone
+void sub_vlans_end(dpm_if_entry &super);
+bool is_sub_vlan(const char *ifname);
 
 // A name of 64 bytes that may lack its end, cut to 63 and ended.
 class bounded_name {

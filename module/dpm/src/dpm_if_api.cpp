@@ -1,9 +1,10 @@
 // Interface requests of the routing suite, and the queries that it makes.
 //
 // Requests run on the callers' threads: they check, tell the platform, and post; both cards take
-// them, for the standby needs its interfaces to resolve names.  Queries take the DPM lock around
-// one lookup.
-#include "dpm_if.h"
+// them, for the standby needs its interfaces to resolve names.  They take no DPM lock: what they
+// ask of an interface is what was announced (dpm_if_announced.h).  Queries take it around one
+// lookup.
+#include "dpm_if_announced.h"
 
 #include "dpm_address.h"
 #include "dpm_events.h"
@@ -22,11 +23,19 @@ constexpr dpm::oper_codes if_codes = {DPM_MSG_ADD_IF, DPM_MSG_DEL_IF};
 constexpr dpm::oper_codes if_ip_codes = {DPM_MSG_ADD_IF_IP, DPM_MSG_DEL_IF_IP};
 constexpr dpm::oper_codes sub_codes = {DPM_MSG_SUPER_ADD_SUB, DPM_MSG_SUPER_DEL_SUB};
 
-// The worker may free the interface meanwhile: the lock is held for the lookup, not for what
-// follows.
-std::uint32_t vlan_of(std::uint32_t ifindex) {
-    const dpm::dpm_lock lock;
-    return dpm_if_get_vlanid(ifindex);
+// What the requests behind this one ask for; false when memory has run out.
+bool announce(const dpm_if_msg &body, std::uint32_t oper) {
+    if (oper == DPM_OPER_DEL)
+        return dpm::if_withdrawn(body.ifname), true;
+    dpm::block<dpm::announced_if> entry;
+    if (!entry)
+        return false;
+    entry->ifindex = body.if_index;
+    entry->if_type = body.if_type;
+    entry->vlan = body.vlan;
+    std::memcpy(entry->ifname, body.ifname, sizeof entry->ifname);
+    dpm::if_announced(entry);
+    return true;
 }
 
 void show_interface(dpm_if_entry &entry) {
@@ -59,9 +68,14 @@ int dpm_api_set_if_proc(const char *ifname, std::uint32_t if_type, std::uint32_t
     body->if_index = ifindex;
     body->if_type = if_type;
     std::memcpy(body->ifname, ifname, strnlen(ifname, sizeof body->ifname - 1));
+    if (!announce(*body, oper))
+        return -1;
     if (if_type == DPM_IF_VLANIF)
         (void)hal_ns_vlanif_proc(vlan, oper);
-    return body.post(if_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    const int result = body.post(if_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
+    if (result != 0 && oper == DPM_OPER_ADD)
+        dpm::if_withdrawn(dpm::bounded_name(ifname).c_str());
+    return result;
 }
 
 int dpm_api_set_if_ip_proc(std::uint16_t vrf, std::uint32_t ifindex, std::uint8_t family,
@@ -81,7 +95,7 @@ int dpm_api_set_if_ip_proc(std::uint16_t vrf, std::uint32_t ifindex, std::uint8_
     body->vrf = vrf;
     body->ip = dpm::host_prefix(family, address);
     body->ip.prefix_len = prefix_len;
-    if (const std::uint32_t vlan = vlan_of(ifindex))
+    if (const std::uint32_t vlan = dpm::announced_vlan(ifindex))
         (void)hal_ns_vlanif_ip_proc(vlan, family, address, prefix_len, oper);
     return body.post(if_ip_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg is err!\r\n"));
 }
@@ -92,7 +106,7 @@ int dpm_api_set_if_vrf_proc(std::uint32_t ifindex, std::uint32_t vrf) {
         return -1;
     body->if_index = ifindex;
     body->vrf = static_cast<std::uint16_t>(vrf);
-    if (const std::uint32_t vlan = vlan_of(ifindex))
+    if (const std::uint32_t vlan = dpm::announced_vlan(ifindex))
         (void)hal_ns_vlanif_vrf_proc(vlan, vrf, DPM_OPER_ADD);
     return body.post(DPM_MSG_IF_VRF, DPM_SEND_ERROR("%s %d::the msg send err!\r\n"));
 }

@@ -93,7 +93,7 @@ int dpm_if_get_ifnamebyindex(std::uint32_t ifindex, char *name) {
 
 std::uint32_t dpm_if_get_ifindexbyname(const char *name) {
     const dpm_if_entry *entry = dpm_if_find_by_ifname(name);
-    return entry != nullptr ? entry->if_index : 0xFFFFFFFF;
+    return entry != nullptr ? entry->if_index : DPM_IFINDEX_NONE;
 }
 
 std::uint32_t dpm_if_get_vrf(std::uint32_t ifindex) {
@@ -129,6 +129,8 @@ std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan) {
 }
 
 std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix) {
+    if (!dpm::is_known_family(prefix->family))
+        return 0;
     const dpm_if_entry *entry = find_interface(
         [=](dpm_if_entry &candidate) { return has_network_of(candidate, vrf, *prefix); });
     return entry != nullptr ? entry->if_index : 0;

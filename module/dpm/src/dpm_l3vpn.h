@@ -9,6 +9,7 @@
 #include "dpm_api.h"
 #include "dpm_avltree.h"
 #include "dpm_destination.h"
+#include "dpm_if.h"
 #include "dpm_msg.h" // the owners of the messages
 #include "dpm_pend.h"
 #include "dpm_tables.h" // the senders of mirroring
@@ -118,6 +119,9 @@ std::uint32_t &label_sync_of(dpm_ilm &entry);
 
 void ftn_tables_create();
 void ilm_tables_create();
+
+// What label entries do when interfaces change.
+extern const if_follower labels_on_interfaces;
 
 // What label entries do as holders of destinations.
 extern const destination_owner label_owner;

@@ -48,7 +48,15 @@ struct ilm_mirror : label_mirror<dpm_ilm> {
     static std::uint32_t &sync_of(entry &present) { return dpm::label_sync_of(present); }
 };
 
+void renumber(const char *ifname, std::uint32_t ifindex) {
+    for (dpm_ilm &ilm : dpm::ilms())
+        if (std::strcmp(ilm.out_ifname, ifname) == 0)
+            ilm.out_ifindex = ifindex;
+}
+
 } // namespace
+
+constexpr dpm::if_follower dpm::labels_on_interfaces = {nullptr, renumber};
 
 // clang-format off
 DPM_MIRRORED_TABLE(ftn_mirror, mirrored_ftns,

@@ -82,6 +82,9 @@ void create_tables() {
     dpm::destination_register(dpm::destination_rank::route, dpm::route_owner);
     dpm::destination_register(dpm::destination_rank::host, dpm::host_owner);
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
+    for (const dpm::if_follower *follower :
+         {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces})
+        dpm::if_follower_register(*follower);
 }
 
 void register_callbacks() {

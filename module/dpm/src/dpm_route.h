@@ -5,6 +5,7 @@
 #include "dpm_api.h"
 #include "dpm_avltree.h"
 #include "dpm_destination.h"
+#include "dpm_if.h"
 #include "dpm_msg.h"    // the owners of the messages
 #include "dpm_tables.h" // the senders of mirroring
 
@@ -80,6 +81,9 @@ template <class Record> bool is_sound(const Record &record, const call_site &cal
     }
     return true;
 }
+
+// What routes do when interfaces change.
+extern const if_follower routes_on_interfaces;
 
 // What routes do as holders of destinations.
 extern const destination_owner route_owner;

@@ -5,8 +5,13 @@
 // group changes.
 #include "dpm_route_program.h"
 
+#include "dpm_bridge.h"
 #include "dpm_ecmp.h"
 #include "dpm_host.h"
+#include "dpm_if.h"
+
+#include <cstring>
+#include <initializer_list>
 
 namespace {
 
@@ -128,6 +133,29 @@ void dpm::ask_for_gateways(dpm_route_entry &route) {
                                            DPM_UNREACHABLE_PROBES);
     }
 }
+
+namespace {
+
+bool renumber_gateways(dpm_route_entry &route, const char *ifname, std::uint32_t ifindex) {
+    bool has_changed = false;
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        if (route.np_ifindex[i] != ifindex && std::strcmp(route.np_ifname[i], ifname) == 0)
+            route.np_ifindex[i] = ifindex, has_changed = true;
+    return has_changed;
+}
+
+// Gateways on an interface that is there again are looked for again.
+void renumber(const char *ifname, std::uint32_t ifindex) {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (dpm_route_entry &route : dpm::routes_of(family))
+            if (renumber_gateways(route, ifname, ifindex) && ifindex != DPM_IFINDEX_NONE &&
+                dpm_bridge_self_is_master())
+                dpm::ask_for_gateways(route);
+}
+
+} // namespace
+
+constexpr dpm::if_follower dpm::routes_on_interfaces = {nullptr, renumber};
 
 int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
     if (host == nullptr)

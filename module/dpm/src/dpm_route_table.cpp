@@ -33,8 +33,10 @@ bool is_over_tunnel(const dpm_route_entry &route) {
 }
 
 bool is_same_gateway(const dpm_prefix &a, const dpm_prefix &b) {
-    return a.family == b.family && (is_known_family(a.family) ? dpm_prefix_compare(a, b) == 0
-                                                              : std::memcmp(&a, &b, sizeof a) == 0);
+    if (a.family != b.family || a.family == DPM_FAMILY_NONE)
+        return a.family == b.family;
+    return is_known_family(a.family) ? dpm_prefix_compare(a, b) == 0
+                                     : std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 // The place behind of a gateway that stands in a route twice takes no part: one host resolves one.
@@ -45,7 +47,8 @@ bool asks_for_host(const dpm_route_entry &route, std::uint32_t position) {
     for (std::uint32_t before = 0; before < position; before++)
         if (is_same_gateway(route.np[before], gateway) &&
             (gateway.family == DPM_FAMILY_IPV4 || // its interface does not matter
-             route.np_ifindex[before] == route.np_ifindex[position]))
+             (route.np_ifindex[before] == route.np_ifindex[position] &&
+              std::strcmp(route.np_ifname[before], route.np_ifname[position]) == 0)))
             return false;
     return true;
 }
@@ -77,12 +80,10 @@ int dpm_route_is_same(const dpm_route_entry *a, const dpm_route_entry *b) {
         a->destination.family != b->destination.family ||
         dpm_prefix_compare(a->destination, b->destination) != 0 || a->np_num != b->np_num)
         return 0;
-    for (std::uint32_t i = 0; i < a->np_num; i++) {
-        const bool is_scoped = dpm::is_linklocal(a->np[i]); // an address on its interface alone
+    for (std::uint32_t i = 0; i < a->np_num; i++)
         if (!dpm::is_same_gateway(a->np[i], b->np[i]) ||
-            (is_scoped && a->np_ifindex[i] != b->np_ifindex[i]))
+            (dpm::is_scoped(a->np[i]) && a->np_ifindex[i] != b->np_ifindex[i]))
             return 0;
-    }
     return 1;
 }
 

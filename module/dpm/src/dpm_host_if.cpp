@@ -1,0 +1,85 @@
+// Hosts under an interface that changes.
+//
+// On the master they go with their interface, and with its VRF, in full; the IP stack forgets them
+// too, so that whoever is still there is learnt anew.  On the standby they stay until the master's
+// deletes come: an index is part of an IPv6 host's key, so it follows the name.
+#include "dpm_host_record.h"
+
+#include "dpm.h"
+#include "dpm_bridge.h"
+#include "dpm_if.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr std::uint32_t retry_sec = 30;
+
+// False when the chip would not let it go.
+bool delete_with_neighbour(dpm_host_entry &host) {
+    const std::uint32_t vrf = host.vrf, ifindex = host.ifindex;
+    const dpm_prefix ip = host.ip;
+    if (dpm_host_entry_del(&host) != 0)
+        return false;
+    dpm::drop_neighbour(vrf, ifindex, ip);
+    return true;
+}
+
+// Deletes the hosts that are to leave; false when some are still there.
+template <class Table, class Leaves> bool delete_hosts(const Table &table, Leaves leaves) {
+    bool all_left = true;
+    for (dpm_host_entry &host : table.erasable())
+        if (leaves(host) && !delete_with_neighbour(host)) {
+            record_of(host).is_leaving = true;
+            all_left = false;
+        }
+    return all_left;
+}
+
+// No request names such a host any more, so it is tried again until it goes.
+int delete_leaving(std::uintptr_t, std::uintptr_t, std::uintptr_t);
+
+template <class Leaves> void delete_all(Leaves leaves) {
+    const bool ipv4_left = delete_hosts(dpm::ipv4_hosts(), leaves);
+    const bool ipv6_left = delete_hosts(dpm::ipv6_hosts(), leaves);
+    if (ipv4_left && ipv6_left)
+        return;
+    if (g_dpm_index.leaving_timer.link.next == nullptr)
+        (void)dpm_timer_node_init(&g_dpm_index.leaving_timer);
+    (void)dpm_timer_start(g_dpm_global.timer_list, &g_dpm_index.leaving_timer, retry_sec,
+                          delete_leaving, 0, 0, 0);
+}
+
+int delete_leaving(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
+    if (!dpm_bridge_self_is_slave())
+        delete_all([](dpm_host_entry &host) { return record_of(host).is_leaving; });
+    return 0;
+}
+
+void leave(const dpm_if_entry &entry) {
+    delete_all([&](const dpm_host_entry &host) { return host.ifindex == entry.if_index; });
+    dpm::unreachables_end_on(entry.if_index, entry.vrf);
+    dpm::holds_end_on(entry.if_index, entry.vrf);
+}
+
+// Of two hosts that come to have one key the one that was there stays: a report renews it.
+template <class Table>
+void renumber_hosts(const Table &table, const char *ifname, std::uint32_t ifindex) {
+    for (dpm_host_entry &host : table.erasable()) {
+        if (host.ifindex == ifindex || std::strcmp(host.ifname, ifname) != 0)
+            continue;
+        table.remove(host);
+        host.ifindex = ifindex;
+        if (table.add(host) != nullptr)
+            dpm::free_host(host);
+    }
+}
+
+void renumber(const char *ifname, std::uint32_t ifindex) {
+    renumber_hosts(dpm::ipv4_hosts(), ifname, ifindex);
+    renumber_hosts(dpm::ipv6_hosts(), ifname, ifindex);
+}
+
+} // namespace
+
+constexpr dpm::if_follower dpm::hosts_on_interfaces = {leave, renumber};

@@ -1,0 +1,43 @@
+// Who is told when an interface changes under the entries of a table: rows registered at start-up,
+// so that the interfaces know none of the tables.
+#include "dpm_if.h"
+
+#include "dpm_bridge.h"
+#include "dpm_state.h"
+
+namespace {
+
+constexpr std::size_t max_followers = 8;
+
+struct follower_list {
+    const dpm::if_follower *rows[max_followers];
+    std::size_t count;
+};
+DPM_STATE follower_list g_dpm_if_followers;
+
+} // namespace
+
+namespace dpm {
+
+void if_follower_register(const if_follower &follower) {
+    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
+        if (g_dpm_if_followers.rows[i] == &follower)
+            return;
+    if (g_dpm_if_followers.count < max_followers)
+        g_dpm_if_followers.rows[g_dpm_if_followers.count++] = &follower;
+}
+
+void if_followers_leave(const dpm_if_entry &entry) {
+    if (!dpm_bridge_self_is_master()) // mirroring takes them from a standby
+        return;
+    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
+        if (const auto leave = g_dpm_if_followers.rows[i]->leave)
+            leave(entry);
+}
+
+void if_followers_renumber(const char *ifname, std::uint32_t ifindex) {
+    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
+        g_dpm_if_followers.rows[i]->renumber(ifname, ifindex);
+}
+
+} // namespace dpm
