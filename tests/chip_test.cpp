@@ -14,7 +14,7 @@ using namespace chassis::chip;
 namespace {
 
 constexpr std::uint8_t mac[6] = {2, 0, 0, 0, 1, 2};
-constexpr std::uint32_t every_slot = ~0u, slot_3 = 1u << 3;
+constexpr std::uint32_t slot_3 = 1u << 3;
 
 Address entry(std::uint8_t last, std::uint32_t prefix_len = 32) {
     return {0, 1, {10, 1, 1, last}, prefix_len};
@@ -103,40 +103,6 @@ TEST_F(ChipTest, AMistakeIsCountedAndChangesNothing) {
     }
     EXPECT_EQ(chip.mistake_lines().size(), count);
     EXPECT_EQ(chip.forwarding(), before);
-}
-
-// What was kept on order keeps its next hop, and nobody is to blame for trying to delete that.
-TEST_F(ChipTest, ARefusedRemovalExcusesTheNextHopsDelete) {
-    const std::uint32_t member = new_nexthop(1), target = new_nexthop(2);
-    const std::int32_t group = new_group();
-    ASSERT_EQ(change_group(group, 1, member), 0);
-    ASSERT_EQ(add(2, 32, target), 0);
-    chip.refuse(Function::update_ecmp_nexthop, 1);
-    chip.refuse(Function::del_ip_entry, 1);
-    EXPECT_EQ(change_group(group, 2, member), -1);
-    EXPECT_EQ(del(2, 32, target), -1);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(member, 0), -1);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(target, 0), -1);
-    EXPECT_EQ(chip.mistakes(), 0u);
-}
-
-TEST_F(ChipTest, ProgrammingASlotAgainChangesNothing) {
-    std::uint32_t nexthop = new_nexthop(1, every_slot);
-    const std::int32_t group = new_group();
-    ASSERT_EQ(change_group(group, 1, nexthop), 0);
-    ASSERT_EQ(add(2, 32, nexthop, every_slot), 0);
-    const auto before = chip.forwarding();
-    EXPECT_EQ(dal_driver_add_ip_nexthop(2, 1, &nexthop, 100, 0, mac, slot_3), 0);
-    EXPECT_EQ(add(2, 32, nexthop, slot_3), 0);
-    EXPECT_EQ(change_group(group, 1, nexthop, slot_3), 0);
-    std::int32_t again = group;
-    EXPECT_EQ(dal_driver_add_ecmp_nexthop(&again, 0, 0, nullptr, slot_3), 0);
-    EXPECT_EQ(again, group);
-    EXPECT_EQ(chip.forwarding(), before);
-    ASSERT_EQ(change_group(group, 2, nexthop), 0);
-    ASSERT_EQ(del(2, 32, nexthop), 0);
-    EXPECT_EQ(dal_driver_del_ip_nexthop(nexthop, 0), 0) << "nothing counted twice";
-    EXPECT_EQ(chip.mistakes(), 0u);
 }
 
 TEST_F(ChipTest, AnEntryOfAGroupThatHasGoneForwardsNowhere) {

@@ -91,11 +91,6 @@ TEST(command_language, explains_every_command) {
     EXPECT_NE(ctl::help("port down").find("a port (1 to 64)"), all.npos);
 }
 
-TEST(command_language, names_chip_requests_as_the_chip_does) {
-    for (const std::string_view value : ctl::type_named("REQUEST").values)
-        EXPECT_TRUE(chassis::chip::function_named(value)) << value;
-}
-
 class Answers : public rig::LoneShelf {};
 
 // The chip loses its first route or group behind the library's back; "again" gives all back.
