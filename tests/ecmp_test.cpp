@@ -108,8 +108,8 @@ namespace {
 class GroupRecords : public rig::Shelf {
 protected:
     void SetUp() override {
-        add_interface("vlanif100", 100);
-        learn_host({});
+        run("if add vlanif100");
+        run("neigh add 10.1.1.2");
         nexthop = hosts(master())[0].sdk_index;
         clear_journal();
     }

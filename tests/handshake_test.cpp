@@ -174,7 +174,7 @@ namespace {
 
 class Cards : public rig::JoinedShelf {
 protected:
-    void SetUp() override { add_interface("vlanif100", 100); }
+    void SetUp() override { run("if add vlanif100"); }
 };
 
 class LoneCard : public rig::LoneShelf {};
@@ -186,10 +186,10 @@ TEST_F(Cards, MirrorChangesFromTheStartOfTheHandshakeOn) {
         card->peer.record(true);
     hold(true);
     master().peer.connected();
-    learn_host({}); // posted behind the slot-up
+    run("neigh add 10.1.1.2"); // posted behind the slot-up
     hold(false);
     settle();
-    EXPECT_EQ(host_texts(standby()), host_texts(master()));
+    EXPECT_EQ(hosts(standby()).size(), 1u);
     const auto calls = master().peer.calls();
     EXPECT_EQ(calls.back().name, "dpm_host_entry_add_sync_receive");
     EXPECT_EQ(calls[1].payload, std::vector<std::byte>({std::byte{10}, {}, {}, {}})) << "the slot";
@@ -218,10 +218,10 @@ TEST_F(Cards, KnowThePortsThatLeadToThePeerByTheirOwnSlot) {
 }
 
 TEST_F(LoneCard, IsNotHeldUpByAStandbyThatNeverConfirms) {
-    add_interface("vlanif100", 100);
+    run("if add vlanif100");
     EXPECT_EQ(dpm_bridge_slave_up(), 0) << "the take times out";
     settle();
-    learn_host({});
+    run("neigh add 10.1.1.2");
     EXPECT_EQ(hosts(master()).size(), 1u);
     fail(chassis::os::Fault::send, 1, 4);
     EXPECT_EQ(dpm_bridge_slave_up(), -1);

@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(Families, StackRequests, ::testing::Values("10.1.1.2", 
 } // namespace
 
 TEST_P(StackRequests, AStackThatFailsDoesNotStopTheWork) {
-    add_interface("vlanif100", 100);
+    run("if add vlanif100");
     const std::uint32_t ifindex = ifindex_of(*this);
     const dpm_prefix ip = rig::prefix_of(GetParam());
     const bool ipv4 = ip.family == DPM_FAMILY_IPV4;

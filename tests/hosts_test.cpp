@@ -208,8 +208,8 @@ namespace {
 class HostRecords : public rig::LoneShelf {
 protected:
     void SetUp() override {
-        add_interface("vlanif100", 100);
-        add_interface("vlanif200", 200, DPM_IF_SUPERVLAN);
+        run("if add vlanif100");
+        run("if add vlanif200 super");
     }
     int report(const dpm_host_info &info) {
         const int result = dpm_api_host_pro(&info, DPM_OPER_ADD);
@@ -283,7 +283,7 @@ TEST_F(HostRecords, DependantsHearInTheOrderOfTheirRegistration) {
     dpm_host_notify_register(hear<'c'>);
     allow().blocks = 2;
     heard = "";
-    learn_host({});
+    run("neigh add 10.1.1.2");
     EXPECT_EQ(heard, "ac");
     dpm_host_notify(nullptr, DPM_HOST_ADDED);
     EXPECT_EQ(logged(master(), "::input parameter is null,err!"), 2u);

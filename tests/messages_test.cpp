@@ -40,7 +40,7 @@ TEST_F(Messages, OfUnknownTypesOrWithoutABlockAreDroppedInSilence) {
         EXPECT_EQ(post(type).first, 0);
     settle();
     EXPECT_TRUE(log(master()).empty());
-    EXPECT_EQ(command("if add vlanif100"), 0);
+    EXPECT_EQ(run("if add vlanif100").text, "");
     EXPECT_EQ(interfaces(master()).size(), 1u) << "the next message is handled";
 }
 

@@ -117,7 +117,7 @@ ROWS(SettingsOfTheChip, OfTheHashModeStayWhenTheChipRefuses, rig::once("chip")){
 };
 
 TEST_F(Caller, InCIsServedByTheExportedHeader) {
-    EXPECT_EQ(command("if add vlanif100"), 0);
+    EXPECT_EQ(run("if add vlanif100").text, "");
     for (const unsigned char last_byte : {7, 8})
         EXPECT_EQ(c_reports_a_neighbour(last_byte, master().suite.find("vlanif100")->ifindex), 0);
     settle();

@@ -207,15 +207,6 @@ ctl::Reply Shelf::run(const std::string &text) {
     return reply;
 }
 
-// --- neighbours ---
-
-int Shelf::learn_host(const Neighbour &neighbour) {
-    CardScope scope(master());
-    const int result = master().stack.learn(info_of(master(), neighbour));
-    settle_verb();
-    return result;
-}
-
 // --- time and work ---
 
 std::int64_t Shelf::nsec_to_next_timer() {
@@ -287,13 +278,6 @@ void Shelf::keep_log(bool on) {
         card->os.log_level(on ? 0 : 100);
         card->chip.record(on);
     }
-}
-
-std::vector<std::string> Shelf::host_texts(Card &card) {
-    std::vector<std::string> texts;
-    for (const dpm_host_entry &host : hosts(card))
-        texts.push_back(text_of(host));
-    return texts;
 }
 
 const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {

@@ -30,16 +30,11 @@ namespace rig {
 using chassis::Card;
 using chassis::journal::Channel, chassis::journal::Event, chassis::journal::Journal;
 
-// A neighbour as a scenario tells it; unnamed fields keep these values.
+// A neighbour on vlanif100 and its VLAN, as the IP stack tells it.
 struct Neighbour {
     std::string ip = "10.1.1.2"; // either family
-    std::string mac = "02:00:00:00:01:02";
-    unsigned vlan = 100; // outer VLAN
-    unsigned cvlan = 0;
-    unsigned port = 1;       // physical
-    unsigned trunk = 0;      // when not 0, the neighbour is behind this trunk
-    std::string ifname = ""; // when empty, "vlanif" and the VLAN
-    unsigned vrf = 0;        // that the IP stack knows it in
+    unsigned port = 1;
+    unsigned vrf = 0; // that the IP stack knows it in
 };
 
 // A label entry for a prefix: a tunnel in VRF 0, a VPN route in another.
@@ -65,10 +60,7 @@ std::string word_behind(const Words &words, const std::string &word, const char 
 
 // Records from text; a text that cannot be read fails the test.
 dpm_prefix prefix_of(const std::string &text); // "10.1.1.2" or "2001:db8::/64"
-std::array<std::uint8_t, DPM_MAC_BYTES> mac_of(const std::string &text);
 std::string text_of(const dpm_prefix &ip);
-std::string
-text_of(const dpm_host_entry &host); // "10.1.1.2 02:00:00:00:01:02 vlanif100 vlan 100 port 3"
 dpm_host_info info_of(const Card &card, const Neighbour &neighbour);
 dpm_ftn record_of(const Ftn &ftn);
 dpm_ilm record_of(const Card &card, const Ilm &ilm);
@@ -113,17 +105,6 @@ public:
     // IP] [dev NAME] [waits] [egress].
     ctl::Reply run(const std::string &command);
     ctl::Reply run_on(Card &card, const std::string &command);
-
-    // 0 when the master has taken it.
-    int command(const std::string &text) { return run(text).status == ctl::Status::ok ? 0 : -1; }
-
-    // Interfaces, on both cards.
-    int add_interface(const std::string &name, unsigned vlan, std::uint32_t type = DPM_IF_VLANIF) {
-        return command("if add " + name + " vlan " + std::to_string(vlan) +
-                       (type == DPM_IF_SUPERVLAN ? " super" : ""));
-    }
-    // A neighbour, reported by the master's IP stack.
-    int learn_host(const Neighbour &neighbour);
 
     // Moves both clocks; the timers of both cards fire at their time, in order.
     void advance(unsigned seconds);
@@ -170,7 +151,6 @@ public:
     auto groups(Card &card) { return all(card, chassis::tables::ecmp); }
     auto ftns(Card &card) { return all(card, chassis::tables::ftn); }
     auto ilms(Card &card) { return all(card, chassis::tables::ilm); }
-    std::vector<std::string> host_texts(Card &card);
     const dpm_host_entry *host(Card &card, const std::string &ip); // the first with this address
     // The record in the table, or null.
     dpm_route_entry *route(Card &card, const std::string &prefix, unsigned vrf = 0);
