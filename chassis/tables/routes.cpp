@@ -117,6 +117,12 @@ void want_group(const dpm_route_entry &route, Wanted &wanted) {
                       Cause::drift);
 }
 
+bool is_in_chip(const chip::Address &key, const Wanted &wanted) {
+    const auto &chip = wanted.reading.card.chip;
+    const auto lock = chip.lock();
+    return chip.held<kinds::entry>().contains(key);
+}
+
 void want_route(const dpm_route_entry &route, Wanted &wanted) {
     const dpm_prefix &destination = route.destination;
     const chip::Address key = chip_key(route.vrf, destination);
@@ -130,6 +136,8 @@ void want_route(const dpm_route_entry &route, Wanted &wanted) {
         wanted.permit<kinds::entry>(key, *target);
     if (target && destination.prefix_len == 0)
         wanted.want<kinds::cpu_default>({destination.family, route.vrf}, false);
+    else if (destination.prefix_len == 0 && is_in_chip(key, wanted)) // it was not let go
+        wanted.permit<kinds::cpu_default>({destination.family, route.vrf}, false);
     if (target && route.ecmp_enable == DPM_ROUTE_ECMP)
         want_group(route, wanted);
     else if (target && route.sdk_index != route.host_index[0])
