@@ -347,6 +347,11 @@ void perform_under_fault(TableWalk &walk, const std::string &command) {
     (void)walk.act(text_of(words_of(walk.fault), 0, kind_words) + " 0");
     account_for_fault(walk);
     walk.fault.clear();
+    // A host whose entry could not be put back has none until it is told of again.
+    for (const dpm_host_entry &host : walk.hosts(walk.master()))
+        if (!dpm::is_linklocal(host.ip) && !dpm::has_chip_host(host.vrf, host.ip))
+            for (const auto &[key, told] : read(walk, hosts, rig::text_of(host.ip) + " "))
+                perform(walk, "neigh add " + words_of(told)[0] + " " + text_of(words_of(told), 3));
 }
 
 // --- deeds ---

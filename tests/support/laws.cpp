@@ -200,7 +200,9 @@ void check_lists(Lines &lines) {
         return;
     const unsigned timers = checked_length("timers", global.timer_list->head, lines);
     expect_equal("timers and those that hold one", timers,
-                 unreachable + holds + route_timers() + (global.peer_timer.expiry_sec != 0), lines);
+                 unreachable + holds + route_timers() + (global.peer_timer.expiry_sec != 0) +
+                     (g_dpm_index.leaving_timer.expiry_sec != 0),
+                 lines);
 }
 
 void check_timer_order(Lines &lines) {
