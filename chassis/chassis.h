@@ -15,6 +15,7 @@
 #include "chassis/suite/suite.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -52,6 +53,8 @@ public:
     stack::Stack stack;
     suite::Suite suite;
     hal::Hal hal;
+
+    std::atomic<unsigned> mended{0}; // objects of the chip, when it last became master
 
 private:
     friend class CardScope;

@@ -149,6 +149,29 @@ ROWS(NewMaster, ACardThatTurnedStandbyWaitsForNobody, .roles = alone){
     {"clock advance 60s", ""},
 };
 
+// The chip has what the old master did last, the tables do not: line cards are made what they say.
+ROWS(NewMaster, MendsWhatWasNotMirrored, .roles = rig::mirroring, .see = ""){
+    {"neigh add {a}"},
+    {"neigh add {b} port 2"},
+    {"neigh add {c} port 3"},
+    {"route add {net} via {a} via {b}"},
+    {"route add {net1} via {c}"},
+    {"card standby-lost"},
+    {"clock advance 60s"},
+    {"route del {net}"},
+    {"neigh del {b}"},
+    {"route add {net1} via {a} via {c}"},
+    {"route add {net2} via {c}"},
+    {"neigh add {d} port 4"},
+    {"card standby-usable"},
+    {"allow chip-differs"},
+    {"switch-over"},
+    {"allow chip-differs 0"},
+    {"forwards {in}", "= {net} -> {a} {b}"},
+    {"neigh del {b}"},
+    {"neigh add {d} port 4"},
+};
+
 // Neighbours that answer are reported again, gateways that are missing are looked for anew.
 ROWS(NewMaster, AsksForItsNeighboursAndForTheGatewaysThatAreMissing, .roles = rig::mirroring){
     {"neigh add {a}"},

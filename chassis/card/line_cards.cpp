@@ -1,5 +1,7 @@
 #include "chassis/card/line_cards.h"
 
+#include "chassis/tables/law.h"
+
 #include <cstddef>
 #include <cstdio>
 #include <fcntl.h>
@@ -33,6 +35,7 @@ bool write_change(int file, const Change &change) {
 LineCards::LineCards(chassis::Card &card, std::string path) : card_(card), path_(std::move(path)) {
     card_.chip.observe([this](const Change &change) { write(change); });
     card_.peer.before_master([this] { take_over(); });
+    card_.peer.behind_master([this] { card_.mended = chassis::tables::mend_chip(card_); });
 }
 
 LineCards::~LineCards() {

@@ -86,8 +86,6 @@ template <class Kind> bool Chip::apply_to(const Change &change) {
     const auto object = read<Kind>(change);
     if (!object)
         return false;
-    if constexpr (Kind::is_indexed)
-        next_index_ = std::max(next_index_, object->first + 1);
     if (change.there)
         keep<Kind>(object->first, object->second);
     else if (held<Kind>().contains(object->first))

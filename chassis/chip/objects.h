@@ -43,7 +43,7 @@ Chip::Outcome Chip::create(Index &index, const typename Kind::Value &value, bool
     const Index made = next_index_;
     Outcome outcome = put<Kind>(made, value);
     if (outcome.code == 0)
-        index = new_index();
+        index = made;
     return outcome;
 }
 
@@ -94,6 +94,8 @@ void Chip::tell(const typename Kind::Key &key, const typename Kind::Value *value
 // A new object, or another value of one that is there.
 template <class Kind>
 void Chip::keep(const typename Kind::Key &key, const typename Kind::Value &value) {
+    if constexpr (Kind::is_indexed)
+        next_index_ = std::max(next_index_, key + 1);
     Objects<Kind> &own = objects<Kind>();
     const auto [place, is_new] = own.held.try_emplace(key, value);
     if (!is_new) {

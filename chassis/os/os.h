@@ -94,6 +94,9 @@ public:
     // first `count` of them.
     std::uint32_t posted() const;
     bool has_finished(std::uint32_t count) const;
+    // Is carried out once by the task that receives, behind the messages that are queued now and
+    // before any that come later.
+    void behind_queue(std::function<void()> step);
 
     // Log: lines go to the sink, which by default writes "time level module text" to stderr.
     // `level` and above only.

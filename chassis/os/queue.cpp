@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace chassis::os {
 
@@ -120,6 +121,32 @@ bool Os::has_finished(std::uint32_t count) const {
     return ahead > 0 || (ahead == 0 && waits);
 }
 
+void Os::behind_queue(std::function<void()> step) {
+    const std::uint32_t behind = posted();
+    {
+        const std::lock_guard lock(state_->step_mutex);
+        state_->step = std::move(step);
+        state_->step_behind = behind;
+        state_->has_step = true;
+    }
+    state_->wake_receivers();
+}
+
+// By a receiver that comes back for the next message: it has carried out the last one.
+void Os::State::take_step(Queue &queue) {
+    std::function<void()> due;
+    {
+        const std::lock_guard lock(step_mutex);
+        const std::lock_guard counting(queue.monitor);
+        if (std::int32_t(queue.received - step_behind) < 0)
+            return;
+        due = std::exchange(step, nullptr);
+        has_step = false;
+    }
+    if (due)
+        due();
+}
+
 void Os::State::wake_receivers() {
     std::lock_guard lock(handles_mutex);
     for (auto &queue : queues) {
@@ -171,6 +198,8 @@ int bep_msgQReceiveEx(bep_msgq handle, void *buffer, uint32_t size_bytes, int ti
     Queue *const queue = usable(handle);
     if (!queue)
         return state.handle_error();
+    if (state.has_step)
+        state.take_step(*queue);
     int received = -1;
     {
         std::lock_guard lock(queue->monitor);

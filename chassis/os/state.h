@@ -151,6 +151,11 @@ struct Os::State {
     std::atomic<std::uint32_t> queue_limit{0};
     std::atomic<std::uint32_t> queued{0};
 
+    std::mutex step_mutex; // guards the two below
+    std::function<void()> step;
+    std::uint32_t step_behind = 0; // so many messages
+    std::atomic<bool> has_step{false};
+
     mutable std::mutex tasks_mutex; // guards the two below
     std::vector<Task> tasks;
     std::vector<pthread_t> threads;
@@ -164,6 +169,7 @@ struct Os::State {
 
     bool fails(Fault kind) { return faults[std::size_t(kind)].trips(); }
     void wake_receivers();
+    void take_step(Queue &queue);
     int handle_error() { return handle_errors.fetch_add(1, std::memory_order_relaxed), -1; }
 };
 

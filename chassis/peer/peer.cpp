@@ -159,6 +159,10 @@ void Peer::before_master(std::function<void()> hook) {
     state_->before_master = std::move(hook);
 }
 
+void Peer::behind_master(std::function<void()> hook) {
+    state_->behind_master = std::move(hook);
+}
+
 void Peer::become_master() {
     if (role() != Role::master && card_.os.mode() == os::Mode::pumped)
         card_.pump();
@@ -178,6 +182,8 @@ void Peer::make_master(std::uint64_t term) {
         return;
     CardScope scope(card_);
     state_->to_master();
+    if (state_->behind_master)
+        card_.os.behind_queue(state_->behind_master);
 }
 
 void Peer::make_standby(std::uint64_t term) {

@@ -85,6 +85,9 @@ public:
     // Is called before a card becomes master, on the thread that makes it one.  It may let the card
     // know of a later term; the term of the take-over will be term() + 1.
     void before_master(std::function<void()> hook);
+    // Is called on the worker of a card that has become master, behind the library's switch-over
+    // process and before any request that comes later.
+    void behind_master(std::function<void()> hook);
 
     // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
     int call(std::string_view name, std::span<const std::byte> payload);

@@ -28,7 +28,7 @@ struct Peer::State {
 
     std::map<int, hss_callback> connected_callbacks; // by client, in whose order they are called
     hss_callback to_master = nullptr;
-    std::function<void()> before_master;
+    std::function<void()> before_master, behind_master;
     Peer::Watcher watcher;
     std::mutex changing_role;
 

@@ -1,7 +1,10 @@
 #include "chassis/tables/law.h"
 
+#include "chassis/chip/objects.h"
 #include "chassis/tables/tables.h"
 #include "chassis/tables/wanted.h"
+
+#include <functional>
 
 namespace chassis::tables {
 
@@ -17,6 +20,25 @@ void want_settings(Wanted &wanted) {
     wanted.permit_any<kinds::cpu_default>(true);
 }
 
+Wanted wanted_of(const Reading &reading) {
+    Wanted wanted(reading);
+    want_settings(wanted);
+    for (const Table &table : all())
+        table.each(reading, [&](const Row &row) { row.want(wanted); });
+    return wanted;
+}
+
+// Whether a table wants an object that the chip holds, or nobody minds it.
+template <class Kind>
+bool is_accepted(const Wanted::Objects<Kind> &objects, const typename Kind::Key &key,
+                 const typename Kind::Value &value) {
+    if (objects.permitted == value)
+        return true;
+    const auto found = objects.by_key.find(key);
+    return found != objects.by_key.end() &&
+           (found->second.value || found->second.permitted == value);
+}
+
 template <class Kind> class Judge {
 public:
     Judge(Wanted &wanted, const Chip &chip, Verdict &verdict)
@@ -29,7 +51,7 @@ public:
             compare_uses(key, object);
         }
         for (const auto &[key, value] : held_)
-            if (!is_accepted(key, value))
+            if (!is_accepted<Kind>(objects_, key, value))
                 tell("no table has " + Wanted::name_of<Kind>(key), cause_of(key));
     }
 
@@ -69,14 +91,6 @@ private:
         }
     }
 
-    bool is_accepted(const Key &key, const Value &value) const {
-        if (objects_.permitted == value)
-            return true;
-        const auto found = objects_.by_key.find(key);
-        return found != objects_.by_key.end() &&
-               (found->second.value || found->second.permitted == value);
-    }
-
     Cause cause_of(const Key &key) const {
         const auto found = objects_.by_key.find(key);
         return found == objects_.by_key.end() ? Cause::fault : found->second.cause;
@@ -107,6 +121,31 @@ template <class Kind> void judge_users(const Chip &chip, Verdict &verdict) {
             verdict.faults.push_back("the chip counts the users of a " + std::string(Kind::name) +
                                      " wrong");
 }
+
+template <class Kind> unsigned put_wanted(const Wanted::Objects<Kind> &objects, Chip &chip) {
+    unsigned put = 0;
+    for (const auto &[key, object] : objects.by_key) {
+        const auto found = chip.held<Kind>().find(key);
+        const bool is_right =
+            found != chip.held<Kind>().end() && Wanted::in_order(found->second) == object.value;
+        if (object.value && !is_right)
+            chip.keep<Kind>(key, *object.value), put++;
+    }
+    return put;
+}
+
+template <class Kind> unsigned drop_unwanted(const Wanted::Objects<Kind> &objects, Chip &chip) {
+    unsigned dropped = 0;
+    for (const auto &[key, value] : std::map(chip.held<Kind>()))
+        if (!is_accepted<Kind>(objects, key, value))
+            dropped += chip.drop<Kind>(key).code == 0;
+    return dropped;
+}
+
+struct DpmLock {
+    DpmLock() { norix_dpm_sem_take(); }
+    ~DpmLock() { norix_dpm_sem_give(); }
+};
 
 using Records = std::map<std::string, std::string>; // bytes by key
 
@@ -146,10 +185,7 @@ Lines Verdict::all() const {
 
 Verdict chip_equals_tables(Card &card) {
     const Reading reading(card);
-    Wanted wanted(reading);
-    want_settings(wanted);
-    for (const Table &table : all())
-        table.each(reading, [&](const Row &row) { row.want(wanted); });
+    Wanted wanted = wanted_of(reading);
     Verdict verdict;
     for (Wanted::Difference &difference : wanted.differences)
         (difference.cause == Cause::drift ? verdict.drifts : verdict.faults)
@@ -160,6 +196,25 @@ Verdict chip_equals_tables(Card &card) {
         judge_users<Kind>(card.chip, verdict);
     });
     return verdict;
+}
+
+unsigned mend_chip(Card &card) {
+    const DpmLock tables_lock;
+    const Reading reading(card);
+    Wanted wanted = wanted_of(reading);
+    const auto lock = card.chip.lock();
+    unsigned mended = 0;
+    std::vector<std::function<unsigned()>> drops; // users go before what they use
+    chip::each_kind([&]<class Kind>(Kind) {
+        if constexpr (Kind::outlives_card) {
+            auto &objects = wanted.objects_of<Kind>();
+            mended += put_wanted<Kind>(objects, card.chip);
+            drops.emplace_back([&] { return drop_unwanted<Kind>(objects, card.chip); });
+        }
+    });
+    for (auto drop = drops.rbegin(); drop != drops.rend(); ++drop)
+        mended += (*drop)();
+    return mended;
 }
 
 Lines standby_equals_master(Card &master, Card &standby) {

@@ -28,6 +28,11 @@ struct Verdict {
 
 Verdict chip_equals_tables(Card &card);
 
+// Makes what line cards keep equal to what the tables say, objects under the tables' indexes: what
+// a master that died between a request to the chip and its record left behind.  How many objects
+// were put, set to another value or taken away.  Takes the DPM lock, then the chip's.
+unsigned mend_chip(Card &card);
+
 // But for what is the card's own.
 Lines standby_equals_master(Card &master, Card &standby);
 

@@ -54,11 +54,12 @@ Reply card_status(Command &command) {
     const chassis::Card &card = command.card;
     const auto yes = [](bool is) { return std::string(is ? "yes" : "no"); };
     Table table({"slot", "role", "term", "peer", "peer_slot", "standby_usable", "queued", "hash",
-                 "chip_mistakes"});
+                 "chip_mistakes", "mended"});
     table.row({std::int64_t(card.slot()), role_text(card), std::int64_t(card.peer.term()),
                yes(card.peer.exists()), std::int64_t(card.peer.peer_slot()),
                yes(card.peer.standby_usable()), std::int64_t(card.os.queued()),
-               std::int64_t(dpm_api_get_ecmp_hash()), std::int64_t(card.chip.mistakes())});
+               std::int64_t(dpm_api_get_ecmp_hash()), std::int64_t(card.chip.mistakes()),
+               std::int64_t(card.mended)});
     return done(command.line.has("--json") ? table.json() : table.text());
 }
 
