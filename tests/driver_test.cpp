@@ -25,7 +25,7 @@ protected:
     Driver() {
         card.os.log_to([this](const chassis::os::LogLine &line) { log.push_back(line.text); });
         EXPECT_EQ(card.start(), 0);
-        card.chip.record(true);
+        card.chip.watch([this](const std::string &line) { asked.push_back(line); });
     }
     // Without traces of requests, and lines of code.
     Lines logged_by(const std::function<void()> &deed) {
@@ -62,7 +62,7 @@ protected:
     }
 
     chassis::Card card{{.slot = 9, .mode = chassis::os::Mode::pumped, .mac = {2, 0, 0, 0, 0, 9}}};
-    Lines log;
+    Lines log, asked; // of the chip
     const std::uint8_t mac[6] = {2, 0, 0, 0, 1, 2};
     const std::uint8_t ip[16] = {10, 1, 1, 2};
     const std::uint8_t other_ip[4] = {172, 16, 0, 1};
@@ -80,7 +80,7 @@ TEST(Slots, HaveABitEachAndAnythingElseAllOfThem) {
         EXPECT_EQ(dpm_slot_obj_bit_get(none), ~0u);
 }
 
-// One row a request: the wrapper's call; what the chip's journal says of it, as far as the outputs;
+// One row a request: the wrapper's call; what the chip says of it, as far as the outputs;
 // and what the callback logs of a slot that fails, behind its first line or, when that begins with
 // '!', in its place.  {0} to {2} are the outputs, {code} is the slot's answer.
 #define ROW(slots, call, line, ...)                                                                \
@@ -203,16 +203,15 @@ TEST_F(Driver, RequestsArriveNarrowedAndSlotsThatFailAreLoggedWithThem) {
             ASSERT_TRUE(function) << line;
             g_dpm_global.slave_up = up;
             card.chip.fail_slot(*function, 4, code);
-            card.chip.clear_journal();
+            asked.clear();
             const Lines logged = logged_by(call);
             EXPECT_EQ(logged, code ? expected_log(*function, details, code) : Lines());
-            const Lines journal = card.chip.journal();
-            ASSERT_EQ(journal.size(), 1u) << line;
-            EXPECT_TRUE(journal[0].starts_with(line)) << journal[0];
-            EXPECT_TRUE(has(journal[0], up ? slots_while_up : " slots 0x0 ")) << journal[0];
+            ASSERT_EQ(asked.size(), 1u) << line;
+            EXPECT_TRUE(asked[0].starts_with(line)) << asked[0];
+            EXPECT_TRUE(has(asked[0], up ? slots_while_up : " slots 0x0 ")) << asked[0];
             card.chip.refuse(*function, 1, -17);
             call();
-            EXPECT_TRUE(card.chip.journal().at(1).ends_with(" -> -17")) << line;
+            EXPECT_TRUE(asked.at(1).ends_with(" -> -17")) << line;
         }
 }
 
@@ -221,9 +220,9 @@ TEST_F(Driver, AVlanListEndsAtItsFirst512Vlans) {
         std::uint8_t bitmap[512] = {};
         for (unsigned position = first; position < first + count; ++position)
             bitmap[position / 8] |= std::uint8_t(1 << position % 8);
-        card.chip.clear_journal();
+        asked.clear();
         dpm_driver_vpws_entry_add_vlanlist(record, record, out, out + 1, out + 2, 5, 0, bitmap);
-        const std::string line = card.chip.journal().at(0);
+        const std::string line = asked.at(0);
         return std::stoi(line.substr(line.find("vlans ") + 6));
     };
     EXPECT_EQ(vlans_of(0, 0), 0);

@@ -10,13 +10,7 @@ namespace chassis::chip {
 
 namespace {
 
-constexpr std::size_t journal_lines = 1 << 17, mistake_lines_kept = 1000;
-
-template <class Lines> void keep_line(Lines &lines, std::string line, std::size_t limit) {
-    if (lines.size() >= limit)
-        lines.pop_front();
-    lines.push_back(std::move(line));
-}
+constexpr std::size_t mistake_lines_kept = 1000;
 
 } // namespace
 
@@ -44,15 +38,14 @@ void Chip::note(Function function, const Outcome &outcome, const std::string &ar
     std::snprintf(end, sizeof end, " slots 0x%x -> %d", slot_bits, outcome.code);
     const std::string line =
         std::string(name_of(function)) + (arguments.empty() ? "" : " ") + arguments + end;
-    if (recording_)
-        keep_line(journal_, line, journal_lines);
     if (watcher_)
         watcher_(line);
     if (outcome.mistake.empty())
         return;
     mistakes_++;
-    keep_line(mistake_lines_, std::string(name_of(function)) + ": " + outcome.mistake + ": " + line,
-              mistake_lines_kept);
+    if (mistake_lines_.size() == mistake_lines_kept)
+        mistake_lines_.pop_front();
+    mistake_lines_.push_back(std::string(name_of(function)) + ": " + outcome.mistake + ": " + line);
 }
 
 std::uint64_t Chip::requests(Function function) const {
@@ -68,21 +61,6 @@ std::uint64_t Chip::mistakes() const {
 std::vector<std::string> Chip::mistake_lines() const {
     const std::lock_guard guard(mutex_);
     return {mistake_lines_.begin(), mistake_lines_.end()};
-}
-
-void Chip::record(bool on) {
-    const std::lock_guard guard(mutex_);
-    recording_ = on;
-}
-
-std::vector<std::string> Chip::journal() const {
-    const std::lock_guard guard(mutex_);
-    return {journal_.begin(), journal_.end()};
-}
-
-void Chip::clear_journal() {
-    const std::lock_guard guard(mutex_);
-    journal_.clear();
 }
 
 void Chip::watch(std::function<void(const std::string &)> watcher) {

@@ -76,12 +76,8 @@ public:
     std::uint64_t mistakes() const;
     std::vector<std::string> mistake_lines() const;
 
-    // One line a request, with its arguments, slot bits and result, when recording is on (the last
-    // ones are kept).
-    void record(bool on);
-    std::vector<std::string> journal() const;
-    void clear_journal();
-    // Is told of each of these lines, recording or not, on the requester's thread with the lock held.
+    // Is told of each request, with its arguments, slot bits and result, as a line, on the
+    // requester's thread with the lock held.
     void watch(std::function<void(const std::string &line)> watcher);
 
     // Each of these slots reports its own answer to every request that reaches it, through the
@@ -168,8 +164,6 @@ private:
     std::array<std::uint64_t, std::size_t(Function::count)> requests_{};
     std::deque<std::string> mistake_lines_;
     std::uint64_t mistakes_ = 0;
-    bool recording_ = false;
-    std::deque<std::string> journal_;
     std::function<void(const std::string &)> watcher_;
     std::vector<unsigned> slots_;
     std::map<std::pair<Function, unsigned>, int> failing_slots_;

@@ -43,7 +43,7 @@ Contract::Done Contract::carry_out(Function function, std::uint32_t slot_bits,
         outcome = operation.act(chip, is_again(slot_bits));
     else
         operation.excuse(chip);
-    if (chip.recording_ || chip.watcher_ || !outcome.mistake.empty())
+    if (chip.watcher_ || !outcome.mistake.empty())
         chip.note(function, outcome, operation.text(), slot_bits);
     return {outcome.code, answers(chip, function, slot_bits, outcome.code)};
 }

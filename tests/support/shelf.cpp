@@ -260,6 +260,14 @@ std::vector<std::string> Shelf::log(const Card &card) const {
     return lines;
 }
 
+std::vector<std::string> Shelf::chip_calls(const Card &card) const {
+    std::vector<std::string> lines;
+    for (const Event &event : journal.events())
+        if (event.slot == card.slot() && event.channel == Channel::chip)
+            lines.push_back(event.text);
+    return lines;
+}
+
 unsigned Shelf::logged(const Card &card, const std::string &part) const {
     return unsigned(std::ranges::count_if(
         log(card), [&](const std::string &line) { return line.find(part) != line.npos; }));
@@ -267,10 +275,8 @@ unsigned Shelf::logged(const Card &card, const std::string &part) const {
 
 void Shelf::clear_journal() {
     journal.clear();
-    for (Card *card : cards()) {
-        card->chip.clear_journal();
+    for (Card *card : cards())
         card->peer.clear_calls();
-    }
 }
 
 void Shelf::keep_log(bool on) {
@@ -278,7 +284,6 @@ void Shelf::keep_log(bool on) {
     for (Card *card : cards()) {
         journal.keep(*card, on);
         card->os.log_level(on ? 0 : 100);
-        card->chip.record(on);
     }
 }
 
