@@ -97,9 +97,7 @@ ROWS(Interfaces, AVrfIsSetInTheChipForVlanInterfacesAndStoredForAll,
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; if-vrf vlan 100 vrf 7"},
     {"if vrf vlanif100 7", "vlan 100 vrf 7 oper 1; log10 dpm_if_vrf_pro #::vrf = 7, same vrf.\r\n"},
     {"if vrf vlanif300 8", "vlan 300 vrf 8 oper 1"},
-    {"call dpm_api_get_vrf_by_vlan 100", "= 7"},
     {"call dpm_api_get_vrf_by_vlan 300", "= 0"},
-    {"call dpm_api_get_vrf_by_vlan 999", "= 0"},
 };
 
 ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, once("chip log")){
@@ -196,18 +194,6 @@ ROWS(Interfaces, WithoutMemoryNothingIsChanged, once("chip")){
     {"if del vlanif300", ""},
 };
 
-ROWS(Interfaces, AreFoundByTheNetworkOfTheirAddresses, once()){
-    {"if add vlanif10"},
-    {"if vrf vlanif10 5"},
-    {"addr add 10.1.32.1/20 dev vlanif200"},
-    {"addr add 2001:db8::1/60 dev vlanif10"},
-    {"towards 10.1.47.255", "= vlanif200"},
-    {"towards 10.1.48.0", "= none"},
-    {"towards 10.1.32.1 5", "= none"}, // another VRF
-    {"towards 2001:db8:0:f::7 5", "= vlanif10"},
-    {"towards 2001:db8:0:10::7 5", "= none"},
-};
-
 ROWS(Interfaces, AreShownTheNewestFirstWithNamesThatFit, once("chip", true)){
     {"if add vlanif10"},
     {"addr add 2001:db8::1/60 dev vlanif10"},
@@ -258,16 +244,26 @@ ROWS(Interfaces, OfRequestsThatAreWrongOrFindNothingChangeNothing, once("chip lo
     {"call dpm_api_super_sub_proc 200 201 3", "= 0"},
 };
 
-ROWS(Interfaces, AnswerTheSuite, once()){
+ROWS(Interfaces, AnswerTheSuiteAndOtherTables, once()){
     {"if add vlanif300 super"},
-    {"addr add 2001:db8::1/60 dev vlanif200"},
-    {"call dpm_api_is_ipv6_empty_by_ifname vlanif200", "= 0"},
+    {"if add vlanif10"},
+    {"if vrf vlanif10 5"},
+    {"addr add 10.1.32.1/20 dev vlanif200"},
+    {"addr add 2001:db8::1/60 dev vlanif10"},
+    {"towards 10.1.47.255", "= vlanif200"}, // by the network of an address
+    {"towards 10.1.48.0", "= none"},
+    {"towards 10.1.32.1 5", "= none"}, // another VRF
+    {"towards 2001:db8:0:f::7 5", "= vlanif10"},
+    {"towards 2001:db8:0:10::7 5", "= none"},
+    {"call dpm_api_is_ipv6_empty_by_ifname vlanif10", "= 0"},
     {"call dpm_api_is_ipv6_empty_by_ifname vlanif100", "= 1"},
     {"call dpm_api_is_ipv6_empty_by_ifname vlanif999", "= 1"},
     {"call dpm_api_is_ipv6_empty_by_ifname 0", "= -1"},
     {"call dpm_api_is_supervlan_by_vlanid 300", "= 0"},
     {"call dpm_api_is_supervlan_by_vlanid 100", "= -1"},
     {"call dpm_api_is_supervlan_by_vlanid 999", "= -2"},
+    {"call dpm_api_get_vrf_by_vlan 10", "= 5"},
+    {"call dpm_api_get_vrf_by_vlan 999", "= 0"},
 };
 
 namespace {
