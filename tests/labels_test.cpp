@@ -126,8 +126,7 @@ ROWS(Labels, TravelWithWhatIsLocalLookedUpAgain, .roles = rig::mirroring, .see =
 };
 
 ROWS(Labels, ARouteGivesWayToTunnelsOfItsPrefixAndFollowsItsHostsOutsideTheChip, .see = "chip"){
-    {"neigh add {a}"},
-    {"neigh add {b}"},
+    {"each {a} {b} do neigh add *"},
     {"route add {net} via {a}", "entry+ {net} n1"},
     {"ftn add {net} via {b} vrf 5", ""}, // no tunnel
     {"ftn add {net1} via {b}", ""},      // another prefix

@@ -27,7 +27,8 @@
 // Commands of the rig: see CHANNEL..., switch-over, standby comes, standby starts, standby goes,
 // standby COMMAND, hold, go, forwards IP [VRF], best IP [VRF], allow EXCEPTION [NUMBER], shown
 // FUNCTION (of the library, that prints), call FUNCTION [NUMBER|IP|TEXT]... (exported; 0 is a null
-// pointer too), many COUNT COMMAND (each with another number for #).
+// pointer too), many COUNT COMMAND (each with another number for #), each WORD... do
+// COMMAND (with every word for *).
 //
 // A row that fails is printed with what it did, as it would be written here.  With DPM_ROWS=print
 // in the environment every row is.
@@ -84,6 +85,7 @@ private:
     void perform(const std::string &command);
     bool perform_verb(const std::string &command);
     void repeat(const Words &words, const std::string &command);
+    void each(const std::string &command);
     std::string shown(const std::string &function) const;
     std::string called(const Words &words) const;
     void see(const std::string &channels);
