@@ -105,6 +105,7 @@ bool is_gateway(const gateway_place &place, const dpm_host_entry &host) {
 void fetch_ahead(const gateway_place *place) {
     if (place == nullptr)
         return;
+    __builtin_prefetch(place->link.next); // to tell of the one behind it
     const route_record &record = *place->route;
     __builtin_prefetch(&record.entry);
     __builtin_prefetch(&record.entry.np_ifindex);
