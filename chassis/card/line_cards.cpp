@@ -48,8 +48,11 @@ void LineCards::forget() {
 
 void LineCards::take_over() {
     const std::lock_guard guard(taking_over_);
-    if (file_)
-        return;
+    {
+        const auto lock = card_.chip.lock();
+        if (file_ && !is_replaced()) // nobody was master in between
+            return;
+    }
     Chip left;
     read_into(left);
     if (!left.forwarding().empty())
