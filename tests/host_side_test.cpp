@@ -85,8 +85,8 @@ ROWS(Waiting, GoesOnWhenTheStackFails, .roles = alone, .see = "log stack"){
     {"port down 3"},
     {"see log"},
     {"port down 3", // the stack does not know it any more
-     "6: log10 ...; 4: log10 dpm_arp_ipstack_delete #::set ipstack errno 6 errstring No such device "
-     "or address\r\n; 6: log10 dpm_ndp_ipstack_delete #::set ipstack errno 6 errstring ..."},
+     "6: log10 ...; 4: log10 dpm_arp_ipstack_delete #::set ipstack errno 6 errstring No such "
+     "device or address\r\n; 6: log10 dpm_ndp_ipstack_delete #::set ipstack errno 6 errstring ..."},
 };
 
 ROWS(Holding, AHostOfALostPortStaysAndIsHeldForADay, .see = "chip stack platform"){
@@ -112,8 +112,8 @@ ROWS(Holding, AHostOfALostPortStaysAndIsHeldForADay, .see = "chip stack platform
     {"neigh add {c} port 5"},
     {"port down 5", "forget {c}; 4: proxy route goes"},
     {"show hold --json",
-     "= [; =  {\"vrf\": 0, \"address\": \"{c}\", \"mac\": \"{m3}\", \"port\": \"5\", \"vlan\": 100, "
-     "\"interface\": \"vlanif100\", \"forgotten_in_sec\": 86400, ...; = ]"},
+     "= [; =  {\"vrf\": 0, \"address\": \"{c}\", \"mac\": \"{m3}\", \"port\": \"5\", "
+     "\"vlan\": 100, \"interface\": \"vlanif100\", \"forgotten_in_sec\": 86400, ...; = ]"},
     {"trunk down 5", "forget {b}; 4: proxy route goes"},
     {"port up 5", "probe {c}"},
     {"trunk up 5", "probe {b}"},

@@ -127,8 +127,8 @@ ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, once("chip log")){
     {"addr del 10.8.0.1/24 dev vlanif300", "ospf vlan 303 off; ospf vlan 301 off"},
     {"addr add 10.8.2.1/24 dev vlanif300", "ospf vlan 303 on; ospf vlan 301 on"},
     {"if add vlanif303", "log10 dpm_if_add #::vlan 303 is a subvlan!\r\n"},
-    {"if del vlanif300",
-     "ospf vlan 303 off; ospf vlan 301 off; entry- 10.8.2.1/24 cpu -> -1; entry- 10.8.2.1 cpu -> -1"},
+    {"if del vlanif300", "ospf vlan 303 off; ospf vlan 301 off; entry- 10.8.2.1/24 cpu -> -1; "
+                         "entry- 10.8.2.1 cpu -> -1"},
 };
 
 // In full: dependants, chip, next hop, mirror; the IP stack learns who is still there anew, where
