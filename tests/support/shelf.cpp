@@ -250,22 +250,12 @@ void Shelf::settle() {
 
 // --- journal and tables ---
 
-std::vector<std::string> Shelf::log(const Card &card) const {
-    std::vector<std::string> lines;
+std::vector<std::string> Shelf::told(const Card &card, Channel channel) const {
+    std::vector<std::string> texts;
     for (const Event &event : journal.events())
-        if (event.slot == card.slot() && event.channel == Channel::log) {
-            const std::size_t first = event.text.find(' ') + 1;
-            lines.push_back(event.text.substr(first, event.text.find('\r') - first));
-        }
-    return lines;
-}
-
-std::vector<std::string> Shelf::chip_calls(const Card &card) const {
-    std::vector<std::string> lines;
-    for (const Event &event : journal.events())
-        if (event.slot == card.slot() && event.channel == Channel::chip)
-            lines.push_back(event.text);
-    return lines;
+        if (event.slot == card.slot() && event.channel == channel)
+            texts.push_back(event.text);
+    return texts;
 }
 
 unsigned Shelf::logged(const Card &card, const std::string &part) const {

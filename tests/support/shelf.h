@@ -128,9 +128,10 @@ public:
     }
 
     // What was logged and asked of the chip since the last clear_journal().
-    std::vector<std::string> log(const Card &card) const;
+    std::vector<std::string> told(const Card &card, Channel channel) const;
+    auto log(const Card &card) const { return told(card, Channel::log); }
     unsigned logged(const Card &card, const std::string &part) const;
-    std::vector<std::string> chip_calls(const Card &card) const;
+    auto chip_calls(const Card &card) const { return told(card, Channel::chip); }
     void clear_journal();
     void keep_log(bool on); // long walks do without
 
