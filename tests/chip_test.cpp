@@ -1,6 +1,7 @@
 // The chip model: what it calls a mistake, whose slots answer, and changes that are none.
 
 #include "chassis/chassis.h"
+#include "chassis/chip/changes_file.h"
 #include "chassis/chip/objects.h"
 #include "platform/dal.h"
 #include "platform/hal.h"
@@ -161,4 +162,27 @@ TEST(Forwarding, TakesNoHarmFromChangesThatRepeatComeLateOrAreNone) {
     EXPECT_TRUE(chip.forwarding().empty());
     chip.apply(change_of<kinds::entry>(entry(1), &index)); // leads nowhere, and stays harmless
     EXPECT_EQ(chip.lookup(0, 1, entry(1).bytes.data())->index, index);
+}
+
+TEST(ChangesFile, IsReadWholeOrNotAtAllButForACutLastRecord) {
+    const NextHop value = nexthop(2);
+    FileBytes file = file_header(7);
+    const auto append = [&](const FileBytes &part) {
+        file.insert(file.end(), part.begin(), part.end());
+    };
+    append(file_record(change_of<kinds::nexthop>(16, &value), 1));
+    EXPECT_NE(read_changes(file).fault, "") << "the snapshot does not end";
+    append(file_end_mark(2));
+    const std::size_t snapshot = file.size();
+    append(file_record(change_of<kinds::nexthop>(16, nullptr), 3));
+    EXPECT_EQ(read_changes(file).term, 7u);
+    EXPECT_EQ(read_changes(file).changes.size(), 2u);
+    for (std::size_t size = snapshot; size < file.size(); ++size)
+        EXPECT_EQ(read_changes(std::span(file).first(size)).changes.size(), 1u) << size;
+    for (std::byte &byte : file) {
+        byte ^= std::byte{4};
+        EXPECT_LE(read_changes(file).changes.size(), 1u) << &byte - file.data();
+        EXPECT_TRUE(&byte >= &file[snapshot] || !read_changes(file).fault.empty());
+        byte ^= std::byte{4};
+    }
 }

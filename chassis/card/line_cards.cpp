@@ -1,12 +1,16 @@
 #include "chassis/card/line_cards.h"
 
+#include "chassis/os/state.h"
 #include "chassis/tables/law.h"
 
-#include <cstddef>
+#include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace card {
 
@@ -15,19 +19,16 @@ namespace {
 using chassis::chip::Change;
 using chassis::chip::Chip;
 
-constexpr std::size_t changes_before_rewrite = 100'000;
+constexpr std::uint64_t changes_before_rewrite = 100'000;
+constexpr std::int64_t retry_nsec = 1'000'000'000; // to write a file anew that could not be written
 
-constexpr std::size_t head_bytes = offsetof(Change, bytes);
-
-bool read_change(int file, Change &change) {
-    return read(file, &change, head_bytes) == ssize_t(head_bytes) &&
-           change.size <= change.bytes.size() &&
-           read(file, change.bytes.data(), change.size) == ssize_t(change.size);
-}
-
-bool write_change(int file, const Change &change) {
-    const std::size_t bytes = head_bytes + change.used().size();
-    return write(file, &change, bytes) == ssize_t(bytes);
+chassis::chip::FileBytes contents_of(const std::string &path) {
+    const ctl::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    chassis::chip::FileBytes bytes;
+    std::array<std::byte, 65536> part;
+    for (ssize_t count; file && (count = read(file.get(), part.data(), part.size())) > 0;)
+        bytes.insert(bytes.end(), part.begin(), part.begin() + count);
+    return bytes;
 }
 
 } // namespace
@@ -58,32 +59,54 @@ void LineCards::take_over() {
     if (!left.forwarding().empty())
         card_.chip.take_over(left);
     const auto lock = card_.chip.lock();
-    start_file();
+    static_cast<void>(start_file());
 }
 
+// A file that is damaged is not applied: what the tables say is put in its place (mend_chip).
 void LineCards::read_into(Chip &chip) const {
-    const ctl::Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-    Change change;
-    while (file && read_change(file.get(), change))
+    const chassis::chip::FileBytes bytes = contents_of(path_);
+    if (bytes.empty())
+        return;
+    const chassis::chip::ChangesFile file = chassis::chip::read_changes(bytes);
+    if (!file.fault.empty())
+        return complain("is not read: " + file.fault);
+    card_.peer.know_term(file.term);
+    for (const Change &change : file.changes)
         chip.apply(change);
+}
+
+void LineCards::complain(const std::string &what) const {
+    std::fprintf(stderr, "dpm-card: %s %s\n", path_.c_str(), what.c_str());
+}
+
+bool LineCards::append(const chassis::chip::FileBytes &bytes) {
+    return ::write(file_.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size());
+}
+
+// The term of a card that is about to become master is one above what it knows.
+bool LineCards::write_snapshot() {
+    const bool is_master = card_.peer.role() == chassis::peer::Role::master;
+    sequence_ = 0;
+    bool is_written = append(chassis::chip::file_header(card_.peer.term() + !is_master));
+    for (const Change &change : card_.chip.forwarding())
+        is_written = is_written && append(chassis::chip::file_record(change, ++sequence_));
+    return is_written && append(chassis::chip::file_end_mark(++sequence_));
 }
 
 // Begins the file anew with what the chip holds now, in one step for whoever reads it.  The caller
 // holds the chip's lock.
-void LineCards::start_file() {
+bool LineCards::start_file() {
     const std::string fresh = path_ + ".new";
     file_ = ctl::Descriptor(
         open(fresh.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
-    if (!file_)
-        return std::perror(fresh.c_str());
-    written_ = 0;
-    const std::vector<Change> changes = card_.chip.forwarding();
-    for (const Change &change : changes)
-        if (!write_change(file_.get(), change))
-            return std::perror(fresh.c_str());
-    kept_ = changes.size();
-    if (rename(fresh.c_str(), path_.c_str()) != 0)
-        std::perror(path_.c_str());
+    const bool is_begun = file_ && write_snapshot() && rename(fresh.c_str(), path_.c_str()) == 0;
+    if (!is_begun && !std::exchange(is_broken_, true))
+        complain(std::string("cannot be written: ") + std::strerror(errno));
+    if (is_begun && std::exchange(is_broken_, false))
+        complain("is whole again");
+    rewrite_at_ = sequence_ + changes_before_rewrite;
+    retry_at_nsec_ = chassis::os::raw_nsec() + retry_nsec;
+    return is_begun;
 }
 
 // The other card may have begun a file of its own while the two could not see each other: the one
@@ -95,18 +118,20 @@ bool LineCards::is_replaced() const {
 
 // A standby's requests reach its own chip only.
 void LineCards::write(const Change &change) {
-    if (!file_)
-        return;
     const bool is_master = card_.peer.role() == chassis::peer::Role::master;
-    if (was_master_ && !is_master)
-        file_.reset();
-    was_master_ = is_master;
-    if (!file_)
+    if (std::exchange(was_master_, is_master) && !is_master)
+        file_.reset(), is_broken_ = false;
+    if (!file_ && !is_broken_)
         return;
-    if (++written_ > changes_before_rewrite + kept_ || is_replaced())
-        start_file(); // without this change, which the chip is about to make or has just made
-    if (!write_change(file_.get(), change))
-        std::perror(path_.c_str());
+    const bool is_due = is_broken_ ? chassis::os::raw_nsec() >= retry_at_nsec_
+                                   : sequence_ >= rewrite_at_ || is_replaced();
+    if (is_due && !start_file()) // without this change, which the chip is about to make or has made
+        return;
+    if (is_broken_ || append(chassis::chip::file_record(change, ++sequence_)))
+        return;
+    is_broken_ = true;
+    complain(std::string("cannot be written: ") + std::strerror(errno));
+    retry_at_nsec_ = chassis::os::raw_nsec() + retry_nsec;
 }
 
 } // namespace card
