@@ -195,8 +195,9 @@ TEST_F(LabelRecords, OfIpv4CountWithFourBytesOfTheirAddresses) {
     EXPECT_EQ(dpm_mpls_ftn_add_sync_process(&ftn), 0);
     EXPECT_EQ(dpm_mpls_ilm_add_sync_process(&ilm), 0);
     EXPECT_EQ(dpm_mpls_pend_ilm_lookup(ilm), nullptr);
-    for (const std::uint8_t *kept :
-         {ftns(master()).at(0).fec_prefix, ilms(master()).at(0).fec_prefix})
+    const auto kept_ftns = ftns(master());
+    const auto kept_ilms = ilms(master());
+    for (const std::uint8_t *kept : {kept_ftns.at(0).fec_prefix, kept_ilms.at(0).fec_prefix})
         EXPECT_EQ(std::count(kept + 4, kept + 16, 0), 12);
     EXPECT_TRUE(dpm_mpls_ftn_get_by_vpn_nhop(ftn.fec_prefix)) << "of a remote four count";
     EXPECT_FALSE(dpm_mpls_ftn_get_by_fec(ftn.fec_prefix)) << "of a FEC all";
