@@ -49,7 +49,13 @@ void read(rig::RowShelf &shelf, const rig::Words &words) {
                                    " port " + std::to_string(port + third));
 }
 
-const rig::Verb verbs[] = {{"report", report}, {"read", read}};
+// "link PORT STATE": as the chip's library tells it.
+void link(rig::RowShelf &, const rig::Words &words) {
+    EXPECT_EQ(dpm_port_link_func(unsigned(std::stoul(words[1])), unsigned(std::stoul(words[2]))),
+              0);
+}
+
+const rig::Verb verbs[] = {{"report", report}, {"read", read}, {"link", link}};
 
 } // namespace
 
@@ -111,26 +117,18 @@ ROWS(HostRequests, ReadTheStacksNeighbourEntries, .roles = alone){
     {"call dpm_get_ndp_entry_by_ip 0 0 900 0 0 0", "= -1"},
 };
 
-namespace {
-
-class LinkEvents : public rig::LoneShelf {};
-
-} // namespace
-
-TEST_F(LinkEvents, BecomeMessagesForPortsAndTrunksInRange) {
-    for (const char *command :
-         {"if add vlanif100", "neigh add 10.1.1.2 port 5", "neigh add 10.1.1.3 trunk 5"})
-        (void)run(command);
-    const struct {
-        std::uint32_t port, state, posts, holds; // behind it
-    } events[] = {{95, 0, 1, 1}, {95, 1, 1, 1},  {5, 0, 1, 2},   {5, 1, 1, 2}, {1, 1, 1, 2},
-                  {64, 1, 1, 2}, {91, 1, 1, 2},  {106, 1, 1, 2}, {0, 0, 0, 2}, {65, 0, 0, 2},
-                  {90, 0, 0, 2}, {107, 0, 0, 2}, {~0u, 0, 0, 2}, {5, 2, 0, 2}, {95, 2, 0, 2}};
-    for (const auto &[port, state, posts, held] : events) {
-        EXPECT_EQ(dpm_port_link_func(port, state), 0);
-        EXPECT_EQ(master().os.queued(), posts) << port;
-        settle();
-        ASSERT_EQ(holds(master()).size(), held) << port;
-        EXPECT_EQ(rig::text_of(holds(master()).back().ip), "10.1.1.3"); // the first one held
-    }
-}
+// Where no host is, each that becomes a message is told in the log.
+ROWS(HostRequests, OfLinksAreForPortsAndTrunksInRange, rig::once("log/dpm_host_ chip")){
+    {"each 1 64 91 106 do link * 0", "log10 dpm_host_port_down #::ipv4 host table is null!\r\n; "
+                                     "log10 dpm_host_port_down #::ipv4 host table is null!\r\n; "
+                                     "log10 dpm_host_port_down #::ipv4 host table is null!\r\n; "
+                                     "log10 dpm_host_port_down #::ipv4 host table is null!\r\n"},
+    {"neigh add {a} port 1"},
+    {"neigh add {b} trunk 1"},
+    {"each 0 65 90 107 4294967295 do link * 0", ""},
+    {"each 1 91 do link * 2", ""},
+    {"show hold --count", "= 0"},
+    {"link 91 0", ""},
+    {"show hold {b} --count", "= 1"},
+    {"show hold --count", "= 1"},
+};

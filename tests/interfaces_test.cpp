@@ -39,10 +39,7 @@ ROWS(Interfaces, TheChipHasTheirL3InterfaceWhileTheyLive, once("chip platform lo
     {"if del vlanif100", "vlan 100 oper 2; interface- vlan 100 {mac}"},
     // Management VLANs and other types stay out of it.
     {"see chip"},
-    {"if add vlanif4089", ""},
-    {"if add vlanif4091", ""},
-    {"if add vlanif4092", ""},
-    {"if add vlanif4093", ""},
+    {"each vlanif4089 vlanif4091 vlanif4092 vlanif4093 do if add *", ""},
     {"if add vlanif4090", "interface+ vlan 4090 {mac} id 18"},
     {"if add vlanif200 super", ""},
     {"addr add 10.9.0.1/24 dev vlanif4089", ""},
@@ -107,9 +104,7 @@ ROWS(Interfaces, SubVlansLiveInTheirSuperVlansList, once("chip log")){
     // No super-VLANs.
     {"sub add 100 301", "log10 dpm_super_add_sub #::can not find or type is err!\r\n"},
     {"sub add 400 401", "log10 dpm_super_add_sub #::can not find or type is err!\r\n"},
-    {"sub add 300 301", ""},
-    {"sub add 300 302", ""},
-    {"sub add 300 303", ""},
+    {"each 301 302 303 do sub add 300 *", ""},
     {"sub add 300 302", "log10 dpm_super_add_sub #::exist subvlan302!\r\n"},
     {"subs 300", "= 0: 303 302 301"},
     {"sub del 300 302", ""},
@@ -212,8 +207,8 @@ ROWS(Interfaces, OfRequestsThatAreWrongOrFindNothingChangeNothing, once("chip lo
      "log10 dpm_api_set_if_proc #::unkown oper 3!\r\n; = -1"},
     {"call dpm_api_set_if_ip_proc 0 1 1 0 24 1", "log10 ...; = -1"},
     {"call dpm_api_set_if_ip_proc 0 1 1 10.1.1.1 24 0", "log10 ...; = -1"},
-    {"call dpm_api_set_if_ip_proc 0 1 0 10.1.1.1 8 1", "log10 ...; = -1"},
-    {"call dpm_api_set_if_ip_proc 0 1 3 10.1.1.1 8 1", "log10 ...; = -1"},
+    {"each 0 3 do call dpm_api_set_if_ip_proc 0 1 * 10.1.1.1 8 1",
+     "log10 ...; log10 ...; = -1; = -1"},
     {"call dpm_api_set_if_ip_proc 0 1 1 10.1.1.1 33 1", "log10 ...; = -1"},
     {"call dpm_api_set_if_ip_proc 0 1 2 2001:db8::1 129 1",
      "log10 dpm_api_set_if_ip_proc #::iptype 2 prefix_len 129 is err!\r\n; = -1"},
@@ -255,15 +250,10 @@ ROWS(Interfaces, AnswerTheSuiteAndOtherTables, once()){
     {"towards 10.1.32.1 5", "= none"}, // another VRF
     {"towards 2001:db8:0:f::7 5", "= vlanif10"},
     {"towards 2001:db8:0:10::7 5", "= none"},
-    {"call dpm_api_is_ipv6_empty_by_ifname vlanif10", "= 0"},
-    {"call dpm_api_is_ipv6_empty_by_ifname vlanif100", "= 1"},
-    {"call dpm_api_is_ipv6_empty_by_ifname vlanif999", "= 1"},
-    {"call dpm_api_is_ipv6_empty_by_ifname 0", "= -1"},
-    {"call dpm_api_is_supervlan_by_vlanid 300", "= 0"},
-    {"call dpm_api_is_supervlan_by_vlanid 100", "= -1"},
-    {"call dpm_api_is_supervlan_by_vlanid 999", "= -2"},
-    {"call dpm_api_get_vrf_by_vlan 10", "= 5"},
-    {"call dpm_api_get_vrf_by_vlan 999", "= 0"},
+    {"each vlanif10 vlanif100 vlanif999 0 do call dpm_api_is_ipv6_empty_by_ifname *",
+     "= 0; = 1; = 1; = -1"},
+    {"each 300 100 999 do call dpm_api_is_supervlan_by_vlanid *", "= 0; = -1; = -2"},
+    {"each 10 999 do call dpm_api_get_vrf_by_vlan *", "= 5; = 0"},
 };
 
 namespace {
@@ -272,38 +262,31 @@ using Numbers = std::vector<std::uint32_t>;
 
 class InterfaceRecords : public rig::LoneShelf {
 protected:
-    void SetUp() override {
-        EXPECT_EQ(run("if add vlanif100").text + run("if add vlanif200 super").text, "");
-    }
+    void SetUp() override { EXPECT_EQ(run("if add vlanif100").text, ""); }
 };
 
 } // namespace
 
 TEST_F(InterfaceRecords, BeginWithTheirDefaultsAndAreFoundByNameIndexAndVlan) {
     const dpm_if_entry &own = *dpm_if_find_by_ifname("vlanif100");
-    const std::uint32_t other = dpm_if_find_by_ifname("vlanif200")->if_index;
-    EXPECT_EQ((Numbers{own.status, own.mtu, own.bandwidth, own.metric, own.flags}),
-              (Numbers{1, 1500, 1000000000, 1, 0x1003}));
-    EXPECT_EQ(own.mac[5], 9u) << "the device's MAC";
+    EXPECT_EQ((Numbers{own.status, own.mtu, own.bandwidth, own.metric, own.flags, own.mac[5]}),
+              (Numbers{1, 1500, 1000000000, 1, 0x1003, 9}));
     EXPECT_EQ(dpm_if_find_by_ifname("vlanif1"), nullptr) << "the whole name";
-    EXPECT_EQ(dpm_if_find_by_ifname(nullptr), nullptr);
+    EXPECT_EQ(dpm_if_get_ifindexbyname("vlanif1"), ~0u);
+    EXPECT_EQ((Numbers{dpm_if_get_vlanid(own.if_index), dpm_if_get_vlanid(4711)}),
+              (Numbers{100, 0}));
+    EXPECT_EQ((Numbers{dpm_ifindex_get_by_vlan(100), dpm_ifindex_get_by_vlan(999)}),
+              (Numbers{own.if_index, 0}));
     char name[DPM_IFNAME_BYTES] = "kept";
     EXPECT_EQ(dpm_if_get_ifnamebyindex(4711, name), -1);
     EXPECT_STREQ(name, "kept");
     EXPECT_EQ(dpm_if_get_ifnamebyindex(own.if_index, name), 0);
     EXPECT_STREQ(name, "vlanif100");
-    EXPECT_EQ(dpm_if_get_ifindexbyname("vlanif1"), ~0u);
-    EXPECT_EQ(dpm_if_get_vlanid(other), 200u);
-    EXPECT_EQ(dpm_if_get_vlanid(4711), 0u);
-    EXPECT_EQ(dpm_ifindex_get_by_vlan(100), own.if_index);
-    EXPECT_EQ(dpm_ifindex_get_by_vlan(200), other);
-    EXPECT_EQ(dpm_ifindex_get_by_vlan(999), 0u);
     dpm_if_msg body{};
-    std::memset(body.ifname, 'y', sizeof body.ifname); // another program posts by number
-    EXPECT_EQ(dpm_if_add(&body), 0);
-    EXPECT_EQ(dpm_if_add(&body), 0) << "the same name";
-    ASSERT_EQ(interfaces(master()).size(), 3u);
+    std::memset(body.ifname, 'y', sizeof body.ifname);          // another program posts by number
+    rig::expect_all(0, {dpm_if_add(&body), dpm_if_add(&body)}); // the same name
+    ASSERT_EQ(interfaces(master()).size(), 2u);
     EXPECT_EQ(std::strlen(interfaces(master())[0].ifname), 63u);
     EXPECT_EQ(dpm_if_del(&body), 0);
-    EXPECT_EQ(interfaces(master()).size(), 2u);
+    EXPECT_EQ(interfaces(master()).size(), 1u);
 }
