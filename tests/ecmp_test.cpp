@@ -2,15 +2,10 @@
 // refusal.  The groups here are the test's own: no route points to them.
 
 #include "dpm_ecmp.h"
+#include "dpm_host.h"
 #include "support/rows.h"
 
 namespace {
-
-// "learn IP...": neighbours, the first with the next hop n1, and so on.
-const rig::Verb learn{"learn", [](rig::RowShelf &shelf, const rig::Words &words) {
-                          for (std::size_t i = 1; i < words.size(); ++i)
-                              (void)shelf.run("neigh add " + words[i]);
-                      }};
 
 // "group add|del|end IP [INDEX]": the host's next hop into the one group that there is, or into
 // that of the index; out of it; or the whole group goes.  Answers the caller's index behind it, and
@@ -21,29 +16,30 @@ int change_group(const std::string &deed, const dpm_prefix &ip, std::uint32_t ne
            : deed == "del" ? dpm_ecmp_del(ip.family, &index, nexthop)
                            : dpm_ecmp_del_all(ip.family, &index);
 }
-const rig::Verb group{"group", [](rig::RowShelf &shelf, const rig::Words &words) {
-                          auto groups = shelf.groups(shelf.master());
-                          std::int32_t index = groups.empty() ? 0 : groups[0].sdk_index;
-                          if (words.size() > 3)
-                              index = std::stoi(words[3]);
-                          const int result =
-                              change_group(words[1], rig::prefix_of(words[2]),
-                                           shelf.host(shelf.master(), words[2])->sdk_index, index);
-                          std::string text = result == 0 ? "" : "refused ";
-                          text += shelf.journal.name_of(std::uint32_t(index));
-                          groups = shelf.groups(shelf.master());
-                          for (std::size_t slot = 0; !groups.empty() && slot < 8; ++slot)
-                              text += groups[0].host_sdk[slot]
-                                          ? " " + shelf.journal.name_of(groups[0].host_sdk[slot])
-                                          : " -";
-                          shelf.answer(text.substr(0, text.find_last_not_of(" -") + 1));
-                          shelf.allow().group_leaks = unsigned(groups.size());
-                      }};
+void group(rig::RowShelf &shelf, const rig::Words &words) {
+    auto groups = shelf.groups(shelf.master());
+    std::int32_t index = groups.empty() ? 0 : groups[0].sdk_index;
+    if (words.size() > 3)
+        index = std::stoi(words[3]);
+    const dpm_prefix ip = rig::prefix_of(words[2]);
+    const auto ifindex = shelf.master().suite.find("vlanif100")->ifindex;
+    const auto nexthop = dpm_host_get_index_by_ip(0, ifindex, &ip);
+    std::string text = change_group(words[1], ip, nexthop, index) == 0 ? "" : "refused ";
+    text += shelf.journal.name_of(std::uint32_t(index));
+    groups = shelf.groups(shelf.master());
+    for (std::size_t slot = 0; !groups.empty() && slot < 8; ++slot) {
+        const std::uint32_t member = groups[0].host_sdk[slot];
+        text += member ? " " + shelf.journal.name_of(member) : " -";
+    }
+    shelf.answer(text.substr(0, text.find_last_not_of(" -") + 1));
+    shelf.allow().group_leaks = unsigned(groups.size());
+}
+const rig::Verb verb{"group", group};
 
 } // namespace
 
 ROWS(Groups, TheFirstMemberMakesOneAndTheLastEndsIt, .see = "chip mirror"){
-    {"learn {a} {b} {c} {d} {e}"},
+    {"each {a} {b} {c} {d} {e} do neigh add *"},
     {"group add {a}", "group+ g1; member+ g1 n1; mirror ecmp+ g1; = g1 n1"},
     {"group add {b}", "member+ g1 n2; mirror ecmp+ g1; = g1 n1 n2"},
     {"group add {c}", "member+ g1 n3; mirror ecmp+ g1; = g1 n1 n2 n3"},
@@ -57,14 +53,8 @@ ROWS(Groups, TheFirstMemberMakesOneAndTheLastEndsIt, .see = "chip mirror"){
 };
 
 ROWS(Groups, ANinthMemberIsInTheChipAloneAndGoesWithItsGroup, .see = "chip"){
-    {"learn {a} {b} {c} {d} {e} {f} {g} {h} {i}"},
-    {"group add {a}"},
-    {"group add {b}"},
-    {"group add {c}"},
-    {"group add {d}"},
-    {"group add {e}"},
-    {"group add {f}"},
-    {"group add {g}"},
+    {"each {a} {b} {c} {d} {e} {f} {g} {h} {i} do neigh add *"},
+    {"each {a} {b} {c} {d} {e} {f} {g} do group add *"},
     {"group add {h}", "member+ g1 n8; = g1 n1 n2 n3 n4 n5 n6 n7 n8"},
     {"allow chip-differs"},
     {"group add {i}", "member+ g1 n9; = g1 n1 n2 n3 n4 n5 n6 n7 n8"},
@@ -76,7 +66,7 @@ ROWS(Groups, ANinthMemberIsInTheChipAloneAndGoesWithItsGroup, .see = "chip"){
 
 ROWS(Groups, WhatTheChipRefusesLeavesTheRecordAsItWas, .roles = rig::with_standby,
      .see = "chip mirror log/dpm_ecmp_"){
-    {"learn {a} {b} {c}"},
+    {"each {a} {b} {c} do neigh add *"},
     {"chip refuse group 1"}, // the caller waits
     {"group add {a}", "group+ 0 -> -1; log10 dpm_ecmp_add #::driver create ecmp failed!\r\n; = 0"},
     {"fault alloc 1"},
@@ -138,14 +128,12 @@ TEST_F(GroupRecords, OfBothFamiliesTogetherThereAre1024) {
 
 TEST_F(GroupRecords, OfAnUnknownFamilyChangeNothing) {
     for (const std::uint32_t family : {0u, 3u}) {
-        std::int32_t unknown = 4711, index = 0;
-        EXPECT_EQ(dpm_ecmp_add(family, &index, nexthop), 0);
-        EXPECT_EQ(dpm_ecmp_del(family, &unknown, nexthop), 0);
-        EXPECT_EQ(dpm_ecmp_del_all(family, &unknown), 0);
-        EXPECT_EQ(index, 0);
+        std::int32_t index = 0;
         const dpm_ecmp_entry key{};
-        EXPECT_EQ(dpm_ecmp_find_by_entry(family, &key), nullptr);
-        EXPECT_EQ(dpm_api_get_ecmp_entry_first(family), nullptr);
+        rig::expect_all(0, {dpm_ecmp_add(family, &index, nexthop),
+                            dpm_ecmp_del(family, &index, nexthop), dpm_ecmp_del_all(family, &index),
+                            index, dpm_ecmp_find_by_entry(family, &key) != nullptr,
+                            dpm_api_get_ecmp_entry_first(family) != nullptr});
     }
     EXPECT_EQ(logged(master(), "::ecmp_type = "), 6u) << "del_all in silence";
     EXPECT_EQ(logged(master(), "::iptype = "), 2u);

@@ -11,6 +11,7 @@ ROWS(Hosts, DependantsHearOfANewOneBehindTheChipAndOfADeleteBeforeIt){
     {"neigh add {a} port 3",
      "nexthop+ port 3 {m1} n1; mirror nexthop+ n1; entry+ {a} n1; mirror host+ {a}; "
      "6: probe {l1}; notice {a} came"},
+    {"neigh add {a} port 3", ""},
     {"neigh del {a}",
      "notice {a} goes; entry- {a} n1; nexthop- n1; mirror nexthop- n1; mirror host- {a}"},
     {"neigh del {a}", ""},
@@ -52,29 +53,19 @@ ROWS(Hosts, AreToldToTheLogByTheirReportsAndByWhatBecomesOfThem, .roles = alone,
     {"neigh add {b}", "log10 dpm_host_entry_add #::host_entry add driver failed!\r\n"},
 };
 
-ROWS(Hosts, ARepeatedReportChangesNothing){
-    {"neigh add {a}"},
-    {"neigh add {a}", ""},
-};
-
 ROWS(Hosts, AReportThatDiffersDeletesTheOldHostFirst){
     {"neigh add {a}"},
     {"neigh add {a} lladdr {m2}",
      "notice {a} goes; entry- {a} n1; nexthop- n1; mirror nexthop- n1; mirror host- {a}; "
      "nexthop+ port 1 {m2} n2; mirror nexthop+ n2; entry+ {a} n2; mirror host+ {a}; "
      "6: probe {l2}; notice {a} came"},
+    {"see chip"},
     {"neigh add {a} lladdr {m2} cvlan 5",
-     "notice {a} goes; entry- {a} n2; nexthop- n2; mirror nexthop- n2; mirror host- {a}; "
-     "nexthop+ port 1 cvlan 5 {m2} n3; mirror nexthop+ n3; entry+ {a} n3; mirror host+ {a}; "
-     "6: probe {l2}; notice {a} came"},
+     "entry- {a} n2; nexthop- n2; nexthop+ port 1 cvlan 5 {m2} n3; entry+ {a} n3"},
     {"neigh add {a} lladdr {m2} cvlan 5 port 4",
-     "notice {a} goes; entry- {a} n3; nexthop- n3; mirror nexthop- n3; mirror host- {a}; "
-     "nexthop+ port 4 cvlan 5 {m2} n4; mirror nexthop+ n4; entry+ {a} n4; mirror host+ {a}; "
-     "6: probe {l2}; notice {a} came"},
+     "entry- {a} n3; nexthop- n3; nexthop+ port 4 cvlan 5 {m2} n4; entry+ {a} n4"},
     {"neigh add {a} lladdr {m2} cvlan 5 trunk 4",
-     "notice {a} goes; entry- {a} n4; nexthop- n4; mirror nexthop- n4; mirror host- {a}; "
-     "nexthop+ trunk 4 cvlan 5 {m2} n5; mirror nexthop+ n5; entry+ {a} n5; mirror host+ {a}; "
-     "6: probe {l2}; notice {a} came"},
+     "entry- {a} n4; nexthop- n4; nexthop+ trunk 4 cvlan 5 {m2} n5; entry+ {a} n5"},
 };
 
 ROWS(Hosts, ARefusedEntryKeepsItsNextHopReference){
@@ -203,6 +194,22 @@ ROWS(Hosts, OfIpv6CountTwice, .families = {6}, .roles = alone, .see = "chip"){
     {"neigh add {a} port 9", "entry- {a} ...; nexthop+ port 9 {m1} n2; entry+ {a} n2"},
 };
 
+ROWS(Hosts, BehindATrunkNeedItsNumberAndBehindAPortThePhysicalOne, rig::once("chip")){
+    {"call dpm_host_test_add 0x101010a 900 100 0 9 3", "nexthop+ port 3 ...; entry+ {a} n1; = 0"},
+    {"call dpm_host_test_add 0x101010a 900 100 2 9 4",
+     "entry- {a} n1; nexthop- n1; nexthop+ port 4 ...; entry+ {a} n2; = 0"},
+    {"call dpm_host_test_add 0x101010a 900 100 0 0 0",
+     "entry- {a} n2; nexthop- n2; nexthop+ port 0 ...; entry+ {a} n3; = 0"},
+    {"call dpm_host_test_add 0x101010a 900 100 1 5 3",
+     "entry- {a} n3; nexthop- n3; nexthop+ trunk 5 ...; entry+ {a} n4; = 0"},
+    {"see chip log/dpm_host_entry_add"}, // the old one stays
+    {"call dpm_host_test_add 0x101010a 900 100 1 0 3",
+     "log10 dpm_host_entry_add #::host_info paramter is err! port_type 1 log_port_id 0 ...; = 0"},
+    {"each 3 0xffffffff do call dpm_host_test_add 0x101010a 900 100 * 1 1",
+     "log10 dpm_host_entry_add #::host_info paramter is err! port_type 3 ...; "
+     "log10 dpm_host_entry_add #::host_info paramter is err! port_type -1 ...; = 0; = 0"},
+};
+
 namespace {
 
 class HostRecords : public rig::LoneShelf {
@@ -211,10 +218,9 @@ protected:
         run("if add vlanif100");
         run("if add vlanif200 super");
     }
-    int report(const dpm_host_info &info) {
-        const int result = dpm_api_host_pro(&info, DPM_OPER_ADD);
+    void report(const dpm_host_info &info) {
+        EXPECT_EQ(dpm_api_host_pro(&info, DPM_OPER_ADD), 0);
         settle();
-        return result;
     }
 };
 
@@ -231,47 +237,16 @@ TEST_F(HostRecords, WithoutAnIfindexTheSuperVlanTellsTheInterface) {
     dpm_host_info info = rig::info_of(master(), {});
     info.ifindex = 0;
     info.supervlan = 200;
-    EXPECT_EQ(report(info), 0);
+    report(info);
     EXPECT_STREQ(hosts(master()).at(0).ifname, "vlanif200");
     info.supervlan = 999;
     info.address[3] = 99;
-    EXPECT_EQ(report(info), 0);
+    report(info);
     EXPECT_EQ(logged(master(), "::ifindex is err!"), 1u);
     info.ifindex = 4711; // no interface: the name stays empty
-    EXPECT_EQ(report(info), 0);
+    report(info);
     ASSERT_EQ(hosts(master()).size(), 2u);
     EXPECT_STREQ(hosts(master()).at(1).ifname, "");
-}
-
-TEST_F(HostRecords, ATrunkNeedsANumberAndAPortHasItsPhysicalOne) {
-    struct Case {
-        std::uint32_t type, logical, physical;
-        std::uint32_t port; // of the chip's next hop
-        bool refused = false;
-    };
-    const Case cases[] = {
-        {0, 9, 3, 3},
-        {DPM_PORT_PHYSICAL, 9, 4, 4},
-        {0, 0, 0, 0},
-        {DPM_PORT_LOGICAL, 5, 3, 5},
-        {DPM_PORT_LOGICAL, 0, 3, 5, true},
-        {3, 1, 1, 5, true},
-        {~0u, 1, 1, 5, true},
-    };
-    for (const Case &port : cases) {
-        dpm_host_info info = rig::info_of(master(), {});
-        info.port_type = port.type;
-        info.log_port_id = port.logical;
-        info.phy_port_id = port.physical;
-        clear_journal();
-        EXPECT_EQ(report(info), 0) << "accepted as a request";
-        const auto &nexthops = master().chip.held<chassis::chip::kinds::nexthop>();
-        ASSERT_EQ(nexthops.size(), 1u) << "a refused report leaves the old one";
-        const auto &nexthop = nexthops.begin()->second;
-        EXPECT_EQ(nexthop.port_id, port.port);
-        EXPECT_EQ(nexthop.port_type, port.port == 5 ? DPM_PORT_LOGICAL : DPM_PORT_PHYSICAL);
-        EXPECT_EQ(logged(master(), "::host_info paramter is err! port_type "), port.refused);
-    }
 }
 
 TEST_F(HostRecords, DependantsHearInTheOrderOfTheirRegistration) {

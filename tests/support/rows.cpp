@@ -79,26 +79,15 @@ std::string escaped(const std::string &text) {
 
 // A row as it is written in a source.
 std::string source_of(const std::string &command, const std::vector<std::string> &effects) {
-    const std::size_t fold =
-        command.size() > literal_columns ? command.rfind(' ', literal_columns) : command.npos;
-    std::string text = "    {\"" + command.substr(0, fold), line;
-    text += fold == command.npos ? "\"," : " \"\n     \"" + command.substr(fold + 1) + "\",";
-    const auto end_line = [&] { text += "\n     \"" + std::exchange(line, "") + "\""; };
+    std::string text = "    {\"" + command + "\",", line;
     for (const std::string &effect : effects) {
-        std::string rest = escaped(effect) + (&effect == &effects.back() ? "" : "; ");
-        while (!rest.empty()) {
-            if (!line.empty() && line.size() + rest.size() > literal_columns)
-                end_line();
-            const std::size_t cut =
-                rest.size() > literal_columns ? rest.rfind(' ', literal_columns) : rest.size() - 1;
-            line += rest.substr(0, cut + 1);
-            rest.erase(0, cut + 1);
-        }
+        const std::string part = escaped(effect) + (&effect == &effects.back() ? "" : "; ");
+        if (!line.empty() && line.size() + part.size() > literal_columns)
+            text += "\n     \"" + std::exchange(line, "") + "\"";
+        line += part;
     }
-    if (text.find('\n') == text.npos && text.size() + line.size() + 5 <= columns)
-        return text + " \"" + line + "\"},\n";
-    end_line();
-    return text + "},\n";
+    const bool fits = text.size() + line.size() + 5 <= columns;
+    return text + (fits ? " \"" : "\n     \"") + line + "\"},\n";
 }
 
 void make_exception(Exceptions &exceptions, const Words &words) {

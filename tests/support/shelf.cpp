@@ -277,16 +277,6 @@ void Shelf::keep_log(bool on) {
     }
 }
 
-const dpm_host_entry *Shelf::host(Card &card, const std::string &ip) {
-    const CardScope scope(card);
-    const dpm_host_entry *found = nullptr;
-    tables::hosts.each([&found, wanted = prefix_of(ip)](const dpm_host_entry &host) {
-        if (!found && std::equal(wanted.address, wanted.address + 16, host.ip.address))
-            found = &host;
-    });
-    return found;
-}
-
 dpm_route_entry *Shelf::route(Card &card, const std::string &prefix, unsigned vrf) {
     CardScope scope(card);
     return dpm::find_route(vrf, prefix_of(prefix));

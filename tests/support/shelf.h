@@ -152,7 +152,6 @@ public:
     auto groups(Card &card) { return all(card, chassis::tables::ecmp); }
     auto ftns(Card &card) { return all(card, chassis::tables::ftn); }
     auto ilms(Card &card) { return all(card, chassis::tables::ilm); }
-    const dpm_host_entry *host(Card &card, const std::string &ip); // the first with this address
     // The record in the table, or null.
     dpm_route_entry *route(Card &card, const std::string &prefix, unsigned vrf = 0);
     // What the chip answers for an address: "10.2.0.0/16 -> 10.1.1.2 10.1.1.3", the hosts by
