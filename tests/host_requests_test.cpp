@@ -64,9 +64,7 @@ ROWS(HostRequests, OfAllThreeKindsAddAndDeleteTheHost, .roles = alone,
     {"report pro 1 {a}",
      "log10 dpm_api_host_pro #::host_msg vrf 6 ip {a} mac {M2} ifindex 900 port 3/0x3 port_type "
      "0 \t\tcvlan 0 svlan 100 supervlan 100 \r\n; nexthop+ port 3 {m2} n1; entry+ {a} n1"},
-    {"report pro 2 {a}",
-     "log10 dpm_api_host_pro #::host_msg vrf 6 ip {a} mac {M2} ifindex 900 port 3/0x3 port_type "
-     "0 \t\tcvlan 0 svlan 100 supervlan 100 \r\n; entry- {a} n1; nexthop- n1"},
+    {"report pro 2 {a}", "log10 dpm_api_host_pro #::host_msg ...; entry- {a} n1; nexthop- n1"},
     {"report stack 1 {a}", "nexthop+ port 3 {m2} n2; entry+ {a} n2"},
     {"report stack 2 {a}", "entry- {a} n2; nexthop- n2"},
     {"report entry 1 {a}", "nexthop+ port 3 00:00:00:00:00:07 n3; entry+ {a} n3"},

@@ -169,8 +169,7 @@ ROWS(Interfaces, ThatComeAgainLeadTheirRecordsAgain, .roles = rig::mirroring){
     {"forwards {in}", "= {net} -> {a}"},
     {"neigh add {l1}"},
     {"switch-over"},
-    {"neigh del {a}"},
-    {"neigh del {l1}"},
+    {"each {a} {l1} do neigh del *"},
     {"show hosts --count", "= 1"},
 };
 
@@ -260,14 +259,12 @@ namespace {
 
 using Numbers = std::vector<std::uint32_t>;
 
-class InterfaceRecords : public rig::LoneShelf {
-protected:
-    void SetUp() override { EXPECT_EQ(run("if add vlanif100").text, ""); }
-};
+class InterfaceRecords : public rig::LoneShelf {};
 
 } // namespace
 
 TEST_F(InterfaceRecords, BeginWithTheirDefaultsAndAreFoundByNameIndexAndVlan) {
+    EXPECT_EQ(run("if add vlanif100").text, "");
     const dpm_if_entry &own = *dpm_if_find_by_ifname("vlanif100");
     EXPECT_EQ((Numbers{own.status, own.mtu, own.bandwidth, own.metric, own.flags, own.mac[5]}),
               (Numbers{1, 1500, 1000000000, 1, 0x1003, 9}));

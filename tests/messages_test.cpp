@@ -1,15 +1,10 @@
-// Posting and dispatch: what is dropped, what is tried again, what rests, and that nothing is lost
-// on the way when memory or the queue gives out.
+// Posting and dispatch: what is dropped, what is tried again, and what rests.
 
 #include "dpm.h"
-#include "dpm_bridge.h"
-#include "dpm_events.h"
 #include "dpm_host.h"
 #include "dpm_main.h"
 #include "dpm_msg.h"
 #include "support/rows.h"
-
-#include <functional>
 
 namespace {
 
@@ -25,8 +20,6 @@ protected:
         return {result, master().os.delays() - before};
     }
 };
-
-class Posters : public rig::JoinedShelf {};
 
 } // namespace
 
@@ -91,58 +84,3 @@ ROWS(Proxy, ItsMessagesReachTheHostProcessOnTheWorker, rig::once("platform log")
      "log10 dpm_api_proxy_arp_slave_sync #::the input parameter is null!\r\n; = -1"},
     {"call dpm_api_proxy_arp_slave_sync packet 6", "proxy data; = 0"},
 };
-
-// Every poster of the library: what it answers without memory, and that a refused post leaves
-// nothing behind.
-TEST_F(Posters, LeaveNoBlockBehindWhenMemoryOrTheQueueGivesOut) {
-    const auto scope = as(standby());
-    const std::uint8_t ip[16] = {10, 1, 1, 1};
-    dpm_host_info info = rig::info_of(standby(), {});
-    dpm_host_entry host{};
-    host.ip = rig::prefix_of("10.1.1.2");
-    constexpr bool needs_none = false;
-    const struct {
-        const char *name;
-        std::function<int()> post;
-        bool needs_block = true;
-    } posters[] = {
-        {"interface", [] { return dpm_api_set_if_proc("vlanif7", 0, 7, 7, 1); }},
-        {"address", [&] { return dpm_api_set_if_ip_proc(0, 7, 1, ip, 24, 1); }},
-        {"interface vrf", [] { return dpm_api_set_if_vrf_proc(7, 3); }},
-        {"sub-VLAN", [] { return dpm_api_super_sub_proc(7, 8, 1); }},
-        {"trunk member", [this] { return standby().hal.trunk_member(0, 1, 3, 1); }},
-        {"host", [&] { return dpm_api_host_pro(&info, 1); }},
-        {"stack's host", [&] { return dpm_api_notify_ipstack_host(&info); }},
-        {"host entry", [&] { return dpm_api_host_msg_send(&host, 2); }},
-        {"test host", [] { return dpm_host_test_add(0x101010a, 7, 7, 0, 3, 3); }},
-        {"test host gone", [] { return dpm_host_test_del(0x101010a, 7, 7, 0, 3, 3); }},
-        {"proxy packet", [&] { return dpm_api_proxy_arp_packet_send(ip, 4); }},
-        {"proxy tick", [] { return dpm_api_proxy_arp_timer_send(); }, needs_none},
-        {"proxy data", [&] { return dpm_api_proxy_arp_slave_sync(ip, 4); }},
-        {"port down", [] { return dpm_port_down_func(3); }, needs_none},
-        {"port up", [] { return dpm_port_up_func(3); }, needs_none},
-        {"trunk down", [] { return dpm_trunk_down_func(3); }, needs_none},
-        {"trunk up", [] { return dpm_trunk_up_func(3); }, needs_none},
-        {"to master", [] { return dpm_bridge_slave_to_master(); }, needs_none},
-    };
-    auto &os = standby().os;
-    for (const auto &[name, post, needs_block] : posters) {
-        SCOPED_TRACE(name);
-        const std::size_t blocks = os.live_blocks();
-        os.fail(Fault::allocation, 1);
-        EXPECT_EQ(post(), needs_block ? -1 : 0);
-        os.fail(Fault::allocation, 0);
-        EXPECT_EQ(os.queued(), needs_block ? 0u : 1u);
-        settle();
-        clear_journal();
-        os.fail(Fault::send, 1, 4);
-        EXPECT_EQ(post(), -1);
-        EXPECT_EQ(os.queued(), 0u);
-        EXPECT_EQ(os.live_blocks(), blocks);
-        EXPECT_EQ(logged(standby(), "msg err!") + logged(standby(), "msg is err!") +
-                      logged(standby(), "msg send err!"),
-                  1u);
-        EXPECT_EQ(post(), 0);
-        settle();
-    }
-}

@@ -1,8 +1,14 @@
 // Every receiver of the exported list, in both roles: what holds no record, what is hostile, and
-// what is left behind when memory or the queue gives out.
+// what these and the other posters leave behind when memory or the queue gives out.
 
 #include "dpm_api.h"
+#include "dpm_bridge.h"
+#include "dpm_events.h"
+#include "dpm_host.h"
+#include "dpm_main.h"
 #include "support/shelf.h"
+
+#include <functional>
 
 namespace {
 
@@ -71,25 +77,61 @@ TEST_F(Receivers, of_the_other_role_drop_what_arrives) {
         }
 }
 
-TEST_F(Receivers, leave_no_block_behind_when_memory_or_the_queue_gives_out) {
+TEST_F(Receivers, and_posters_leave_no_block_behind_when_memory_or_the_queue_gives_out) {
+    allow().standby_differs = true;
     const auto scope = as(standby());
+    const std::uint8_t ip[16] = {10, 1, 1, 1};
+    dpm_host_info info = rig::info_of(standby(), {});
+    dpm_host_entry host{};
+    host.ip = rig::prefix_of("10.1.1.2");
+    constexpr bool needs_none = false;
+    struct Poster {
+        const char *name;
+        std::function<int()> post;
+        bool needs_block = true;
+    };
+    std::vector<Poster> posters{
+        {"interface", [] { return dpm_api_set_if_proc("vlanif7", 0, 7, 7, 1); }},
+        {"address", [&] { return dpm_api_set_if_ip_proc(0, 7, 1, ip, 24, 1); }},
+        {"interface vrf", [] { return dpm_api_set_if_vrf_proc(7, 3); }},
+        {"sub-VLAN", [] { return dpm_api_super_sub_proc(7, 8, 1); }},
+        {"trunk member", [this] { return standby().hal.trunk_member(0, 1, 3, 1); }},
+        {"host", [&] { return dpm_api_host_pro(&info, 1); }},
+        {"stack's host", [&] { return dpm_api_notify_ipstack_host(&info); }},
+        {"host entry", [&] { return dpm_api_host_msg_send(&host, 2); }},
+        {"test host", [] { return dpm_host_test_add(0x101010a, 7, 7, 0, 3, 3); }},
+        {"test host gone", [] { return dpm_host_test_del(0x101010a, 7, 7, 0, 3, 3); }},
+        {"proxy packet", [&] { return dpm_api_proxy_arp_packet_send(ip, 4); }},
+        {"proxy tick", [] { return dpm_api_proxy_arp_timer_send(); }, needs_none},
+        {"proxy data", [&] { return dpm_api_proxy_arp_slave_sync(ip, 4); }},
+        {"port down", [] { return dpm_port_down_func(3); }, needs_none},
+        {"port up", [] { return dpm_port_up_func(3); }, needs_none},
+        {"trunk down", [] { return dpm_trunk_down_func(3); }, needs_none},
+        {"trunk up", [] { return dpm_trunk_up_func(3); }, needs_none},
+        {"to master", [] { return dpm_bridge_slave_to_master(); }, needs_none},
+    };
+    for (const Receiver &receiver : receivers)
+        if (receiver.kind != CARD && receiver.is_for(false))
+            posters.insert(posters.begin(),
+                           {receiver.name, [&] { return answer(receiver, receiver.bytes); },
+                            receiver.kind != SIGNAL});
     auto &os = standby().os;
-    for (const Receiver &receiver : receivers) {
-        SCOPED_TRACE(receiver.name);
-        if (receiver.kind == CARD || !receiver.is_for(false))
-            continue;
+    for (const auto &[name, post, needs_block] : posters) {
+        SCOPED_TRACE(name);
         const std::size_t blocks = os.live_blocks();
-        const bool needs_block = receiver.kind != SIGNAL;
         os.fail(Fault::allocation, 1);
-        EXPECT_EQ(answer(receiver, receiver.bytes), needs_block ? -1 : 0);
+        EXPECT_EQ(post(), needs_block ? -1 : 0);
         os.fail(Fault::allocation, 0);
         EXPECT_EQ(os.queued(), needs_block ? 0u : 1u);
         settle();
         clear_journal();
         os.fail(Fault::send, 1, 4);
-        EXPECT_EQ(answer(receiver, receiver.bytes), -1);
-        EXPECT_EQ(logged(standby(), "send msg err!"), 1u);
+        EXPECT_EQ(post(), -1);
+        EXPECT_EQ(os.queued(), 0u);
         EXPECT_EQ(os.live_blocks(), blocks);
+        EXPECT_EQ(logged(standby(), "msg err!") + logged(standby(), "msg is err!") +
+                      logged(standby(), "msg send err!"),
+                  1u);
     }
 }
 

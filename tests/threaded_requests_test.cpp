@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <thread>
 
 namespace {
@@ -168,16 +169,9 @@ TEST_F(ThreadedRequests, AHolderOfTheLockMayCallTheQueriesThatTakeIt) {
     for (const auto &[take, give] : {std::pair(&norix_nsm_sem_take, &norix_nsm_sem_give),
                                      {&norix_bfd_sem_take, &norix_bfd_sem_give}}) {
         take();
-        std::atomic<bool> got{false};
-        std::thread other([&got, take, give] {
-            take();
-            got = true;
-            give();
-        });
-        std::this_thread::sleep_for(20ms);
-        EXPECT_FALSE(got);
+        const auto other = std::async(std::launch::async, [take, give] { take(), give(); });
+        EXPECT_EQ(other.wait_for(20ms), std::future_status::timeout);
         give();
-        other.join();
     }
     EXPECT_EQ(card.os.handle_errors(), 0u);
 }
