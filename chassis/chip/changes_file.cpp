@@ -45,9 +45,10 @@ Header header_of(std::uint64_t term) {
 FileBytes record_of(std::span<const std::byte> body, std::uint64_t sequence) {
     RecordHead head{sequence, std::uint32_t(body.size()), 0};
     head.checksum = checksum_of(head, body);
-    const auto bytes = std::as_bytes(std::span(&head, 1));
-    FileBytes record(bytes.begin(), bytes.end());
-    record.insert(record.end(), body.begin(), body.end());
+    FileBytes record(sizeof head + body.size());
+    std::memcpy(record.data(), &head, sizeof head);
+    if (!body.empty())
+        std::memcpy(record.data() + sizeof head, body.data(), body.size());
     return record;
 }
 
