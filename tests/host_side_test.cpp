@@ -197,11 +197,7 @@ ROWS(NewMaster, AsksForItsNeighboursAndForTheGatewaysThatAreMissing, .roles = ri
     {"clock advance 30s", "probe {a}; probe {b}"},
 };
 
-namespace {
-
-class HostLists : public rig::LoneShelf {};
-
-} // namespace
+using HostLists = rig::LoneShelf;
 
 TEST_F(HostLists, TakeNothingWithoutFamilyOrRecord) {
     const dpm_prefix unknown{}, ip = rig::prefix_of("10.1.1.1");

@@ -151,11 +151,7 @@ ROWS(Labels, ARouteGivesWayToTunnelsOfItsPrefixAndFollowsItsHostsOutsideTheChip,
     {"route del {any}", "default {ip} to-cpu"},
 };
 
-namespace {
-
-class LabelRecords : public rig::Shelf {};
-
-} // namespace
+using LabelRecords = rig::Shelf;
 
 TEST_F(LabelRecords, RequestsAndQuestionsWithoutTheirBlocksAreRefused) {
     const std::vector<std::uint8_t> bytes(DPM_ILM_MSG_BYTES, 7);

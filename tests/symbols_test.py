@@ -8,6 +8,7 @@ in FLOORS (docs/architecture.md) has them; and nothing that can be changed stand
 """
 import collections
 import fnmatch
+import graphlib
 import pathlib
 import re
 import subprocess
@@ -42,22 +43,12 @@ def uses(objects):
 
 
 def circle(graph):
-    """A shortest circle, as its names in order; empty: there is none."""
-    shortest = []
-    for start in graph:
-        came_from, reached = {}, [start]
-        for at in reached:
-            for to in graph[at]:
-                if to == start:
-                    path = [at]
-                    while path[-1] != start:
-                        path.append(came_from[path[-1]])
-                    if not shortest or len(path) < len(shortest):
-                        shortest = path[::-1]
-                elif to not in came_from:
-                    came_from[to] = at
-                    reached.append(to)
-    return shortest
+    """A circle, as its names in order with the first again at the end; empty: there is none."""
+    try:
+        graphlib.TopologicalSorter(graph).prepare()
+        return []
+    except graphlib.CycleError as error:
+        return error.args[1][::-1]
 
 
 def floors_of(page):
@@ -76,9 +67,8 @@ def floor_of(floors, name):
 def faults(objects, floors):
     graph = uses(objects)
     around = circle(graph)
-    if around:
-        for at, to in zip(around, around[1:] + around[:1]):
-            yield f"circle: {at} uses {graph[at][to]} of {to}"
+    for at, to in zip(around, around[1:]):
+        yield f"circle: {at} uses {graph[at][to]} of {to}"
     floor = {name: floor_of(floors, name) for name in objects}
     for name in objects:
         if floor[name] is None:

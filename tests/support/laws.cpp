@@ -25,8 +25,10 @@ using namespace chassis;
 
 namespace {
 
+constexpr std::uint32_t families[] = {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6};
+
 template <class Visitor> void each_route(Visitor visit) {
-    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+    for (const std::uint32_t family : families)
         for (const dpm_route_entry &route : dpm::routes_of(family))
             visit(route);
 }
@@ -38,8 +40,6 @@ void expect_equal(const char *what, unsigned left, unsigned right, Lines &lines)
 }
 
 // --- routes ----------------------------------------------------------------------------------
-
-constexpr std::uint32_t families[] = {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6};
 
 std::string name_of(const dpm_route_entry &route) {
     return "route vrf " + std::to_string(route.vrf) + " " + rig::text_of(route.destination);

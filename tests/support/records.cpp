@@ -1,9 +1,10 @@
 // Records from text and back.
 
+#include "chassis/ctl/words.h"
+#include "chassis/tables/text.h"
 #include "support/shelf.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstring>
 #include <sstream>
 
@@ -24,24 +25,19 @@ std::string word_behind(const Words &words, const std::string &word, const char 
 
 dpm_prefix prefix_of(const std::string &text) {
     const std::size_t slash = text.find('/');
-    const std::string address = text.substr(0, slash);
-    dpm_prefix ip{};
-    if (inet_pton(AF_INET, address.c_str(), ip.address) == 1)
-        ip.family = DPM_FAMILY_IPV4, ip.prefix_len = 32;
-    else if (inet_pton(AF_INET6, address.c_str(), ip.address) == 1)
-        ip.family = DPM_FAMILY_IPV6, ip.prefix_len = 128;
-    else
-        ADD_FAILURE() << "not an address: " << text;
-    if (slash != std::string::npos)
+    const auto address = ctl::parse_address(text.substr(0, slash));
+    if (!address)
+        return ADD_FAILURE() << "not an address: " << text, dpm_prefix{};
+    dpm_prefix ip = chassis::tables::host_of(address->family, address->address.data());
+    if (slash != text.npos)
         ip.prefix_len = std::uint16_t(std::stoi(text.substr(slash + 1)));
     return ip;
 }
 
 std::string text_of(const dpm_prefix &ip) {
-    char text[INET6_ADDRSTRLEN] = "?";
-    const bool ipv4 = ip.family == DPM_FAMILY_IPV4;
-    inet_ntop(ipv4 ? AF_INET : AF_INET6, ip.address, text, sizeof text);
-    return ip.prefix_len == (ipv4 ? 32 : 128) ? text : text + ("/" + std::to_string(ip.prefix_len));
+    const std::string text = chassis::address_text(ip.family, ip.address);
+    const bool is_host = ip.prefix_len == chassis::host_length(ip.family);
+    return is_host ? text : text + "/" + std::to_string(ip.prefix_len);
 }
 
 dpm_host_info info_of(const Card &card, const Neighbour &neighbour) {
