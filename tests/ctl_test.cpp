@@ -138,6 +138,10 @@ ROWS(Commands, LeadANeighbourIntoTablesAndChip, .roles = mirroring, .see = ""){
     {"show interfaces {a} --count", "= 0"},
     {"show interfaces --count", "= 2"},
     {"show vrfs", "= VRF  STATE; = 0    enabled"},
+    {"4: show interfaces {gw} json",
+     R"(= [; =  {"interface": "vlanif100", "vrf": 0, "vlan": 100, "type": "vlan"...; = ])"},
+    {"show hosts --json {a}",
+     R"(= [; =  {"vrf": 0, "address": "{a}", "mac": "{m1}", "port": "3", "vlan": 100...; = ])"},
     {"neigh del {a}"},
     {"show neighbours --count", "= 1"},
     {"show hosts {a} --count", "= 0"},
@@ -200,6 +204,11 @@ ROWS(RouteCommands, LeadOverOneGatewayOrAGroup, .roles = mirroring, .see = ""){
      "=     next hop 19: port 3..."},
     {"4: show ecmp", "= GROUP  FAMILY  MEMBERS  NEXTHOPS  VRF  ROUTE; "
                      "= 20     IPv4    2        18, 19    0    {net1}"},
+    {"4: show ecmp --json", R"(= [; =  {"group": 20, "family": "IPv4", "members": 2, "nexthops": )"
+                            R"([18, 19], "vrf": 0, "route": "{net1}"}; = ])"},
+    {"4: show routes {net1} --json",
+     R"(= [; =  {"vrf": 0, "destination": "{net1}", "state": "chip", "index": 20, "gateways": )"
+     R"([{"address": "{a}", "interface": "vlanif100", "nexthop": 18}, {"address": "{b}"...; = ])"},
     {"ecmp show {net1} vrf 0 --count", "= 1"},
     {"show ecmp {net} --count", "= 0"},
     {"show ecmp --vrf 7 --count", "= 0"},
@@ -334,29 +343,6 @@ ROWS(RouteCommands, TellWhichRoutesAgeAfterASwitchOver, .roles = mirroring, .see
     {"route add {net} via {a}"},
     {"show timers {net} --count", "= 0"},
 };
-
-TEST_F(Answers, AreObjectsForPrograms) {
-    for (const char *command :
-         {"if add vlanif100", "addr add 10.1.1.9/24 dev vlanif100", "neigh add 10.1.1.2 port 3",
-          "route add 10.2.0.0/16 via 10.1.1.2", "route add 10.3.0.0/16 via 10.1.1.2 via 10.1.1.3"})
-        EXPECT_EQ(run(command).text, "");
-    const struct {
-        const char *table, *part;
-    } cases[] = {
-        {"interfaces", R"("addresses": ["10.1.1.9/24"], "sub_vlans": [], "mtu": 1500)"},
-        {"hosts", R"("vrf": 0, "address": "10.1.1.2", "mac": "02:00:00:00:01:02", "port": "3")"},
-        {"routes", R"("gateways": [{"address": "10.1.1.2", "interface": "vlanif100", "nexthop": )"},
-        {"routes", R"("interface": "vlanif100", "nexthop": null}], "type": 9, "ecmp": "yes", )"},
-        {"ecmp", R"("family": "IPv4", "members": 1, "nexthops": [)"},
-        {"ecmp", R"(], "vrf": 0, "route": "10.3.0.0/16")"},
-        {"unreachable", R"("waits_for": "the neighbour to answer since 0 s; 100 probes left)"},
-    };
-    for (const auto &[table, part] : cases) {
-        const std::string text = run(std::string("show ") + table + " json").text;
-        EXPECT_NE(text.find(part), text.npos) << part << " in\n" << text;
-    }
-    EXPECT_EQ(run("show hold --json").text, "[]\n");
-}
 
 TEST_F(Answers, GiveTheSettingsAgain) {
     for (const char *command :

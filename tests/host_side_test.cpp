@@ -180,13 +180,11 @@ ROWS(NewMaster, MendsWhatWasNotMirrored, .roles = rig::mirroring, .see = ""){
     {"route add {net1} via {a} via {c}"},
     {"route add {net2} via {c}"},
     {"neigh add {d} port 4"},
-    {"card standby-usable"},
     {"allow chip-differs"},
     {"switch-over"},
     {"allow chip-differs 0"},
     {"forwards {in}", "= {net} -> {a} {b}"},
     {"neigh del {b}"},
-    {"neigh add {d} port 4"},
 };
 
 // Neighbours that answer are reported again, gateways that are missing are looked for anew.

@@ -204,15 +204,6 @@ void RowShelf::each(const std::string &command) {
     }
 }
 
-// What one of the library's shows prints.
-std::string RowShelf::shown(const std::string &function) const {
-    const auto show = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, function.c_str()));
-    testing::internal::CaptureStdout();
-    if (show)
-        show();
-    return show ? testing::internal::GetCapturedStdout() : "no such function";
-}
-
 // What a function answers to words of the machine, as both ABIs pass them: numbers, addresses of an
 // IP address's bytes, texts.  It takes as many as it knows.
 std::string RowShelf::called(const Words &words) const {
@@ -255,9 +246,11 @@ bool RowShelf::perform_verb(const std::string &command) {
         each(command);
     else if (verb == "many")
         repeat(words, command);
-    else if (verb == "shown")
-        answers_.push_back("= " + journal.with_names(shown(second)));
-    else if (verb == "call")
+    else if (verb == "shown") {
+        testing::internal::CaptureStdout();
+        (void)called(words);
+        answers_.push_back("= " + journal.with_names(testing::internal::GetCapturedStdout()));
+    } else if (verb == "call")
         answer(called(words));
     else if (verb == "forwards")
         answer(forwards(second, unsigned(std::stoul(vrf))));

@@ -86,7 +86,6 @@ private:
     bool perform_verb(const std::string &command);
     void repeat(const Words &words, const std::string &command);
     void each(const std::string &command);
-    std::string shown(const std::string &function) const;
     std::string called(const Words &words) const;
     void see(const std::string &channels);
     std::vector<std::string> wanted(const Row &row) const;
