@@ -20,7 +20,7 @@ std::vector<std::string> words(std::initializer_list<const char *> list) {
     return {list.begin(), list.end()};
 }
 
-TEST(command_language, takes_attributes_in_any_order_and_skips_what_ip_prints_besides) {
+TEST(CommandLanguage, TakesAttributesInAnyOrderAndSkipsWhatIpPrintsBesides) {
     for (const char *line :
          {"neigh add 10.1.1.2 lladdr 02:00:00:00:01:02 dev vlanif100 port 3 vlan 100",
           "neigh add vlan 100 port 3 dev vlanif100 lladdr 02:00:00:00:01:02 10.1.1.2",
@@ -36,14 +36,14 @@ TEST(command_language, takes_attributes_in_any_order_and_skips_what_ip_prints_be
     }
 }
 
-TEST(command_language, gives_repeated_attributes_in_their_order) {
+TEST(CommandLanguage, GivesRepeatedAttributesInTheirOrder) {
     const ctl::Parsed parsed = parse("import --dev-map eth0=vlanif1 --dev-map eth1=vlanif2");
     ASSERT_FALSE(parsed.error);
     EXPECT_EQ(parsed.values("--dev-map"),
               (std::vector<std::string_view>{"eth0=vlanif1", "eth1=vlanif2"}));
 }
 
-TEST(command_language, refuses_with_the_column_and_what_was_expected) {
+TEST(CommandLanguage, RefusesWithTheColumnAndWhatWasExpected) {
     EXPECT_EQ(error_of("shwo hosts").substr(0, 31), "1: unknown word 'shwo'; expecte");
     EXPECT_EQ(error_of("port  down 65"), "12: unknown word '65'; expected a port (1 to 64)");
     EXPECT_EQ(error_of("port down"), "11: the command is not complete; expected a port (1 to 64)");
@@ -56,7 +56,7 @@ TEST(command_language, refuses_with_the_column_and_what_was_expected) {
     EXPECT_EQ(error_of("show hosts vrf 1 --vrf 2").substr(0, 25), "18: unknown word '--vrf';");
 }
 
-TEST(command_language, refuses_values_out_of_bounds) {
+TEST(CommandLanguage, RefusesValuesOutOfBounds) {
     for (const char *line :
          {"addr add 10.1.1.1/33 dev x", "addr add fd00::1/129 dev x", "addr add 10.1.1/24 dev x",
           "if add vlanif0 vlan 0", "if add vlanif1 vlan 4095", "vrf enable 256", "vrf enable -1",
@@ -69,7 +69,7 @@ TEST(command_language, refuses_values_out_of_bounds) {
     EXPECT_NE(error_of("quit #" + std::string(ctl::max_line_bytes, 'x')), "");
 }
 
-TEST(command_language, offers_the_words_that_fit) {
+TEST(CommandLanguage, OffersTheWordsThatFit) {
     EXPECT_EQ(ctl::complete("chi"), words({"chip"}));
     EXPECT_EQ(ctl::complete("trunk "), words({"up", "down", "join", "leave"}));
     EXPECT_EQ(ctl::complete("neigh del 10.1.1.2 l"), words({"lladdr"}));
@@ -81,7 +81,7 @@ TEST(command_language, offers_the_words_that_fit) {
     EXPECT_EQ(ctl::complete("if del vlanif2", names), words({"vlanif200"}));
 }
 
-TEST(command_language, explains_every_command) {
+TEST(CommandLanguage, ExplainsEveryCommand) {
     const std::string all = ctl::help();
     for (const ctl::Command &command : ctl::commands()) {
         EXPECT_NE(all.find(ctl::command_line_of(command)), all.npos);

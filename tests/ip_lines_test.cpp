@@ -15,7 +15,7 @@ std::string told(const ctl::RouteLine &route) {
     return text + " type " + std::to_string(route.type);
 }
 
-TEST(lines_of_ip, tell_routes) {
+TEST(LinesOfIp, TellRoutes) {
     const struct {
         const char *line, *told;
     } cases[] = {
@@ -51,7 +51,7 @@ TEST(lines_of_ip, tell_routes) {
     }
 }
 
-TEST(lines_of_ip, tell_what_is_no_route_for_a_chip) {
+TEST(LinesOfIp, TellWhatIsNoRouteForAChip) {
     for (const auto &[line, destination] : std::multimap<const char *, const char *>{
              {"unreachable default metric 4278198272 encap mpls", "0.0.0.0/0"},
              {"unreachable default dev lo metric 77 pref medium", "::/0"},
@@ -79,7 +79,7 @@ TEST(lines_of_ip, tell_what_is_no_route_for_a_chip) {
         << "a route to a host";
 }
 
-TEST(lines_of_ip, leave_the_route_that_counts) {
+TEST(LinesOfIp, LeaveTheRouteThatCounts) {
     const struct {
         const char *line, *counts; // "=": the same route as before, and nothing is to be done
     } cases[] = {

@@ -40,7 +40,7 @@ protected:
 
 } // namespace
 
-TEST_F(Receivers, refuse_what_holds_no_record) {
+TEST_F(Receivers, RefuseWhatHoldsNoRecord) {
     const auto scope = as(standby());
     for (const Receiver &receiver : receivers) {
         SCOPED_TRACE(receiver.name);
@@ -62,7 +62,7 @@ TEST_F(Receivers, refuse_what_holds_no_record) {
     }
 }
 
-TEST_F(Receivers, of_the_other_role_drop_what_arrives) {
+TEST_F(Receivers, OfTheOtherRoleDropWhatArrives) {
     for (rig::Card *const card : cards())
         for (const Receiver &receiver : receivers) {
             SCOPED_TRACE(receiver.name);
@@ -77,7 +77,7 @@ TEST_F(Receivers, of_the_other_role_drop_what_arrives) {
         }
 }
 
-TEST_F(Receivers, and_posters_leave_no_block_behind_when_memory_or_the_queue_gives_out) {
+TEST_F(Receivers, AndPostersLeaveNoBlockBehindWhenMemoryOrTheQueueGivesOut) {
     allow().standby_differs = true;
     const auto scope = as(standby());
     const std::uint8_t ip[16] = {10, 1, 1, 1};
@@ -136,7 +136,7 @@ TEST_F(Receivers, and_posters_leave_no_block_behind_when_memory_or_the_queue_giv
 }
 
 // A record of words, whatever they mean in it: what the adds took in, the deletes take out.
-TEST_F(Receivers, take_hostile_records_in_and_out) {
+TEST_F(Receivers, TakeHostileRecordsInAndOut) {
     allow().standby_differs = true;
     const auto scope = as(standby());
     const auto deliver = [this](const Bytes &bytes, bool deletes) {
