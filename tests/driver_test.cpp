@@ -66,7 +66,7 @@ protected:
     const std::uint8_t mac[6] = {2, 0, 0, 0, 1, 2};
     const std::uint8_t ip[16] = {10, 1, 1, 2};
     const std::uint8_t other_ip[4] = {172, 16, 0, 1};
-    const char record[64] = {};
+    alignas(4) const char record[124] = {}; // as long as the longest that is looked into
     std::uint32_t out[3] = {31, 32, 33};
     std::int32_t group = 40;
 };
@@ -156,10 +156,10 @@ TEST_F(Driver, RequestsArriveNarrowedAndSlotsThatFailAreLoggedWithThem) {
         UNSLOTTED(del_ospf_rule(7), "set_ospf_to_cpu_ex vlan 7 off"),
         UNSLOTTED(set_ndp_rule(wide, 1), "set_ipv6_ns_rule vlan 100 on match 0x3333/0xffff"),
         UNSLOTTED(set_ndp_rule(wide, 0), "set_ipv6_ns_rule vlan 100 off match 0x3333/0xffff"),
-        REQUEST(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add nhid", ids),
-        REQUEST(mpls_ftn_del(record, bits), "mpls_ftn_del slots"),
-        REQUEST(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add nhid", ids),
-        REQUEST(mpls_ilm_del(record, bits), "mpls_ilm_del slots"),
+        REQUEST(mpls_ftn_add(record, out, out + 1, bits), "mpls_ftn_add ?/0", ids),
+        REQUEST(mpls_ftn_del(record, bits), "mpls_ftn_del ?/0"),
+        REQUEST(mpls_ilm_add(record, out, out + 1, bits), "mpls_ilm_add label 0", ids),
+        REQUEST(mpls_ilm_del(record, bits), "mpls_ilm_del label 0"),
         REQUEST(vpws_entry_add(record, record, out, out + 1, out + 2, 5, bits),
                 "vpws_entry_add ac", "\t ac_nhid {0} pw_nhid {1} aps_id {2} "),
         REQUEST(vpws_entry_del(record, 5, bits), "vpws_entry_del slots"),

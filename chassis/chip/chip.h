@@ -69,6 +69,9 @@ public:
         return objects<Kind>().held;
     }
 
+    // The record of the last label request that was carried out, as it came.
+    std::vector<std::uint8_t> label_record;
+
     // The next `count` requests of a function are refused with `code`, after `skip` that pass.
     void refuse(Function function, unsigned count, int code = -1, unsigned skip = 0);
 

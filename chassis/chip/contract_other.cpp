@@ -1,31 +1,9 @@
-// The contract functions of what the model does not keep yet: labels and pseudowires.
+// The contract functions of what the model does not keep yet: pseudowires.
 //
 // They are accepted, stand in the journal, and hand out indexes that entries and groups may name.
 #include "chassis/chip/contract.h"
 
 using namespace chassis::chip;
-
-// --- labels ----------------------------------------------------------------------------------
-
-int dal_driver_mpls_ftn_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id,
-                            uint32_t slot_bits) {
-    return answer<Function::mpls_ftn_add>(Accepted({{"nhid", nhid}, {"tunnel", tunnel_id}}),
-                                          request, nhid, tunnel_id, slot_bits);
-}
-
-int dal_driver_mpls_ftn_del(const void *request, uint32_t slot_bits) {
-    return answer<Function::mpls_ftn_del>(Accepted(), request, slot_bits);
-}
-
-int dal_driver_mpls_ilm_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id,
-                            uint32_t slot_bits) {
-    return answer<Function::mpls_ilm_add>(Accepted({{"nhid", nhid}, {"tunnel", tunnel_id}}),
-                                          request, nhid, tunnel_id, slot_bits);
-}
-
-int dal_driver_mpls_ilm_del(const void *request, uint32_t slot_bits) {
-    return answer<Function::mpls_ilm_del>(Accepted(), request, slot_bits);
-}
 
 // --- point-to-point pseudowires --------------------------------------------------------------
 

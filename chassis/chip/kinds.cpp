@@ -1,6 +1,20 @@
 // What keys and values read like.
 #include "chassis/chip/kinds.h"
 
+#include "platform/dal.h"
+
+namespace chassis::chip {
+
+bool Ilm::is_same_path(const Ilm &other) const {
+    const auto path = [](const Ilm &ilm) {
+        return std::tie(ilm.lookup, ilm.label_type, ilm.action, ilm.out_label, ilm.fec, ilm.other,
+                        ilm.hop);
+    };
+    return path(*this) == path(other);
+}
+
+} // namespace chassis::chip
+
 namespace chassis::chip::kinds {
 
 namespace {
@@ -25,6 +39,72 @@ std::string interface::value_text(const Value &value) {
 std::string nexthop::value_text(const Value &value) {
     return port_of(value) + " svlan " + to_string(value.svlan) + " cvlan " +
            to_string(value.cvlan) + " " + mac_of(value);
+}
+
+// --- labels ----------------------------------------------------------------------------------
+
+namespace {
+
+bool is_label(std::uint32_t label) {
+    return label < 1u << 20;
+}
+
+bool is_prefix(const Address &prefix) {
+    return is_family(prefix.family) && prefix.prefix_len <= host_length(prefix.family);
+}
+
+std::string prefix_text(const Address &prefix) {
+    return address_text(prefix.family, prefix.bytes.data()) + "/" + to_string(prefix.prefix_len);
+}
+
+std::string hop_text(const LabelHop &hop) {
+    if (hop == LabelHop{} || (hop.port_id == 0 && hop.vlan == 0))
+        return "";
+    return " " + port_of(hop) + " svlan " + to_string(hop.vlan) + " " + mac_of(hop);
+}
+
+std::string rule_text(const LabelRule &rule) {
+    const std::string ttl = rule.ttl_mode == DAL_TTL_SET ? to_string(rule.ttl)
+                            : rule.ttl == 0              ? "kept"
+                                                         : "less-" + to_string(rule.ttl);
+    return " ttl " + ttl + " exp " + (rule.exp_type == DAL_EXP_COPY ? "kept" : to_string(rule.exp));
+}
+
+std::string answer_text(const auto &value) {
+    return " nhid " + to_string(value.nhid) + " tunnel " + to_string(value.tunnel_id);
+}
+
+} // namespace
+
+bool ftn::is_valid(const Key &key, const Value &) {
+    const bool is_vpn = key.vpn.family != 0;
+    return is_prefix(key.tunnel) && is_label(key.tunnel_label) &&
+           (is_vpn ? is_prefix(key.vpn) && is_label(key.vpn_label) : key.vpn_label == DAL_NO_LABEL);
+}
+
+std::string ftn::key_text(const Key &key) {
+    std::string text;
+    if (key.vpn.family != 0)
+        text = "vrf " + to_string(key.vpn.vrf) + " " + prefix_text(key.vpn) + " push " +
+               to_string(key.vpn_label) + " over ";
+    return text + prefix_text(key.tunnel) + " push " + to_string(key.tunnel_label) +
+           hop_text(key.hop);
+}
+
+std::string ftn::value_text(const Value &value) {
+    return rule_text(value.tunnel).substr(1) + answer_text(value);
+}
+
+bool ilm::is_valid(Key label, const Value &value) {
+    return is_label(label) && is_label(value.out_label) && is_prefix(value.fec);
+}
+
+std::string ilm::value_text(const Value &value) {
+    const std::string action = value.action == DAL_ILM_SWAP ? "swap " + to_string(value.out_label)
+                               : value.lookup == 1          ? "pop lookup"
+                                                            : "pop";
+    return action + (value.fec.vrf ? " vrf " + to_string(value.fec.vrf) : "") +
+           hop_text(value.hop) + rule_text(value.rule) + answer_text(value);
 }
 
 std::string port_key::key_text(const Key &key) {

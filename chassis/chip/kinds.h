@@ -76,6 +76,48 @@ struct DefaultKey { // of what matches no entry
     auto operator<=>(const DefaultKey &) const = default;
 };
 
+struct LabelHop { // the neighbour that a label entry leads to; all zero: none
+    std::uint32_t port_type, port_id;
+    std::uint16_t vlan;
+    std::array<std::uint8_t, 6> mac;
+    auto operator<=>(const LabelHop &) const = default;
+};
+
+struct LabelRule { // what becomes of TTL and EXP where a label is written (dal.h)
+    std::uint8_t ttl_mode, ttl, exp_type, exp;
+};
+
+// What a delete of an FTN names.  A tunnel has no VPN prefix; a VPN prefix leads to a tunnel.
+struct FtnKey {
+    Address tunnel; // VRF 0
+    Address vpn;    // family 0: none
+    std::uint32_t tunnel_label, vpn_label;
+    LabelHop hop;
+    auto operator<=>(const FtnKey &) const = default;
+};
+
+// What the chip answered, and the rules of the settings at that time, which no table keeps.
+struct Ftn {
+    Index nhid, tunnel_id;
+    LabelRule tunnel, vpn;
+    bool operator==(const Ftn &other) const {
+        return nhid == other.nhid && tunnel_id == other.tunnel_id;
+    }
+};
+
+struct Ilm {
+    std::uint32_t lookup, label_type, action, out_label;
+    Address fec;         // of the label's VRF
+    std::uint32_t other; // family byte behind the address
+    LabelHop hop;
+    Index nhid, tunnel_id;
+    LabelRule rule; // of all its labels
+    bool is_same_path(const Ilm &other) const;
+    bool operator==(const Ilm &other) const {
+        return is_same_path(other) && nhid == other.nhid && tunnel_id == other.tunnel_id;
+    }
+};
+
 using Members = std::vector<Index>;
 
 // The object of one of these kinds that has this key.
@@ -165,6 +207,24 @@ struct mpls_vlan : OfVlan { // packets with labels are taken
     static constexpr bool is_setting = true;
 };
 
+struct ftn : Kind { // prefix to labels
+    using Key = FtnKey;
+    using Value = Ftn;
+    static constexpr std::string_view name = "ftn";
+    static bool is_valid(const Key &key, const Value &);
+    static std::string key_text(const Key &key);
+    static std::string value_text(const Value &value);
+};
+
+struct ilm : Kind { // incoming label
+    using Key = std::uint32_t;
+    using Value = Ilm;
+    static constexpr std::string_view name = "ilm";
+    static bool is_valid(Key label, const Value &value);
+    static std::string key_text(Key label) { return "label " + std::to_string(label); }
+    static std::string value_text(const Value &value);
+};
+
 struct port_key : Setting { // the fields that tell a port's packets apart
     using Key = PortKey;
     using Value = std::uint32_t;
@@ -249,9 +309,9 @@ void uses_target(Index index, const auto &visit) {
 
 // Every kind, in the order in which objects can be put: what is used stands in front of its users.
 using Kinds = std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
-                         kinds::mpls_vlan, kinds::port_key, kinds::gre_tunnel, kinds::gre_nexthop,
-                         kinds::nexthop, kinds::other, kinds::group, kinds::entry,
-                         kinds::cpu_default, kinds::hash_mode>;
+                         kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key,
+                         kinds::gre_tunnel, kinds::gre_nexthop, kinds::nexthop, kinds::other,
+                         kinds::group, kinds::entry, kinds::cpu_default, kinds::hash_mode>;
 
 // Calls `visit` with one of each.
 template <class Visit> void each_kind(const Visit &visit) {

@@ -89,6 +89,11 @@ template <class... Arguments> int notice(const char *format, Arguments... argume
 
 extern "C" {
 
+// The settings belong to the process: two cards in one process share them.
+int g_mpls_ttl_module = 0;
+int g_mpls_exp_module = 0;
+int g_mpls_exp_value = 0;
+
 int nsm_ifp_get_ifnamebyindex(uint32_t ifindex, char *name) {
     const auto entry = Contract::suite().find(ifindex);
     if (!entry)
@@ -110,6 +115,13 @@ int nsm_get_vlanid_by_ifname(const char *name) {
 int nsm_vrf_id_get_by_ifindex(uint32_t ifindex) {
     const auto entry = Contract::suite().find(ifindex);
     return entry ? int(entry->vrf) : -1;
+}
+
+uint32_t ns_get_ifindex_by_vlanid(uint32_t vlan) {
+    for (const chassis::suite::Interface &entry : Contract::suite().interfaces())
+        if (entry.vlan == int(vlan) && entry.type != DPM_IF_SUBVLAN)
+            return entry.ifindex;
+    return 0;
 }
 
 int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len) {

@@ -24,6 +24,9 @@ int dpm_ipv6_net_addr_calc(const std::uint8_t *address, std::uint32_t prefix_len
 // The link-local address (16 bytes) of a MAC; -1 for null.
 int dpm_get_linklocal(std::uint8_t *out, const std::uint8_t *mac);
 
+// The four numbers of an IPv4 address, as arguments of a log line.
+#define DPM_IPV4_OF(bytes) (bytes)[0], (bytes)[1], (bytes)[2], (bytes)[3]
+
 namespace dpm {
 
 template <class Value> constexpr int three_way(Value a, Value b) {

@@ -25,6 +25,70 @@ extern "C" {
 #define DAL_ECMP_MEMBER_BYTES 32 /* eight 32-bit next-hop indexes */
 #define DAL_GRE_NO_KEY 0xFFFFFFFFu
 
+/* A label of a request, and what becomes of TTL and EXP where it is written. */
+struct dal_label {
+    uint32_t label; /* 20 bits; DAL_NO_LABEL */
+    uint8_t ttl_mode;
+    uint8_t ttl;
+    uint8_t exp_type;
+    uint8_t exp;
+    uint32_t zero;
+};
+
+#define DAL_NO_LABEL 0xFFFFFFu
+#define DAL_TTL_SET 0  /* ttl_mode: `ttl` is written */
+#define DAL_TTL_LESS 1 /* ttl_mode: the packet's, less `ttl` */
+#define DAL_EXP_SET 0  /* exp_type: `exp` is written */
+#define DAL_EXP_COPY 2 /* exp_type: the packet's own */
+
+/* Prefix to labels.  With a VPN label: the prefix of a VRF behind a remote end, whose own labels
+ * the chip knows by the tunnel prefix.  Without: the tunnel prefix itself, over a neighbour. */
+struct dal_ftn_request {
+    uint32_t flag;      /* 1 */
+    uint32_t port_type; /* of the neighbour: 1 trunk, 2 physical port */
+    uint32_t port_id;
+    uint8_t mac[6];
+    uint16_t vlan;
+    uint16_t vrf;
+    uint8_t tunnel_family;
+    uint8_t tunnel_prefix_len;
+    uint8_t tunnel_address[16];
+    uint8_t vpn_family;
+    uint8_t vpn_prefix_len;
+    uint8_t zero1[2];
+    uint8_t vpn_address[16];
+    uint8_t zero2[4];
+    struct dal_label labels[2]; /* DAL_FTN_* */
+};
+
+enum { DAL_FTN_TUNNEL, DAL_FTN_VPN };
+
+/* Incoming label to what becomes of it. */
+struct dal_ilm_request {
+    uint32_t lookup;     /* 1: what stands behind the label is looked up */
+    uint32_t label_type; /* DAL_ILM_TUNNEL_LABEL, DAL_ILM_VPN_LABEL */
+    uint32_t action;     /* DAL_ILM_POP, DAL_ILM_SWAP */
+    uint32_t zero1;
+    uint32_t port_type; /* of the neighbour */
+    uint32_t port_id;
+    uint8_t mac[6];
+    uint16_t vlan;
+    uint16_t vrf;
+    uint8_t family; /* of the neighbour; the address is as long as it says */
+    uint8_t prefix_len;
+    uint8_t address[16];
+    uint8_t address_family;
+    uint8_t zero2[23];
+    struct dal_label labels[4]; /* DAL_ILM_* */
+};
+
+enum { DAL_ILM_TUNNEL_IN, DAL_ILM_TUNNEL_OUT, DAL_ILM_VPN_IN, DAL_ILM_VPN_OUT };
+
+#define DAL_ILM_TUNNEL_LABEL 0
+#define DAL_ILM_VPN_LABEL 4
+#define DAL_ILM_POP 0
+#define DAL_ILM_SWAP 2
+
 /* Layer-3 interfaces: a router MAC on a VLAN.  The interface id is written through `id`. */
 int dal_driver_add_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t *id, uint32_t reserved);
 int dal_driver_delete_l3_intf(const uint8_t *mac, uint16_t vlan, uint32_t reserved);
@@ -35,6 +99,7 @@ int dal_driver_interface_mpls_enable(uint16_t vlan, uint8_t enable, uint32_t slo
  * family and prefix. An add of what is there with another next hop replaces it. */
 int dal_driver_add_ip_entry(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
                             uint32_t nexthop_id, uint32_t slot_bits);
+#define DAL_NOT_THERE (-31993) /* a delete: the chip has no such entry */
 int dal_driver_del_ip_entry(int32_t vrf, uint32_t family, const void *address, uint32_t prefix_len,
                             uint32_t nexthop_id, uint32_t slot_bits);
 
@@ -58,8 +123,9 @@ int dal_driver_update_ecmp_nexthop(int32_t group, uint32_t operation, uint32_t c
 int dal_driver_del_ecmp_nexthop(int32_t group, uint32_t slot_bits);
 int dal_driver_set_ecmp_hash_ctl(uint32_t hash_mode, uint32_t slot_bits);
 
-/* Labels.  The request records are the driver's; next-hop id and tunnel id are written through the
- * two pointers. */
+/* Labels.  `request` is a struct dal_ftn_request or dal_ilm_request (below), each key and value at
+ * once: an add of what is there replaces it, a delete carries what the add did but for TTL and EXP.
+ * Next-hop id and tunnel id are written through the two pointers. */
 int dal_driver_mpls_ftn_add(const void *request, uint32_t *nhid, uint32_t *tunnel_id,
                             uint32_t slot_bits);
 int dal_driver_mpls_ftn_del(const void *request, uint32_t slot_bits);
