@@ -176,6 +176,8 @@ ROWS(Interfaces, ThatComeAgainLeadTheirRecordsAgain, .roles = rig::mirroring){
 ROWS(Interfaces, AreKnownToTheRequestsBehindTheirAnnouncement, once("platform")){
     {"hold"},
     {"if add vlanif300"},
+    {"fault send 1 times 4"},
+    {"if add vlanif300", "vlan 300 oper 1; refused"}, // the first announcement counts
     {"addr add 10.3.1.1/24 dev vlanif300", "vlan 300 address 10.3.1.1/24 oper 1"},
     {"go"},
 };

@@ -52,12 +52,13 @@ std::uint32_t vlan_of(std::uint32_t ifindex) {
 
 namespace dpm {
 
-void if_announced(block<announced_if> &entry) {
+bool if_announced(block<announced_if> &entry) {
     const locked_entries entries;
     if (entries.find(entry->ifname) != nullptr)
-        return;
+        return false;
     list_add(&entry.release()->link, &entries.head());
     g_dpm_announced.count++;
+    return true;
 }
 
 void if_withdrawn(const char *ifname) {

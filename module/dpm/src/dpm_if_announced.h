@@ -20,8 +20,9 @@ struct announced_if {
     char ifname[DPM_IFNAME_BYTES];
 };
 
-// The first announcement of a name counts; a later one's block is given back.
-void if_announced(block<announced_if> &entry);
+// The first announcement of a name counts: of a later one the block is given back, and false is
+// the answer.
+bool if_announced(block<announced_if> &entry);
 void if_withdrawn(const char *ifname);
 
 // The VLAN of a VLAN's or super-VLAN's interface; 0, told in the log, for any other index.

@@ -24,7 +24,8 @@ constexpr dpm::oper_codes if_ip_codes = {DPM_MSG_ADD_IF_IP, DPM_MSG_DEL_IF_IP};
 constexpr dpm::oper_codes sub_codes = {DPM_MSG_SUPER_ADD_SUB, DPM_MSG_SUPER_DEL_SUB};
 
 // What the requests behind this one ask for; false when memory has run out.
-bool announce(const dpm_if_msg &body, std::uint32_t oper) {
+bool announce(const dpm_if_msg &body, std::uint32_t oper, bool &is_new) {
+    is_new = false;
     if (oper == DPM_OPER_DEL)
         return dpm::if_withdrawn(body.ifname), true;
     dpm::block<dpm::announced_if> entry;
@@ -34,7 +35,7 @@ bool announce(const dpm_if_msg &body, std::uint32_t oper) {
     entry->if_type = body.if_type;
     entry->vlan = body.vlan;
     std::memcpy(entry->ifname, body.ifname, sizeof entry->ifname);
-    dpm::if_announced(entry);
+    is_new = dpm::if_announced(entry);
     return true;
 }
 
@@ -68,12 +69,13 @@ int dpm_api_set_if_proc(const char *ifname, std::uint32_t if_type, std::uint32_t
     body->if_index = ifindex;
     body->if_type = if_type;
     std::memcpy(body->ifname, ifname, strnlen(ifname, sizeof body->ifname - 1));
-    if (!announce(*body, oper))
+    bool is_new;
+    if (!announce(*body, oper, is_new))
         return -1;
     if (if_type == DPM_IF_VLANIF)
         (void)hal_ns_vlanif_proc(vlan, oper);
     const int result = body.post(if_codes.of(oper), DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
-    if (result != 0 && oper == DPM_OPER_ADD)
+    if (result != 0 && is_new)
         dpm::if_withdrawn(dpm::bounded_name(ifname).c_str());
     return result;
 }
