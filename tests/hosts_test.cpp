@@ -191,6 +191,7 @@ ROWS(Hosts, OfIpv6CountTwice, .families = {6}, .roles = alone, .see = "chip"){
     {"neigh add 10.1.1.2", "entry+ 10.1.1.2 ..."},
     {"neigh add {a}", "entry+ {a} ..."}, // into the one place that is left
     {"neigh add {a} port 9", "entry- {a} ...; nexthop+ port 9 {m1} n2; entry+ {a} n2"},
+    {"neigh add {a} dev vlanif200", "entry- {a} n2; nexthop- n2; nexthop+ ...; entry+ {a} n3"},
 };
 
 ROWS(Hosts, BehindATrunkNeedItsNumberAndBehindAPortThePhysicalOne, rig::once("chip")){

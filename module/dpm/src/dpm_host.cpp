@@ -256,9 +256,9 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
     }
     dpm_host_entry *present = dpm_host_find_by_entry(&host);
     const bool is_same = present != nullptr && dpm_host_entry_is_same(present, &host);
+    const bool replaces = present != nullptr || dpm::moved_host(host) != nullptr;
     dpm::egress out;
-    if (!is_same &&
-        !is_admissible(host, present != nullptr ? weight(host.ip.family) : 0, out, adding))
+    if (!is_same && !is_admissible(host, replaces ? weight(host.ip.family) : 0, out, adding))
         return -1;
     give_way_to(host, dpm::way::out_of_table, DPM_CALL_SITE);
     if (dpm_hold_entry *held = dpm_host_hold_find_by_entry(&host))
