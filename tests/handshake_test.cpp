@@ -104,6 +104,9 @@ ROWS(Handshake, ASyncWithHolesDropsNothing, .families = {4}, .roles = rig::mirro
                       "nothing is dropped!\r\n; "
                       "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,..."},
     {"standby show hosts --count", "= 3"},
+    {"standby fault send 1 times 4"}, // its begin
+    {"standby comes", "standby: log10 dpm_slave_up_pro_over_sync_process #::the sync has holes, "
+                      "...; standby: log10 ..."},
     {"standby comes"}, // the next one is whole
     {"standby show hosts --count", "= 2"},
 };

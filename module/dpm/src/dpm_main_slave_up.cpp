@@ -39,14 +39,12 @@ void drop_old_entries(const dpm::call_site &caller) {
         DPM_LOG_FROM(caller, "%s %d::%d entries are not on the master, dropped.\r\n", dropped);
 }
 
-// Without its begin, or with holes, a sync tells nothing about what it did not bring.
+// With holes, its begin among them, a sync tells nothing about what it did not bring.
 void end_sync(const dpm::call_site &caller) {
-    if (dpm::sync_number() == 0)
-        return;
-    if (dpm::sync_is_whole())
-        drop_old_entries(caller);
-    else
+    if (!dpm::sync_is_whole())
         DPM_LOG_FROM(caller, "%s %d::the sync has holes, nothing is dropped!\r\n");
+    else if (dpm::sync_number() != 0)
+        drop_old_entries(caller);
     dpm::sync_end();
 }
 
@@ -140,7 +138,7 @@ int dpm_main_entry_sync_all_receive(const void *buffer, std::uint32_t length_byt
         dpm::post_words(DPM_MSG_SYNC_BEGIN, sizeof(std::uint32_t), dpm::sync_lost_so_far(),
                         DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
     if (result != 0)
-        dpm::sync_lost();
+        dpm::sync_begin_lost();
     return result;
 }
 

@@ -15,12 +15,20 @@ DPM_STATE running_sync g_dpm_sync;
 // Mirrored records that did not get into a table since the start.  Any thread.
 DPM_STATE std::uint32_t g_dpm_sync_lost;
 
+// A sync began of which the worker was not told.  Any thread.
+DPM_STATE bool g_dpm_sync_begin_lost;
+
 } // namespace
 
 namespace dpm {
 
 void sync_lost() {
     (void)__atomic_fetch_add(&g_dpm_sync_lost, 1, __ATOMIC_RELAXED);
+}
+
+void sync_begin_lost() {
+    sync_lost(); // also of one that never ended
+    __atomic_store_n(&g_dpm_sync_begin_lost, true, __ATOMIC_RELAXED);
 }
 
 std::uint32_t sync_lost_so_far() {
@@ -32,6 +40,7 @@ void sync_begin(std::uint32_t lost_before) {
         g_dpm_sync.last = 1;
     g_dpm_sync.number = g_dpm_sync.last;
     g_dpm_sync.lost_before = lost_before;
+    __atomic_store_n(&g_dpm_sync_begin_lost, false, __ATOMIC_RELAXED);
 }
 
 std::uint32_t sync_number() {
@@ -39,11 +48,14 @@ std::uint32_t sync_number() {
 }
 
 bool sync_is_whole() {
+    if (g_dpm_sync.number == 0)
+        return !__atomic_load_n(&g_dpm_sync_begin_lost, __ATOMIC_RELAXED);
     return sync_lost_so_far() == g_dpm_sync.lost_before;
 }
 
 void sync_end() {
     g_dpm_sync.number = 0;
+    __atomic_store_n(&g_dpm_sync_begin_lost, false, __ATOMIC_RELAXED);
 }
 
 int mirror_send(const void *entry, std::uint32_t size, const char *receiver,

@@ -86,12 +86,13 @@ bool mirror_may_receive(const void *buffer, bool fits, const call_site &caller, 
 
 // Records that did not reach the worker, or that it could not keep.  Any thread.
 void sync_lost();
+void sync_begin_lost();
 std::uint32_t sync_lost_so_far();
 
 // The sync that this card gets; on the worker.  One that never ended is forgotten with the next.
 void sync_begin(std::uint32_t lost_before);
 std::uint32_t sync_number(); // 0 while none runs
-bool sync_is_whole();        // nothing was lost since it began
+bool sync_is_whole();        // nothing was lost since it began, its begin neither
 void sync_end();
 
 template <class Entry>
