@@ -101,6 +101,9 @@ enum class Kind {
     CHASSIS_TABLES(CTL_SHOW_TABLE, ROW)                                                            \
     ROW(show_memory, "show memory", "[--count] [--json]", read, "Live heap blocks by place")       \
     ROW(show_counters, "show counters", "[--json]", read, "Requests made of the chip, and others") \
+    ROW(suite_start, "suite start", "[PROTOCOL] [index COUNT]", ask,                               \
+        "Start the tasks of the routing suite, or of one protocol")                                \
+    ROW(show_tasks, "show tasks", "[--json]", ask, "The card's tasks, and how they were started")  \
     ROW(show_log, "show log", "[last COUNT]", ask, "The last lines of the card's log")             \
     ROW(log_level, "log level", "NUMBER", config, "Log lines of this level and above only")        \
     ROW(clock_show, "clock show", "", ask, "The card's clock")                                     \

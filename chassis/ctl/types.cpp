@@ -2,6 +2,7 @@
 
 #include "chassis/chip/functions.h"
 #include "chassis/ctl/grammar.h"
+#include "platform/norix.h"
 
 #include <algorithm>
 #include <cctype>
@@ -56,6 +57,8 @@ template <auto parse_value> bool reads(std::string_view text) {
 #define CTL_TABLE_local(name)
 #define CTL_TABLE_history(name)
 
+#define CTL_PROTOCOL(name, port) #name,
+
 const std::vector<Type> types = {
     {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
@@ -77,6 +80,7 @@ const std::vector<Type> types = {
      "a kind of chip request",
      nullptr,
      {std::begin(chassis::chip::function_words), std::end(chassis::chip::function_words)}},
+    {"PROTOCOL", "a protocol of the routing suite", nullptr, {NORIX_TASKS(CTL_PROTOCOL)}},
     {"FAULT", "a kind of operation", nullptr, {"alloc", "sem", "queue", "send"}},
     {"STATE", "on, off or clear", nullptr, {"on", "off", "clear"}},
     {"CHANNEL", "what leaves the library", nullptr, {"chip", "mirror", "log", "stack", "platform"}},

@@ -6,6 +6,7 @@
 // the current card's clock.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -44,6 +45,7 @@ struct Task { // as asked for with rqzt_task_spawn
     int options;
     int stack_bytes;
     int (*entry)();
+    std::array<int, 10> arguments;
 };
 
 struct LogLine {

@@ -21,8 +21,11 @@
 #ifndef DPM_API_H
 #define DPM_API_H
 
+#include "platform/norix.h"
+
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -306,6 +309,15 @@ struct dpm_ilm {
     uint32_t port_type;
 } __attribute__((packed));
 
+/* A log file of the routing suite.  All zero: closed. */
+struct norix_vlog_file {
+    FILE *file;
+    const char *path; /* the caller's string, needed until the record is closed */
+    uint32_t reserved;
+    uint32_t max_size; /* bytes at which the file becomes the old generation */
+    uint32_t size;     /* bytes written, without the ends of the lines */
+};
+
 /* ---- start-up and locks ---------------------------------------------------------------------- */
 
 /* Builds the library's state, registers its callbacks with the platform and starts the worker. Call
@@ -338,6 +350,41 @@ DPM_API void dpm_slot_up_sem_give(void);
  * peer's slot, the tables are sent.  Any thread; 0, or -1 when the post failed.  0 without effect
  * on the standby. */
 DPM_API int dpm_bridge_slot_up(uint32_t slot);
+
+/* ---- tasks and log files of the routing suite ------------------------------------------------ */
+
+/* Start the task of a protocol and register its module, norix_NAME_init for every NAME of
+ * NORIX_TASKS.  `counter` becomes the task's index and is one more afterwards.  A protocol that was
+ * started before gets a second task, no second module, and leaves the counter.  Answers what the
+ * platform said of the module's version, or of the second task.  One thread at a time. */
+#define DPM_LAUNCHER(name, port) DPM_API int norix_##name##_init(uint32_t *counter);
+NORIX_TASKS(DPM_LAUNCHER)
+#undef DPM_LAUNCHER
+
+/* The modules of these tasks, for their log lines; 0 until they are registered. */
+#define DPM_MODULE_ID(name, port) DPM_API extern uint32_t g_##name##_mod_id;
+NORIX_TASKS(DPM_MODULE_ID)
+#undef DPM_MODULE_ID
+
+/* Start every protocol, from index 2 on; 0.  The command line, with index 1; as its launcher. */
+DPM_API int norix_protocol_init(void);
+DPM_API int norix_imi_cli_init(void);
+
+/* Log files that keep one old generation, PATH.1.  A record belongs to one thread at a time.
+ *
+ * Open makes the directories of the path (mode 0750) and appends to what is there; a record that is
+ * open is closed first.  0, or -1 when a directory or the file cannot be had; the record is closed
+ * then.
+ * Write appends `length` bytes and the end of the line and flushes them; at `max_size` the file
+ * becomes the old generation.  A file that is lost is opened anew at the next line, and the line
+ * dropped when that fails.  Shift makes the file the old generation now; one whose old name would
+ * have 256 bytes or more is emptied.  Both, and close, answer 0. */
+DPM_API int norix_vlog_open_file(struct norix_vlog_file *record, const char *path,
+                                 uint32_t max_size);
+DPM_API int norix_vlog_write_file(struct norix_vlog_file *record, const char *line,
+                                  uint32_t length);
+DPM_API int norix_vlog_shift_files(struct norix_vlog_file *record);
+DPM_API int norix_vlog_close_file(struct norix_vlog_file *record);
 
 /* ---- interfaces ------------------------------------------------------------------------------ */
 

@@ -10,6 +10,7 @@
 #include "dpm_events.h"
 #include "dpm_host.h"
 #include "dpm_l3vpn.h"
+#include "dpm_main_launch.h"
 #include "dpm_msg.h"
 #include "dpm_route.h"
 #include "dpm_vpn.h"
@@ -17,9 +18,7 @@
 #include "platform/hal.h"
 #include "platform/hss.h"
 #include "platform/ipcomx.h"
-#include "platform/rqzt.h"
 
-#include <cstdio>
 #include <initializer_list>
 
 namespace {
@@ -31,11 +30,6 @@ constexpr std::uint32_t default_vrf = 0;
 constexpr std::uint32_t default_ecmp_hash = 6;
 
 constexpr const char *task_name = "dpm_task";
-constexpr int task_priority = 55;
-constexpr int task_options = 8;
-constexpr int task_stack_bytes = 204800;
-
-constexpr int version_built_at = 1;
 
 // Stops at the first that cannot be had.
 bool create_locks_and_queue() {
@@ -98,9 +92,7 @@ void register_callbacks() {
 
 void register_module() {
     g_dpm_global.module_id = modInitRegister(task_name, nullptr, nullptr, nullptr);
-    char built_at[21];
-    std::snprintf(built_at, sizeof built_at, "%s %s", __DATE__, __TIME__);
-    (void)setModVersion(g_dpm_global.module_id, version_built_at, built_at);
+    (void)dpm::tell_build_time(g_dpm_global.module_id);
 }
 
 } // namespace
@@ -122,8 +114,7 @@ int dpm_main_init() {
     dpm_host_notify_register(dpm_route_host_notify);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
-    (void)rqzt_task_spawn(task_name, task_priority, task_options, task_stack_bytes, dpm_task, 0, 0,
-                          0, 0, 0, 0, 0, 0, 0, 0);
+    (void)dpm::spawn_task(task_name, dpm_task, {});
     register_module();
     return 0;
 }
