@@ -195,6 +195,17 @@ ROWS(NewMaster, AsksForItsNeighboursAndForTheGatewaysThatAreMissing, .roles = ri
     {"clock advance 30s", "probe {a}; probe {b}"},
 };
 
+// Whom it could not ask for want of an interface it asks when that comes.
+ROWS(NewMaster, AsksAgainWhereAnInterfaceComes, .roles = rig::mirroring, .see = "stack"){
+    {"neigh add {a}"},
+    {"route add {net} via {a} via {b}"},
+    {"allow standby-differs"},
+    {"allow adrift"},
+    {"standby if del vlanif100"},
+    {"switch-over", "forget {a}; probe {a}; probe {b}"},
+    {"if add vlanif100", "probe {a}; probe {b}"},
+};
+
 using HostLists = rig::LoneShelf;
 
 TEST_F(HostLists, TakeNothingWithoutFamilyOrRecord) {

@@ -142,10 +142,22 @@ ROWS(Interfaces, TakeTheirHostsWithThem, .roles = rig::with_standby,
     {"if vrf vlanif100 0"},
     {"neigh add {a}"},
     {"forwards {in}", "= {net} -> {a}"},
+    {"neigh add {c} vlan 200 port 1"}, // whose VRF is that VLAN's
     {"port down 1"},
+    {"if vrf vlanif200 5"},
+    {"neigh add {c} vlan 200 port 3"},
+    {"port down 3"},
     {"if del vlanif100"},
-    {"show hosts --count", "= 1"},
+    {"show hosts --count", "= 0"},
     {"show hold --count", "= 0"},
+};
+
+// In the VRF that it comes to its gateways are looked for again.
+ROWS(Interfaces, ThatComeBackToAVrfLeadItsRoutesAgain, .see = "stack"){
+    {"route add {net} via {a}", "probe {a}"},
+    {"if vrf vlanif100 7", ""},
+    {"show unreachable --count", "= 0"},
+    {"if vrf vlanif100 0", "probe {a}"},
 };
 
 // Records name their interface, and take the index that it has on each card, when it has one.

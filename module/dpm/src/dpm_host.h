@@ -112,7 +112,8 @@ void unreachable_index_create();
 // A card that becomes standby, or master, forgets what it waited for before.
 void unreachables_end();
 
-// What is waited for or held on an interface ends, in the VRF that it leaves.
+// What is waited for or held on an interface ends, in the VRF that it leaves; DPM_VRF_NONE: in
+// every one.
 void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf);
 void holds_end_on(std::uint32_t ifindex, std::uint32_t vrf);
 

@@ -78,7 +78,7 @@ void hold_index_create() {
 
 void holds_end_on(std::uint32_t ifindex, std::uint32_t vrf) {
     for (dpm_hold_entry &held : hold_list(g_dpm_global.hold_list).erasable())
-        if (held.ifindex == ifindex && held.vrf == vrf)
+        if (held.ifindex == ifindex && (vrf == DPM_VRF_NONE || held.vrf == vrf))
             (void)dpm_host_hold_entry_del(&held);
 }
 

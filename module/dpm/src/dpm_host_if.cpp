@@ -56,13 +56,21 @@ int delete_leaving(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
     return 0;
 }
 
-void leave(const dpm_if_entry &entry) {
-    delete_all([&](const dpm_host_entry &host) { return host.ifindex == entry.if_index; });
-    dpm::unreachables_end_on(entry.if_index, entry.vrf);
-    dpm::holds_end_on(entry.if_index, entry.vrf);
+// A host is on its interface, and has the VRF of its VLAN's interface, 0 without one: reports tell
+// both.
+void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
+    const bool goes = vrf == DPM_VRF_NONE;
+    const bool gives_other_vrf = entry.if_type == DPM_IF_VLANIF && (goes ? 0 : vrf) != entry.vrf;
+    delete_all([&](const dpm_host_entry &host) {
+        return host.ifindex == entry.if_index || (gives_other_vrf && host.svlan == entry.if_id);
+    });
+    const std::uint32_t left = goes ? DPM_VRF_NONE : entry.vrf;
+    dpm::unreachables_end_on(entry.if_index, left);
+    dpm::holds_end_on(entry.if_index, left);
 }
 
-// Of two hosts that come to have one key the one that was there stays: a report renews it.
+// Of two hosts that come to have one key the one that was there stays: a report renews it.  A
+// master that has taken over without the interface asks for them where they are.
 template <class Table>
 void renumber_hosts(const Table &table, const char *ifname, std::uint32_t ifindex) {
     for (dpm_host_entry &host : table.erasable()) {
@@ -72,6 +80,8 @@ void renumber_hosts(const Table &table, const char *ifname, std::uint32_t ifinde
         host.ifindex = ifindex;
         if (table.add(host) != nullptr)
             dpm::free_host(host);
+        else if (ifindex != DPM_IFINDEX_NONE && dpm_bridge_self_is_master())
+            (void)dpm_host_unreachable_add(host.vrf, ifindex, &host.ip, DPM_SWITCHOVER_PROBES);
     }
 }
 
@@ -82,4 +92,4 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 
 } // namespace
 
-constexpr dpm::if_follower dpm::hosts_on_interfaces = {leave, renumber};
+constexpr dpm::if_follower dpm::hosts_on_interfaces = {leave, nullptr, renumber};

@@ -70,7 +70,7 @@ void unreachables_end() {
 
 void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf) {
     for (dpm_unreachable_entry &entry : unreachable_list(g_dpm_global.unreachable_list).erasable())
-        if (entry.ifindex == ifindex && entry.vrf == vrf)
+        if (entry.ifindex == ifindex && (vrf == DPM_VRF_NONE || entry.vrf == vrf))
             forget(entry);
 }
 
@@ -92,8 +92,13 @@ int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm
         return dpm::null_parameter();
     if (!dpm::is_iptype(ip->family, DPM_CALL_SITE)) // such an address would never be found again
         return -1;
-    if (dpm_host_unreachable_find(vrf, ip) != nullptr)
+    if (dpm_unreachable_entry *present = dpm_host_unreachable_find(vrf, ip)) {
+        if (present->ifindex != DPM_IFINDEX_NONE || ifindex == DPM_IFINDEX_NONE)
+            return 0;
+        present->ifindex = ifindex; // its interface has come to the new master only now
+        dpm::probe_neighbour(vrf, ifindex, *ip);
         return 0;
+    }
     dpm::probe_neighbour(vrf, ifindex, *ip);
     dpm::block<unreachable_record> record;
     if (!record)

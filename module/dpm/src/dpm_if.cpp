@@ -153,7 +153,7 @@ int dpm_if_del(const dpm_if_msg *body) {
         DPM_TRACE("%s %d::if_index %d, can not find same if_entry!\r\n", body->if_index);
         return -1;
     }
-    dpm::if_followers_leave(*entry);
+    dpm::if_followers_leave(*entry, DPM_VRF_NONE);
     dpm::sub_vlans_end(*entry);
     delete_addresses(entry->ipv4_list);
     delete_addresses(entry->ipv6_list);
@@ -220,10 +220,12 @@ int dpm_if_vrf_pro(const dpm_if_vrf_msg *body) {
         DPM_TRACE("%s %d::vrf = %d, same vrf.\r\n", body->vrf);
         return 0;
     }
-    dpm::if_followers_leave(*entry);
+    const auto vrf = static_cast<std::uint16_t>(body->vrf);
+    dpm::if_followers_leave(*entry, vrf);
     if (entry->if_type == DPM_IF_VLANIF)
-        (void)dpm_driver_interface_vrf_set(entry->if_id, body->vrf, 0);
-    entry->vrf = static_cast<std::uint16_t>(body->vrf);
+        (void)dpm_driver_interface_vrf_set(entry->if_id, vrf, 0);
+    entry->vrf = vrf;
+    dpm::if_followers_arrive(*entry);
     return 0;
 }
 

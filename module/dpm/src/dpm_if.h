@@ -86,15 +86,19 @@ void dpm_network_ipv4_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 void dpm_network_ipv6_get(std::uint8_t *bytes, std::uint32_t prefix_len);
 
 inline constexpr std::uint32_t DPM_IFINDEX_NONE = 0xFFFFFFFF; // of a name that no interface has
+inline constexpr std::uint32_t DPM_VRF_NONE = 0xFFFFFFFF;     // of an interface that goes
 
 namespace dpm {
 
 // What a table does when an interface changes under its entries.  Records name their interface: its
 // index may come later than they, and another one after it, on each card at a time of its own.
 struct if_follower {
-    // The interface goes or leaves its VRF: what is resolved on it ends.  On the master, before
-    // anything else is changed; null: nothing.
-    void (*leave)(const dpm_if_entry &entry);
+    // The interface goes, or leaves its VRF for this one: what is resolved on it ends.  On the
+    // master, before anything else is changed; null: nothing.
+    void (*leave)(const dpm_if_entry &entry, std::uint32_t vrf);
+    // The interface has left its VRF for another, which it has come to.  On the master; null:
+    // nothing.
+    void (*arrive)(const dpm_if_entry &entry);
     // The interface of this name has this index from now on, DPM_IFINDEX_NONE when it has gone.
     void (*renumber)(const char *ifname, std::uint32_t ifindex);
 };
@@ -102,7 +106,8 @@ struct if_follower {
 // In the order of the calls; at start-up.
 void if_follower_register(const if_follower &follower);
 
-void if_followers_leave(const dpm_if_entry &entry);
+void if_followers_leave(const dpm_if_entry &entry, std::uint32_t vrf);
+void if_followers_arrive(const dpm_if_entry &entry);
 void if_followers_renumber(const char *ifname, std::uint32_t ifindex);
 
 // Sub-VLANs of an interface: their OSPF rules come with the first address on whose network OSPF

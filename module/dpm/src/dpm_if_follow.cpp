@@ -27,12 +27,20 @@ void if_follower_register(const if_follower &follower) {
         g_dpm_if_followers.rows[g_dpm_if_followers.count++] = &follower;
 }
 
-void if_followers_leave(const dpm_if_entry &entry) {
+void if_followers_leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     if (!dpm_bridge_self_is_master()) // mirroring takes them from a standby
         return;
     for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
         if (const auto leave = g_dpm_if_followers.rows[i]->leave)
-            leave(entry);
+            leave(entry, vrf);
+}
+
+void if_followers_arrive(const dpm_if_entry &entry) {
+    if (!dpm_bridge_self_is_master())
+        return;
+    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
+        if (const auto arrive = g_dpm_if_followers.rows[i]->arrive)
+            arrive(entry);
 }
 
 void if_followers_renumber(const char *ifname, std::uint32_t ifindex) {

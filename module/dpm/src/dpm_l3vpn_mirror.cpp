@@ -56,7 +56,7 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 
 } // namespace
 
-constexpr dpm::if_follower dpm::labels_on_interfaces = {nullptr, renumber};
+constexpr dpm::if_follower dpm::labels_on_interfaces = {nullptr, nullptr, renumber};
 
 // clang-format off
 DPM_MIRRORED_TABLE(ftn_mirror, mirrored_ftns,

@@ -10,6 +10,7 @@
 #include "dpm_host.h"
 #include "dpm_if.h"
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 
@@ -137,6 +138,19 @@ void dpm::ask_for_gateways(dpm_route_entry &route) {
 
 namespace {
 
+bool is_over(const dpm_route_entry &route, std::uint32_t ifindex) {
+    return std::find(route.np_ifindex, route.np_ifindex + route.np_num, ifindex) !=
+           route.np_ifindex + route.np_num;
+}
+
+// The routes of the VRF that the interface has come to look for their gateways again.
+void arrive(const dpm_if_entry &entry) {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (dpm_route_entry &route : dpm::routes_of(family))
+            if (route.vrf == entry.vrf && is_over(route, entry.if_index))
+                dpm::ask_for_gateways(route);
+}
+
 bool renumber_gateways(dpm_route_entry &route, const char *ifname, std::uint32_t ifindex) {
     bool has_changed = false;
     for (std::uint32_t i = 0; i < route.np_num; i++)
@@ -156,7 +170,7 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 
 } // namespace
 
-constexpr dpm::if_follower dpm::routes_on_interfaces = {nullptr, renumber};
+constexpr dpm::if_follower dpm::routes_on_interfaces = {nullptr, arrive, renumber};
 
 int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
     if (host == nullptr)
