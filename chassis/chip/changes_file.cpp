@@ -1,5 +1,7 @@
 #include "chassis/chip/changes_file.h"
 
+#include "chassis/peer/claim.h"
+
 #include <cstddef>
 
 namespace chassis::chip {
@@ -102,7 +104,7 @@ ChangesFile read_changes(std::span<const std::byte> file) {
         return {0, {}, "it has no header"};
     std::memcpy(&header, file.data(), sizeof header);
     const Header wanted = header_of(header.term);
-    if (std::memcmp(&header, &wanted, sizeof header) != 0)
+    if (std::memcmp(&header, &wanted, sizeof header) != 0 || header.term >= peer::max_term)
         return {0, {}, "it is not a file of this program's line cards"};
     file = file.subspan(sizeof header);
     ChangesFile read{header.term, {}, {}};

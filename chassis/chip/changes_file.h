@@ -1,7 +1,7 @@
 // Changes of the chip in a file, as line cards keep them over their control cards' death.
 //
 //   header | records of a snapshot | end mark | records of what changed since
-//   record:  length u32 | sequence u64 | checksum u32 | the change, as many bytes
+//   record:  sequence u64 | length u32 | checksum u32 | the change, as many bytes
 //
 // A file is of one master's term.  It is read whole or not at all: one that is foreign or damaged
 // is not to be applied.  Only its last record may be cut short, by a writer that died.

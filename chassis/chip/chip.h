@@ -158,7 +158,7 @@ private:
     template <class Kind> bool apply_to(const Change &change);
 
     mutable std::mutex mutex_;
-    Index next_index_ = 16;
+    Index next_index_ = first_index;
     bool null_ = false;
     std::function<void(const Change &)> observer_;
     ForEachKind<Objects> objects_;

@@ -20,7 +20,8 @@ struct Nothing { // value of what is there or not; key of what there is one of
     auto operator<=>(const Nothing &) const = default;
 };
 
-using Index = std::uint32_t;       // handed out by the chip, from 16 up, one row for all kinds
+using Index = std::uint32_t; // handed out by the chip, one row for all kinds
+inline constexpr Index first_index = 16, last_index = 0x7FFFFFFF;
 inline constexpr Index to_cpu = 2; // what entries to the CPU lead to
 
 struct Address { // key of an address entry
@@ -153,6 +154,9 @@ struct Indexed : Kind {
     using Key = Index;
     static constexpr bool is_indexed = true;
     static constexpr std::string_view index_name = "index"; // in the journal
+    static bool is_valid(Key index, const auto &) {
+        return index >= first_index && index <= last_index;
+    }
     static std::string key_text(Key index) { return std::to_string(index); }
 };
 
@@ -261,7 +265,9 @@ struct group : Indexed {
     static constexpr std::string_view name = "group";
     static constexpr std::string_view index_name = "group";
     static constexpr std::size_t max_members = 64; // the library may add one past its own eight
-    static bool is_valid(Key, const Value &members) { return members.size() <= max_members; }
+    static bool is_valid(Key index, const Value &members) {
+        return Indexed::is_valid(index, members) && members.size() <= max_members;
+    }
     static void uses(const Value &members, const auto &visit) {
         for (const Index member : members)
             uses_target(member, visit);
@@ -277,7 +283,8 @@ struct entry : Kind { // a host, a prefix or an interface address
     static bool is_unheard(Value index) { return index == to_cpu; }
     static bool is_shared(Value index) { return index == to_cpu; }
     static bool is_valid(const Key &key, Value) {
-        return is_family(key.family) && key.prefix_len <= host_length(key.family);
+        return is_family(key.family) && key.prefix_len <= host_length(key.family) &&
+               key.bytes == address_bytes(key.family, key.bytes.data());
     }
     static void uses(Value index, const auto &visit) { uses_target(index, visit); }
     static std::string key_text(const Key &key);

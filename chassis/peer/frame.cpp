@@ -6,6 +6,8 @@ namespace chassis::peer {
 
 namespace {
 
+constexpr std::string_view hello_name = "hello";
+
 template <class Word> Word word_at(const std::byte *bytes) {
     Word word;
     std::memcpy(&word, bytes, sizeof word);
@@ -29,6 +31,14 @@ std::vector<std::byte> encode_frame(std::string_view name, std::span<const std::
     bytes.insert(bytes.end(), text, text + name.size());
     bytes.insert(bytes.end(), payload.begin(), payload.end());
     return bytes;
+}
+
+std::vector<std::byte> encode_hello(const Claim &claim) {
+    return encode_frame(hello_name, std::as_bytes(std::span(&claim, 1)));
+}
+
+std::optional<Claim> read_hello(const Frame &frame, unsigned slot) {
+    return frame.name == hello_name ? read_claim(frame.payload, slot) : std::nullopt;
 }
 
 void FrameBuffer::append(std::span<const std::byte> bytes) {

@@ -8,6 +8,7 @@
 #include "chassis/peer/peer.h"
 
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace chassis::peer {
@@ -22,6 +23,11 @@ struct Frame { // a view into the buffer that it was taken from
 };
 
 std::vector<std::byte> encode_frame(std::string_view name, std::span<const std::byte> payload);
+
+// The first frame of a connection, from either side: a claim, under a name that no receiver has.
+std::vector<std::byte> encode_hello(const Claim &claim);
+// Nothing when it is no hello of the card in that slot.
+std::optional<Claim> read_hello(const Frame &frame, unsigned slot);
 
 // Collects bytes and takes whole frames from them.
 class FrameBuffer {

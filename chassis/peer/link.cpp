@@ -28,7 +28,6 @@ constexpr std::int64_t stall_nsec = 10'000 * msec; // then even a card without t
 
 constexpr std::size_t max_guests = 16;
 constexpr int sent_bytes = 4 << 20; // on their way outlive the sender; as far as the system allows
-constexpr std::string_view hello_name = "hello"; // no receiver's name
 
 std::string directory_of(const std::string &path) {
     const std::size_t slash = path.rfind('/');
@@ -36,7 +35,7 @@ std::string directory_of(const std::string &path) {
 }
 
 bool say_hello(int socket, const Claim &claim) {
-    const auto frame = encode_frame(hello_name, std::as_bytes(std::span(&claim, 1)));
+    const auto frame = encode_hello(claim);
     return ::send(socket, frame.data(), frame.size(), MSG_NOSIGNAL) == ssize_t(frame.size());
 }
 
@@ -158,9 +157,8 @@ Link::Hello Link::hello_of(Guest &guest) {
     const FrameBuffer::Next next = guest.heard.next(frame);
     if (next == FrameBuffer::Next::incomplete)
         return Hello::awaited;
-    const auto other = next == FrameBuffer::Next::frame && frame.name == hello_name
-                           ? read_claim(frame.payload, card_.peer.peer_slot())
-                           : std::nullopt;
+    const auto other =
+        next == FrameBuffer::Next::frame ? read_hello(frame, card_.peer.peer_slot()) : std::nullopt;
     if (!other)
         return complaints_.say("turns somebody away who is not its peer"), Hello::refused;
     return settle_roles(guest, *other) ? Hello::said : Hello::refused;
