@@ -97,15 +97,15 @@ class Shelf(unittest.TestCase):
         peer = lambda: self.rows("card status", slot)[0]["peer"]
         self.wait_until(f"slot {slot} sees its peer", lambda: peer() == "yes")
 
-    def start_card(self, slot, role, *arguments):
+    def start_card(self, slot, role, *arguments, **options):
         log = f"{self.dir}/log-{slot}"
         command = self.program("dpm-card", "--slot", str(slot), "--log", log, *arguments)
-        self.cards[slot] = subprocess.Popen(command)
+        self.cards[slot] = subprocess.Popen(command, **options)
         self.addCleanup(end, self.cards[slot])
         self.wait_for(slot, role)
 
-    def start_shelf(self):
-        self.start_card(9, "master")
+    def start_shelf(self, **options):
+        self.start_card(9, "master", **options)
         self.start_card(10, "standby")
         self.wait_for_peer(10)
         self.ctl("", input=SETTINGS)
@@ -246,6 +246,25 @@ class TwoCards(Shelf):
         self.assertRegex(self.ctl("verify"), "slot 10 and slot 9 agree: .*hosts 9,")
         self.kill_master(10)
         self.assertRegex(self.ctl("verify"), "slot 9: chip and tables agree: .*entries 10")
+
+    def test_write_what_the_line_cards_hold_anew_once_there_is_room(self):
+        told, file = open(f"{self.dir}/told", "w+"), f"{self.dir}/line-cards"
+        self.addCleanup(told.close)
+        self.start_shelf(stderr=told)
+        room = os.path.getsize(file) + 20  # for a part of a record
+        for i, limit in enumerate([room, room, resource.RLIM_INFINITY]):
+            limits = (limit, resource.RLIM_INFINITY)
+            resource.prlimit(self.cards[9].pid, resource.RLIMIT_FSIZE, limits)
+            self.learn(f"10.1.1.{2 + i}")
+            self.learn(f"10.1.1.{12 + i}")
+            self.ctl("settle")
+            self.ctl("clock advance 1s")  # till then it is not tried again
+        self.assertEqual(pathlib.Path(told.name).read_text(),
+                         f"dpm-card: {file} cannot be written: No space left on device\n"
+                         f"dpm-card: {file} is whole again\n")
+        self.kill_master(9)
+        self.assertEqual(self.rows("card status")[0]["mended"], 0)
+        self.ctl("verify")
 
     def test_take_over_from_a_master_that_falls_silent(self):
         self.start_shelf()

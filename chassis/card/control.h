@@ -13,6 +13,7 @@
 #include "chassis/ctl/server/server.h"
 #include "chassis/os/os.h"
 
+#include <functional>
 #include <list>
 #include <string>
 
@@ -20,9 +21,12 @@ namespace card {
 
 class Control {
 public:
-    // The clock by which clients are idle is the card's, which can be moved.
-    Control(ctl::Server &server, const chassis::os::Os &clock, ctl::Descriptor listener)
-        : server_(server), clock_(clock), listener_(std::move(listener)) {}
+    // The clock by which clients are idle is the card's, which can be moved.  `when_idle` is called
+    // about every second in which nobody asks for anything.
+    Control(ctl::Server &server, const chassis::os::Os &clock, ctl::Descriptor listener,
+            std::function<void()> when_idle)
+        : server_(server), clock_(clock), listener_(std::move(listener)),
+          when_idle_(std::move(when_idle)) {}
 
     // Until the descriptor becomes readable or a command asks the card to end.
     void serve(int stop);
@@ -49,6 +53,7 @@ private:
     ctl::Server &server_;
     const chassis::os::Os &clock_;
     const ctl::Descriptor listener_;
+    const std::function<void()> when_idle_;
     std::list<Client> clients_;
     bool rests_ = false; // the listener does, for want of descriptors
     bool stopped_ = false;

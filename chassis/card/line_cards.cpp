@@ -1,6 +1,5 @@
 #include "chassis/card/line_cards.h"
 
-#include "chassis/os/state.h"
 #include "chassis/tables/law.h"
 
 #include <array>
@@ -20,7 +19,8 @@ using chassis::chip::Change;
 using chassis::chip::Chip;
 
 constexpr std::uint64_t changes_before_rewrite = 100'000;
-constexpr std::int64_t retry_nsec = 1'000'000'000; // to write a file anew that could not be written
+constexpr std::int64_t retry_nsec =
+    chassis::os::nsec_per_sec; // to write anew what could not be written
 
 chassis::chip::FileBytes contents_of(const std::string &path) {
     const ctl::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -80,7 +80,17 @@ void LineCards::complain(const std::string &what) const {
 }
 
 bool LineCards::append(const chassis::chip::FileBytes &bytes) {
-    return ::write(file_.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size());
+    const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
+    if (count >= 0 && std::size_t(count) < bytes.size())
+        errno = ENOSPC; // a part has found room
+    return count == ssize_t(bytes.size());
+}
+
+void LineCards::breaks() {
+    if (!std::exchange(is_broken_, true))
+        complain(std::string("cannot be written: ") + std::strerror(errno));
+    file_.reset();
+    retry_at_nsec_ = card_.os.now_nsec() + retry_nsec;
 }
 
 // The term of a card that is about to become master is one above what it knows.
@@ -100,12 +110,11 @@ bool LineCards::start_file() {
     file_ = ctl::Descriptor(
         open(fresh.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
     const bool is_begun = file_ && write_snapshot() && rename(fresh.c_str(), path_.c_str()) == 0;
-    if (!is_begun && !std::exchange(is_broken_, true))
-        complain(std::string("cannot be written: ") + std::strerror(errno));
-    if (is_begun && std::exchange(is_broken_, false))
+    if (!is_begun)
+        breaks(), unlink(fresh.c_str());
+    else if (std::exchange(is_broken_, false))
         complain("is whole again");
     rewrite_at_ = sequence_ + changes_before_rewrite;
-    retry_at_nsec_ = chassis::os::raw_nsec() + retry_nsec;
     return is_begun;
 }
 
@@ -123,15 +132,21 @@ void LineCards::write(const Change &change) {
         file_.reset(), is_broken_ = false;
     if (!file_ && !is_broken_)
         return;
-    const bool is_due = is_broken_ ? chassis::os::raw_nsec() >= retry_at_nsec_
-                                   : sequence_ >= rewrite_at_ || is_replaced();
+    const bool is_due = is_broken_ ? is_retried() : sequence_ >= rewrite_at_ || is_replaced();
     if (is_due && !start_file()) // without this change, which the chip is about to make or has made
         return;
-    if (is_broken_ || append(chassis::chip::file_record(change, ++sequence_)))
-        return;
-    is_broken_ = true;
-    complain(std::string("cannot be written: ") + std::strerror(errno));
-    retry_at_nsec_ = chassis::os::raw_nsec() + retry_nsec;
+    if (!is_broken_ && !append(chassis::chip::file_record(change, ++sequence_)))
+        breaks();
+}
+
+bool LineCards::is_retried() const {
+    return card_.os.now_nsec() >= retry_at_nsec_;
+}
+
+void LineCards::retry() {
+    const auto lock = card_.chip.lock();
+    if (is_broken_ && is_retried() && card_.peer.role() == chassis::peer::Role::master)
+        static_cast<void>(start_file());
 }
 
 } // namespace card

@@ -25,6 +25,8 @@ public:
 
     // No card runs in this shelf any more, or yet: the line cards have no power.
     void forget();
+    // Writes the file anew if it lacks something; is called now and then, from any thread.
+    void retry();
 
 private:
     void take_over();
@@ -32,6 +34,8 @@ private:
     bool start_file();
     bool write_snapshot();
     bool append(const chassis::chip::FileBytes &bytes);
+    void breaks();
+    bool is_retried() const;
     bool is_replaced() const;
     void write(const chassis::chip::Change &change);
     void complain(const std::string &what) const;

@@ -188,6 +188,7 @@ ctl::Descriptor ending_signals() {
     sigaddset(&signals, SIGHUP);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is a write that fails
     return ctl::Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
@@ -234,7 +235,7 @@ int run(const Options &options, int stop) {
     if (!listener)
         return fail(path + ": " + std::strerror(errno));
     card.peer.open(ctl::shelf_path(options.directory));
-    card::Control(server, card.os, std::move(listener)).serve(stop);
+    card::Control(server, card.os, std::move(listener), [&] { line_cards.retry(); }).serve(stop);
     unlink(path.c_str());
     card.stop();
     turn = take_turn(options.directory);
