@@ -229,4 +229,9 @@ TEST_F(LinkOfCards, MeetsAlsoWhenItHearsOfATermBetweenTwoHellos) {
     standby.peer.know_term(4);
     EXPECT_TRUE(standby.peer.settle(told, master));
     EXPECT_EQ(standby.peer.term(), 4u);
+    const Claim again = standby.peer.claim(), // which wins, if nobody took over
+        other{claim_magic, claim_version, 9, Standing::standby, 0};
+    standby.peer.know_term(5);
+    EXPECT_FALSE(standby.peer.settle(again, other));
+    EXPECT_EQ(standby.peer.role(), Role::standby);
 }

@@ -143,15 +143,18 @@ Claim Peer::claim() const {
 }
 
 // Does not wait: whoever changes the role meanwhile changes the claim.  A standby may hear of a term
-// meanwhile; the other card's heartbeat tells it as soon as it has said hello.
+// meanwhile; the other card's heartbeat tells it as soon as it has said hello.  But a card that
+// would become master and has heard of a later take-over does not.
 bool Peer::settle(const Claim &own, const Claim &other) {
     const std::unique_lock lock(state_->changing_role, std::try_to_lock);
     const Claim now = claim();
-    if (!lock || now.standing != own.standing ||
-        is_master_of(now, other) != is_master_of(own, other))
-        return false;
+    const bool wins = is_master_of(own, other);
     const std::uint64_t term = settled_term(own, other);
-    is_master_of(own, other) ? make_master(term) : make_standby(term);
+    if (!lock || now.standing != own.standing || is_master_of(now, other) != wins)
+        return false;
+    if (wins && !now.is_master() && now.term >= term)
+        return false; // somebody took over since
+    wins ? make_master(term) : make_standby(term);
     return true;
 }
 
