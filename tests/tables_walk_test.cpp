@@ -169,7 +169,9 @@ void look_behind_host(TableWalk &walk, const Words &words, const std::string &vr
         return;
     const dpm_prefix ip = rig::prefix_of(words[2]);
     expect(walk, routes, tables::prefix_text(ip) + " vrf " + vrf, {}); // a host wins
-    EXPECT_TRUE(is_faulty(walk) || !dpm_host_unreachable_find(unsigned(std::stoul(vrf)), &ip))
+    const auto dev = walk.master().suite.find(rig::word_behind(words, "dev"));
+    EXPECT_TRUE(is_faulty(walk) || !dev ||
+                !dpm_host_unreachable_find(unsigned(std::stoul(vrf)), dev->ifindex, &ip))
         << "known and waited for";
 }
 void look_behind_route(TableWalk &walk, const Words &words, const std::string &told) {

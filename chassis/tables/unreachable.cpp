@@ -12,7 +12,7 @@ std::int64_t now_sec() {
 }
 
 std::int64_t waited_sec(const dpm_unreachable_entry &entry) {
-    return now_sec() - dpm_api_get_unreachable_since(entry.vrf, &entry.ip);
+    return now_sec() - dpm_api_get_unreachable_since(&entry);
 }
 
 std::string answer_of(const dpm_unreachable_entry &entry) {

@@ -467,9 +467,8 @@ DPM_API const struct dpm_unreachable_entry *dpm_api_get_unreachable_entry_first(
 DPM_API const struct dpm_unreachable_entry *
 dpm_api_get_unreachable_entry_next(const struct dpm_unreachable_entry *entry);
 
-/* Monotonic second since which an address of a VRF is waited for, or -1 when it is not.  Hold the
- * DPM lock. */
-DPM_API int32_t dpm_api_get_unreachable_since(uint32_t vrf, const struct dpm_prefix *ip);
+/* Monotonic second since which an address is waited for; -1 for null.  Walkers. */
+DPM_API int32_t dpm_api_get_unreachable_since(const struct dpm_unreachable_entry *entry);
 
 /* Neighbours held after their port went down, newest first.  Walkers. */
 DPM_API const struct dpm_hold_entry *dpm_api_get_hold_entry_first(void);

@@ -198,7 +198,7 @@ int dpm_host_entry_add(const dpm_host_entry *entry) {
     log_host(added, DPM_CALL_SITE);
     dpm::link_host(added);
     (void)dpm_host_entry_add_sync_send(&added);
-    (void)dpm_host_unreachable_del(added.vrf, &added.ip);
+    (void)dpm_host_unreachable_del(added.vrf, added.ifindex, &added.ip);
     if (added.ip.family == DPM_FAMILY_IPV6 && in_chip)
         solicit_linklocal(added);
     dpm_host_notify(&added, DPM_HOST_ADDED);
@@ -265,7 +265,7 @@ int dpm_host_add_msg(const dpm_host_msg *body) {
         (void)dpm_host_hold_entry_del(held);
     if (is_same) {
         DPM_TRACE("%s %d::find same node in host table.\r\n");
-        (void)dpm_host_unreachable_del(host.vrf, &host.ip);
+        (void)dpm_host_unreachable_del(host.vrf, host.ifindex, &host.ip);
         return make_whole(*present);
     }
     if (present != nullptr)

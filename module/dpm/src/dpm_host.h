@@ -81,11 +81,12 @@ int dpm_host_hold_entry_add(const dpm_host_entry *host);
 int dpm_host_hold_entry_del(dpm_hold_entry *entry);
 
 // Addresses that something waits for: probed at once and every 30 seconds, `probe_count` more
-// times.
-dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, const dpm_prefix *ip);
+// times.  The interface tells addresses of fe80::/10 apart, and those alone.
+dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, std::uint32_t ifindex,
+                                                 const dpm_prefix *ip);
 int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix *ip,
                              std::uint32_t probe_count);
-int dpm_host_unreachable_del(std::uint32_t vrf, const dpm_prefix *ip);
+int dpm_host_unreachable_del(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix *ip);
 int dpm_host_unreachable_send(dpm_unreachable_entry *entry);
 
 // Events: a port or trunk went down or came up; this card became master.

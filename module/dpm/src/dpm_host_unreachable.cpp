@@ -25,7 +25,9 @@ int address_order(const unreachable_record &a, const unreachable_record &b) {
         return dpm::three_way(a.entry.vrf, b.entry.vrf);
     if (a.entry.ip.family != b.entry.ip.family)
         return dpm::three_way(a.entry.ip.family, b.entry.ip.family);
-    return dpm_prefix_compare(a.entry.ip, b.entry.ip);
+    if (const int order = dpm_prefix_compare(a.entry.ip, b.entry.ip))
+        return order;
+    return dpm::is_scoped(a.entry.ip) ? dpm::three_way(a.entry.ifindex, b.entry.ifindex) : 0;
 }
 
 using unreachable_index =
@@ -44,6 +46,13 @@ void forget(dpm_unreachable_entry &entry) {
     unreachables_by_address().remove(record_of(entry));
     list_del(&entry.link);
     dpm::free_zeroed(&record_of(entry));
+}
+
+// An address was asked for on no interface by a card that took over without it.
+void forget_nowhere(std::uint32_t vrf, const dpm_prefix &ip) {
+    dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, DPM_IFINDEX_NONE, &ip);
+    if (entry != nullptr && entry->ifindex == DPM_IFINDEX_NONE)
+        forget(*entry);
 }
 
 // A standby card waits for nothing: what it may need as the next master is asked for then.
@@ -76,11 +85,13 @@ void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf) {
 
 } // namespace dpm
 
-dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, const dpm_prefix *ip) {
+dpm_unreachable_entry *dpm_host_unreachable_find(std::uint32_t vrf, std::uint32_t ifindex,
+                                                 const dpm_prefix *ip) {
     if (ip == nullptr)
         return nullptr;
     unreachable_record key = {};
     key.entry.vrf = vrf;
+    key.entry.ifindex = ifindex;
     key.entry.ip = *ip;
     unreachable_record *record = unreachables_by_address().find(key);
     return record != nullptr ? &record->entry : nullptr;
@@ -92,13 +103,10 @@ int dpm_host_unreachable_add(std::uint32_t vrf, std::uint32_t ifindex, const dpm
         return dpm::null_parameter();
     if (!dpm::is_iptype(ip->family, DPM_CALL_SITE)) // such an address would never be found again
         return -1;
-    if (dpm_unreachable_entry *present = dpm_host_unreachable_find(vrf, ip)) {
-        if (present->ifindex != DPM_IFINDEX_NONE || ifindex == DPM_IFINDEX_NONE)
-            return 0;
-        present->ifindex = ifindex; // its interface has come to the new master only now
-        dpm::probe_neighbour(vrf, ifindex, *ip);
+    if (ifindex != DPM_IFINDEX_NONE)
+        forget_nowhere(vrf, *ip);
+    if (dpm_host_unreachable_find(vrf, ifindex, ip) != nullptr)
         return 0;
-    }
     dpm::probe_neighbour(vrf, ifindex, *ip);
     dpm::block<unreachable_record> record;
     if (!record)
@@ -130,10 +138,10 @@ int dpm_host_unreachable_send(dpm_unreachable_entry *entry) {
     return 0;
 }
 
-int dpm_host_unreachable_del(std::uint32_t vrf, const dpm_prefix *ip) {
+int dpm_host_unreachable_del(std::uint32_t vrf, std::uint32_t ifindex, const dpm_prefix *ip) {
     if (ip == nullptr)
         return dpm::null_parameter();
-    if (dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ip))
+    if (dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ifindex, ip))
         forget(*entry);
     return 0;
 }
@@ -146,9 +154,8 @@ std::uint32_t dpm_host_get_index_by_ip(std::uint32_t vrf, std::uint32_t ifindex,
     return DPM_HOST_UNRESOLVED;
 }
 
-std::int32_t dpm_api_get_unreachable_since(std::uint32_t vrf, const dpm_prefix *ip) {
-    if (ip == nullptr)
+std::int32_t dpm_api_get_unreachable_since(const dpm_unreachable_entry *entry) {
+    if (entry == nullptr)
         return dpm::null_parameter();
-    dpm_unreachable_entry *entry = dpm_host_unreachable_find(vrf, ip);
-    return entry != nullptr ? record_of(*entry).since_sec : -1;
+    return reinterpret_cast<const unreachable_record *>(entry)->since_sec;
 }

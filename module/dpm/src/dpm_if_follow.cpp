@@ -5,6 +5,8 @@
 #include "dpm_bridge.h"
 #include "dpm_state.h"
 
+#include <span>
+
 namespace {
 
 constexpr std::size_t max_followers = 8;
@@ -15,13 +17,17 @@ struct follower_list {
 };
 DPM_STATE follower_list g_dpm_if_followers;
 
+std::span<const dpm::if_follower *const> followers() {
+    return {g_dpm_if_followers.rows, g_dpm_if_followers.count};
+}
+
 } // namespace
 
 namespace dpm {
 
 void if_follower_register(const if_follower &follower) {
-    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
-        if (g_dpm_if_followers.rows[i] == &follower)
+    for (const if_follower *present : followers())
+        if (present == &follower)
             return;
     if (g_dpm_if_followers.count < max_followers)
         g_dpm_if_followers.rows[g_dpm_if_followers.count++] = &follower;
@@ -30,22 +36,22 @@ void if_follower_register(const if_follower &follower) {
 void if_followers_leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     if (!dpm_bridge_self_is_master()) // mirroring takes them from a standby
         return;
-    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
-        if (const auto leave = g_dpm_if_followers.rows[i]->leave)
-            leave(entry, vrf);
+    for (const if_follower *follower : followers())
+        if (follower->leave != nullptr)
+            follower->leave(entry, vrf);
 }
 
 void if_followers_arrive(const dpm_if_entry &entry) {
     if (!dpm_bridge_self_is_master())
         return;
-    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
-        if (const auto arrive = g_dpm_if_followers.rows[i]->arrive)
-            arrive(entry);
+    for (const if_follower *follower : followers())
+        if (follower->arrive != nullptr)
+            follower->arrive(entry);
 }
 
 void if_followers_renumber(const char *ifname, std::uint32_t ifindex) {
-    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
-        g_dpm_if_followers.rows[i]->renumber(ifname, ifindex);
+    for (const if_follower *follower : followers())
+        follower->renumber(ifname, ifindex);
 }
 
 } // namespace dpm
