@@ -3,6 +3,7 @@
 
 #include "dpm.h"
 #include "dpm_address.h"
+#include "dpm_if_announced.h"
 #include "dpm_vrf.h"
 #include "support/rows.h"
 
@@ -50,6 +51,9 @@ TEST_F(BareCard, StartUpSetsTheChipsDefaultsSpawnsTheWorkerAndRegistersTheModule
     const chassis::CardScope scope(card);
     EXPECT_EQ(card.os.module_version(g_dpm_global.module_id).size(), 20u) << "date, blank, time";
     EXPECT_EQ(card.os.live_blocks(), 1u) << "the route table among the dependants";
+    EXPECT_EQ(dpm_api_set_if_proc("vlanif100", DPM_IF_VLANIF, 7, 100, DPM_OPER_ADD), 0);
+    EXPECT_EQ(dpm_main_init(), 0);
+    EXPECT_EQ(dpm::if_announced_count(), 0u) << "another start";
 }
 
 // The first lock is deleted once for every lock that is there, the others never; then what else is.

@@ -52,6 +52,10 @@ std::uint32_t vlan_of(std::uint32_t ifindex) {
 
 namespace dpm {
 
+void if_announced_init() {
+    g_dpm_announced = {};
+}
+
 bool if_announced(block<announced_if> &entry) {
     const locked_entries entries;
     if (entries.find(entry->ifname) != nullptr)

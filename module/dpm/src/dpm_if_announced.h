@@ -20,6 +20,9 @@ struct announced_if {
     char ifname[DPM_IFNAME_BYTES];
 };
 
+// Nothing is announced yet; at start-up, before any other thread enters.
+void if_announced_init();
+
 // The first announcement of a name counts: of a later one the block is given back, and false is
 // the answer.
 bool if_announced(block<announced_if> &entry);

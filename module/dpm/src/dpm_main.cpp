@@ -9,8 +9,10 @@
 #include "dpm_bridge.h"
 #include "dpm_events.h"
 #include "dpm_host.h"
+#include "dpm_if_announced.h"
 #include "dpm_l3vpn.h"
 #include "dpm_main_launch.h"
+#include "dpm_mirror.h"
 #include "dpm_msg.h"
 #include "dpm_route.h"
 #include "dpm_vpn.h"
@@ -67,6 +69,8 @@ void init_lists() {
     INIT_LIST_HEAD(&g_dpm_global.hold_list);
     g_dpm_global.hold_count = 0;
     g_dpm_global.slave_up = 0;
+    dpm::if_announced_init();
+    dpm::sync_init();
 }
 
 void create_tables() {

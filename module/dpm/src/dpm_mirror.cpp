@@ -22,6 +22,12 @@ DPM_STATE bool g_dpm_sync_begin_lost;
 
 namespace dpm {
 
+void sync_init() {
+    g_dpm_sync = {};
+    g_dpm_sync_lost = 0;
+    g_dpm_sync_begin_lost = false;
+}
+
 void sync_lost() {
     (void)__atomic_fetch_add(&g_dpm_sync_lost, 1, __ATOMIC_RELAXED);
 }

@@ -89,6 +89,9 @@ void sync_lost();
 void sync_begin_lost();
 std::uint32_t sync_lost_so_far();
 
+// No sync runs and nothing is lost; at start-up.
+void sync_init();
+
 // The sync that this card gets; on the worker.  One that never ended is forgotten with the next.
 void sync_begin(std::uint32_t lost_before);
 std::uint32_t sync_number(); // 0 while none runs
