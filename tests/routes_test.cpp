@@ -162,6 +162,8 @@ ROWS(Routes, AnotherGatewayReplacesOneAndTheIpStackIsTold, .see = "chip platform
     {"route add {net} via {a}", "static route origin 15 {net} via {b} goes; entry- {net} n2 -> -1"},
     {"route add {net} via {a}",
      "static route origin 15 {net} via {b} goes; entry- {net} n2; entry+ {net} n1"},
+    {"4: route add {net} via fe80::9 dev vlanif100"}, // of which the IP stack has none
+    {"4: route add {net} via {a}", "entry+ {net} n1"},
 };
 
 ROWS(Routes, WhatIsNotRenewedAfterASwitchOverGoesInTenMinutes, .roles = with_standby,

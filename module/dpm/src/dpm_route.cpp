@@ -100,18 +100,17 @@ int delete_expired(std::uintptr_t route, std::uintptr_t, std::uintptr_t) {
     return dpm_route_del(reinterpret_cast<dpm_route_entry *>(route));
 }
 
-// The IP stack's own routes over the old gateways go too.
-void tell_ip_stack(const dpm_route_entry &route) {
-    const dpm_prefix &destination = route.destination;
-    for (std::uint32_t i = 0; i < route.np_num; i++)
-        if (destination.family == DPM_FAMILY_IPV4)
-            (void)hal_ipstack_static_route_process(
-                static_route_origin, dpm::address_word(destination.address), destination.prefix_len,
-                dpm::address_word(route.np[i].address), 0);
-        else
-            (void)hal_ipstack_ipv6_static_route_process(static_route_origin, destination.address,
-                                                        destination.prefix_len, route.np[i].address,
-                                                        0);
+// The IP stack's own route over an old gateway goes too; it has none over the other family's.
+void forget_in_ip_stack(const dpm_prefix &destination, const dpm_prefix &gateway) {
+    if (dpm::is_known_family(gateway.family) && gateway.family != destination.family)
+        return;
+    if (destination.family == DPM_FAMILY_IPV4)
+        (void)hal_ipstack_static_route_process(
+            static_route_origin, dpm::address_word(destination.address), destination.prefix_len,
+            dpm::address_word(gateway.address), 0);
+    else
+        (void)hal_ipstack_ipv6_static_route_process(static_route_origin, destination.address,
+                                                    destination.prefix_len, gateway.address, 0);
 }
 
 // Adds a route whose block is at hand; the block is released when the table takes it.
@@ -253,7 +252,8 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
     dpm::route_block record(*new_entry); // taken before the old route goes
     if (!record)
         return -1;
-    tell_ip_stack(*old_entry);
+    for (std::uint32_t i = 0; i < old_entry->np_num; i++)
+        forget_in_ip_stack(old_entry->destination, old_entry->np[i]);
     if (dpm_route_del(old_entry) != 0)
         return -1;
     return add_route(record);
