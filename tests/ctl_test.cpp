@@ -283,9 +283,9 @@ ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){
                     "= 0    {net}  chip   1000          0          {a}"},
     {"show ftn {net1} --count", "= 0"},
     {"ftn del {net}"},
-    {"ilm add 2000 waits"},
-    {"show ilm", "= LABEL  VRF  FEC        STATE  SWAP  NEXTHOP   INTERFACE; "
-                 "= 2000   0    0.0.0.0/0  waits  2001  10.1.1.1  vlanif100"},
+    {"ilm add 2000 via 10.1.1.9"},
+    {"show ilm", "= LABEL  VRF  FEC          STATE  SWAP  NEXTHOP   INTERFACE; "
+                 "= 2000   0    10.2.0.0/16  waits  2001  10.1.1.9  vlanif100"},
     {"show ilm --vrf 7 --count", "= 0"},
 };
 

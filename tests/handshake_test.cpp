@@ -31,6 +31,8 @@ ROWS(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem, .families
      "log10 dpm_route_entry_sync_all_send #::slot_bit = 1024, route driver sync.\r\n; "
      "log10 dpm_route_entry_sync_all_send #::ipv4 route tree is null.\r\n; "
      "log10 dpm_route_entry_sync_all_send #::slot 10, route table sync.\r\n; "
+     "log10 dpm_mpls_if_sync_all_send #::slot_bit = 1024, mpls_if driver sync.\r\n; "
+     "log10 dpm_mpls_if_sync_all_send #::slot 10, mpls_if table sync.\r\n; "
      "log10 dpm_mpls_ftn_sync_all_send #::slot_bit = 1024, ftn driver sync.\r\n; "
      "log10 dpm_mpls_ftn_sync_all_send #::slot 10, ftn table sync.\r\n; "
      "log10 dpm_mpls_ilm_sync_all_send #::slot_bit = 1024, ilm driver sync.\r\n; "

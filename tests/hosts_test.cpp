@@ -24,13 +24,14 @@ ROWS(Hosts, AreToldToTheLogByTheirReportsAndByWhatBecomesOfThem, .roles = alone,
      "log10 dpm_nexthop_entry_add_sync_send #::peer is not exist, or it is slave\r\n; "
      "log10 dpm_host_entry_add #::host_entry vrf 0 port_type 0 port 3/0x3 svlan 100 ip {a} mac "
      "{M1} sdk_index n1 \r\n; "
-     "log10 dpm_host_entry_add_sync_send #::peer is not exist, or it is slave\r\n"},
+     "log10 dpm_host_entry_add_sync_send #::peer is not exist, or it is slave\r\n; "
+     "4: log10 dpm_mpls_arp_add_msg:: arp add ip:10.1.1.1 list_empty_ftn=1 list_empty_ilm=1\n\r"},
     {"neigh del {a}",
      "log10 dpm_api_notify_ipstack_host #::oper 2 host_msg vrf 0 ip {a} mac 0.0.0.0.0.0 ifindex "
      "900 port 1/0x1 \t\t port_type 0 cvlan 0 svlan 100 supervlan 100 \r\n; "
      "log10 dpm_host_del_msg #::find same prefix and mask in host table.\r\n; "
      "log10 dpm_host_entry_del #::host_entry vrf 0 port_type 0 port 3/0x3 svlan 100 ip {a} mac "
-     "{M1} sdk_index n1 \r\n; "
+     "{M1} sdk_index n1 \r\n; 4: log10 dpm_mpls_arp_del_msg:: arp del ip:10.1.1.1\n\r; "
      "log10 dpm_nexthop_entry_del_sync_send #::peer is not exist, or it is slave\r\n; "
      "log10 dpm_host_entry_del_sync_send #::peer is not exist, or it is slave\r\n"},
     {"see log/dpm_host_entry"},

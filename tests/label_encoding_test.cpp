@@ -166,8 +166,8 @@ TEST_F(Encoding, NothingIsAskedWithoutARecordAndVlansAreSwitched) {
     EXPECT_EQ(dpm_hw_driver_mpls_if_add(0x10064, ~0u), 0);
     EXPECT_EQ(dpm_hw_driver_mpls_if_del(0x10064), 0);
     ASSERT_EQ(chip_calls(master()).size(), 2u);
-    EXPECT_TRUE(chip_calls(master())[0].starts_with("interface_mpls_enable vlan 100 on"));
-    EXPECT_TRUE(chip_calls(master())[1].starts_with("interface_mpls_enable vlan 100 off"));
+    EXPECT_TRUE(chip_calls(master())[0].starts_with("mpls vlan 100 on"));
+    EXPECT_TRUE(chip_calls(master())[1].starts_with("mpls vlan 100 off"));
     EXPECT_EQ(logged(master(), "dpm_hw_driver_mpls_if_add::dpm_driver_interface_mpls_enable ret=0"),
               2u);
 }

@@ -51,43 +51,32 @@ void tell_ilm(rig::RowShelf &shelf, const rig::Words &words) {
     shelf.answer(std::to_string(vrf) + " " + std::to_string(ifindex) + " " + std::to_string(swap));
 }
 
-// "programmed PREFIX via IP": the tunnel that waited is in the chip.
-void program(rig::RowShelf &, const rig::Words &words) {
-    dpm_ftn *const entry =
-        dpm_mpls_pend_ftn_lookup(rig::record_of({.prefix = words[1], .nhop = words[3]}));
-    EXPECT_EQ(dpm_mpls_pend_ftn_del(entry), 0);
-    entry->flags = DPM_LABEL_PROGRAMMED;
-    dpm_mpls_ftn_add_sync_send(entry);
-}
-
-const rig::Verb verbs[] = {{"labels", tell_labels},
-                           {"tunnels", tell_tunnels},
-                           {"leads", tell_ilm},
-                           {"programmed", program}};
+const rig::Verb verbs[] = {{"labels", tell_labels}, {"tunnels", tell_tunnels}, {"leads", tell_ilm}};
 
 } // namespace
 
 ROWS(Labels, TheLongestPrefixAnswersAndTheFirstOfItsPaths, rig::once()){
-    {"ftn add 10.9.0.0/16 via {b} vrf 5 label 16"},
-    {"ftn add 10.9.1.0/24 via {c} vrf 5 label 25"},
-    {"ftn add 10.9.1.0/24 via {b} vrf 5 label 24"},
-    {"labels 10.9.1.7 5", "= 24 25 {b}"},
-    {"labels 10.9.2.7 5", "= 16 17 {b}"},
-    {"labels 10.8.2.7 5", "= none"},
-    {"labels 10.9.1.7", "= none"}, // another VRF
-    {"ftn del 10.9.1.0/24 via {b} vrf 5"},
-    {"labels 10.9.1.7 5", "= 25 26 {c}"},
+    {"ftn add 10.9.0.0/16 via {b} label 16"},
+    {"ftn add 10.9.1.0/24 via {c} label 25"},
+    {"ftn add 10.9.1.0/24 via {b} label 24"},
+    {"labels 10.9.1.7", "= 24 0 {b}"},
+    {"labels 10.9.2.7", "= 16 0 {b}"},
+    {"labels 10.8.2.7", "= none"},
+    {"labels 10.9.1.7 5", "= none"}, // another VRF
+    {"ftn del 10.9.1.0/24 via {b}"},
+    {"labels 10.9.1.7", "= 25 0 {c}"},
     // A length past 32 covers everything; an exact key goes before it.
-    {"ftn add 1.2.3.4/33 via {b} vrf 5 label 33"},
-    {"ftn add 10.9.0.1/32 via 0.0.0.0 vrf 5 label 100"},
+    {"ftn add 1.2.3.4/33 via {b} label 33"},
+    {"ftn add 10.9.0.1/32 via 0.0.0.0 vrf 5 remote 10.9.1.0 label 100"},
     {"ftn add 10.9.0.1/32 via 0.0.0.0 label 50"},
-    {"labels 10.9.1.7 5", "= 33 34 {b}"},
-    {"labels 10.9.0.1 5", "= 100 101 0.0.0.0"},
+    {"labels 10.9.1.7", "= 33 0 {b}"},
+    {"labels 10.9.0.1 5", "= 25 101 0.0.0.0"},
     {"labels 10.9.0.1", "= 50 0 0.0.0.0"},
 };
 
 ROWS(Labels, OnlyATunnelCarriesAVpnEntry, rig::once()){
     {"ftn add 10.9.0.1/32 via {b} vrf 5"},
+    {"show ftn --count", "= 0"},
     {"tunnels 10.9.0.1", "= - - -"},
     {"ftn add 10.9.0.1/32 via {c} label 2"},
     {"ftn add 10.9.0.1/24 via {c} label 1"},
@@ -99,55 +88,61 @@ ROWS(Labels, OnlyATunnelCarriesAVpnEntry, rig::once()){
     {"tunnels 10.8.3.4/17", "= - - -"},
     {"tunnels 10.8.3.4/16 1", "= - - -"},
     {"ilm add 77"},
-    {"leads 77", "= 0 900 78"},
+    {"leads 77", "= 0 900 2001"},
     {"leads 78", "= 9 9 9"},
 };
 
 // Which of them wait is a law on both cards.
 ROWS(Labels, TravelWithWhatIsLocalLookedUpAgain, .roles = rig::mirroring, .see = "mirror"){
-    {"ftn add {net} via {a} waits", "mirror ftn+ {net}"},
-    {"ftn add {net} via {b} waits", "mirror ftn+ {net}"},
-    {"ftn add {net} via {b} waits", "mirror ftn+ {net}"}, // the present one
-    {"ilm add 7 waits", "mirror ilm+ 7"},
+    {"ftn add {net} via {a}", "mirror ftn+ {net} waits"},
+    {"ftn add {net} via {b}", "mirror ftn+ {net} waits"},
+    {"ftn add {net} via {b}", "mirror ftn+ {net} waits"}, // the present one
+    {"ilm add 7 via {a} fec {net}", "mirror ilm+ 7 waits"},
     {"ilm add 8 dev vlanif200 egress", "mirror ilm+ 8"},
-    {"ilm add 9 dev nosuch", "mirror ilm+ 9"},
-    {"programmed {net} via {b}", "mirror ftn+ {net}"},
+    {"ilm add 9 via {a} fec {net} dev nosuch", "mirror ilm+ 9 waits"},
+    {"neigh add {b}", "mirror nexthop+ n1; mirror host+ {b}; 4: mirror ftn+ {net}"},
     {"standby show ftn --count", "= 2"}, // it replaced the one that waited
     {"standby fault alloc 2"},           // behind the message's own: it stays as it is
+    {"allow standby-differs"},
     {"ftn add {net} via {b}", "mirror ftn+ {net}"},
     {"standby goes"},
-    {"standby comes", "mirror ...; mirror ftn* 2; mirror ilm* 3; mirror ...; standby: mirror ..."},
-    {"ftn del {net} via {a}", "mirror ftn- {net}"},
-    {"ilm del 7", "mirror ilm- 7"},
+    {"allow standby-differs 0"},
+    {"standby comes", "mirror ...; mirror nexthop* 1; mirror host* 1; mirror ftn* 2; "
+                      "mirror ilm* 3; mirror ...; standby: mirror ..."},
+    {"ftn del {net} via {a}", "mirror ftn- {net} waits"},
+    {"ilm del 7", "mirror ilm- 7 waits"},
     {"fault alloc 1"},
     {"ftn add {net1}", "refused"},
-    {"fault alloc 1"},
-    {"ilm add 10", "refused"},
+    {"fault alloc 2"}, // behind the message's own
+    {"ilm add 10", ""},
 };
 
 ROWS(Labels, ARouteGivesWayToTunnelsOfItsPrefixAndFollowsItsHostsOutsideTheChip, .see = "chip"){
     {"each {a} {b} do neigh add *"},
     {"route add {net} via {a}", "entry+ {net} n1"},
-    {"ftn add {net} via {b} vrf 5", ""}, // no tunnel
-    {"ftn add {net1} via {b}", ""},      // another prefix
-    {"ftn add {net} via {a}", "entry- {net} n1"},
-    {"ftn add {net} via {b}", ""},
-    {"ftn del {net} via {a}", ""}, // the other one stands
+    {"ftn add {net} via {b} vrf 5", ""}, // nothing carries it
+    {"ftn add {net1} via {c}", ""},      // another prefix
+    {"ftn add {net} via {a}", "entry- {net} n1; ftn+ {net} push 1000 port 1 {m1}"},
+    {"ftn add {net} via {b}", "ftn+ {net} push 1000 port 1 {m2}"},
+    {"ftn del {net} via {a}", "ftn- {net} push 1000 port 1 {m1}"}, // the other one stands
     {"neigh del {a}", "entry- {a} n1; nexthop- n1"},
     {"neigh add {a}", "nexthop+ port 1 {m1} n3; entry+ {a} n3"},
     {"route del {net}", ""},
     {"route add {net} via {a} via {b}", "group+ g1; member+ g1 n3; member+ g1 n2"},
     {"neigh del {a}", "member- g1 n3; entry- {a} n3; nexthop- n3"},
-    {"neigh del {b}", "member- g1 n2; group- g1; entry- {b} n2; nexthop- n2"},
-    {"neigh add {b}", "nexthop+ port 1 {m2} n4; entry+ {b} n4; group+ g2; member+ g2 n4"},
-    {"ftn del {net} via {b}", "entry+ {net} g2"},
-    {"ftn add {net} via {b}", "entry- {net} g2"},
-    // A default keeps the CPU out while it counts.
-    {"ftn add {any} via {b}", ""},
-    {"route add {any} via {b}", "default {ip} drop"},
-    {"neigh del {b}", "default {ip} to-cpu; member- g2 n4; group- g2; entry- {b} n4; nexthop- n4"},
+    {"neigh del {b}",
+     "member- g1 n2; group- g1; 4: ftn- {net} push 1000 port 1 {m2}; entry- {b} n2; nexthop- n2"},
     {"neigh add {b}",
-     "nexthop+ port 1 {m2} n5; entry+ {b} n5; default {ip} drop; group+ g3; member+ g3 n5"},
+     "nexthop+ port 1 {m2} n4; entry+ {b} n4; group+ g2; member+ g2 n4; 4: ftn+ {net} push 1000 port 1 {m2}"},
+    {"ftn del {net} via {b}", "ftn- {net} push 1000 port 1 {m2}; entry+ {net} g2"},
+    {"ftn add {net} via {b}", "entry- {net} g2; ftn+ {net} push 1000 port 1 {m2}"},
+    // A default keeps the CPU out while it counts.
+    {"ftn add {any} via {b}", "ftn+ {any} push 1000 port 1 {m2}"},
+    {"route add {any} via {b}", "default {ip} drop"},
+    {"neigh del {b}",
+     "default {ip} to-cpu; member- g2 n4; group- g2; 4: ftn- {any} push 1000 port 1 {m2}; 4: ftn- {net} push 1000 port 1 {m2}; entry- {b} n4; nexthop- n4"},
+    {"neigh add {b}",
+     "nexthop+ port 1 {m2} n5; entry+ {b} n5; default {ip} drop; group+ g3; member+ g3 n5; 4: ftn+ {net} push 1000 port 1 {m2}; 4: ftn+ {any} push 1000 port 1 {m2}"},
     {"route del {any}", "default {ip} to-cpu"},
 };
 
@@ -181,12 +176,15 @@ TEST_F(LabelRecords, RequestsAndQuestionsWithoutTheirBlocksAreRefused) {
 }
 
 TEST_F(LabelRecords, OfIpv4CountWithFourBytesOfTheirAddresses) {
-    dpm_ftn ftn = rig::record_of({.label = 16});
-    dpm_ilm ilm = rig::record_of(master(), {.label = 77, .flags = DPM_LABEL_WAITING});
-    ilm.ip_type = DPM_FAMILY_IPV4;
-    ilm.is_egress = 1; // waits for nobody
+    dpm_ftn ftn{};
+    dpm_ilm ilm{};
+    ilm.flags = DPM_LABEL_WAITING, ilm.is_egress = 1; // waits for nobody
+    ftn.prefixlen = 16;
+    for (std::uint8_t *family :
+         {&ftn.ip_type, &ftn.tunnel_ip_type, &ilm.ip_type, &ilm.tunnel_ip_type})
+        *family = DPM_FAMILY_IPV4;
     for (std::uint8_t *address : {ftn.fec_prefix, ftn.tunnel_nhop, ilm.fec_prefix, ilm.tunnel_nhop})
-        std::memset(address + 4, 0x5A, 12);
+        std::memcpy(address, "\12\2\0\0ZZZZZZZZZZZZ", 16);
     EXPECT_EQ(dpm_mpls_ftn_get_by_vpn_nhop(ftn.fec_prefix), nullptr);
     EXPECT_EQ(dpm_mpls_ftn_add_sync_process(&ftn), 0);
     EXPECT_EQ(dpm_mpls_ilm_add_sync_process(&ilm), 0);

@@ -100,7 +100,7 @@ ROWS(Routes, TheDefaultOfAnotherVrfIsItsOwn, .see = "chip"){
     {"best {in} 5", "= {any}"},
     {"best {in}", "= none"},
     {"route add {net} via {a} dev vlanif200 vrf 5", "entry+ vrf 5 {net} n2"},
-    {"ftn add {net}", ""}, // a tunnel of VRF 0
+    {"4: ftn add {net}", "ftn+ {net} push 1000 port 1 {m1}"}, // a tunnel of VRF 0
     {"best {in} 5", "= {net}"},
 };
 
@@ -263,7 +263,7 @@ ROWS(Routes, ASlotIsProgrammedWithWhatTheChipHoldsOfThem, .see = "chip"){
     {"card slot-up 3",
      "nexthop+ port 1 {m1} n1 slots 0x8; entry+ {a} n1 slots 0x8; group+ g1 slots 0x8; "
      "member+ g1 n1 slots 0x8; default {ip} drop slots 0x8; entry+ {any} g1 slots 0x8; "
-     "entry+ {net} n1 slots 0x8"},
+     "entry+ {net} n1 slots 0x8; ftn+ {net4} push 1000 port 1 {m1} slots 0x8"},
 };
 
 ROWS(Routes, AreScopedByInterfaceForIpv6GatewaysAlone, .roles = with_standby, .see = "chip notice"){

@@ -65,9 +65,11 @@ constexpr struct Modelled {
      "{address} vrf {vrf} dev {interface} vlan {vlan} lladdr {mac} cvlan {cvlan} port {port}"},
     {"routes", "route", 3, "{destination} vrf {vrf} {gateways}"},
     {"ftn", "ftn", 5, "{fec} via {nexthop} vrf {vrf} label {tunnel_label}"},
-    {"ilm", "ilm", 1, "{label} dev {interface}"},
+    {"ilm", "ilm", 1, "{label} vrf {vrf} swap {swap}"},
+    {"mpls-if", "mpls", 1, "{interface} space {label_space}"},
 };
-const Modelled &hosts = modelled[0], &routes = modelled[1], &ftns = modelled[2];
+const Modelled &hosts = modelled[0], &routes = modelled[1], &ftns = modelled[2],
+               &mpls_ifs = modelled[4];
 
 bool is_ipv6(const std::string &ip) {
     return ip.find(':') != ip.npos;
@@ -124,6 +126,8 @@ Entries read(TableWalk &walk, const Modelled &row, const std::string &name = "")
             told = text_of(words, 0, 3);
         for (std::size_t i = 3; &row == &routes && i + 2 < words.size(); i += 3)
             told += (words[i] == "-" ? "" : " via " + words[i]) + " dev " + words[i + 1];
+        if (&row == &ftns && words[4] != "0") // a VPN route has its tunnel's label
+            told = key_of(row, told);
         all[key_of(row, told)] = told;
     });
     return all;
@@ -190,13 +194,26 @@ void look_behind_route(TableWalk &walk, const Words &words, const std::string &t
     if (!is_faulty(walk) || !route || route->delete_timer.expiry_sec == 0)
         walk.expiring.erase(key);
 }
+// The last request counts; of an interface the first.  A VPN route is told with its remote last: it
+// comes only where a tunnel leads there.
+void look_behind_label(TableWalk &walk, const Modelled &row, const Words &words) {
+    const std::string told = text_of(words, 2, 2 + words_of(row.told).size());
+    const std::string key = key_of(row, told);
+    const bool is_vpn = &row == &ftns && words[6] != "0";
+    if (words[1] == "del")
+        return expect(walk, row, key, {});
+    if ((&row == &mpls_ifs && walk.model[row.table].contains(key)) ||
+        (is_vpn && std::ranges::none_of(walk.model[row.table], [&](const auto &tunnel) {
+             return tunnel.first.ends_with(" vrf 0") &&
+                    tunnel.first.starts_with(words.back() + "/");
+         })))
+        return;
+    expect(walk, row, key, is_vpn ? key : told);
+}
 void look_behind(TableWalk &walk, const std::string &command, bool is_accepted) {
     const Words words = words_of(command);
     std::string told = text_of(words, 2);
-    for (const char *untold : {" type ", " waits"})
-        told.resize(std::min(told.find(untold), told.size()));
-    if (words[0] == "ilm" && words.size() > 4 && !walk.vrf_of.contains(words[4]))
-        replace(told, words[4], "-"); // without an interface it leads nowhere
+    told.resize(std::min(told.find(" type "), told.size()));
     const bool is_host = words[0] == "neigh" && walk.vrf_of.contains(words[4]);
     EXPECT_TRUE(is_accepted || is_faulty(walk) || !(is_host || words[0] == "route"));
     if (is_host)
@@ -212,10 +229,9 @@ void look_behind(TableWalk &walk, const std::string &command, bool is_accepted) 
     for (const auto &[key, at] : std::map(walk.expiring))
         if (at <= walk.now)
             expect(walk, routes, key, {}), walk.expiring.erase(key);
-    for (const Modelled &row : modelled) // a label entry that is there stays what it is
-        if (words[0] == row.verb && &row != &hosts && &row != &routes &&
-            (words[1] == "del" || !walk.model[row.table].contains(key_of(row, told))))
-            expect(walk, row, key_of(row, told), words[1] == "add" ? Told(told) : Told());
+    for (const Modelled &row : modelled)
+        if (words[0] == row.verb && &row != &hosts && &row != &routes && is_accepted)
+            look_behind_label(walk, row, words);
 }
 void perform(TableWalk &walk, const std::string &command) {
     walk.note(command);
@@ -257,12 +273,21 @@ std::string any_route(TableWalk &walk) { // "PREFIX vrf N via IP dev NAME ... ty
 std::string any_gateways(TableWalk &walk) {
     return text_of(words_of(any_route(walk)), 3);
 }
-// Mostly in a route's place.  The default prefixes of both families are one label entry.
-std::string any_ftn(TableWalk &walk) {
+// Mostly in a route's place, over a neighbour that there is; a VPN route over a tunnel.
+std::string any_ftn(TableWalk &walk) { // "PREFIX via IP vrf N label N dev NAME remote IP"
     const Words route = words_of(drawn(walk, "{known route}"));
-    const bool is_in_its_place = !walk.one_in(5) && route[2] == "0" && !route[0].ends_with("/0");
-    return drawn(walk, (is_in_its_place ? route[0] : "{{in 4}/24|{in 4}/32|{in 6}/64}") +
-                           " via 10.1.1.{2-3} vrf {0|0|0|0|5} label 1000");
+    const bool is_in_its_place = !walk.one_in(5) && route[2] == "0";
+    const Words over = words_of(drawn(walk, "{known neighbour}"));
+    const std::string remote = words_of(drawn(walk, "{tunnel}"))[0];
+    return (is_in_its_place ? route[0] : drawn(walk, "{{in 4}/24|{in 4}/32|{in 6}/64}")) + " via " +
+           over[0] + drawn(walk, " vrf {0|0|0|0|5} label {1000-1001} dev ") + over[2] + " remote " +
+           remote.substr(0, remote.find('/'));
+}
+std::string any_ilm(TableWalk &walk) {
+    const Words over = words_of(drawn(walk, "{known neighbour}"));
+    return drawn(walk, "{100-119} vrf {0|0|5} swap {3|{2001-2003}} via ") + over[0] + " dev " +
+           over[2] + drawn(walk, "{||| egress}") + " fec " +
+           drawn(walk, is_ipv6(over[0]) ? "{in 6}/64" : "{in 4}/24");
 }
 
 // What a word stands for: a text, what a function draws, or an entry that there is.
@@ -286,11 +311,15 @@ const struct {
     {"known route", "{route}", nullptr, &routes},
     {"ftn", "", any_ftn},
     {"known ftn", "{ftn}", nullptr, &ftns},
+    {"tunnel", "{in 4}/32 via 10.1.1.2 vrf 0", nullptr, &ftns},
+    {"ilm", "", any_ilm},
     {"of host", "{route|route-del|nexthop|nexthop-del}"},
     {"refused", " {1-2}{| skip 1}{| code 5}"},
     {"fault of hosts", "{fault alloc {1-5}|fault send 1 times 4|chip refuse {of host}{refused}|"
                        "chip refuse {of host}{refused}}"},
-    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member}{refused}}"},
+    {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
+    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member}{refused}|"
+              "chip refuse {of label}{refused}}"},
 };
 
 // What stands in braces: a number, as in 3-9; one of several texts, as in a|b|c; or a word.
@@ -528,10 +557,11 @@ constexpr struct Deed {
     {220, faults_of_routes, "route add {route}"},
     {50, faults_of_routes, "route add {known route} {gateways}"},
     {110, faults_of_routes, "route del {known route}"},
-    {45, faults_of_routes, "ftn add {ftn}"},
-    {35, faults_of_routes, "ftn del {known ftn}"},
-    {15, faults_of_routes, "ilm add {100-119} dev {dev}{| waits}"},
-    {10, faults_of_routes, "ilm del {100-119}"},
+    {70, faults_of_routes, "ftn add {ftn}"},
+    {45, faults_of_routes, "ftn del {known ftn}"},
+    {40, faults_of_routes, "ilm add {ilm}"},
+    {20, faults_of_routes, "ilm del {100-119}"},
+    {20, faults, "mpls {add|add|del} {any dev} space {1-3}"},
     {30, nothing, "clock advance {0-199}s"},
     {10, nothing, "card slot-up 3"},
     {10, nothing, "", standby_changes},

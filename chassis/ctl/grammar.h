@@ -39,7 +39,7 @@ enum class Kind {
 
 // A table's own command.
 #define CTL_SHOW_TABLE(ROW, name, record, scope, help)                                             \
-    ROW(show_##name, "show " #name, CTL_SHOW_##scope, read, help)
+    ROW(show_##name, chassis::tables::typed_name<"show " #name>, CTL_SHOW_##scope, read, help)
 #define CTL_SHOW_mirrored CTL_SHOW
 #define CTL_SHOW_local CTL_SHOW
 #define CTL_SHOW_history CTL_SHOW " [clear]"

@@ -27,11 +27,15 @@ constexpr ChipWord chip_words[] = {
     {"add_l3_intf", "interface+"},     {"delete_l3_intf", "interface-"},
     {"interface_vrf_set", "if-vrf"},   {"set_ecmp_hash_ctl", "hash"},
     {"set_arp_to_cpu", "arp"},         {"set_ospf_to_cpu_ex", "ospf"},
-    {"set_ipv6_ns_rule", "nd"},
+    {"set_ipv6_ns_rule", "nd"},        {"interface_mpls_enable", "mpls"},
+    {"mpls_ftn_add", "ftn+"},          {"mpls_ftn_del", "ftn-"},
+    {"mpls_ilm_add", "ilm+"},          {"mpls_ilm_del", "ilm-"},
 };
 
-constexpr std::string_view usual_pairs[] = {"slots 0x0", "slots 0xffffffff", "-> 0",     "vrf 0",
-                                            "svlan 100", "cvlan 0",          "queue 10", "rate 64"};
+constexpr std::string_view usual_pairs[] = {
+    "slots 0x0", "slots 0xffffffff", "-> 0",    "vrf 0",    "svlan 100",  "cvlan 0",
+    "queue 10",  "rate 64",          "ttl 255", "ttl kept", "ttl less-1", "exp kept"};
+constexpr std::string_view unnamed_indexes[] = {"nhid", "tunnel"}; // of label entries
 constexpr std::string_view plain_words[] = {"nexthop", "index", "group", "members", "mac"};
 
 std::vector<std::string> words_of(const std::string &line) {
@@ -87,11 +91,18 @@ std::string key_of(const Journal &journal, const dpm_ecmp_entry &group) {
 std::string key_of(const Journal &, const dpm_route_entry &route) {
     return key_text(route.destination, route.vrf);
 }
+std::string state_of(const auto &label) {
+    return label.flags == DPM_LABEL_PROGRAMMED ? "" : " " + tables::label_state(label);
+}
+std::string key_of(const Journal &, const dpm_mpls_if &interface) {
+    return interface.ifname + std::string(interface.flags == DPM_MPLS_IF_REFUSED ? " refused" : "");
+}
 std::string key_of(const Journal &, const dpm_ftn &ftn) {
-    return key_text(tables::fec_of(ftn), ftn.vrf_id);
+    return key_text(tables::fec_of(ftn), ftn.vrf_id) + state_of(ftn) +
+           (ftn.fec_route_deleted ? " for the route" : "");
 }
 std::string key_of(const Journal &, const dpm_ilm &ilm) {
-    return std::to_string(ilm.in_label);
+    return std::to_string(ilm.in_label) + state_of(ilm);
 }
 
 struct MirrorKind {
@@ -115,6 +126,7 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_host_entry>("dpm_host_entry", "host"),
     mirrored<dpm_ecmp_entry>("dpm_ecmp_entry", "ecmp"),
     mirrored<dpm_route_entry>("dpm_route_entry", "route"),
+    mirrored<dpm_mpls_if>("dpm_mpls_if", "mpls-if"),
     mirrored<dpm_ftn>("dpm_mpls_ftn", "ftn"),
     mirrored<dpm_ilm>("dpm_mpls_ilm", "ilm"),
 };
@@ -169,7 +181,8 @@ std::string Journal::chip_text(const std::string &line) {
         const std::string pair = at + 1 < words.size() ? words[at] + " " + words[at + 1] : "";
         if (words[at] == "family") {
             text += words[++at] == "1" ? " ipv4" : " ipv6";
-        } else if (has(usual_pairs, pair) && (pair != "vrf 0" || text != "if-vrf")) {
+        } else if ((has(usual_pairs, pair) && (pair != "vrf 0" || text != "if-vrf")) ||
+                   has(unnamed_indexes, words[at])) {
             ++at;
         } else if (text.starts_with("member") && (words[at] == "add" || words[at] == "remove")) {
             text.insert(6, words[at] == "add" ? "+" : "-");

@@ -2,8 +2,31 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
+#include "platform/dal.h"
 
 namespace chassis::tables {
+
+namespace {
+
+// The chip knows a tunnel by its prefix, and a VPN route by its own and its tunnel's.
+void want_ftn(const dpm_ftn &entry, Wanted &wanted) {
+    if (entry.flags != DPM_LABEL_PROGRAMMED)
+        return;
+    const bool is_vpn = entry.vrf_id != 0;
+    chip::FtnKey key{};
+    key.tunnel =
+        chip_key(0, is_vpn ? prefix_of(entry.vpn_nhop_af, entry.vpn_nhop, entry.vpn_prefixlen)
+                           : fec_of(entry));
+    if (is_vpn)
+        key.vpn = chip_key(entry.vrf_id & 0xFFFF, fec_of(entry));
+    key.tunnel_label = entry.tunnel_label;
+    key.vpn_label = is_vpn ? entry.vpn_label : DAL_NO_LABEL;
+    key.hop = hop_of(entry);
+    wanted.want<kinds::ftn>(key, chip::Ftn{entry.nhid, entry.tunnel_id, {}, {}});
+}
+
+} // namespace
 
 const TableOf<dpm_ftn> ftn{
     .each = walk<dpm_api_ftn_entry_first, dpm_api_ftn_entry_next>,
@@ -20,6 +43,7 @@ const TableOf<dpm_ftn> ftn{
         [](auto &entry, auto &) {
             entry.node = {};
             entry.pend = {};
+            entry.sdk_result = 0; // the master's: a refusal that changes nothing is not mirrored
             entry.stale = 0;
         },
     .columns = {{"vrf", TABLE_MEMBER(vrf_id)},
@@ -31,6 +55,7 @@ const TableOf<dpm_ftn> ftn{
                 {"+nhid", TABLE_MEMBER(nhid)},
                 {"+tunnel_id", TABLE_MEMBER(tunnel_id)},
                 {"+sdk_result", TABLE_MEMBER(sdk_result)}},
+    .in_chip = want_ftn,
     .waits_for = label_waits_for<dpm_ftn>,
     .why =
         [](auto &entry) {

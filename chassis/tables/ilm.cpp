@@ -2,8 +2,32 @@
 
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
+#include "chassis/tables/wanted.h"
+#include "platform/dal.h"
 
 namespace chassis::tables {
+
+namespace {
+
+void want_ilm(const dpm_ilm &entry, Wanted &wanted) {
+    if (entry.flags != DPM_LABEL_PROGRAMMED)
+        return;
+    chip::Ilm value{};
+    value.lookup = entry.is_egress;
+    value.label_type = entry.vrf_id ? DAL_ILM_VPN_LABEL : DAL_ILM_TUNNEL_LABEL;
+    const bool is_swap = !entry.is_egress && entry.swap_label != 0 && entry.swap_label != 3;
+    value.action = is_swap ? DAL_ILM_SWAP : DAL_ILM_POP;
+    value.out_label = entry.swap_label;
+    value.fec = chip_key(entry.vrf_id & 0xFFFF,
+                         prefix_of(entry.tunnel_ip_type, entry.fec_prefix, entry.prefixlen));
+    value.other = entry.ip_type;
+    value.hop = hop_of(entry);
+    value.nhid = entry.nhid;
+    value.tunnel_id = entry.tunnel_id;
+    wanted.want<kinds::ilm>(entry.in_label, value);
+}
+
+} // namespace
 
 const TableOf<dpm_ilm> ilm{
     .each = walk<dpm_api_ilm_entry_first, dpm_api_ilm_entry_next>,
@@ -16,6 +40,7 @@ const TableOf<dpm_ilm> ilm{
         [](auto &entry, auto &reading) {
             entry.node = {};
             entry.pend = {};
+            entry.sdk_result = 0; // the master's: a refusal that changes nothing is not mirrored
             entry.out_ifindex = leads(reading, entry.out_ifname, entry.out_ifindex);
         },
     .columns = {{"label", TABLE_MEMBER(in_label)},
@@ -28,6 +53,7 @@ const TableOf<dpm_ilm> ilm{
                 {"+nhid", TABLE_MEMBER(nhid)},
                 {"+tunnel_id", TABLE_MEMBER(tunnel_id)},
                 {"+sdk_result", TABLE_MEMBER(sdk_result)}},
+    .in_chip = want_ilm,
     .waits_for = label_waits_for<dpm_ilm>,
 };
 

@@ -18,6 +18,8 @@ void want_settings(Wanted &wanted) {
     wanted.want<kinds::hash_mode>({}, dpm_api_get_ecmp_hash());
     // A default route that goes gives its place to the CPU, in a VRF that was never enabled too.
     wanted.permit_any<kinds::cpu_default>(true);
+    // Label switching stays on where an interface is disabled.
+    wanted.permit_any<kinds::mpls_vlan>({});
 }
 
 Wanted wanted_of(const Reading &reading) {

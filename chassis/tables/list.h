@@ -12,6 +12,22 @@
 // The order is that of the answers of `digest` and `why`.
 #pragma once
 
+#include <algorithm>
+#include <string_view>
+
+namespace chassis::tables {
+
+// A row's name as it is typed, with dashes: typed_name<"mpls_if">.
+template <std::size_t Size> struct NameText {
+    consteval NameText(const char (&name)[Size]) {
+        std::ranges::replace_copy(name, text, '_', '-');
+    }
+    char text[Size]{};
+};
+template <NameText Name> constexpr std::string_view typed_name = Name.text;
+
+} // namespace chassis::tables
+
 // clang-format off
 #define CHASSIS_TABLES(T, ROW)                                                                     \
     T(ROW, interfaces,  dpm_if_entry,          local,    "L3 interfaces with their addresses")     \
@@ -22,6 +38,7 @@
     T(ROW, nexthops,    dpm_nexthop_entry,     mirrored, "The chip's next hops, shared by hosts")  \
     T(ROW, routes,      dpm_route_entry,       mirrored, "Routes, with their gateways' next hops") \
     T(ROW, ecmp,        dpm_ecmp_entry,        mirrored, "Groups of next hops, with their routes") \
+    T(ROW, mpls_if,     dpm_mpls_if,           mirrored, "Interfaces that take labels")            \
     T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
     T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \
     T(ROW, timers,      Timer,                 local,    "Timers that run, by what they are for")  \

@@ -16,24 +16,18 @@ namespace {
 
 constexpr unsigned group_capacity = 1024; // of the library, both families
 
-struct StandIn {
-    const char *what;   // "label" or "host"
-    bool is_programmed; // a label entry may wait behind the route
-};
-
 struct StandIns {
     explicit StandIns(const Reading &) {
         ftn.each([this](const dpm_ftn &entry) {
-            if (entry.vrf_id == 0)
-                held.emplace(chip_key(0, fec_of(entry)),
-                             StandIn{"label", entry.flags == DPM_LABEL_PROGRAMMED});
+            if (entry.vrf_id == 0 && entry.fec_route_deleted)
+                held.emplace(chip_key(0, fec_of(entry)), "label");
         });
         hosts.each([this](const dpm_host_entry &host) {
             if (!is_link_local(host.ip))
-                held.emplace(chip_key(host.vrf, host.ip), StandIn{"host", true});
+                held.emplace(chip_key(host.vrf, host.ip), "host");
         });
     }
-    std::map<chip::Address, StandIn> held;
+    std::map<chip::Address, std::string_view> held;
 };
 
 TwoForms gateways_of(const dpm_route_entry &route) {
@@ -54,18 +48,18 @@ TwoForms gateways_of(const dpm_route_entry &route) {
     return cell;
 }
 
-// What holds a route's place; null when the place is its own.
-const StandIn *stand_in(const dpm_route_entry &route, const Reading &reading) {
+// What holds a route's place, "label" or "host"; empty when the place is its own.
+std::string_view stand_in(const dpm_route_entry &route, const Reading &reading) {
     const auto &held = reading.made<StandIns>().held;
     const auto found = held.find(chip_key(route.vrf, route.destination));
-    return found == held.end() ? nullptr : &found->second;
+    return found == held.end() ? std::string_view() : found->second;
 }
 
 std::string state_of(const dpm_route_entry &route, const Reading &reading) {
     if (route.sdk_index <= 0)
         return "waits";
-    const StandIn *const other = stand_in(route, reading);
-    return other ? other->what : "chip";
+    const std::string_view other = stand_in(route, reading);
+    return std::string(other.empty() ? "chip" : other);
 }
 
 unsigned group_count() {
@@ -129,11 +123,8 @@ void want_route(const dpm_route_entry &route, Wanted &wanted) {
     std::optional<chip::Index> target;
     if (route.sdk_index > 0)
         target = chip::Index(route.sdk_index);
-    const StandIn *const other = stand_in(route, wanted.reading);
-    if (!other)
+    if (stand_in(route, wanted.reading).empty())
         wanted.want<kinds::entry>(key, target, Cause::drift);
-    else if (!other->is_programmed && target)
-        wanted.permit<kinds::entry>(key, *target);
     if (target && destination.prefix_len == 0)
         wanted.want<kinds::cpu_default>({destination.family, route.vrf}, false);
     else if (destination.prefix_len == 0 && is_in_chip(key, wanted)) // it was not let go
@@ -221,11 +212,11 @@ std::string why_gateway(const dpm_route_entry &route, std::uint32_t i, const Rea
 std::string why_route(const dpm_route_entry &route, const Reading &reading) {
     std::string text = "route " + prefix_text(route.destination) + ": ";
     const std::string missing = missing_of(route);
-    const StandIn *const other = stand_in(route, reading);
-    if (missing.empty() && other)
+    const std::string_view other = stand_in(route, reading);
+    if (missing.empty() && !other.empty())
         return text +
-               (other->what == std::string_view("label") ? "a label entry for the same prefix"
-                                                         : "the host of this address") +
+               (other == "label" ? "a label entry for the same prefix"
+                                 : "the host of this address") +
                " stands in its place\n";
     text += missing.empty() ? in_chip_text(reading.card.chip, route)
                             : "not in the chip: waits for " + missing;

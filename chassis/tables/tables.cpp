@@ -84,7 +84,7 @@ enum class Scope { mirrored, local, history };
 const std::vector<Table> &all() {
     static const std::vector<Table> tables = {
 #define CHASSIS_TABLE(ROW, name, record, scope, help)                                              \
-    table_of(#name, Scope::scope == Scope::mirrored, name),
+    table_of(typed_name<#name>, Scope::scope == Scope::mirrored, name),
         CHASSIS_TABLES(CHASSIS_TABLE, )
 #undef CHASSIS_TABLE
     };

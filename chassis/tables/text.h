@@ -56,6 +56,11 @@ template <class Entry> dpm_prefix fec_of(const Entry &entry) {
 template <class Entry> std::string tunnel_nexthop(const Entry &entry) {
     return address_text(entry.tunnel_ip_type, entry.tunnel_nhop);
 }
+template <class Entry> chip::LabelHop hop_of(const Entry &entry) {
+    const bool is_trunk = entry.port_type == DPM_PORT_LOGICAL;
+    return {std::uint32_t(is_trunk ? DPM_PORT_LOGICAL : DPM_PORT_PHYSICAL), entry.out_port,
+            std::uint16_t(entry.svlan), mac_of(entry.mac)};
+}
 template <class Entry> std::string label_state(const Entry &entry) {
     return entry.flags == DPM_LABEL_PROGRAMMED ? "chip"
            : entry.flags == DPM_LABEL_WAITING  ? "waits"

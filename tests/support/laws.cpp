@@ -122,6 +122,24 @@ unsigned indexed_gateways(const dpm_route_index &index, Lines &lines) {
     return count;
 }
 
+// A VPN route that went with its tunnel does not wait on the card that withdrew it.
+void check_label_indexes(Lines &lines) {
+    const dpm_index &index = g_dpm_index;
+    expect_equal("FTNs by end", dpm::ftns().count(), index.ftn_by_end.numnodes, lines);
+    expect_equal("FTNs by next hop", dpm::ftns().count(), index.ftn_by_nexthop.numnodes, lines);
+    expect_equal("ILMs by next hop", dpm::ilms().count(), index.ilm_by_nexthop.numnodes, lines);
+    const auto waits = [](const auto &entry) { return entry.flags == DPM_LABEL_WAITING; };
+    const unsigned ftns = checked_length("pending FTNs", g_dpm_vpn.pend_ftn_list, lines);
+    const unsigned ilms = checked_length("pending ILMs", g_dpm_vpn.pend_ilm_list, lines);
+    expect_equal("pending FTNs and their index", ftns, index.ftn_waiting.numnodes, lines);
+    expect_equal("pending ILMs and their index", ilms, index.ilm_waiting.numnodes, lines);
+    expect_equal("pending FTNs", ftns,
+                 waiting(dpm::ftns(), [&](auto &ftn) { return waits(ftn) && !ftn.stale; }), lines);
+    expect_equal("pending ILMs", ilms,
+                 waiting(dpm::ilms(), [&](auto &ilm) { return !ilm.is_egress && waits(ilm); }),
+                 lines);
+}
+
 void check_route_indexes(Lines &lines) {
     unsigned gateways = 0, indexed = 0;
     for (const std::uint32_t family : families) {
@@ -142,15 +160,7 @@ void check_route_indexes(Lines &lines) {
             lines.push_back("the numbers of routes by length are wrong");
     }
     expect_equal("gateways and their index", gateways, indexed, lines);
-    expect_equal("tunnel FTNs and their index",
-                 waiting(dpm::ftns(), [](const dpm_ftn &ftn) { return ftn.vrf_id == 0; }),
-                 g_dpm_index.ftn_by_fec.numnodes, lines);
-    const auto waits = [](const auto &entry) { return entry.flags == DPM_LABEL_WAITING; };
-    expect_equal("pending FTNs", checked_length("pending FTNs", g_dpm_vpn.pend_ftn_list, lines),
-                 waiting(dpm::ftns(), waits), lines);
-    expect_equal("pending ILMs", checked_length("pending ILMs", g_dpm_vpn.pend_ilm_list, lines),
-                 waiting(dpm::ilms(), [&](auto &ilm) { return !ilm.is_egress && waits(ilm); }),
-                 lines);
+    check_label_indexes(lines);
 }
 
 unsigned route_timers() {
@@ -172,7 +182,10 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_global.tunnel_tree), TREE(g_dpm_global.tunnel_port_tree),
         TREE(g_dpm_global.policy_route_tree), TREE(g_dpm_index.unreachable_by_address),
         TREE(g_dpm_index.hold_by_address), TREE(g_dpm_index.nexthop_by_sdk_index),
-        TREE(g_dpm_vpn.ftn_tree), TREE(g_dpm_vpn.ilm_tree), TREE(g_dpm_index.ftn_by_fec),
+        TREE(g_dpm_vpn.ftn_tree), TREE(g_dpm_vpn.ilm_tree), TREE(g_dpm_vpn.mpls_if_tree),
+        TREE(g_dpm_index.ftn_by_end), TREE(g_dpm_index.ftn_by_nexthop),
+        TREE(g_dpm_index.ftn_waiting), TREE(g_dpm_index.ilm_by_nexthop),
+        TREE(g_dpm_index.ilm_waiting),
         TREE(g_dpm_index.ipv4_routes.by_gateway), TREE(g_dpm_index.ipv6_routes.by_gateway),
         TREE(g_dpm_index.ipv4_routes.unmasked), TREE(g_dpm_index.ipv6_routes.unmasked)};
     // clang-format on

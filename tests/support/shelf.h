@@ -37,23 +37,6 @@ struct Neighbour {
     unsigned vrf = 0; // that the IP stack knows it in
 };
 
-// A label entry for a prefix: a tunnel in VRF 0, a VPN route in another.
-struct Ftn {
-    std::string prefix = "10.2.0.0/16";
-    std::string nhop = "10.1.1.2";
-    unsigned vrf = 0;
-    unsigned label = 1000;
-    unsigned flags = DPM_LABEL_PROGRAMMED;
-};
-
-struct Ilm {
-    unsigned label = 2000;
-    std::string nhop = "10.1.1.2";
-    std::string ifname = "vlanif100"; // outgoing
-    unsigned flags = DPM_LABEL_PROGRAMMED;
-    bool egress = false;
-};
-
 using Words = std::vector<std::string>;
 Words words_of(const std::string &text);
 std::string word_behind(const Words &words, const std::string &word, const char *otherwise = "");
@@ -62,8 +45,6 @@ std::string word_behind(const Words &words, const std::string &word, const char 
 dpm_prefix prefix_of(const std::string &text); // "10.1.1.2" or "2001:db8::/64"
 std::string text_of(const dpm_prefix &ip);
 dpm_host_info info_of(const Card &card, const Neighbour &neighbour);
-dpm_ftn record_of(const Ftn &ftn);
-dpm_ilm record_of(const Card &card, const Ilm &ilm);
 
 // Each of several calls, in their order, answers `wanted`.
 void expect_all(int wanted, std::initializer_list<int> answers);
@@ -100,9 +81,9 @@ public:
     // A command, as dpmctl gives it: settings and events of links to both cards, settings again to
     // one that comes later, anything else to the master.  Time passes as by advance().  What a
     // neighbour's command leaves open is vlanif100, and a MAC that ends as its address does.  The
-    // rig's own commands are ftn add|del PREFIX [via IP] [vrf VRF] [label LABEL] [waits], which is
-    // refused when the chip does not let a route go and the entry waits, and ilm add|del LABEL [via
-    // IP] [dev NAME] [waits] [egress].
+    // rig's own commands, told to the master as the routing suite would, are ftn add|del PREFIX
+    // [via IP] [dev NAME] [vrf VRF] [label LABEL] [remote IP], ilm add|del LABEL [via IP] [dev NAME]
+    // [vrf VRF] [swap LABEL] [fec PREFIX] [egress], and mpls add|del NAME [space NUMBER].
     ctl::Reply run(const std::string &command);
     ctl::Reply run_on(Card &card, const std::string &command);
 
@@ -152,6 +133,7 @@ public:
     auto groups(Card &card) { return all(card, chassis::tables::ecmp); }
     auto ftns(Card &card) { return all(card, chassis::tables::ftn); }
     auto ilms(Card &card) { return all(card, chassis::tables::ilm); }
+    auto mpls_ifs(Card &card) { return all(card, chassis::tables::mpls_if); }
     // The record in the table, or null.
     dpm_route_entry *route(Card &card, const std::string &prefix, unsigned vrf = 0);
     // What the chip answers for an address: "10.2.0.0/16 -> 10.1.1.2 10.1.1.3", the hosts by

@@ -79,7 +79,7 @@ std::string hash_text(std::uint64_t hash) {
 
 #define CTL_SHOW_HANDLER(ROW, name, record, scope, help)                                           \
     Reply show_##name(Command &command) {                                                          \
-        return show(command, #name);                                                               \
+        return show(command, tables::typed_name<#name>);                                           \
     }
 CHASSIS_TABLES(CTL_SHOW_HANDLER, )
 #undef CTL_SHOW_HANDLER

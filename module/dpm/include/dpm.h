@@ -72,7 +72,12 @@ struct dpm_index {
     dpm_avl_tree unreachable_by_address;
     dpm_avl_tree hold_by_address;
     dpm_avl_tree nexthop_by_sdk_index;
-    dpm_avl_tree ftn_by_fec;
+    dpm_avl_tree ftn_by_end;
+    dpm_avl_tree ftn_by_nexthop;
+    dpm_avl_tree ftn_waiting;
+    dpm_avl_tree ilm_by_nexthop;
+    dpm_avl_tree ilm_waiting;
+    std::uint64_t label_waits; // label entries that came to wait so far
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;
     std::uint32_t hash_seed;

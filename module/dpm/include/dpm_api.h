@@ -234,12 +234,89 @@ struct dpm_route_msg {
     uint32_t np_num; /* 8 at most */
 };
 
+#define DPM_MPLS_IF_ENABLED 1 /* flags of an MPLS interface: the chip takes its labels */
+#define DPM_MPLS_IF_REFUSED 2 /* the chip would not */
+
+/* What the routing suite tells about an MPLS interface. */
+struct dpm_mpls_if_msg {
+    uint32_t ifindex;
+    char ifname[DPM_IFNAME_BYTES]; /* terminated */
+    uint32_t label_space;
+    uint32_t unused;
+};
+
+/* An interface that takes packets with labels. */
+struct dpm_mpls_if {
+    struct dpm_avl_node node;
+    uint32_t ifindex; /* card-local: another on the peer card; all ones where there is none */
+    char ifname[DPM_IFNAME_BYTES]; /* terminated */
+    uint32_t label_space;          /* the suite's number */
+    uint32_t word;
+    uint16_t vlan_id; /* of the interface */
+    uint8_t flags;    /* DPM_MPLS_IF_* */
+    uint8_t reserved;
+    int32_t sdk_result; /* of the refusal */
+};
+
 #define DPM_LABEL_NEW 0        /* flags of a label entry: not tried yet */
 #define DPM_LABEL_PROGRAMMED 1 /* in the chip */
 #define DPM_LABEL_WAITING 2    /* on the pend list */
 
-#define DPM_FTN_MSG_BYTES 114 /* the routing suite's FTN request */
-#define DPM_ILM_MSG_BYTES 165 /* the routing suite's ILM request */
+#define DPM_LABEL_CAPACITY 4096 /* label entries of all kinds together */
+
+#define DPM_FTN_MSG_BYTES 114 /* struct dpm_ftn_msg */
+#define DPM_ILM_MSG_BYTES 165 /* struct dpm_ilm_msg */
+
+/* What the routing suite tells about a prefix and its labels.  Addresses are as long as their
+ * families say. */
+struct dpm_ftn_msg {
+    uint32_t vrf_id;
+    uint32_t family; /* of the FEC */
+    uint8_t fec_prefix[16];
+    uint8_t pro_type;
+    uint8_t prefixlen;
+    uint8_t unused1[2];
+    uint32_t tunnel_label; /* of a VPN route: not used, the tunnel has its own */
+    uint8_t unused2[8];
+    uint8_t tunnel_ip_type;
+    uint8_t tunnel_nhop[16];
+    uint32_t ifindex; /* where the next hop is */
+    uint32_t vpn_label;
+    uint8_t vpn_nhop_af;
+    uint8_t vpn_nhop[16]; /* the FEC of the tunnel that carries a VPN route */
+    uint8_t unused3[16];
+    uint32_t ftn_ix;
+    uint8_t unused4;
+    uint8_t ftn_type;
+    uint8_t owner;
+    uint8_t unused5[9];
+} __attribute__((packed));
+
+/* What the routing suite tells about an incoming label. */
+struct dpm_ilm_msg {
+    uint32_t ilm_ix;
+    uint32_t in_label;
+    uint32_t in_ifindex;
+    uint8_t unused1;
+    uint8_t opcode;
+    uint8_t is_egress;
+    uint8_t unused2;
+    uint8_t tunnel_ip_type;
+    uint8_t tunnel_nhop[16]; /* where the packet goes; not used at an egress */
+    uint32_t out_ifindex;
+    uint8_t unused3[64];
+    uint32_t swap_label;
+    uint32_t word;
+    uint32_t tunnel_label;
+    uint32_t family; /* of the FEC */
+    uint8_t fec_prefix[16];
+    uint8_t prefixlen;
+    uint8_t protocol;
+    uint8_t unused4[2];
+    uint32_t tnl_ix;
+    uint32_t vrf_id;
+    uint8_t unused5[20];
+} __attribute__((packed));
 
 /* FEC to label: to reach this prefix, push these labels and send to this neighbour.  Addresses are
  * 16 bytes, IPv4 in the first four with the rest zero. */
@@ -272,7 +349,7 @@ struct dpm_ftn {
     uint32_t nhid;              /* the chip's next hop; 0: not programmed */
     uint32_t tunnel_id;         /* the chip's tunnel; 0: not programmed */
     uint32_t port_type;         /* DPM_PORT_* */
-    uint32_t stale;             /* card-local: being added again */
+    uint32_t stale;             /* card-local: out of the chip since its tunnel went */
 } __attribute__((packed));
 
 /* Incoming label: swap, pop or terminate. */
@@ -552,8 +629,18 @@ DPM_API int dpm_ipv6_route_cnt_show(void);
 
 /* ---- labels ---------------------------------------------------------------------------------- */
 
-/* Adds or deletes a label entry: the suite's request record of DPM_FTN_MSG_BYTES or
- * DPM_ILM_MSG_BYTES.  Any thread; 0 or -1. */
+/* Enables (DPM_OPER_ADD) or disables label switching on an interface: a struct dpm_mpls_if_msg.  Any
+ * thread; 0 or -1. */
+DPM_API int dpm_api_set_mpls_if_proc(const void *request, uint32_t oper);
+
+/* First MPLS interface, and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_mpls_if *dpm_api_mpls_if_first(void);
+DPM_API const struct dpm_mpls_if *dpm_api_mpls_if_next(const struct dpm_mpls_if *entry);
+
+DPM_API void dpm_mpls_if_table_show(void);
+
+/* Adds or deletes a label entry: a struct dpm_ftn_msg or dpm_ilm_msg; a delete needs what makes its
+ * key.  Any thread; 0 or -1. */
 DPM_API int dpm_api_set_mpls_ftn_proc(const void *request, uint32_t oper);
 DPM_API int dpm_api_set_mpls_ilm_proc(const void *request, uint32_t oper);
 
@@ -598,6 +685,9 @@ DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
     ROW(dpm_route_entry_add_sync_receive,        struct dpm_route_entry,    ENTRY)         \
     ROW(dpm_route_entry_del_sync_receive,        struct dpm_route_entry,    ENTRY)         \
     ROW(dpm_route_entry_sync_all_receive,        struct dpm_route_entry,    TABLE)         \
+    ROW(dpm_mpls_if_add_sync_receive,            struct dpm_mpls_if,        ENTRY)         \
+    ROW(dpm_mpls_if_del_sync_receive,            struct dpm_mpls_if,        ENTRY)         \
+    ROW(dpm_mpls_if_sync_all_receive,            struct dpm_mpls_if,        TABLE)         \
     ROW(dpm_mpls_ftn_add_sync_receive,           struct dpm_ftn,            ENTRY)         \
     ROW(dpm_mpls_ftn_del_sync_receive,           struct dpm_ftn,            ENTRY)         \
     ROW(dpm_mpls_ftn_sync_all_receive,           struct dpm_ftn,            TABLE)         \

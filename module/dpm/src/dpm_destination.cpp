@@ -33,6 +33,23 @@ bool is_held_by(destination_rank rank, std::uint32_t vrf, const dpm_prefix &dest
     return is_held(static_cast<int>(rank), vrf, destination);
 }
 
+bool is_claimed_by(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination) {
+    const destination_owner &owner = owner_of(static_cast<int>(rank));
+    return owner.claims != nullptr && owner.claims(vrf, destination);
+}
+
+bool taken_above(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination) {
+    for (int above = rank_count - 1; above > static_cast<int>(rank); above--) {
+        const destination_owner &owner = owner_of(above);
+        if (owner.claims == nullptr || !owner.claims(vrf, destination))
+            continue;
+        if (owner.take_over != nullptr)
+            owner.take_over(vrf, destination);
+        return true;
+    }
+    return false;
+}
+
 bool is_held_above(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination) {
     for (int above = rank_count - 1; above > static_cast<int>(rank); above--)
         if (is_held(above, vrf, destination))

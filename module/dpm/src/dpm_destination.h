@@ -5,6 +5,8 @@
 // route.  The others have given way.
 //
 //   holds       the chip's entry for the destination is this owner's
+//   claims      the owner has an entry that would hold the destination if it came now
+//   takes over  one below it comes to a destination that the owner claims: it holds it from now on
 //   gives way   the owner lets one above it have the chip's entry
 //   takes back  the owner puts its entry into the chip again, unless one above it holds the
 //               destination
@@ -32,6 +34,8 @@ enum class way {
 // What an owner does; null: it never does.
 struct destination_owner {
     bool (*holds)(std::uint32_t vrf, const dpm_prefix &destination);
+    bool (*claims)(std::uint32_t vrf, const dpm_prefix &destination);
+    void (*take_over)(std::uint32_t vrf, const dpm_prefix &destination);
     // 0, or the driver's answer when the chip would not let go.
     int (*give_way)(std::uint32_t vrf, const dpm_prefix &destination, way how,
                     const call_site &caller);
@@ -43,7 +47,11 @@ struct destination_owner {
 void destination_register(destination_rank rank, const destination_owner &owner);
 
 bool is_held_by(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);
+bool is_claimed_by(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);
 bool is_held_above(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);
+
+// An owner comes: whether one above it claims the destination, which that one then holds.
+bool taken_above(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);
 
 // An owner comes: those below it give way.  0, or the last answer that is not.
 int give_way_below(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination, way how,

@@ -140,7 +140,9 @@ int make_whole(dpm_host_entry &host) {
 
 constexpr dpm::destination_owner dpm::host_owner = {
     .holds = dpm::has_chip_host,
-    .give_way = nullptr, // a host keeps its entry beside a label entry
+    .claims = dpm::has_chip_host,
+    .take_over = nullptr, // a host in the chip holds already
+    .give_way = nullptr,  // a host keeps its entry beside a label entry
     .take_back = nullptr,
 };
 

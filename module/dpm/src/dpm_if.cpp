@@ -16,6 +16,7 @@
 #include "dpm_driver.h"
 #include "dpm_memory.h"
 #include "dpm_trace.h"
+#include "dpm_vpn_l2vpn.h"
 
 #include <cstring>
 
@@ -235,5 +236,6 @@ int dpm_trunk_member_change_notify(const dpm_trunk_member_msg *body, std::uint32
         return dpm::null_parameter();
     DPM_TRACE("[%s:%d] type %d trunkid %d port %d oper %d\r\n", body->type, body->trunk_id,
               body->port, oper);
+    (void)dpm_vpn_trunk_func(body->trunk_id);
     return 0;
 }

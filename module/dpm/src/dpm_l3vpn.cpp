@@ -3,65 +3,46 @@
 // An entry is new (0), in the chip (1) or waiting on its pend list (2).  It is created by the adds
 // below, or from a mirrored image on the standby card, and freed by the deletes, which unlink it
 // from the pend list first.  The tunnel next hop is part of an FTN's key: one prefix over two label
-// paths is two entries.  Beside each tunnel FTN, card-locally, stands its place in the index by
-// FEC.
-#include "dpm_l3vpn.h"
+// paths is two entries.  Each entry keeps its places in the indexes beside it (dpm_l3vpn_record.h).
+#include "dpm_l3vpn_record.h"
 
-#include "dpm.h"
 #include "dpm_if.h"
 #include "dpm_trace.h"
-#include "dpm_vpn.h"
-#include "dpm_vpn_table.h"
 
 namespace {
 
-// What the two tables have in common, told once for each.
-struct ftn_record {
-    dpm_ftn entry; // first: the table sees this alone
-    dpm_avl_node by_fec;
-    std::uint32_t sync; // that brought it
-};
+using dpm::ftn_kind;
+using dpm::ilm_kind;
 
-int fec_order(const ftn_record &a, const ftn_record &b) {
-    if (const int order = dpm_fec_addr_cmp(a.entry.fec_prefix, b.entry.fec_prefix))
-        return order;
-    return dpm_mpls_ftn_compare(&a.entry, &b.entry);
+// An entry that is there already comes to stand as the newest.
+template <class Entry> int pend_add(Entry *entry, const dpm::call_site &caller) {
+    if (entry == nullptr)
+        return -1;
+    dpm::unpend(*entry);
+    dpm::pend(*entry);
+    DPM_LOG_FROM(caller, "%s:%d list_empty=%d\n\r", dpm::kind_of<Entry>::pending().empty());
+    return 0;
 }
 
-// Tunnel FTNs (VRF 0) by FEC, and by table order within one.
-using fec_index = dpm::avl_table<ftn_record, fec_order, offsetof(ftn_record, by_fec)>;
-fec_index by_fec() {
-    return fec_index(g_dpm_index.ftn_by_fec);
+template <class Entry> int pend_del(Entry *entry) {
+    if (entry == nullptr || dpm::kind_of<Entry>::pending().empty())
+        return -1;
+    dpm::unpend(*entry);
+    return 0;
 }
 
-struct ftn_kind {
-    using entry = dpm_ftn;
-    using record = ftn_record;
-    static dpm::ftn_table table() { return dpm::ftns(); }
-    static int del(dpm_ftn *entry) { return dpm_mpls_ftn_del(entry); }
-    static void index(ftn_record &record) {
-        if (record.entry.vrf_id == 0)
-            (void)by_fec().add(record);
-    }
-    static void unindex(ftn_record &record) {
-        if (record.entry.vrf_id == 0)
-            by_fec().remove(record);
-    }
-};
+// Keys are unique in the table, so the entry with the key is the only one that can wait with it.
+template <class Entry> Entry *find_pending(const Entry &key) {
+    Entry *entry = dpm::kind_of<Entry>::table().find(key);
+    return entry != nullptr && dpm::is_pending(*entry) ? entry : nullptr;
+}
 
-struct ilm_record {
-    dpm_ilm entry;
-    std::uint32_t sync;
-};
-
-struct ilm_kind {
-    using entry = dpm_ilm;
-    using record = ilm_record;
-    static dpm::ilm_table table() { return dpm::ilms(); }
-    static int del(dpm_ilm *entry) { return dpm_mpls_ilm_del(entry); }
-    static void index(ilm_record &) {}
-    static void unindex(ilm_record &) {}
-};
+// What an FTN alone remembers while a request replaces it.
+void keep_own(dpm_ftn &image, const dpm_ftn &entry) {
+    image.fec_route_deleted = entry.fec_route_deleted;
+    image.stale = entry.stale;
+}
+void keep_own(dpm_ilm &, const dpm_ilm &) {}
 
 // A mirrored address as it is kept: four bytes of an IPv4 address, the rest zero.
 void trim_address(std::uint8_t *address, std::uint8_t family) {
@@ -74,29 +55,16 @@ template <class Entry> void clear_links(Entry &image) {
     image.pend = {};
 }
 
-// Whether a tunnel FTN stands for exactly this prefix.  Tunnels are VRF 0's, so the routes of other
-// VRFs never meet one.
-bool has_tunnel_ftn(std::uint32_t vrf, const dpm_prefix &destination) {
-    if (vrf != 0 || dpm::ftns().empty())
-        return false;
-    ftn_record key = {}; // zero-padded, as label entries keep their addresses
-    std::memcpy(key.entry.fec_prefix, destination.address, dpm::address_bytes(destination.family));
-    for (ftn_record *record = by_fec().find_from(key); record != nullptr;
-         record = by_fec().next(*record)) {
-        if (dpm_fec_addr_cmp(record->entry.fec_prefix, key.entry.fec_prefix) != 0)
-            return false;
-        if (record->entry.ip_type == destination.family &&
-            record->entry.prefixlen == destination.prefix_len)
-            return true;
-    }
-    return false;
+dpm_ftn *tunnel_from(ftn_record *record, std::uint32_t family, const std::uint8_t *end) {
+    for (; record != nullptr && record->entry.vrf_id == 0 &&
+           dpm_fec_addr_cmp(record->entry.fec_prefix, end) == 0;
+         record = ftn_kind::by_end().next(*record))
+        if (record->entry.ip_type == family)
+            return &record->entry;
+    return nullptr;
 }
 
 } // namespace
-
-// A label entry holds from its insertion on, and nobody stands above it.
-constexpr dpm::destination_owner dpm::label_owner = {
-    .holds = has_tunnel_ftn, .give_way = nullptr, .take_back = nullptr};
 
 namespace dpm {
 
@@ -107,42 +75,96 @@ ilm_table ilms() {
     return ilm_table(g_dpm_vpn.ilm_tree);
 }
 
-pend_ftn_list pend_ftns() {
-    return pend_ftn_list(g_dpm_vpn.pend_ftn_list);
+pend_list<dpm_ftn> pend_ftns() {
+    return pend_list<dpm_ftn>(g_dpm_vpn.pend_ftn_list);
 }
-pend_ilm_list pend_ilms() {
-    return pend_ilm_list(g_dpm_vpn.pend_ilm_list);
-}
-
-bool is_same_pending(const dpm_ftn &a, const dpm_ftn &b) {
-    return a.prefixlen == b.prefixlen && a.vrf_id == b.vrf_id &&
-           dpm_fec_addr_cmp(a.fec_prefix, b.fec_prefix) == 0 &&
-           dpm_fec_addr_cmp(a.tunnel_nhop, b.tunnel_nhop) == 0;
-}
-bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b) {
-    return a.in_label == b.in_label;
+pend_list<dpm_ilm> pend_ilms() {
+    return pend_list<dpm_ilm>(g_dpm_vpn.pend_ilm_list);
 }
 
 void ftn_tables_create() {
     ftns().create();
-    by_fec().create();
+    ftn_kind::by_end().create();
+    ftn_kind::by_nexthop().create();
+    ftn_kind::waiting().create();
 }
 
 void ilm_tables_create() {
     ilms().create();
+    ilm_kind::by_nexthop().create();
+    ilm_kind::waiting().create();
+}
+
+template <class Entry> void pend(Entry &entry) {
+    auto &record = record_of(entry);
+    record.waits_since = ++g_dpm_index.label_waits;
+    (void)kind_of<Entry>::waiting().add(record);
+    kind_of<Entry>::pending().add(entry);
+}
+
+template <class Entry> void unpend(Entry &entry) {
+    if (!is_pending(entry))
+        return;
+    kind_of<Entry>::waiting().remove(record_of(entry));
+    kind_of<Entry>::pending().remove(entry);
+}
+
+// A waiting entry keeps its place on the pend list.
+template <class Entry> void label_replace(Entry &entry, Entry image) {
+    auto &record = record_of(entry);
+    const bool waits = is_pending(entry);
+    image.node = entry.node;
+    image.pend = entry.pend;
+    image.flags = entry.flags;
+    image.sdk_result = entry.sdk_result;
+    image.nhid = entry.nhid;
+    image.tunnel_id = entry.tunnel_id;
+    keep_own(image, entry);
+    kind_of<Entry>::unindex(record);
+    if (waits)
+        kind_of<Entry>::waiting().remove(record);
+    entry = image;
+    kind_of<Entry>::index(record);
+    if (waits)
+        (void)kind_of<Entry>::waiting().add(record);
+}
+
+#define DPM_FOR_LABELS(Entry)                                                                      \
+    template void pend(Entry &);                                                                   \
+    template void unpend(Entry &);                                                                 \
+    template void label_replace(Entry &, Entry);
+DPM_FOR_LABELS(dpm_ftn)
+DPM_FOR_LABELS(dpm_ilm)
+#undef DPM_FOR_LABELS
+
+// The outgoing interface travels to the peer by name: indexes are card-local.
+void label_name_interface(dpm_ilm &ilm) {
+    std::memset(ilm.out_ifname, 0, sizeof ilm.out_ifname);
+    (void)dpm_if_get_ifnamebyindex(ilm.out_ifindex, ilm.out_ifname);
 }
 
 std::uint32_t &label_sync_of(dpm_ftn &entry) {
-    return record_of<ftn_kind>(entry).sync;
+    return record_of(entry).sync;
 }
 std::uint32_t &label_sync_of(dpm_ilm &entry) {
-    return record_of<ilm_kind>(entry).sync;
+    return record_of(entry).sync;
 }
 
 void trim(dpm_ftn &image) {
     trim_address(image.fec_prefix, image.ip_type);
     trim_address(image.tunnel_nhop, image.tunnel_ip_type);
     trim_address(image.vpn_nhop, image.vpn_nhop_af);
+}
+
+dpm_ftn *first_tunnel_to(std::uint32_t family, const std::uint8_t *end) {
+    ftn_record key = {};
+    std::memcpy(key.entry.fec_prefix, end, sizeof key.entry.fec_prefix);
+    return tunnel_from(ftn_kind::by_end().find_from(key), family, end);
+}
+
+dpm_ftn *next_tunnel_to(dpm_ftn &tunnel) {
+    return tunnel_from(ftn_kind::by_end().next(record_of(tunnel)), tunnel.ip_type,
+                       tunnel.fec_prefix);
 }
 
 } // namespace dpm
@@ -164,7 +186,9 @@ int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b) {
         return a->prefixlen < b->prefixlen ? -1 : 1;
     if (const int order = dpm_fec_addr_cmp(a->tunnel_nhop, b->tunnel_nhop))
         return order;
-    return dpm_fec_addr_cmp(a->fec_prefix, b->fec_prefix);
+    if (const int order = dpm_fec_addr_cmp(a->fec_prefix, b->fec_prefix))
+        return order;
+    return dpm::three_way(a->ip_type, b->ip_type); // 0.0.0.0/0 is not ::/0
 }
 
 int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b) {
@@ -190,10 +214,8 @@ dpm_ftn *dpm_mpls_ftn_add(dpm_ftn record) {
     return entry;
 }
 
-// The outgoing interface travels to the peer by name: indexes are card-local.
 dpm_ilm *dpm_mpls_ilm_add(dpm_ilm record) {
-    std::memset(record.out_ifname, 0, sizeof record.out_ifname);
-    (void)dpm_if_get_ifnamebyindex(record.out_ifindex, record.out_ifname);
+    dpm::label_name_interface(record);
     record.owner = 0;
     dpm_ilm *entry = dpm::vpn_insert<ilm_kind>(record);
     if (entry != nullptr)
@@ -206,7 +228,7 @@ int dpm_mpls_ftn_del(dpm_ftn *entry) {
         return -1;
     DPM_PLAIN("dpm_mpls_ftn_del::avl_count=%d ftn = %p list_empty=%d\r\n", dpm::ftns().count(),
               static_cast<void *>(entry), dpm::pend_ftns().empty());
-    dpm::pend_ftns().forget(*entry);
+    dpm::unpend(*entry);
     DPM_PLAIN("dpm_mpls_ftn_del::avl_count=%d list_empty=%d\r\n", dpm::ftns().count(),
               dpm::pend_ftns().empty());
     dpm::vpn_remove<ftn_kind>(*entry);
@@ -218,7 +240,7 @@ int dpm_mpls_ftn_del(dpm_ftn *entry) {
 int dpm_mpls_ilm_del(dpm_ilm *entry) {
     if (entry == nullptr)
         return -1;
-    dpm::pend_ilms().forget(*entry);
+    dpm::unpend(*entry);
     DPM_PLAIN("dpm_mpls_ilm_del::avl_count=%d\r\n", dpm::ilms().count());
     dpm::vpn_remove<ilm_kind>(*entry);
     DPM_PLAIN("dpm_mpls_ilm_del::avl_count=%d\r\n", dpm::ilms().count());
@@ -226,48 +248,27 @@ int dpm_mpls_ilm_del(dpm_ilm *entry) {
 }
 
 int dpm_mpls_pend_ftn_add(dpm_ftn *entry) {
-    if (entry == nullptr)
-        return -1;
-    dpm::pend_ftns().add(*entry);
-    DPM_TRACE("%s:%d list_empty=%d\n\r", dpm::pend_ftns().empty());
-    return 0;
+    return pend_add(entry, DPM_CALL_SITE);
 }
 
 int dpm_mpls_pend_ilm_add(dpm_ilm *entry) {
-    if (entry == nullptr)
-        return -1;
-    dpm::pend_ilms().add(*entry);
-    DPM_TRACE("%s:%d list_empty=%d\n\r", dpm::pend_ilms().empty());
-    return 0;
+    return pend_add(entry, DPM_CALL_SITE);
 }
 
 int dpm_mpls_pend_ftn_del(dpm_ftn *entry) {
-    return dpm::pend_ftns().remove(entry);
+    return pend_del(entry);
 }
 
 int dpm_mpls_pend_ilm_del(dpm_ilm *entry) {
-    return dpm::pend_ilms().remove(entry);
+    return pend_del(entry);
 }
 
 dpm_ftn *dpm_mpls_pend_ftn_lookup(dpm_ftn key) {
-    return dpm::pend_ftns().find(key);
+    return find_pending(key);
 }
 
 dpm_ilm *dpm_mpls_pend_ilm_lookup(dpm_ilm key) {
-    return dpm::pend_ilms().find(key);
-}
-
-dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address) {
-    if (address == nullptr) {
-        (void)dpm::null_parameter();
-        return nullptr;
-    }
-    ftn_record key = {};
-    std::memcpy(key.entry.fec_prefix, address, sizeof key.entry.fec_prefix);
-    ftn_record *record = by_fec().find_from(key);
-    if (record == nullptr || dpm_fec_addr_cmp(record->entry.fec_prefix, address) != 0)
-        return nullptr;
-    return &record->entry;
+    return find_pending(key);
 }
 
 dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image) {
@@ -277,8 +278,8 @@ dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image) {
     dpm_ftn *entry = dpm::vpn_insert<ftn_kind>(image, true);
     if (entry == nullptr)
         return nullptr;
-    if (entry->flags == DPM_LABEL_WAITING && dpm::pend_ftns().find(*entry) == nullptr)
-        dpm::pend_ftns().add(*entry);
+    if (entry->flags == DPM_LABEL_WAITING)
+        dpm::pend(*entry);
     DPM_PLAIN("dpm_mpls_ftn_add_for_salve::avl_count=%d\r\n", dpm::ftns().count());
     return entry;
 }
@@ -290,9 +291,8 @@ dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image) {
     dpm_ilm *entry = dpm::vpn_insert<ilm_kind>(image, true);
     if (entry == nullptr)
         return nullptr;
-    if (entry->is_egress == 0 && entry->flags == DPM_LABEL_WAITING &&
-        dpm::pend_ilms().find(*entry) == nullptr)
-        dpm::pend_ilms().add(*entry);
+    if (entry->is_egress == 0 && entry->flags == DPM_LABEL_WAITING)
+        dpm::pend(*entry);
     DPM_PLAIN("dpm_mpls_ilm_add::avl_count=%d\r\n", dpm::ilms().count());
     return entry;
 }

@@ -88,6 +88,16 @@ std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len);
 dpm_ftn *dpm_mpls_ftn_add_for_salve(dpm_ftn image);
 dpm_ilm *dpm_mpls_ilm_add_for_slave(dpm_ilm image);
 
+// Events: a neighbour came or goes (a dependant of the host table), all in all, for the one or the
+// other, and for VPN routes alone.  0 or -1.
+int dpm_mpls_ftn_arp_pro(const dpm_host_entry *host, std::uint32_t event);
+int dpm_mpls_arp_add_msg(const dpm_host_entry *host);
+int dpm_mpls_arp_del_msg(const dpm_host_entry *host);
+int dpm_mpls_vpn_ftn_proc_for_arp(std::uint32_t event, const dpm_host_entry *host);
+
+// At start-up: labels of maintenance packets need nothing of the chip; 0.
+int dpm_mpls_oam_ipuc_ilm_enable();
+
 namespace dpm {
 
 inline int ftn_order(const dpm_ftn &a, const dpm_ftn &b) {
@@ -103,12 +113,8 @@ ftn_table ftns();
 ilm_table ilms();
 
 // The lists of those that wait.
-bool is_same_pending(const dpm_ftn &a, const dpm_ftn &b);
-bool is_same_pending(const dpm_ilm &a, const dpm_ilm &b);
-using pend_ftn_list = pend_list<dpm_ftn, is_same_pending>;
-using pend_ilm_list = pend_list<dpm_ilm, is_same_pending>;
-pend_ftn_list pend_ftns();
-pend_ilm_list pend_ilms();
+pend_list<dpm_ftn> pend_ftns();
+pend_list<dpm_ilm> pend_ilms();
 
 // Addresses as they are kept: four bytes of an IPv4 address, the rest zero.
 void trim(dpm_ftn &image);

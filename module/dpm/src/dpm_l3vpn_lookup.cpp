@@ -1,5 +1,5 @@
 // Questions to the label tables: which labels lead to an address, and where a label leads.
-#include "dpm_l3vpn.h"
+#include "dpm_l3vpn_record.h"
 
 #include "dpm_trace.h"
 
@@ -11,6 +11,7 @@ namespace {
 dpm_ftn ipv4_key(std::uint32_t vrf_id, std::uint32_t fec, std::uint32_t prefix_len) {
     dpm_ftn key = {};
     key.vrf_id = vrf_id;
+    key.ip_type = DPM_FAMILY_IPV4;
     key.prefixlen = static_cast<std::uint8_t>(prefix_len);
     std::memcpy(key.fec_prefix, &fec, sizeof fec);
     return key;
@@ -46,16 +47,25 @@ dpm_ftn *dpm_mpls_ftn_get_by_vpn_nhop(const std::uint8_t *address) {
         (void)dpm::null_parameter();
         return nullptr;
     }
-    for (dpm_ftn &ftn : dpm::ftns()) {
-        if (ftn.vrf_id != 0)
-            return nullptr; // the tunnels stand first
-        const bool matches =
-            dpm::is_known_family(ftn.ip_type) &&
-            std::memcmp(ftn.fec_prefix, address, dpm::address_bytes(ftn.ip_type)) == 0;
-        if (matches)
-            return &ftn;
+    const dpm_prefix ipv4 = dpm::host_prefix(DPM_FAMILY_IPV4, address);
+    dpm_ftn *const four = dpm::first_tunnel_to(DPM_FAMILY_IPV4, ipv4.address);
+    dpm_ftn *const sixteen = dpm::first_tunnel_to(DPM_FAMILY_IPV6, address);
+    if (four == nullptr || sixteen == nullptr)
+        return four != nullptr ? four : sixteen;
+    return dpm_mpls_ftn_compare(four, sixteen) < 0 ? four : sixteen;
+}
+
+dpm_ftn *dpm_mpls_ftn_get_by_fec(const std::uint8_t *address) {
+    if (address == nullptr) {
+        (void)dpm::null_parameter();
+        return nullptr;
     }
-    return nullptr;
+    ftn_record key = {};
+    std::memcpy(key.entry.fec_prefix, address, sizeof key.entry.fec_prefix);
+    ftn_record *record = dpm::ftn_kind::by_end().find_from(key);
+    const bool is_there = record != nullptr && record->entry.vrf_id == 0 &&
+                          dpm_fec_addr_cmp(record->entry.fec_prefix, address) == 0;
+    return is_there ? &record->entry : nullptr;
 }
 
 int dpm_get_mpls_ftn_info(std::uint32_t vrf_id, std::uint32_t address, std::uint32_t *tunnel_label,

@@ -1,15 +1,34 @@
 // Label entries on the standby card: how they travel there, and what they are kept as.
+//
+// The standby keeps the master's flags: what waits there waits here.  So it also lists VPN routes
+// whose tunnel went, which the master leaves to the routing suite; on either card they are
+// programmed only behind their tunnel.
 #include "dpm_l3vpn.h"
 
 #include "dpm_if.h"
 #include "dpm_mirror.h"
 #include "dpm_vpn.h"
+#include "dpm_vpn_encaps.h"
 
 namespace {
 
-// Nothing puts label entries into the chip yet: their encoding comes with their requests.
+int chip_add(const dpm_ftn &ftn, std::uint32_t *nhid, std::uint32_t *tunnel_id,
+             std::uint32_t slot_bits) {
+    return dpm_hw_driver_mpls_ftn_add(&ftn, nhid, tunnel_id, slot_bits);
+}
+int chip_add(const dpm_ilm &ilm, std::uint32_t *nhid, std::uint32_t *tunnel_id,
+             std::uint32_t slot_bits) {
+    return dpm_hw_driver_mpls_ilm_add(&ilm, nhid, tunnel_id, slot_bits);
+}
+
 template <class Entry> struct label_mirror : dpm::mirror_defaults<Entry> {
-    static bool reprogram(const Entry &, std::uint32_t) { return true; }
+    // What the chip answers for one slot is not kept.
+    static bool reprogram(const Entry &entry, std::uint32_t slot_bits) {
+        std::uint32_t nhid = entry.nhid, tunnel_id = entry.tunnel_id;
+        if (entry.flags == DPM_LABEL_PROGRAMMED)
+            (void)chip_add(entry, &nhid, &tunnel_id, slot_bits);
+        return true;
+    }
 };
 
 struct ftn_mirror : label_mirror<dpm_ftn> {

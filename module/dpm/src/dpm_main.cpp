@@ -11,6 +11,7 @@
 #include "dpm_host.h"
 #include "dpm_if_announced.h"
 #include "dpm_l3vpn.h"
+#include "dpm_l3vpn_if.h"
 #include "dpm_main_launch.h"
 #include "dpm_mirror.h"
 #include "dpm_msg.h"
@@ -81,7 +82,8 @@ void create_tables() {
     dpm::destination_register(dpm::destination_rank::host, dpm::host_owner);
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
     for (const dpm::if_follower *follower :
-         {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces})
+         {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
+          &dpm::mpls_ifs_on_interfaces})
         dpm::if_follower_register(*follower);
 }
 
@@ -116,8 +118,10 @@ int dpm_main_init() {
     (void)dpm_timer_node_init(&g_dpm_global.peer_timer);
     register_callbacks();
     dpm_host_notify_register(dpm_route_host_notify);
+    dpm_host_notify_register(dpm_mpls_ftn_arp_pro);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
+    (void)dpm_mpls_oam_ipuc_ilm_enable();
     (void)dpm::spawn_task(task_name, dpm_task, {});
     register_module();
     return 0;

@@ -25,40 +25,48 @@
 //              owned   the block, which the owner frees
 //              signal  nothing
 // clang-format off
-#define DPM_MESSAGES(ROW, CALL)                                                                                                                    \
-    ROW ( 1, DPM_MSG_ADD_IF,              dpm_task_msg_add_if_pro,              dpm_if_add,                         dpm_if_msg,           body)    \
-    ROW ( 2, DPM_MSG_DEL_IF,              dpm_task_msg_del_if_pro,              dpm_if_del,                         dpm_if_msg,           body)    \
-    ROW ( 3, DPM_MSG_ADD_IF_IP,           dpm_task_msg_add_if_ip_pro,           dpm_if_add_ip,                      if_ip_msg,            body)    \
-    ROW ( 4, DPM_MSG_DEL_IF_IP,           dpm_task_msg_del_if_ip_pro,           dpm_if_del_ip,                      if_ip_msg,            body)    \
-    ROW ( 5, DPM_MSG_IF_VRF,              dpm_task_msg_if_vrf_pro,              dpm_if_vrf_pro,                     dpm_if_vrf_msg,       body)    \
-    ROW ( 6, DPM_MSG_SUPER_ADD_SUB,       dpm_task_msg_super_add_sub,           dpm_super_add_sub,                  dpm_super_sub_msg,    body)    \
-    ROW ( 7, DPM_MSG_SUPER_DEL_SUB,       dpm_task_msg_super_del_sub,           dpm_super_del_sub,                  dpm_super_sub_msg,    body)    \
-    ROW ( 8, DPM_MSG_ADD_HOST,            dpm_task_msg_add_host_pro,            dpm_host_add_msg,                   dpm_host_msg,         body)    \
-    ROW ( 9, DPM_MSG_DEL_HOST,            dpm_task_msg_del_host_pro,            dpm_host_del_msg,                   dpm_host_msg,         body)    \
-    ROW (10, DPM_MSG_SYNC_ADD_HOST,       dpm_task_msg_sync_add_host_pro,       dpm_host_entry_add_sync_process,    dpm_host_entry,       body)    \
-    ROW (11, DPM_MSG_SYNC_DEL_HOST,       dpm_task_msg_sync_del_host_pro,       dpm_host_entry_del_sync_process,    dpm_host_entry,       body)    \
-    ROW (13, DPM_MSG_SYNC_ADD_NEXTHOP,    dpm_task_msg_sync_add_nexthop_pro,    dpm_nexthop_entry_add_sync_process, dpm_nexthop_entry,    body)    \
-    ROW (14, DPM_MSG_SYNC_DEL_NEXTHOP,    dpm_task_msg_sync_del_nexthop_pro,    dpm_nexthop_entry_del_sync_process, dpm_nexthop_entry,    body)    \
-    ROW (16, DPM_MSG_SYNC_ADD_ECMP,       dpm_task_msg_sync_add_ecmp_pro,       dpm_ecmp_entry_add_sync_process,    dpm_ecmp_entry,       body)    \
-    ROW (17, DPM_MSG_SYNC_DEL_ECMP,       dpm_task_msg_sync_del_ecmp_pro,       dpm_ecmp_entry_del_sync_process,    dpm_ecmp_entry,       body)    \
-    ROW (19, DPM_MSG_ADD_ROUTE,           dpm_task_msg_add_route_pro,           dpm_route_add_msg,                  dpm_route_msg,        body)    \
-    ROW (20, DPM_MSG_DEL_ROUTE,           dpm_task_msg_del_route_pro,           dpm_route_del_msg,                  dpm_route_msg,        body)    \
-    ROW (21, DPM_MSG_SYNC_ADD_ROUTE,      dpm_task_msg_sync_add_route_pro,      dpm_route_entry_add_sync_process,   dpm_route_entry,      body)    \
-    ROW (22, DPM_MSG_SYNC_DEL_ROUTE,      dpm_task_msg_sync_del_route_pro,      dpm_route_entry_del_sync_process,   dpm_route_entry,      body)    \
-    CALL(23, DPM_MSG_SYNC_BEGIN,                                                dpm_sync_begin,                                           slot)    \
-    CALL(24, DPM_MSG_SLAVE_UP,                                                  dpm_slave_up_process,                                     slot)    \
-    CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                           dpm_slave_to_master_process,                              signal)  \
-    ROW (32, DPM_MSG_SYNC_FTN_ADD,        dpm_task_msg_sync_ftn_add_pro,        dpm_mpls_ftn_add_sync_process,      dpm_ftn,              body)    \
-    ROW (33, DPM_MSG_SYNC_FTN_DEL,        dpm_task_msg_sync_ftn_del_pro,        dpm_mpls_ftn_del_sync_process,      dpm_ftn,              body)    \
-    ROW (37, DPM_MSG_SYNC_ILM_ADD,        dpm_task_msg_sync_ilm_add_pro,        dpm_mpls_ilm_add_sync_process,      dpm_ilm,              body)    \
-    ROW (38, DPM_MSG_SYNC_ILM_DEL,        dpm_task_msg_sync_ilm_del_pro,        dpm_mpls_ilm_del_sync_process,      dpm_ilm,              body)    \
-    CALL(69, DPM_MSG_PORT_DOWN,                                                 dpm_host_port_down,                                       port)    \
-    CALL(70, DPM_MSG_PORT_UP,                                                   dpm_host_port_up,                                         port)    \
-    ROW (86, DPM_MSG_TRUNK_MEMBER_CHANGE, dpm_task_msg_trunk_member_change_pro, dpm_trunk_member_change_notify,     dpm_trunk_member_msg, trunk)   \
-    CALL(87, DPM_MSG_SLAVE_UP_OVER,                                             dpm_slave_up_pro_over_sync_process,                       signal)  \
-    CALL(88, DPM_MSG_PROXY_PACKET,                                              dpm_proxy_msg_packet_recv,                                owned)   \
-    CALL(89, DPM_MSG_PROXY_TIMER,                                               dpm_proxy_msg_timer,                                      signal)  \
-    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                          dpm_proxy_msg_slave_sync,                                 owned)
+#define DPM_MESSAGES(ROW, CALL)                                                                                                                      \
+    ROW ( 1, DPM_MSG_ADD_IF,               dpm_task_msg_add_if_pro,               dpm_if_add,                         dpm_if_msg,           body)    \
+    ROW ( 2, DPM_MSG_DEL_IF,               dpm_task_msg_del_if_pro,               dpm_if_del,                         dpm_if_msg,           body)    \
+    ROW ( 3, DPM_MSG_ADD_IF_IP,            dpm_task_msg_add_if_ip_pro,            dpm_if_add_ip,                      if_ip_msg,            body)    \
+    ROW ( 4, DPM_MSG_DEL_IF_IP,            dpm_task_msg_del_if_ip_pro,            dpm_if_del_ip,                      if_ip_msg,            body)    \
+    ROW ( 5, DPM_MSG_IF_VRF,               dpm_task_msg_if_vrf_pro,               dpm_if_vrf_pro,                     dpm_if_vrf_msg,       body)    \
+    ROW ( 6, DPM_MSG_SUPER_ADD_SUB,        dpm_task_msg_super_add_sub,            dpm_super_add_sub,                  dpm_super_sub_msg,    body)    \
+    ROW ( 7, DPM_MSG_SUPER_DEL_SUB,        dpm_task_msg_super_del_sub,            dpm_super_del_sub,                  dpm_super_sub_msg,    body)    \
+    ROW ( 8, DPM_MSG_ADD_HOST,             dpm_task_msg_add_host_pro,             dpm_host_add_msg,                   dpm_host_msg,         body)    \
+    ROW ( 9, DPM_MSG_DEL_HOST,             dpm_task_msg_del_host_pro,             dpm_host_del_msg,                   dpm_host_msg,         body)    \
+    ROW (10, DPM_MSG_SYNC_ADD_HOST,        dpm_task_msg_sync_add_host_pro,        dpm_host_entry_add_sync_process,    dpm_host_entry,       body)    \
+    ROW (11, DPM_MSG_SYNC_DEL_HOST,        dpm_task_msg_sync_del_host_pro,        dpm_host_entry_del_sync_process,    dpm_host_entry,       body)    \
+    ROW (13, DPM_MSG_SYNC_ADD_NEXTHOP,     dpm_task_msg_sync_add_nexthop_pro,     dpm_nexthop_entry_add_sync_process, dpm_nexthop_entry,    body)    \
+    ROW (14, DPM_MSG_SYNC_DEL_NEXTHOP,     dpm_task_msg_sync_del_nexthop_pro,     dpm_nexthop_entry_del_sync_process, dpm_nexthop_entry,    body)    \
+    ROW (16, DPM_MSG_SYNC_ADD_ECMP,        dpm_task_msg_sync_add_ecmp_pro,        dpm_ecmp_entry_add_sync_process,    dpm_ecmp_entry,       body)    \
+    ROW (17, DPM_MSG_SYNC_DEL_ECMP,        dpm_task_msg_sync_del_ecmp_pro,        dpm_ecmp_entry_del_sync_process,    dpm_ecmp_entry,       body)    \
+    ROW (19, DPM_MSG_ADD_ROUTE,            dpm_task_msg_add_route_pro,            dpm_route_add_msg,                  dpm_route_msg,        body)    \
+    ROW (20, DPM_MSG_DEL_ROUTE,            dpm_task_msg_del_route_pro,            dpm_route_del_msg,                  dpm_route_msg,        body)    \
+    ROW (21, DPM_MSG_SYNC_ADD_ROUTE,       dpm_task_msg_sync_add_route_pro,       dpm_route_entry_add_sync_process,   dpm_route_entry,      body)    \
+    ROW (22, DPM_MSG_SYNC_DEL_ROUTE,       dpm_task_msg_sync_del_route_pro,       dpm_route_entry_del_sync_process,   dpm_route_entry,      body)    \
+    CALL(23, DPM_MSG_SYNC_BEGIN,                                                  dpm_sync_begin,                                           slot)    \
+    CALL(24, DPM_MSG_SLAVE_UP,                                                    dpm_slave_up_process,                                     slot)    \
+    CALL(25, DPM_MSG_SLAVE_TO_MASTER,                                             dpm_slave_to_master_process,                              signal)  \
+    ROW (26, DPM_MSG_ENABLE_MPLS_IF,       dpm_task_msg_enable_mpls_if_pro,       dpm_mpls_if_enable,                 dpm_mpls_if_msg,      body)    \
+    ROW (27, DPM_MSG_DISABLE_MPLS_IF,      dpm_task_msg_disable_mpls_if_pro,      dpm_mpls_if_disable,                dpm_mpls_if_msg,      body)    \
+    ROW (28, DPM_MSG_SYNC_ENABLE_MPLS_IF,  dpm_task_msg_sync_enable_mpls_if_pro,  dpm_mpls_if_add_sync_process,       dpm_mpls_if,          body)    \
+    ROW (29, DPM_MSG_SYNC_DISABLE_MPLS_IF, dpm_task_msg_sync_disable_mpls_if_pro, dpm_mpls_if_del_sync_process,       dpm_mpls_if,          body)    \
+    ROW (30, DPM_MSG_FTN_ADD,              dpm_task_msg_ftn_add_pro,              dpm_mpls_ftn_add_msg,               dpm_ftn_msg,          body)    \
+    ROW (31, DPM_MSG_FTN_DEL,              dpm_task_msg_ftn_del_pro,              dpm_mpls_ftn_del_msg,               dpm_ftn_msg,          body)    \
+    ROW (32, DPM_MSG_SYNC_FTN_ADD,         dpm_task_msg_sync_ftn_add_pro,         dpm_mpls_ftn_add_sync_process,      dpm_ftn,              body)    \
+    ROW (33, DPM_MSG_SYNC_FTN_DEL,         dpm_task_msg_sync_ftn_del_pro,         dpm_mpls_ftn_del_sync_process,      dpm_ftn,              body)    \
+    ROW (35, DPM_MSG_ILM_ADD,              dpm_task_msg_ilm_add_pro,              dpm_mpls_ilm_add_msg,               dpm_ilm_msg,          body)    \
+    ROW (36, DPM_MSG_ILM_DEL,              dpm_task_msg_ilm_del_pro,              dpm_mpls_ilm_del_msg,               dpm_ilm_msg,          body)    \
+    ROW (37, DPM_MSG_SYNC_ILM_ADD,         dpm_task_msg_sync_ilm_add_pro,         dpm_mpls_ilm_add_sync_process,      dpm_ilm,              body)    \
+    ROW (38, DPM_MSG_SYNC_ILM_DEL,         dpm_task_msg_sync_ilm_del_pro,         dpm_mpls_ilm_del_sync_process,      dpm_ilm,              body)    \
+    CALL(69, DPM_MSG_PORT_DOWN,                                                   dpm_host_port_down,                                       port)    \
+    CALL(70, DPM_MSG_PORT_UP,                                                     dpm_host_port_up,                                         port)    \
+    ROW (86, DPM_MSG_TRUNK_MEMBER_CHANGE,  dpm_task_msg_trunk_member_change_pro,  dpm_trunk_member_change_notify,     dpm_trunk_member_msg, trunk)   \
+    CALL(87, DPM_MSG_SLAVE_UP_OVER,                                               dpm_slave_up_pro_over_sync_process,                       signal)  \
+    CALL(88, DPM_MSG_PROXY_PACKET,                                                dpm_proxy_msg_packet_recv,                                owned)   \
+    CALL(89, DPM_MSG_PROXY_TIMER,                                                 dpm_proxy_msg_timer,                                      signal)  \
+    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                            dpm_proxy_msg_slave_sync,                                 owned)
 // clang-format on
 
 // The owners of ROW messages, on the worker, under the DPM lock.  The worker does not look at their
@@ -74,13 +82,6 @@ DPM_MESSAGES(DPM_ROW, DPM_CALL)
 #undef DPM_CALL
 
 enum dpm_msg_code : std::uint32_t {
-    // posted for the label tables, whose handlers are not there yet: dropped like a code without a
-    // row
-    DPM_MSG_FTN_ADD = 30,
-    DPM_MSG_FTN_DEL = 31,
-    DPM_MSG_ILM_ADD = 35,
-    DPM_MSG_ILM_DEL = 36,
-
 #define DPM_ROW(code, name, handler, owner, body, shape) name = code,
 #define DPM_CALL(code, name, owner, shape) name = code,
     DPM_MESSAGES(DPM_ROW, DPM_CALL)

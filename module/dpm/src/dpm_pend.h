@@ -16,39 +16,20 @@ template <class Entry> list_head *pend_link(Entry &entry) {
     return reinterpret_cast<list_head *>(reinterpret_cast<char *>(&entry) + offsetof(Entry, pend));
 }
 
-// The list behind a head; IsSame tells whether two entries have one key.
-template <class Entry, bool (*IsSame)(const Entry &, const Entry &)>
-class pend_list : public list_view<Entry, offsetof(Entry, pend)> {
+// Whether an entry waits; it is linked to itself while it does not.
+template <class Entry> bool is_pending(Entry &entry) {
+    return !list_empty(pend_link(entry));
+}
+
+// The list behind a head.
+template <class Entry> class pend_list : public list_view<Entry, offsetof(Entry, pend)> {
 public:
     explicit pend_list(list_head &head)
         : list_view<Entry, offsetof(Entry, pend)>(head), head_(&head) {}
 
-    Entry *find(const Entry &key) const {
-        for (Entry &entry : *this)
-            if (IsSame(entry, key))
-                return &entry;
-        return nullptr;
-    }
-
-    // In front, from wherever it stood.
-    void add(Entry &entry) const {
-        list_del_init(pend_link(entry));
-        list_add(pend_link(entry), head_);
-    }
-
-    // 0, or -1 for null or an empty list.
-    int remove(Entry *entry) const {
-        if (entry == nullptr || this->empty())
-            return -1;
-        list_del_init(pend_link(*entry));
-        return 0;
-    }
-
-    // Takes an entry off, unless no entry with its key waits.
-    void forget(Entry &entry) const {
-        if (find(entry) != nullptr)
-            list_del_init(pend_link(entry));
-    }
+    // As the newest.
+    void add(Entry &entry) const { list_add(pend_link(entry), head_); }
+    void remove(Entry &entry) const { list_del_init(pend_link(entry)); }
 
 private:
     list_head *head_;

@@ -161,6 +161,11 @@ bool holds(std::uint32_t vrf, const dpm_prefix &destination) {
     return route != nullptr && record_of(*route).chip_index != 0;
 }
 
+bool claims(std::uint32_t vrf, const dpm_prefix &destination) {
+    const dpm_route_entry *route = dpm::find_route(vrf, destination);
+    return route != nullptr && route->sdk_index > 0;
+}
+
 // A host comes to the route's very address: nobody needs the route any more.
 int leave_table(dpm_route_entry &route, const dpm::call_site &caller) {
     const dpm::address_text prefix(route.destination);
@@ -179,7 +184,7 @@ int route_give_way(std::uint32_t vrf, const dpm_prefix &destination, dpm::way ho
     if (how == dpm::way::out_of_table)
         return leave_table(*route, caller);
     if (how == dpm::way::out_of_chip)
-        return dpm::withdraw_route(record_of(*route), caller);
+        return dpm::lose_chip_entry(record_of(*route));
     record_of(*route).chip_index = 0;
     return 0;
 }
@@ -189,7 +194,7 @@ void route_take_back(std::uint32_t vrf, const dpm_prefix &destination) {
     if (route == nullptr || route->sdk_index <= 0 || record_of(*route).chip_index != 0 ||
         dpm::gives_way(*route))
         return;
-    if (dpm::program_route(record_of(*route), DPM_CALL_SITE) != 0) {
+    if (dpm::restore_chip_entry(record_of(*route), DPM_CALL_SITE) != 0) {
         dpm::unresolve(*route);
         (void)dpm_route_entry_add_sync_send(route);
     }
@@ -197,7 +202,13 @@ void route_take_back(std::uint32_t vrf, const dpm_prefix &destination) {
 
 } // namespace
 
-constexpr dpm::destination_owner dpm::route_owner = {holds, route_give_way, route_take_back};
+constexpr dpm::destination_owner dpm::route_owner = {
+    .holds = holds,
+    .claims = claims,
+    .take_over = nullptr, // nothing stands below a route
+    .give_way = route_give_way,
+    .take_back = route_take_back,
+};
 
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)

@@ -213,7 +213,7 @@ bool is_candidate(const route_record &record) {
     const dpm_route_entry &route = record.entry;
     return !record.is_over_tunnel && route.sdk_index > 0 &&
            route.sdk_index != DPM_ROUTE_NO_ADDRESS &&
-           !dpm::is_held_by(dpm::destination_rank::label, route.vrf, route.destination);
+           !dpm::is_claimed_by(dpm::destination_rank::label, route.vrf, route.destination);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "dpm_destination.h"
 #include "dpm_driver.h"
 #include "dpm_ecmp.h"
+#include "platform/dal.h"
 
 namespace {
 
@@ -36,8 +37,13 @@ int program_route(route_record &record, const call_site &caller) {
     if (const int result = withdraw_route(record, caller)) // what the chip would not let go before
         return result;
     set_cpu_default(route, DPM_DISABLE, DPM_SLOT_ALL_BITS);
-    if (gives_way(route))
+    if (taken_above(destination_rank::route, route.vrf, route.destination))
         return 0; // the chip's entry is another's
+    return restore_chip_entry(record, caller);
+}
+
+int restore_chip_entry(route_record &record, const call_site &caller) {
+    const dpm_route_entry &route = record.entry;
     const int result = chip_add(route, DPM_SLOT_ALL_BITS);
     if (result == 0)
         record.chip_index = route.sdk_index;
@@ -45,6 +51,16 @@ int program_route(route_record &record, const call_site &caller) {
         DPM_LOG_FROM(caller, "%s %d::prefix %s add driver failed!\r\n",
                      address_text(route.destination).c_str());
     return result;
+}
+
+int lose_chip_entry(route_record &record) {
+    if (record.chip_index == 0)
+        return 0;
+    const int result = chip_delete(record);
+    if (result != 0 && result != DAL_NOT_THERE)
+        return result;
+    record.chip_index = 0;
+    return 0;
 }
 
 int withdraw_route(route_record &record, const call_site &caller) {

@@ -15,6 +15,13 @@ int program_route(route_record &record, const call_site &caller);
 // Takes what the chip holds of a route out of it.  0, or the driver's answer.
 int withdraw_route(route_record &record, const call_site &caller);
 
+// Takes it out for an owner that tells of a refusal itself; what the chip does not know has gone.  0,
+// or the driver's answer.
+int lose_chip_entry(route_record &record);
+
+// Puts it in again behind an owner that has gone.  0, or the driver's answer.
+int restore_chip_entry(route_record &record, const call_site &caller);
+
 // What no entry matches goes to the CPU again, now that a default route is not programmed, unless
 // another one is.
 void restore_cpu_default(const dpm_route_entry &route);

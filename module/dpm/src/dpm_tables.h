@@ -24,6 +24,8 @@
     ROW(mirrored_routes, dpm_route_entry,                                                         \
         dpm_route_entry_add_sync_send, dpm_route_entry_del_sync_send,                             \
         dpm_route_entry_sync_all_send)                                                            \
+    ROW(mirrored_mpls_ifs, dpm_mpls_if,                                                           \
+        dpm_mpls_if_add_sync_send, dpm_mpls_if_del_sync_send, dpm_mpls_if_sync_all_send)          \
     ROW(mirrored_ftns, dpm_ftn,                                                                   \
         dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_sync_all_send)       \
     ROW(mirrored_ilms, dpm_ilm,                                                                   \

@@ -32,5 +32,12 @@ static_assert(offsetof(dpm_vpn, mpls_if_tree) == 72);
 
 extern DPM_STATE dpm_vpn g_dpm_vpn;
 
+// An IPv4 address of four bytes as a word, and back, unchanged.  0 for null; 0 or -1 for null.
+std::uint32_t dpm_mpls_ip_str2int(const std::uint8_t *address);
+int dpm_mpls_ip_int2str(std::uint32_t word, std::uint8_t *address);
+
+// The mask of a prefix length in network order.  0, or -1 for a length above 32 or null.
+int dpm_masklen2ip(std::uint32_t length, std::uint32_t *mask);
+
 // Empties the context; at start-up, before the tables are made.
 void dpm_vpn_main_init();
