@@ -15,7 +15,7 @@ namespace chassis::os {
 namespace {
 
 constexpr std::int64_t first_pumped_nsec = 1000 * nsec_per_sec; // 0 would read as "not armed"
-constexpr std::size_t max_tasks = 256; // of a card; those that ended count
+constexpr std::size_t max_tasks = 256;                          // of a card; those that ended count
 constexpr std::size_t min_stack_bytes = 1 << 20; // sanitizers need more than asked for
 
 thread_local std::jmp_buf *task_start = nullptr;
@@ -120,7 +120,11 @@ int rqzt_task_spawn(const char *name, int priority, int options, int stack_bytes
     std::lock_guard lock(state.tasks_mutex);
     if (state.tasks.size() == max_tasks)
         return -1;
-    state.tasks.push_back({name, priority, options, stack_bytes, entry,
+    state.tasks.push_back({name,
+                           priority,
+                           options,
+                           stack_bytes,
+                           entry,
                            {arg1, arg2, arg3, arg4, arg5, arg6, arg7, arg8, arg9, arg10}});
     if (state.mode == Mode::threaded && start_thread(state, entry, stack_bytes) != 0)
         return -1;
