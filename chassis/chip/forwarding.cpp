@@ -98,8 +98,9 @@ bool Chip::apply(const Change &change) {
     const auto observer = std::exchange(observer_, nullptr);
     bool is_applied = false;
     each_kind([&]<class Kind>(Kind) {
-        if (change.kind == number_of<Kind>())
-            is_applied = apply_to<Kind>(change);
+        if constexpr (Kind::outlives_card)
+            if (change.kind == number_of<Kind>())
+                is_applied = apply_to<Kind>(change);
     });
     observer_ = observer;
     return is_applied;
@@ -108,7 +109,7 @@ bool Chip::apply(const Change &change) {
 std::vector<Change> Chip::forwarding() const {
     std::vector<Change> changes;
     each_kind([&]<class Kind>(Kind) {
-        if (Kind::outlives_card)
+        if constexpr (Kind::outlives_card)
             for (const auto &[key, value] : held<Kind>())
                 changes.push_back(change_of<Kind>(key, &value));
     });

@@ -3,7 +3,7 @@
 // One row for each contract function.  From it come the kinds of request for refusals and counts,
 // the words of `chip refuse`, and the callback that a slot's own answer goes through.
 //
-//   name    of the contract function behind dal_driver_ (ROW) or hal_ (SILENT); also a refusal's
+//   name    of the contract function behind dal_driver_ (ROW), or hal_ or hw_driver_ (SILENT); also a refusal's
 //   word    of the command language
 //   answer  the library's callback; a SILENT request has none
 //
@@ -52,7 +52,9 @@
     ROW(del_gre_nexthop,       "gre-nexthop-del", dpm_driver_del_gre_nexthop_result)               \
     SILENT(set_arp_to_cpu,     "arp-rule")                                                         \
     SILENT(set_ospf_to_cpu_ex, "ospf-rule")                                                        \
-    SILENT(set_ipv6_ns_rule,   "nd-rule")
+    SILENT(set_ipv6_ns_rule,   "nd-rule")                                                          \
+    SILENT(set_stream_qos_item, "stream")                                                          \
+    SILENT(delete_qos_item_by_stream, "stream-del")
 // clang-format on
 
 namespace chassis::chip {

@@ -3,6 +3,9 @@
 
 #include "platform/dal.h"
 
+#include <bit>
+#include <span>
+
 namespace chassis::chip {
 
 bool Ilm::is_same_path(const Ilm &other) const {
@@ -137,6 +140,62 @@ std::string entry::key_text(const Key &key) {
 
 std::string cpu_default::key_text(const Key &key) {
     return "vrf " + to_string(key.vrf) + " family " + to_string(key.family);
+}
+
+// --- streams ---------------------------------------------------------------------------------
+
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+std::uint16_t word_at(Bytes bytes, std::size_t at) {
+    return std::uint16_t(at + 1 < bytes.size() ? bytes[at] | bytes[at + 1] << 8 : 0);
+}
+
+// What is no address is shown byte by byte.
+std::string value_text(Bytes key, Bytes mask) {
+    unsigned bits = 0;
+    for (const std::uint8_t byte : mask)
+        bits += unsigned(std::popcount(byte));
+    if (key.size() == 4 || key.size() == 16)
+        return address_text(key.size() == 4 ? 1 : 2, key.data()) + "/" + to_string(bits);
+    std::string text;
+    for (const std::uint8_t byte : key)
+        text += (text.empty() ? "" : ".") + to_string(byte);
+    return text + "/" + to_string(bits);
+}
+
+std::string field_text(std::uint16_t field) {
+    return field == 1 ? " from " : field == 2 ? " to " : " field " + to_string(field) + " ";
+}
+
+// Records of 88 bytes: field, second id, length of key and mask, key, mask.
+std::string rule_text(Bytes rule) {
+    constexpr std::size_t record_bytes = 88, key_at = 8, mask_at = 40;
+    std::string text;
+    for (; rule.size() >= record_bytes; rule = rule.subspan(record_bytes))
+        text += field_text(word_at(rule, 0)) +
+                value_text(rule.subspan(key_at, std::min<std::size_t>(word_at(rule, 4), 32)),
+                           rule.subspan(mask_at, std::min<std::size_t>(word_at(rule, 6), 48)));
+    return text + (rule.empty() ? "" : " and " + to_string(rule.size()) + " bytes");
+}
+
+// Records of an id, a count, and as many ports.
+std::string ports_text(Bytes ports) {
+    constexpr std::size_t most_told = 8;
+    const std::size_t count = ports.size() < 4 ? 0 : (ports.size() - 4) / 2;
+    if (count > most_told)
+        return " on " + to_string(count) + " ports";
+    std::string text = " on port";
+    for (std::size_t i = 0; i < count; i++)
+        text += (i == 0 ? " " : ",") + to_string(word_at(ports, 4 + 2 * i));
+    return text;
+}
+
+} // namespace
+
+std::string stream::key_text(const Key &key) {
+    return "set " + to_string(key.vsid) + rule_text(key.rule) + ports_text(key.ports);
 }
 
 } // namespace chassis::chip::kinds

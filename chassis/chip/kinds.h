@@ -121,6 +121,12 @@ struct Ilm {
 
 using Members = std::vector<Index>;
 
+struct StreamKey {
+    std::uint32_t vsid; // rule set
+    std::vector<std::uint8_t> rule, ports;
+    auto operator<=>(const StreamKey &) const = default;
+};
+
 // The object of one of these kinds that has this key.
 template <class Kind, class... Others> struct Use { typename Kind::Key key; };
 
@@ -291,6 +297,18 @@ struct entry : Kind { // a host, a prefix or an interface address
     static std::string value_text(Value index) { return "nexthop " + std::to_string(index); }
 };
 
+// Redirects the packets of a rule on a set of ports.  Each control card sets its own, over next hops
+// that a standby's chip does not have: they are not pinned.
+struct stream : Kind {
+    using Key = StreamKey;
+    using Value = Index; // of a next hop
+    static constexpr std::string_view name = "stream";
+    static constexpr bool outlives_card = false;
+    static bool is_unheard(Value) { return true; } // a refused delete
+    static std::string key_text(const Key &key);
+    static std::string value_text(Value index) { return "nexthop " + std::to_string(index); }
+};
+
 struct cpu_default : Setting { // what matches no entry goes to the CPU, or is dropped
     using Key = DefaultKey;
     using Value = bool;
@@ -315,10 +333,11 @@ void uses_target(Index index, const auto &visit) {
 } // namespace kinds
 
 // Every kind, in the order in which objects can be put: what is used stands in front of its users.
-using Kinds = std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
-                         kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key,
-                         kinds::gre_tunnel, kinds::gre_nexthop, kinds::nexthop, kinds::other,
-                         kinds::group, kinds::entry, kinds::cpu_default, kinds::hash_mode>;
+using Kinds =
+    std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
+               kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key, kinds::gre_tunnel,
+               kinds::gre_nexthop, kinds::nexthop, kinds::other, kinds::group, kinds::entry,
+               kinds::stream, kinds::cpu_default, kinds::hash_mode>;
 
 // Calls `visit` with one of each.
 template <class Visit> void each_kind(const Visit &visit) {

@@ -87,8 +87,9 @@ template <class Kind> void Chip::count_uses(const typename Kind::Value &value, i
 
 template <class Kind>
 void Chip::tell(const typename Kind::Key &key, const typename Kind::Value *value) const {
-    if (Kind::outlives_card && observer_)
-        observer_(change_of<Kind>(key, value));
+    if constexpr (Kind::outlives_card)
+        if (observer_)
+            observer_(change_of<Kind>(key, value));
 }
 
 // A new object, or another value of one that is there.

@@ -37,6 +37,8 @@ enum class Kind {
 #define CTL_NEIGHBOUR                                                                              \
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
 
+#define CTL_RULE "[set NUMBER] [from SUBNET] [to SUBNET] [port PORT]*"
+
 // A table's own command.
 #define CTL_SHOW_TABLE(ROW, name, record, scope, help)                                             \
     ROW(show_##name, chassis::tables::typed_name<"show " #name>, CTL_SHOW_##scope, read, help)
@@ -75,6 +77,9 @@ enum class Kind {
     ROW(ecmp_show, "ecmp show", CTL_SHOW, read, "As show ecmp")                                    \
     ROW(ftn_show, "ftn show", CTL_SHOW, read, "As show ftn")                                       \
     ROW(ilm_show, "ilm show", CTL_SHOW, read, "As show ilm")                                       \
+    ROW(pbr_add, "pbr add", CTL_RULE " {via IP} [vrf VRF]", config,                                \
+        "Redirect traffic that matches a rule on ports, or on all, to a next hop")                 \
+    ROW(pbr_del, "pbr del", CTL_RULE " [via IP] [vrf VRF]", config, "End a policy route")          \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \

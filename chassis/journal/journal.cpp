@@ -20,16 +20,17 @@ struct ChipWord {
 };
 
 constexpr ChipWord chip_words[] = {
-    {"add_ip_nexthop", "nexthop+"},    {"del_ip_nexthop", "nexthop-"},
-    {"add_ip_entry", "entry+"},        {"del_ip_entry", "entry-"},
-    {"add_ecmp_nexthop", "group+"},    {"del_ecmp_nexthop", "group-"},
-    {"update_ecmp_nexthop", "member"}, {"default_route_set", "default"},
-    {"add_l3_intf", "interface+"},     {"delete_l3_intf", "interface-"},
-    {"interface_vrf_set", "if-vrf"},   {"set_ecmp_hash_ctl", "hash"},
-    {"set_arp_to_cpu", "arp"},         {"set_ospf_to_cpu_ex", "ospf"},
-    {"set_ipv6_ns_rule", "nd"},        {"interface_mpls_enable", "mpls"},
-    {"mpls_ftn_add", "ftn+"},          {"mpls_ftn_del", "ftn-"},
-    {"mpls_ilm_add", "ilm+"},          {"mpls_ilm_del", "ilm-"},
+    {"add_ip_nexthop", "nexthop+"},     {"del_ip_nexthop", "nexthop-"},
+    {"add_ip_entry", "entry+"},         {"del_ip_entry", "entry-"},
+    {"add_ecmp_nexthop", "group+"},     {"del_ecmp_nexthop", "group-"},
+    {"update_ecmp_nexthop", "member"},  {"default_route_set", "default"},
+    {"add_l3_intf", "interface+"},      {"delete_l3_intf", "interface-"},
+    {"interface_vrf_set", "if-vrf"},    {"set_ecmp_hash_ctl", "hash"},
+    {"set_arp_to_cpu", "arp"},          {"set_ospf_to_cpu_ex", "ospf"},
+    {"set_ipv6_ns_rule", "nd"},         {"interface_mpls_enable", "mpls"},
+    {"mpls_ftn_add", "ftn+"},           {"mpls_ftn_del", "ftn-"},
+    {"mpls_ilm_add", "ilm+"},           {"mpls_ilm_del", "ilm-"},
+    {"set_stream_qos_item", "stream+"}, {"delete_qos_item_by_stream", "stream-"},
 };
 
 constexpr std::string_view usual_pairs[] = {

@@ -65,18 +65,18 @@ struct Contract {
 using chassis::address_text;
 using chassis::suite::Contract;
 using chassis::suite::Suite;
+using chassis::suite::Vrf;
 
 namespace {
 
-// The number behind "vlanif" in a name that the registry does not know; negative for another name.
-int vlan_in_name(std::string_view name) {
-    constexpr std::string_view head = "vlanif";
-    int vlan = -1;
+// The number behind the head of a name; negative for another name.
+int number_behind(std::string_view head, std::string_view name) {
+    int number = -1;
     if (!name.starts_with(head))
         return -1;
     const char *const first = name.data() + head.size(), *const last = name.data() + name.size();
-    const auto [end, error] = std::from_chars(first, last, vlan);
-    return error == std::errc() && end == last ? vlan : -1;
+    const auto [end, error] = std::from_chars(first, last, number);
+    return error == std::errc() && end == last ? number : -1;
 }
 
 template <class... Arguments> int notice(const char *format, Arguments... arguments) {
@@ -109,7 +109,7 @@ uint32_t nsm_ifp_get_ifindexbyname(const char *name) {
 
 int nsm_get_vlanid_by_ifname(const char *name) {
     const auto entry = Contract::suite().find(std::string(name));
-    return entry ? entry->vlan : vlan_in_name(name);
+    return entry ? entry->vlan : number_behind("vlanif", name);
 }
 
 int nsm_vrf_id_get_by_ifindex(uint32_t ifindex) {
@@ -122,6 +122,12 @@ uint32_t ns_get_ifindex_by_vlanid(uint32_t vlan) {
         if (entry.vlan == int(vlan) && entry.type != DPM_IF_SUBVLAN)
             return entry.ifindex;
     return 0;
+}
+
+int nsm_vrf_id_get_by_name(const char *name) {
+    const auto id = number_behind("vrf", name);
+    const auto vrfs = Contract::suite().vrfs();
+    return id >= 0 && std::ranges::find(vrfs, unsigned(id), &Vrf::id) != vrfs.end() ? id : -1;
 }
 
 int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len) {

@@ -41,6 +41,7 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, mpls_if,     dpm_mpls_if,           mirrored, "Interfaces that take labels")            \
     T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
     T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \
+    T(ROW, pbr,         dpm_policy_route_entry, local,   "Policy routes, by rule and ports")       \
     T(ROW, timers,      Timer,                 local,    "Timers that run, by what they are for")  \
     T(ROW, neighbours,  dpm_host_info,         local,    "The IP stack's own cache")               \
     T(ROW, probes,      stack::Probe,          history,  "Probes asked of the IP stack")           \

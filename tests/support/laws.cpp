@@ -180,7 +180,8 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_global.route_ipv4_tree), TREE(g_dpm_global.route_ipv6_tree),
         TREE(g_dpm_global.bfd_tree), TREE(g_dpm_global.nexthop_tree),
         TREE(g_dpm_global.tunnel_tree), TREE(g_dpm_global.tunnel_port_tree),
-        TREE(g_dpm_global.policy_route_tree), TREE(g_dpm_index.unreachable_by_address),
+        TREE(g_dpm_global.policy_route_tree), TREE(g_dpm_index.policy_route_by_next_hop),
+        TREE(g_dpm_index.unreachable_by_address),
         TREE(g_dpm_index.hold_by_address), TREE(g_dpm_index.nexthop_by_sdk_index),
         TREE(g_dpm_vpn.ftn_tree), TREE(g_dpm_vpn.ilm_tree), TREE(g_dpm_vpn.mpls_if_tree),
         TREE(g_dpm_index.ftn_by_end), TREE(g_dpm_index.ftn_by_nexthop),
@@ -209,6 +210,8 @@ void check_lists(Lines &lines) {
                  g_dpm_index.unreachable_by_address.numnodes, lines);
     expect_equal("next hops and their index", global.nexthop_tree.numnodes,
                  g_dpm_index.nexthop_by_sdk_index.numnodes, lines);
+    expect_equal("policy routes and their index", global.policy_route_tree.numnodes,
+                 g_dpm_index.policy_route_by_next_hop.numnodes, lines);
     check_route_indexes(lines);
     if (!global.timer_list)
         return;
@@ -285,6 +288,7 @@ Lines tables_are_sound(Card &card) {
 Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     const CardScope scope(card);
     std::size_t held = at_start + extra + blocks_of_interfaces() + dpm::if_announced_count();
+    held += 3 * g_dpm_global.policy_route_tree.numnodes; // each with its buffers
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
     for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
         held += index->by_gateway.numnodes + (index->by_network != nullptr);

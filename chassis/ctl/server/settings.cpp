@@ -6,7 +6,8 @@ namespace ctl {
 
 namespace {
 
-constexpr Verb undoing[] = {Verb::if_del, Verb::addr_del, Verb::sub_del, Verb::neigh_silent};
+constexpr Verb undoing[] = {Verb::if_del, Verb::addr_del, Verb::sub_del, Verb::neigh_silent,
+                            Verb::pbr_del};
 
 // What a setting is about.
 std::string subject_of(const Parsed &line) {
@@ -17,6 +18,10 @@ std::string subject_of(const Parsed &line) {
     const bool is_of_a_vlan = line.has("SUPERVLAN") || line.command->path.starts_with("vrf ");
     for (const char *key : {"VLAN", "VRF"})
         subject += is_of_a_vlan && line.has(key) ? " " + std::string(line.value(key)) : "";
+    const bool is_of_a_rule = line.command->path.starts_with("pbr ");
+    for (const char *key : {"from", "to", "port"})
+        for (const std::string_view value : line.values(key))
+            subject += is_of_a_rule ? " " + std::string(key) + " " + std::string(value) : "";
     return subject;
 }
 

@@ -386,6 +386,21 @@ struct dpm_ilm {
     uint32_t port_type;
 } __attribute__((packed));
 
+/* A policy route: traffic that matches a rule on a set of ports goes to a next hop. */
+struct dpm_policy_route_entry {
+    struct dpm_avl_node node;
+    uint32_t vsid;        /* rule set of the chip */
+    uint8_t *rule_buffer; /* rule records (dpm_hw_fill_rule) */
+    uint32_t rule_buffer_len;
+    uint8_t *port_buffer; /* a port record (dpm_hw_fill_port) */
+    uint32_t port_buffer_len;
+    uint32_t vrf;               /* of the next hop */
+    struct dpm_prefix next_hop; /* with the host's length */
+    uint32_t if_index;          /* whose network has it; 0: none */
+    int32_t nexthop;            /* the chip's index; -1: unresolved, the chip has no item */
+    uint32_t acl_index;         /* 0 */
+};
+
 /* A log file of the routing suite.  All zero: closed. */
 struct norix_vlog_file {
     FILE *file;
@@ -626,6 +641,54 @@ DPM_API void dpm_ipv6_route_show(void);
 /* Number of routes of a family.  Take the DPM lock. */
 DPM_API int dpm_ipv4_route_cnt_show(void);
 DPM_API int dpm_ipv6_route_cnt_show(void);
+
+/* ---- policy routes --------------------------------------------------------------------------- */
+
+/* Adds or deletes a policy route, on both cards: the table is not mirrored.
+ *
+ *   vsid           rule set of the chip
+ *   rule, ports    buffers of 1 to 65,535 bytes, copied; rule, ports without their first two bytes,
+ *                  and the lengths are the key
+ *   vrf_name       of the next hop; `vrf_name_len` bytes, at most 12, 0 for VRF 0
+ *   family         DPM_FAMILY_IPV4 or _IPV6; `address` has 4 or 16 bytes in network order
+ *
+ * Any thread; 0, -1, or -2 when there is no such VRF. */
+DPM_API int dpm_api_policy_route_add(uint32_t vsid, const void *rule, uint32_t rule_len,
+                                     const void *ports, uint32_t port_len, const char *vrf_name,
+                                     uint32_t vrf_name_len, uint32_t family, const void *address);
+DPM_API int dpm_api_policy_route_del(uint32_t vsid, const void *rule, uint32_t rule_len,
+                                     const void *ports, uint32_t port_len, const char *vrf_name,
+                                     uint32_t vrf_name_len, uint32_t family, const void *address);
+
+/* The same with the number of the VRF; `oper` is DPM_OPER_ADD or DPM_OPER_DEL. */
+DPM_API int dpm_api_policy_route_process(uint32_t vsid, const void *rule, uint32_t rule_len,
+                                         const void *ports, uint32_t port_len, uint32_t vrf,
+                                         uint32_t family, const void *address, uint32_t oper);
+
+/* Walk the table in its order; null at the end. */
+DPM_API const struct dpm_policy_route_entry *dpm_api_get_policy_route_entry_first(void);
+DPM_API const struct dpm_policy_route_entry *
+dpm_api_get_policy_route_entry_next(const struct dpm_policy_route_entry *entry);
+
+DPM_API void dpm_policy_route_show(void);
+
+/* Write a record of the chip's buffers at `buffer` + *length and add its bytes to *length; the
+ * caller sees to the room.  Any thread; 0, or -1, and nothing is written, for null or what does not
+ * fit the record.
+ *
+ *   rule      88 bytes: a field's key (at most 32 bytes) and mask (at most 48)
+ *   port      4 bytes and 2 for each of `count` ports, at least one
+ *   port_all  the same for ports 1 to the chip's last, at most 56
+ *   op        4 bytes and 18 for each of `count` values of at most 16 bytes; how many operations
+ *             there are stands in front of the first, and is the caller's to write */
+DPM_API int dpm_hw_fill_rule(void *buffer, uint32_t *length, uint32_t field, const void *key,
+                             uint32_t key_len, const void *mask, uint32_t mask_len,
+                             uint32_t second);
+DPM_API int dpm_hw_fill_port(void *buffer, uint32_t *length, const uint16_t *ports, int32_t count,
+                             uint32_t id);
+DPM_API int dpm_hw_fill_port_all(void *buffer, uint32_t *length, uint32_t id);
+DPM_API int dpm_hw_fill_op(void *buffer, uint32_t *length, uint32_t code, uint32_t count,
+                           const void *const *values, const uint32_t *lengths);
 
 /* ---- labels ---------------------------------------------------------------------------------- */
 

@@ -4,6 +4,7 @@
 #include "dpm.h"
 #include "dpm_if.h"
 #include "dpm_mirror.h"
+#include "dpm_policy_route.h"
 
 namespace {
 
@@ -54,10 +55,12 @@ struct host_mirror : dpm::mirror_defaults<dpm_host_entry> {
         if (present != nullptr)
             drop(*present);
         dpm::link_host(record->entry);
+        (void)dpm_policy_route_host_notify(&record->entry, DPM_HOST_ADDED);
         return &record.release()->entry;
     }
     static void drop(entry &present) {
         dpm::unlink_host(present);
+        (void)dpm_policy_route_host_notify(&present, DPM_HOST_DELETED);
         dpm::free_host(present);
     }
     static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }

@@ -186,6 +186,7 @@ int dpm_if_add_ip(const if_ip_msg *body) {
     arp_rule_with_first_address(*entry, body->ip.family);
     dpm::sub_vlans_gain(*entry, body->ip);
     list_add(&address.release()->link, &list);
+    dpm::if_followers_gain();
     return 0;
 }
 

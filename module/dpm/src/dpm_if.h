@@ -101,6 +101,8 @@ struct if_follower {
     void (*arrive)(const dpm_if_entry &entry);
     // The interface of this name has this index from now on, DPM_IFINDEX_NONE when it has gone.
     void (*renumber)(const char *ifname, std::uint32_t ifindex);
+    // An interface has an address that it had not; null: nothing.
+    void (*gain)() = nullptr;
 };
 
 // In the order of the calls; at start-up.
@@ -109,6 +111,7 @@ void if_follower_register(const if_follower &follower);
 void if_followers_leave(const dpm_if_entry &entry, std::uint32_t vrf);
 void if_followers_arrive(const dpm_if_entry &entry);
 void if_followers_renumber(const char *ifname, std::uint32_t ifindex);
+void if_followers_gain();
 
 // Sub-VLANs of an interface: their OSPF rules come with the first address on whose network OSPF
 // runs, and go with the last.

@@ -54,4 +54,10 @@ void if_followers_renumber(const char *ifname, std::uint32_t ifindex) {
         follower->renumber(ifname, ifindex);
 }
 
+void if_followers_gain() {
+    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
+        if (const auto gain = g_dpm_if_followers.rows[i]->gain)
+            gain();
+}
+
 } // namespace dpm

@@ -15,6 +15,7 @@
 #include "dpm_main_launch.h"
 #include "dpm_mirror.h"
 #include "dpm_msg.h"
+#include "dpm_policy_route.h"
 #include "dpm_route.h"
 #include "dpm_vpn.h"
 #include "dpm_vrf.h"
@@ -78,12 +79,13 @@ void create_tables() {
     dpm_vpn_main_init();
     for (const dpm::mirrored *table : dpm_mirrored_tables)
         table->create();
+    dpm::policy_routes_create();
     dpm::destination_register(dpm::destination_rank::route, dpm::route_owner);
     dpm::destination_register(dpm::destination_rank::host, dpm::host_owner);
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
     for (const dpm::if_follower *follower :
          {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
-          &dpm::mpls_ifs_on_interfaces})
+          &dpm::mpls_ifs_on_interfaces, &dpm::policy_routes_on_interfaces})
         dpm::if_follower_register(*follower);
 }
 
@@ -119,6 +121,7 @@ int dpm_main_init() {
     register_callbacks();
     dpm_host_notify_register(dpm_route_host_notify);
     dpm_host_notify_register(dpm_mpls_ftn_arp_pro);
+    dpm_host_notify_register(dpm_policy_route_host_notify);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
     (void)dpm_mpls_oam_ipuc_ilm_enable();

@@ -13,6 +13,7 @@
 #include "dpm_locks.h"
 #include "dpm_mirror.h"
 #include "dpm_msg.h"
+#include "dpm_policy_route.h"
 #include "dpm_route.h"
 #include "dpm_slot.h"
 #include "dpm_trace.h"
@@ -167,5 +168,6 @@ int dpm_slave_to_master_process() {
     g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
     (void)dpm_route_start_delete_time();
+    dpm::policy_routes_ask();
     return 0;
 }

@@ -12,6 +12,9 @@
 #include "dpm_msg.h"
 #include "platform/host.h"
 
+#include <cstring>
+#include <initializer_list>
+
 namespace {
 
 void *block_of(std::uint32_t word) {
@@ -24,6 +27,17 @@ template <class Body> void handle_body(void *data, int (*owner)(const Body *)) {
         return;
     (void)owner(static_cast<const Body *>(data));
     bep_freeEx(data, __FILE__, __LINE__);
+}
+
+template <class Body> void handle_rules(void *data, int (*owner)(const Body *)) {
+    if (data == nullptr)
+        return;
+    std::uint32_t words[4];
+    std::memcpy(words, data, sizeof words);
+    (void)owner(static_cast<const Body *>(data));
+    for (const std::uint32_t block : {words[1], words[3], reinterpret_cast<std::uint32_t>(data)})
+        if (block != 0)
+            bep_freeEx(block_of(block), __FILE__, __LINE__);
 }
 
 template <class Body>
@@ -39,6 +53,10 @@ void handle_trunk(std::uint32_t len, void *data, int (*owner)(const Body *, std:
     void handler(void *data) {                                                                     \
         handle_body(data, owner);                                                                  \
     }
+#define DPM_HANDLER_rules(handler, owner)                                                          \
+    void handler(void *data) {                                                                     \
+        handle_rules(data, owner);                                                                 \
+    }
 #define DPM_HANDLER_trunk(handler, owner)                                                          \
     void handler(std::uint32_t len, void *data) {                                                  \
         handle_trunk(len, data, owner);                                                            \
@@ -51,6 +69,7 @@ DPM_MESSAGES(DPM_ROW, DPM_CALL)
 
 // The words that each shape takes from a message.
 #define DPM_WORDS_body(msg) block_of((msg).data)
+#define DPM_WORDS_rules(msg) block_of((msg).data)
 #define DPM_WORDS_trunk(msg) (msg).len, block_of((msg).data)
 #define DPM_WORDS_slot(msg) (msg).data
 #define DPM_WORDS_port(msg) (msg).len, (msg).data

@@ -23,6 +23,8 @@
 //              slot    the data word, a slot number or a count
 //              port    the len and data words: port kind, and port or trunk id
 //              owned   the block, which the owner frees
+//              rules   the block, as body; its second and fourth words are blocks that are freed
+//                      before it
 //              signal  nothing
 // clang-format off
 #define DPM_MESSAGES(ROW, CALL)                                                                                                                      \
@@ -66,12 +68,15 @@
     CALL(87, DPM_MSG_SLAVE_UP_OVER,                                               dpm_slave_up_pro_over_sync_process,                       signal)  \
     CALL(88, DPM_MSG_PROXY_PACKET,                                                dpm_proxy_msg_packet_recv,                                owned)   \
     CALL(89, DPM_MSG_PROXY_TIMER,                                                 dpm_proxy_msg_timer,                                      signal)  \
-    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                            dpm_proxy_msg_slave_sync,                                 owned)
+    CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                            dpm_proxy_msg_slave_sync,                                 owned)   \
+    ROW (91, DPM_MSG_ADD_POLICY_ROUTE,     dpm_task_msg_add_policy_route_pro,     dpm_policy_route_add_msg,           dpm_policy_route_msg, rules)   \
+    ROW (92, DPM_MSG_DEL_POLICY_ROUTE,     dpm_task_msg_del_policy_route_pro,     dpm_policy_route_del_msg,           dpm_policy_route_msg, rules)
 // clang-format on
 
 // The owners of ROW messages, on the worker, under the DPM lock.  The worker does not look at their
 // results: each logs its own failures.
 #define DPM_OWNER_body(owner, body) int owner(const body *);
+#define DPM_OWNER_rules(owner, body) int owner(const body *);
 #define DPM_OWNER_trunk(owner, body) int owner(const body *, std::uint32_t);
 #define DPM_ROW(code, name, handler, owner, body, shape)                                           \
     struct body;                                                                                   \

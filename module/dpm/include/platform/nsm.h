@@ -30,6 +30,9 @@ int nsm_vrf_id_get_by_ifindex(uint32_t ifindex);
 /* The interface index of a VLAN's interface; 0 when there is none. */
 uint32_t ns_get_ifindex_by_vlanid(uint32_t vlan);
 
+/* The VRF id of a VRF's name; negative when there is none. */
+int nsm_vrf_id_get_by_name(const char *name);
+
 /* 1 when a routing process runs OSPF on the network of this interface address, else 0.
  * `address` is four bytes in network order; `prefix_len` in bits. */
 int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len);
