@@ -248,6 +248,7 @@ int run(const Options &options, int stop) {
 } // namespace
 
 int main(int argc, char **argv) {
+    ctl::fill_standard_descriptors();
     Options options;
     if (!read_options(argc, argv, options)) {
         std::fputs(usage, stderr);

@@ -63,7 +63,7 @@ int read_options(int argc, char **argv, Options &options) {
             return 2;
         case 'h':
             std::printf("%s\n%s", usage, ctl::help().c_str());
-            return 1;
+            return ctl::flush_output() ? 1 : 2;
         default:
             std::fputs(usage, stderr);
             return 2;
@@ -105,6 +105,7 @@ bool run_file(ctl::Session &session, const std::string &path, bool keep_going) {
 } // namespace
 
 int main(int argc, char **argv) {
+    ctl::fill_standard_descriptors();
     Options options;
     if (const int status = read_options(argc, argv, options))
         return status - 1;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -74,6 +75,13 @@ Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
 void Descriptor::reset() {
     if (number_ >= 0)
         close(release());
+}
+
+void fill_standard_descriptors() {
+    int number;
+    while ((number = open("/dev/null", O_RDONLY)) >= 0 && number <= STDERR_FILENO) {
+    }
+    Descriptor last(number); // is not needed
 }
 
 Descriptor connect_to(const std::string &path, std::chrono::milliseconds limit) {

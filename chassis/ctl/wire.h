@@ -63,6 +63,10 @@ private:
     int number_;
 };
 
+// Opens what stands for standard descriptors that are closed, so that no socket or file gets their
+// numbers and with them what is printed.  To be called first; printing fails then.
+void fill_standard_descriptors();
+
 // A connection to a socket at a path; none with errno: nobody listens there (ENOENT, ECONNREFUSED),
 // or who listens does not take it in time (EAGAIN), or another.  Sending over it has the same limit.
 Descriptor connect_to(const std::string &path, std::chrono::milliseconds limit = connect_limit);
