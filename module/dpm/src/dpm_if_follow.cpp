@@ -55,9 +55,9 @@ void if_followers_renumber(const char *ifname, std::uint32_t ifindex) {
 }
 
 void if_followers_gain() {
-    for (std::size_t i = 0; i < g_dpm_if_followers.count; i++)
-        if (const auto gain = g_dpm_if_followers.rows[i]->gain)
-            gain();
+    for (const if_follower *follower : followers())
+        if (follower->gain != nullptr)
+            follower->gain();
 }
 
 } // namespace dpm
