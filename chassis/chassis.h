@@ -11,6 +11,7 @@
 #include "chassis/hal.h"
 #include "chassis/os/os.h"
 #include "chassis/peer/peer.h"
+#include "chassis/ports.h"
 #include "chassis/stack/stack.h"
 #include "chassis/suite/suite.h"
 
@@ -53,6 +54,7 @@ public:
     stack::Stack stack;
     suite::Suite suite;
     hal::Hal hal;
+    ports::Ports ports;
 
     std::atomic<unsigned> mended{0}; // objects of the chip, when it last became master
 

@@ -8,6 +8,7 @@
 #include "fuzz/words.h"
 
 #include "dpm.h"
+#include "dpm_ipmc_global.h"
 #include "dpm_timer.h"
 
 namespace {
@@ -41,6 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)card.pump();
     fuzz::require(card.os.bad_frees() == 0, "blocks are given back once");
     fuzz::require(card.os.handle_errors() == 0, "handles are good");
+    (void)dpm_timer_list_delete(g_ipmc_global.timer_list);
     (void)dpm_timer_list_delete(g_dpm_global.timer_list); // taken from elsewhere than the card
     return 0;
 }

@@ -9,6 +9,7 @@
 #include "fuzz/input.h"
 
 #include "dpm.h"
+#include "dpm_ipmc_global.h"
 #include "dpm_timer.h"
 
 #include <memory>
@@ -152,6 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     fuzz::require(card->os.bad_frees() == 0, "blocks are given back once");
     fuzz::require(card->os.handle_errors() == 0, "handles are good");
     // The one thing that the library takes from elsewhere than the card, and never gives back.
+    (void)dpm_timer_list_delete(g_ipmc_global.timer_list);
     (void)dpm_timer_list_delete(g_dpm_global.timer_list);
     return 0;
 }

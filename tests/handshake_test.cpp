@@ -37,6 +37,8 @@ ROWS(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem, .families
      "log10 dpm_mpls_ftn_sync_all_send #::slot 10, ftn table sync.\r\n; "
      "log10 dpm_mpls_ilm_sync_all_send #::slot_bit = 1024, ilm driver sync.\r\n; "
      "log10 dpm_mpls_ilm_sync_all_send #::slot 10, ilm table sync.\r\n; "
+     "log10 dpm_ipmc_sync_all_send #::slot 10, ipmc table sync.\r\n; mirror settings 1; "
+     "mirror settings 2; "
      "log10 dpm_slave_up_pro_over_sync_send #:: it is master, slave_up_pro send over!\r\n; "
      "mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,slave up process "
@@ -181,7 +183,7 @@ TEST_F(Cards, MirrorChangesFromTheStartOfTheHandshakeOn) {
     EXPECT_EQ(hosts(standby()).size(), 1u);
     const auto calls = master().peer.calls();
     EXPECT_EQ(calls.back().name, "dpm_host_entry_add_sync_receive");
-    EXPECT_EQ(calls[1].payload, std::vector<std::byte>({std::byte{10}, {}, {}, {}})) << "the slot";
+    EXPECT_EQ(calls[3].payload, std::vector<std::byte>({std::byte{10}, {}, {}, {}})) << "the slot";
     EXPECT_EQ(standby().peer.calls().at(0).payload[0], std::byte{1});
 }
 

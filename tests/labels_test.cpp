@@ -108,7 +108,8 @@ ROWS(Labels, TravelWithWhatIsLocalLookedUpAgain, .roles = rig::mirroring, .see =
     {"standby goes"},
     {"allow standby-differs 0"},
     {"standby comes", "mirror ...; mirror nexthop* 1; mirror host* 1; mirror ftn* 2; "
-                      "mirror ilm* 3; mirror ...; standby: mirror ..."},
+                      "mirror ilm* 3; mirror settings 1; mirror settings 2; mirror ...; "
+                      "standby: mirror ..."},
     {"ftn del {net} via {a}", "mirror ftn- {net} waits"},
     {"ilm del 7", "mirror ilm- 7 waits"},
     {"fault alloc 1"},

@@ -77,7 +77,7 @@ TEST_F(Laws, CompareEveryByteOfAMirroredRecordButWhatIsTheCardsOwn) {
         {"ftn", sizeof(list_head) + sizeof(dpm_ftn::stale) + sizeof(dpm_ftn::sdk_result)},
         {"ilm", sizeof(list_head) + sizeof(dpm_ilm::sdk_result)}};
     for (const tables::Table &table : tables::all()) {
-        if (!table.is_mirrored)
+        if (!table.is_mirrored || table.name.starts_with("mroute")) // made while they are read
             continue;
         std::span<unsigned char> bytes;
         {

@@ -14,20 +14,23 @@ ROWS(Mirroring, AWholeTableTravelsInBatchesOfAHundred, .families = {4}, .roles =
     {"standby goes"},
     {"standby comes",
      "mirror dpm_main_entry_sync_all_receive 6; mirror nexthop* 10; mirror host* 100; "
-     "mirror host* 100; mirror dpm_slave_up_pro_over_sync_receive 4; "
+     "mirror host* 100; mirror settings 1; "
+     "mirror settings 2; mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: mirror dpm_slave_up_pro_over_peercard_callback 4"}, // none is empty
     {"many 250 neigh add 10.1.#"},
     {"standby goes"},
     {"standby comes",
      "mirror dpm_main_entry_sync_all_receive 6; mirror nexthop* 10; mirror host* 100; "
-     "mirror host* 100; mirror host* 50; mirror dpm_slave_up_pro_over_sync_receive 4; "
+     "mirror host* 100; mirror host* 50; mirror settings 1; "
+     "mirror settings 2; mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: mirror dpm_slave_up_pro_over_peercard_callback 4"},
     {"standby goes"},
     {"fault alloc 1"}, // the next hops' batch: the other tables still travel
     {"allow standby-differs"},
     {"standby comes",
      "mirror dpm_main_entry_sync_all_receive 6; mirror host* 100; mirror host* 100; "
-     "mirror host* 50; mirror dpm_slave_up_pro_over_sync_receive 4; "
+     "mirror host* 50; mirror settings 1; "
+     "mirror settings 2; mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: mirror dpm_slave_up_pro_over_peercard_callback 4"},
     {"standby show nexthops --count", "= 0"},
 };

@@ -133,7 +133,11 @@ public:
     template <class Kind> void excuse(const typename Kind::Key &key) {
         objects<Kind>().excused.insert(key);
     }
+    template <class Kind> bool is_excused(const typename Kind::Key &key) const {
+        return objects<Kind>().excused.contains(key);
+    }
     Index new_index() { return next_index_++; }
+    void take_index(Index index) { next_index_ = std::max(next_index_, index + 1); } // another's
     // The name of the kind of an object that the value names and that is not there, or nothing.
     template <class Kind> std::string_view lacking(const typename Kind::Value &value) const;
 

@@ -3,7 +3,8 @@
 // One row for each contract function.  From it come the kinds of request for refusals and counts,
 // the words of `chip refuse`, and the callback that a slot's own answer goes through.
 //
-//   name    of the contract function behind dal_driver_ (ROW), or hal_ or hw_driver_ (SILENT); also a refusal's
+//   name    of the contract function behind dal_driver_ or hw_driver_ (ROW), or hal_ or hw_driver_
+//           (SILENT; ipmc_group_set and ipmc_member_set are two rows each); also a refusal's
 //   word    of the command language
 //   answer  the library's callback; a SILENT request has none
 //
@@ -54,7 +55,15 @@
     SILENT(set_ospf_to_cpu_ex, "ospf-rule")                                                        \
     SILENT(set_ipv6_ns_rule,   "nd-rule")                                                          \
     SILENT(set_stream_qos_item, "stream")                                                          \
-    SILENT(delete_qos_item_by_stream, "stream-del")
+    SILENT(delete_qos_item_by_stream, "stream-del")                                                   \
+    ROW(interface_ipmc_enable, "mcast",          dpm_driver_interface_ipmc_enable_result)          \
+    SILENT(ipmc_group_create,  "mcast-group")                                                      \
+    SILENT(ipmc_group_destroy, "mcast-group-del")                                                  \
+    SILENT(ipmc_member_add,    "mcast-member")                                                     \
+    SILENT(ipmc_member_del,    "mcast-member-del")                                                 \
+    SILENT(unknown_ipmc_set,   "mcast-unknown")                                                    \
+    SILENT(set_igmp_to_cpu,    "igmp-rule")                                                        \
+    SILENT(set_mld_to_cpu,     "mld-rule")
 // clang-format on
 
 namespace chassis::chip {

@@ -138,6 +138,17 @@ std::string entry::key_text(const Key &key) {
            to_string(key.prefix_len);
 }
 
+std::string mcast_group::key_text(const Key &key) {
+    return "vrf " + to_string(key.vrf) + " (" +
+           (key.source_len == 0 ? "*" : address_text(key.family, key.source.data())) + ", " +
+           address_text(key.family, key.group.data()) + ")";
+}
+
+std::string mcast_member::key_text(const Key &key) {
+    return mcast_group::key_text(key.of) + " vlan " + to_string(key.vlan) + " port " +
+           to_string(key.port);
+}
+
 std::string cpu_default::key_text(const Key &key) {
     return "vrf " + to_string(key.vrf) + " family " + to_string(key.family);
 }

@@ -119,6 +119,19 @@ struct Ilm {
     }
 };
 
+struct McastGroup { // key of a source of a multicast group
+    std::uint32_t vrf, family;
+    AddressBytes group, source;
+    std::uint32_t source_len; // 0: any source
+    auto operator<=>(const McastGroup &) const = default;
+};
+
+struct McastMember { // key of a port that gets a source's packets
+    McastGroup of;
+    std::uint32_t port, vlan;
+    auto operator<=>(const McastMember &) const = default;
+};
+
 using Members = std::vector<Index>;
 
 struct StreamKey {
@@ -144,6 +157,8 @@ struct Kind {
     static constexpr bool is_pinned = false;
     // Its key is an index that the chip hands out.
     static constexpr bool is_indexed = false;
+    // The tables may tell another thing of it than the chip since a request was refused on order.
+    static constexpr bool may_differ = false;
     // The library goes on as if a request had been carried out that was refused: what it asks for
     // next is then refused or done, and no mistake.
     static bool is_unheard(const auto &) { return false; }
@@ -325,6 +340,37 @@ struct hash_mode : Setting { // by which the chip spreads over a group
     static std::string value_text(Value mode) { return std::to_string(mode); }
 };
 
+// Multicast: each control card has a chip of its own, and the standby's is told whole tables more
+// than once.
+struct Mcast : Setting {
+    static constexpr bool outlives_card = false;
+    static constexpr bool may_differ = true;
+    static bool is_unheard(const auto &) { return true; }
+};
+
+struct mcast_group : Mcast { // a source of a group
+    using Key = McastGroup;
+    using Value = Index; // the gid
+    static constexpr std::string_view name = "mcast group";
+    static bool is_valid(const Key &key, Value gid) { return is_family(key.family) && gid != 0; }
+    static std::string key_text(const Key &key);
+    static std::string value_text(Value gid) { return "gid " + std::to_string(gid); }
+};
+
+struct mcast_member : Mcast {
+    using Key = McastMember;
+    using Value = Nothing;
+    static constexpr std::string_view name = "mcast member";
+    static std::string key_text(const Key &key);
+};
+
+struct mcast_unknown : Mcast { // of a family: what no group knows goes to the CPU
+    using Key = std::uint32_t;
+    using Value = Nothing;
+    static constexpr std::string_view name = "mcast unknown";
+    static std::string key_text(Key family) { return "family " + std::to_string(family); }
+};
+
 void uses_target(Index index, const auto &visit) {
     if (index != to_cpu)
         visit(Use<nexthop, group, gre_nexthop, other>{index});
@@ -337,7 +383,8 @@ using Kinds =
     std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
                kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key, kinds::gre_tunnel,
                kinds::gre_nexthop, kinds::nexthop, kinds::other, kinds::group, kinds::entry,
-               kinds::stream, kinds::cpu_default, kinds::hash_mode>;
+               kinds::stream, kinds::cpu_default, kinds::hash_mode, kinds::mcast_group,
+               kinds::mcast_member, kinds::mcast_unknown>;
 
 // Calls `visit` with one of each.
 template <class Visit> void each_kind(const Visit &visit) {

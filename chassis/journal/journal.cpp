@@ -106,6 +106,23 @@ std::string key_of(const Journal &, const dpm_ilm &ilm) {
     return std::to_string(ilm.in_label) + state_of(ilm);
 }
 
+// Multicast: changes and settings; echoes stand for themselves.
+std::string source_text(const dpm_ipmc_group &group, const dpm_ipmc_source &source) {
+    const bool is_any = source.source.family == DPM_FAMILY_NONE;
+    return "(" + (is_any ? "*" : tables::text_of(source.source)) + ", " +
+           key_text(group.group, group.vrf) + ")";
+}
+std::string key_of(const Journal &, const dpm_ipmc_group_image &image) {
+    return source_text(image.group, image.source);
+}
+std::string key_of(const Journal &, const dpm_ipmc_member_image &image) {
+    return source_text(image.group, image.source) + " vlan " +
+           std::to_string(image.member.out_vlan) + " port " + std::to_string(image.member.phy);
+}
+std::string key_of(const Journal &, const dpm_ipmc_settings &settings) {
+    return std::to_string(settings.family);
+}
+
 struct MirrorKind {
     std::string_view receiver; // begins with it
     std::string_view name;
@@ -130,6 +147,11 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_mpls_if>("dpm_mpls_if", "mpls-if"),
     mirrored<dpm_ftn>("dpm_mpls_ftn", "ftn"),
     mirrored<dpm_ilm>("dpm_mpls_ilm", "ilm"),
+    mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_create", "mroute+"),
+    mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_destroy", "mroute-"),
+    mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_add", "member+"),
+    mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_del", "member-"),
+    mirrored<dpm_ipmc_settings>("dpm_api_set_unknown_ipmc_to_cpu_slave", "settings"),
 };
 
 } // namespace
@@ -206,8 +228,10 @@ std::string Journal::mirror_text(std::string_view receiver,
         const std::string name = "mirror " + std::string(kind.name);
         if (receiver.ends_with("_sync_all_receive"))
             return name + "* " + std::to_string(bytes.size() / kind.record_bytes);
-        const bool adds = receiver.find("_add_sync") != receiver.npos;
-        return name + (adds ? "+ " : "- ") + kind.key(*this, bytes.data());
+        const std::string key = " " + kind.key(*this, bytes.data());
+        if (kind.receiver == receiver) // a name for each change
+            return name + key;
+        return name + (receiver.find("_add_sync") != receiver.npos ? "+" : "-") + key;
     }
     return "mirror " + std::string(receiver) + " " + std::to_string(bytes.size());
 }

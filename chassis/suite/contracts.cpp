@@ -6,6 +6,7 @@
 #include "platform/bep.h"
 #include "platform/hal.h"
 #include "platform/host.h"
+#include "platform/mrib.h"
 #include "platform/nsm.h"
 #include "platform/uv.h"
 
@@ -36,6 +37,12 @@ struct Contract {
         std::lock_guard lock(own.mutex_);
         const auto found = own.vlan_ports_.find(vlan);
         return found == own.vlan_ports_.end() ? 0 : found->second;
+    }
+
+    static int membership_interval() {
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        return own.membership_interval_sec_;
     }
 
     static int notice(const std::string &text) {
@@ -134,6 +141,13 @@ int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len) {
     uint32_t word = 0;
     std::memcpy(&word, address, sizeof word);
     return Contract::runs_ospf(word, prefix_len);
+}
+
+int mrib4_igmp_api_if_gmi_get(uint32_t) {
+    return Contract::membership_interval();
+}
+int mrib6_mld_api_if_gmi_get(uint32_t) {
+    return Contract::membership_interval();
 }
 
 void uv_lock_outside() {

@@ -119,6 +119,11 @@ void Suite::run_ospf_on(std::uint32_t ipv4_network_order, unsigned prefix_len) {
     ospf_networks_.emplace_back(ipv4_network_order, prefix_len);
 }
 
+void Suite::set_membership_interval(int seconds) {
+    std::lock_guard lock(mutex_);
+    membership_interval_sec_ = seconds;
+}
+
 void Suite::set_vlan_port(unsigned vlan, unsigned port) {
     std::lock_guard lock(mutex_);
     vlan_ports_[vlan] = port;

@@ -57,6 +57,9 @@ public:
     // First member port of a VLAN (uv_get_fst_vlan_port_cfg); 0: none.
     void set_vlan_port(unsigned vlan, unsigned port);
 
+    // Group membership interval of every VLAN's interface (mrib*_api_if_gmi_get).
+    void set_membership_interval(int seconds);
+
     // The host process's proxy ARP: packets, ticks and data that came through the library's worker.
     struct ProxyCounts {
         unsigned packets, ticks, syncs, route_deletions;
@@ -78,6 +81,7 @@ private:
     std::map<std::uint32_t, bool> vrfs_{{0, true}}; // whether it is enabled
     std::vector<std::pair<std::uint32_t, unsigned>> ospf_networks_;
     std::map<unsigned, unsigned> vlan_ports_;
+    int membership_interval_sec_ = 260;
     std::vector<HalNotice> hal_notices_;
     std::function<void(const std::string &)> watcher_;
     ProxyCounts proxy_{};

@@ -20,6 +20,9 @@ void want_settings(Wanted &wanted) {
     wanted.permit_any<kinds::cpu_default>(true);
     // Label switching stays on where an interface is disabled.
     wanted.permit_any<kinds::mpls_vlan>({});
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        if (dpm_api_get_ipmc_global_enable(family))
+            wanted.want<kinds::mcast_unknown>(family, chip::Nothing());
 }
 
 Wanted wanted_of(const Reading &reading) {
@@ -44,16 +47,17 @@ bool is_accepted(const Wanted::Objects<Kind> &objects, const typename Kind::Key 
 template <class Kind> class Judge {
 public:
     Judge(Wanted &wanted, const Chip &chip, Verdict &verdict)
-        : objects_(wanted.objects_of<Kind>()), held_(chip.held<Kind>()), verdict_(verdict) {}
+        : objects_(wanted.objects_of<Kind>()), held_(chip.held<Kind>()), chip_(chip),
+          verdict_(verdict) {}
 
     void judge() {
         for (const auto &[key, object] : objects_.by_key) {
-            if (object.value)
+            if (object.value && !may_differ(key))
                 compare(key, *object.value, object.cause);
             compare_uses(key, object);
         }
         for (const auto &[key, value] : held_)
-            if (!is_accepted<Kind>(objects_, key, value))
+            if (!is_accepted<Kind>(objects_, key, value) && !may_differ(key))
                 tell("no table has " + Wanted::name_of<Kind>(key), cause_of(key));
     }
 
@@ -61,6 +65,10 @@ private:
     using Key = typename Kind::Key;
     using Value = typename Kind::Value;
     using Object = Wanted::Object<Kind>;
+
+    bool may_differ(const Key &key) const {
+        return Kind::may_differ && chip_.is_excused<Kind>(key);
+    }
 
     void tell(std::string text, Cause cause) {
         (cause == Cause::drift ? verdict_.drifts : verdict_.faults).push_back(std::move(text));
@@ -100,6 +108,7 @@ private:
 
     Wanted::Objects<Kind> &objects_;
     const std::map<Key, Value> &held_;
+    const Chip &chip_;
     Verdict &verdict_;
 };
 

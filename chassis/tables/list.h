@@ -42,6 +42,9 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
     T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \
     T(ROW, pbr,         dpm_policy_route_entry, local,   "Policy routes, by rule and ports")       \
+    T(ROW, mroutes,        Mroute,           mirrored, "Sources of multicast groups")              \
+    T(ROW, mroute_members, MrouteMember,     mirrored, "Ports that get a source's packets")        \
+    T(ROW, mgroups,        dpm_ipmc_rx_port, local,    "Multicast groups that ports reported")     \
     T(ROW, timers,      Timer,                 local,    "Timers that run, by what they are for")  \
     T(ROW, neighbours,  dpm_host_info,         local,    "The IP stack's own cache")               \
     T(ROW, probes,      stack::Probe,          history,  "Probes asked of the IP stack")           \

@@ -17,6 +17,19 @@ struct Timer {
     const dpm_timer_node *node;
 };
 
+struct Mroute {
+    std::uint32_t vrf;
+    dpm_prefix group, source; // family 0: any source
+    std::uint32_t in_vlan, out_count, gid;
+};
+
+struct MrouteMember {
+    std::uint32_t vrf;
+    dpm_prefix group, source;
+    std::uint32_t vlan, inner_vlan, port;
+    dpm_timer_node timer;
+};
+
 #define CHASSIS_TABLE(ROW, name, record, scope, help) extern const TableOf<record> name;
 CHASSIS_TABLES(CHASSIS_TABLE, )
 #undef CHASSIS_TABLE

@@ -9,9 +9,11 @@
 #include "dpm_check.h"
 #include "dpm_host.h"
 #include "dpm_if_announced.h"
+#include "dpm_ipmc_global.h"
 #include "dpm_l3vpn.h"
 #include "dpm_route_record.h"
 #include "dpm_vpn.h"
+#include "support/multicast.h"
 #include "support/shelf.h"
 #include "support/soundness.h"
 
@@ -188,6 +190,8 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_index.ftn_waiting), TREE(g_dpm_index.ilm_by_nexthop),
         TREE(g_dpm_index.ilm_waiting),
         TREE(g_dpm_index.ipv4_routes.by_gateway), TREE(g_dpm_index.ipv6_routes.by_gateway),
+        TREE(g_ipmc_global.ipv4_tree), TREE(g_ipmc_global.ipv6_tree),
+        TREE(g_ipmc_global.ipv4_rx_tree), TREE(g_ipmc_global.ipv6_rx_tree),
         TREE(g_dpm_index.ipv4_routes.unmasked), TREE(g_dpm_index.ipv6_routes.unmasked)};
     // clang-format on
     for (const auto &[name, tree] : trees)
@@ -289,6 +293,7 @@ Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     const CardScope scope(card);
     std::size_t held = at_start + extra + blocks_of_interfaces() + dpm::if_announced_count();
     held += 3 * g_dpm_global.policy_route_tree.numnodes; // each with its buffers
+    held += multicast::blocks();
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
     for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
         held += index->by_gateway.numnodes + (index->by_network != nullptr);

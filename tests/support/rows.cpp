@@ -133,6 +133,8 @@ RowShelf::RowShelf(unsigned family, Role role, const RowOptions &options)
         value("m" + number, "02:00:00:00:01:0" + number);
         value("M" + number, "2.0.0.0.1." + number);
         value("l" + number, "fe80::ff:fe00:10" + number);
+        value("g" + number, (family == 4 ? "224.1.1." : "ff05::") + number);
+        value("s" + number, (family == 4 ? "10.9.9." : "2001:db8:9::") + number);
         value("net" + number, names.nets + number + names.nets_end);
     }
     see(options.see);

@@ -6,9 +6,11 @@
 #include "chassis/tables/tables.h"
 #include "dpm.h"
 #include "dpm_host.h"
+#include "dpm_ipmc_global.h"
 #include "dpm_route.h"
 #include "platform/dal.h"
 #include "support/laws.h"
+#include "support/multicast.h"
 
 #include <algorithm>
 #include <map>
@@ -193,6 +195,11 @@ ctl::Reply Shelf::run(const std::string &text) {
         settle_verb();
         return {done ? ctl::Status::ok : ctl::Status::failed, done ? "" : "the library refused"};
     }
+    if (const Words words = words_of(text); multicast::is_command(words)) {
+        const bool done = multicast::act(*this, words);
+        settle_verb();
+        return {done ? ctl::Status::ok : ctl::Status::failed, done ? "" : "the library refused"};
+    }
     const std::string command = completed(text);
     const bool is_for_both = goes_to_both(command);
     if (is_for_both) {
@@ -215,13 +222,15 @@ std::int64_t Shelf::nsec_to_next_timer() {
     std::int64_t nearest = INT64_MAX;
     for (Card *card : cards()) {
         CardScope scope(*card);
-        const dpm_timer_list *const timers = g_dpm_global.timer_list;
-        if (!timers || list_empty(&timers->head))
-            continue;
-        using view = dpm::list_view<dpm_timer_node, &dpm_timer_node::link>;
-        const dpm_timer_node &first = view::entry_of(timers->head.next);
-        const std::int64_t due = first.expiry_sec * os::nsec_per_sec + first.expiry_nsec;
-        nearest = std::min(nearest, due - card->os.now_nsec());
+        for (const dpm_timer_list *const timers :
+             {g_dpm_global.timer_list, g_ipmc_global.timer_list}) {
+            if (!timers || list_empty(&timers->head))
+                continue;
+            using view = dpm::list_view<dpm_timer_node, &dpm_timer_node::link>;
+            const dpm_timer_node &first = view::entry_of(timers->head.next);
+            const std::int64_t due = first.expiry_sec * os::nsec_per_sec + first.expiry_nsec;
+            nearest = std::min(nearest, due - card->os.now_nsec());
+        }
     }
     return std::max<std::int64_t>(nearest, 0);
 }
@@ -307,6 +316,8 @@ void Shelf::check_laws() {
     for (Card *card : cards()) {
         const std::string who = "slot " + std::to_string(card->slot());
         expect_lawful(laws::tables_are_sound(*card), (who + " tables are sound").c_str());
+        expect_lawful(multicast::is_sound(*card, !exceptions_.mcast_adrift),
+                      (who + " multicast is sound").c_str());
         expect_lawful(laws::heap_is_explained(*card, blocks_at_start_[card->slot() - 9],
                                               card == &master() ? exceptions_.blocks : 0),
                       (who + " heap is explained").c_str());
@@ -326,7 +337,9 @@ void Shelf::check_laws() {
                       "routes follow hosts");
     }
     if (!exceptions_.standby_differs && has_standby() && laws::is_mirroring(master()))
-        expect_lawful(tables::standby_equals_master(master(), standby()), "standby = master");
+        for (const auto &lines : {tables::standby_equals_master(master(), standby()),
+                                  multicast::chip_holds_tables(standby())})
+            expect_lawful(lines, "standby = master");
 }
 
 } // namespace rig

@@ -58,6 +58,7 @@ struct Exceptions {
     unsigned blocks = 0;          // live on the master and held by the test
     unsigned routes_adrift = 0;   // not 0: a refusal left routes that do not follow their hosts
     unsigned chip_differs = 0;    // not 0: the chip is not what the tables say
+    unsigned mcast_adrift = 0;    // not 0: a refusal left ports whose filters are not followed
     unsigned standby_differs = 0; // not 0: the standby is not what the master says
 };
 

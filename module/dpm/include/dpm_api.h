@@ -410,6 +410,85 @@ struct norix_vlog_file {
     uint32_t size;     /* bytes written, without the ends of the lines */
 };
 
+#define DPM_IPMC_OUT_VLANS 64 /* outgoing VLANs of a source */
+#define DPM_IPMC_SOURCES 8    /* sources of a port's filter */
+
+struct dpm_ipmc_source;
+
+/* A multicast group that the routing suite forwards in a VRF.  It lives as long as it has sources. */
+struct dpm_ipmc_group {
+    struct dpm_avl_node node;
+    uint32_t vrf;
+    struct dpm_prefix group;
+    struct list_head sources; /* dpm_ipmc_source, newest first */
+    uint32_t src_cnt;
+};
+
+/* Ports of an outgoing VLAN that get the packets of a source. */
+struct dpm_ipmc_out_vlan {
+    uint16_t out_vlan;
+    uint16_t member_cnt;
+    struct list_head members; /* dpm_ipmc_member, newest first */
+};
+
+/* A source of a group. */
+struct dpm_ipmc_source {
+    struct list_head link;
+    struct dpm_prefix source; /* all zero: any source */
+    uint16_t in_vlan;
+    uint16_t out_cnt;                                  /* slots in use */
+    struct dpm_ipmc_out_vlan *out[DPM_IPMC_OUT_VLANS]; /* null: a free slot */
+    uint32_t gid;                                      /* the chip's group */
+};
+
+/* A port that gets the packets of a source on an outgoing VLAN. */
+struct dpm_ipmc_member {
+    struct list_head link;
+    struct dpm_ipmc_group *group;
+    struct dpm_ipmc_source *source;
+    struct dpm_ipmc_out_vlan *out;
+    struct dpm_timer_node timer; /* after a switch-over: its end, unless it is reported again */
+    uint16_t out_vlan;
+    uint16_t inner_vlan;
+    uint32_t phy; /* physical port */
+};
+
+/* A group that ports of a VLAN have reported.  It lives as long as it has ports. */
+struct dpm_ipmc_rx_group {
+    struct dpm_avl_node node;
+    uint32_t vlan;
+    struct dpm_prefix group;
+    struct list_head ports; /* dpm_ipmc_rx_port, newest first */
+    uint32_t port_cnt;
+};
+
+#define DPM_IPMC_NO_FILTER 0 /* mode of a port: every source is wanted */
+#define DPM_IPMC_INCLUDE 1   /* these sources alone are wanted */
+#define DPM_IPMC_EXCLUDE 2   /* every source but these is wanted */
+
+/* A port that has reported a group, with its source filter. */
+struct dpm_ipmc_rx_port {
+    struct list_head link;
+    struct dpm_ipmc_rx_group *group;
+    struct dpm_prefix sources[DPM_IPMC_SOURCES]; /* the first src_cnt of them */
+    uint16_t src_cnt;
+    uint16_t mode; /* DPM_IPMC_* */
+    uint16_t outer_vlan;
+    uint16_t inner_vlan;
+    uint32_t phy;                /* physical port */
+    struct dpm_timer_node timer; /* end of a port that reports no more */
+};
+
+/* What the routing suite tells about a source of a group (308 bytes). */
+struct dpm_ipmc_request {
+    uint32_t vrf;
+    struct dpm_prefix group;
+    struct dpm_prefix source; /* all zero: any source */
+    uint32_t iif;             /* index of the incoming interface */
+    uint32_t oif_num;         /* 64 at most */
+    uint32_t oif[DPM_IPMC_OUT_VLANS];
+};
+
 /* ---- start-up and locks ---------------------------------------------------------------------- */
 
 /* Builds the library's state, registers its callbacks with the platform and starts the worker. Call
@@ -432,6 +511,10 @@ DPM_API void norix_nsm_sem_give(void);
 /* Lock of BFD.  As the DPM lock. */
 DPM_API void norix_bfd_sem_take(void);
 DPM_API void norix_bfd_sem_give(void);
+
+/* Lock of the routing suite's multicast, kept here for it.  As the DPM lock. */
+DPM_API void norix_ipmc_sem_take(void);
+DPM_API void norix_ipmc_sem_give(void);
 
 /* Waits for the standby card to confirm that it has every table, at most 600 seconds; the give
  * confirms it. */
@@ -719,7 +802,67 @@ DPM_API void dpm_mpls_ftn_table_detail_show(uint32_t vrf_id, uint32_t address, u
 DPM_API void dpm_mpls_ilm_table_show(void);
 DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
 
+/* ---- multicast ------------------------------------------------------------------------------- */
+
+/* Adds (oper DPM_OPER_ADD) or deletes (any other) a source of a group; an add replaces the outgoing
+ * interfaces of one that is there.  Any thread; 0 or -1. */
+DPM_API int dpm_api_set_ipmc_proc(const struct dpm_ipmc_request *request, uint32_t oper);
+
+/* Whether IGMP (family 1) or MLD (2) is listened to, 1 or 0; of another family, whether either is.
+ */
+DPM_API int dpm_api_get_ipmc_global_enable(uint32_t family);
+
+/* Multicast routing of `type` on a VLAN's interface; the chip's answer.  These settings act at once
+ * on the caller's thread. */
+DPM_API int dpm_api_set_ipmc_enable(uint32_t type, uint32_t vlan, uint32_t enable);
+
+/* Multicast that no group knows goes to the CPU (state 1) or not (2), and the family's reports are
+ * listened to or not.  Always 0.  Takes the DPM lock. */
+DPM_API int dpm_api_set_unknown_ipmc_to_cpu(uint32_t family, uint32_t state);
+
+/* IGMP or MLD of a VLAN (1 to 4085) goes to the CPU (enable 1) or not; 0, or -1 for another VLAN. */
+DPM_API int dpm_api_set_igmp_to_cpu(uint32_t vlan, uint32_t enable);
+DPM_API int dpm_api_set_mld_to_cpu(uint32_t vlan, uint32_t enable);
+
+/* First group of a family (1 or 2), and the one after `entry`; null at the end: those that are
+ * forwarded, and those that ports have reported.  Walkers. */
+DPM_API const struct dpm_ipmc_group *dpm_api_get_ipmc_group_first(uint32_t family);
+DPM_API const struct dpm_ipmc_group *
+dpm_api_get_ipmc_group_next(const struct dpm_ipmc_group *entry);
+DPM_API const struct dpm_ipmc_rx_group *dpm_api_get_ipmc_rx_group_first(uint32_t family);
+DPM_API const struct dpm_ipmc_rx_group *
+dpm_api_get_ipmc_rx_group_next(const struct dpm_ipmc_rx_group *entry);
+
+DPM_API void dpm_ipmc_group_show(void);
+DPM_API void dpm_ipmc_rx_group_show(void);
+
 /* ---- receivers of the peer card -------------------------------------------------------------- */
+
+/* What the master has done to a source of a group, or to a member of it. */
+struct dpm_ipmc_group_image {
+    struct dpm_ipmc_group group;
+    struct dpm_ipmc_source source;
+};
+struct dpm_ipmc_member_image {
+    struct dpm_ipmc_group group;
+    struct dpm_ipmc_source source;
+    struct dpm_ipmc_member member;
+};
+
+/* A request to the master's chip, to be made to this card's too. */
+struct dpm_ipmc_echo {
+    uint8_t op;         /* 1 create or add, 0 destroy or delete */
+    uint8_t record[60]; /* the chip's (hw_ipmc_record) */
+    uint8_t zero[67];
+};
+
+/* Where multicast that no group knows goes. */
+struct dpm_ipmc_settings {
+    uint8_t family;
+    uint8_t state;  /* DPM_ENABLE or DPM_DISABLE */
+    uint8_t gid[4]; /* the chip's group, network order */
+    uint8_t zero[58];
+};
 
 /* Called by name on the hot-standby service's thread.  `buffer` stays the service's; `length_bytes`
  * is checked. 0 when the message was posted or dropped by role, -1 when it was refused.
@@ -756,7 +899,14 @@ DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
     ROW(dpm_mpls_ftn_sync_all_receive,           struct dpm_ftn,            TABLE)         \
     ROW(dpm_mpls_ilm_add_sync_receive,           struct dpm_ilm,            ENTRY)         \
     ROW(dpm_mpls_ilm_del_sync_receive,           struct dpm_ilm,            ENTRY)         \
-    ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)
+    ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)         \
+    ROW(dpm_ipmc_api_slave_group_create,         struct dpm_ipmc_group_image,  ENTRY)      \
+    ROW(dpm_ipmc_api_slave_group_destroy,        struct dpm_ipmc_group_image,  ENTRY)      \
+    ROW(dpm_ipmc_api_slave_group_member_add,     struct dpm_ipmc_member_image, ENTRY)      \
+    ROW(dpm_ipmc_api_slave_group_member_del,     struct dpm_ipmc_member_image, ENTRY)      \
+    ROW(dpm_driver_group_create_or_destroy_slave,  struct dpm_ipmc_echo,       CARD)       \
+    ROW(dpm_driver_group_member_add_or_del_slave,  struct dpm_ipmc_echo,       CARD)       \
+    ROW(dpm_api_set_unknown_ipmc_to_cpu_slave,   struct dpm_ipmc_settings,     CARD)
 /* clang-format on */
 #define DPM_RECEIVER(name, record, kind)                                                           \
     DPM_API int name(const void *buffer, uint32_t length_bytes);

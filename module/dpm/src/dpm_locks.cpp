@@ -3,6 +3,7 @@
 #include "dpm_locks.h"
 
 #include "dpm.h"
+#include "dpm_ipmc_global.h"
 
 namespace {
 
@@ -13,16 +14,17 @@ constexpr int slot_up_limit_sec = 600;
 
 #define DPM_LOCK_PAIR(take, give, sem, timeout_ticks)                                              \
     void take() {                                                                                  \
-        (void)bep_semTakeEx(g_dpm_global.sem, timeout_ticks, __FILE__, __LINE__);                  \
+        (void)bep_semTakeEx(sem, timeout_ticks, __FILE__, __LINE__);                               \
     }                                                                                              \
     void give() {                                                                                  \
-        (void)bep_semGiveEx(g_dpm_global.sem, __FILE__, __LINE__);                                 \
+        (void)bep_semGiveEx(sem, __FILE__, __LINE__);                                              \
     }
 
-DPM_LOCK_PAIR(norix_dpm_sem_take, norix_dpm_sem_give, dpm_sem, BEP_WAIT_FOREVER)
-DPM_LOCK_PAIR(norix_nsm_sem_take, norix_nsm_sem_give, nsm_sem, BEP_WAIT_FOREVER)
-DPM_LOCK_PAIR(norix_bfd_sem_take, norix_bfd_sem_give, bfd_sem, BEP_WAIT_FOREVER)
-DPM_LOCK_PAIR(dpm_slot_up_sem_take, dpm_slot_up_sem_give, slot_up_sem,
+DPM_LOCK_PAIR(norix_dpm_sem_take, norix_dpm_sem_give, g_dpm_global.dpm_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(norix_nsm_sem_take, norix_nsm_sem_give, g_dpm_global.nsm_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(norix_bfd_sem_take, norix_bfd_sem_give, g_dpm_global.bfd_sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(norix_ipmc_sem_take, norix_ipmc_sem_give, g_ipmc_global.sem, BEP_WAIT_FOREVER)
+DPM_LOCK_PAIR(dpm_slot_up_sem_take, dpm_slot_up_sem_give, g_dpm_global.slot_up_sem,
               slot_up_limit_sec *bep_sysClkRateGetEx())
 
 void dpm::empty_slot_up_sem() {

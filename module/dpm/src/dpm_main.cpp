@@ -10,6 +10,8 @@
 #include "dpm_events.h"
 #include "dpm_host.h"
 #include "dpm_if_announced.h"
+#include "dpm_ipmc.h"
+#include "dpm_ipmc_main.h"
 #include "dpm_l3vpn.h"
 #include "dpm_l3vpn_if.h"
 #include "dpm_main_launch.h"
@@ -85,7 +87,8 @@ void create_tables() {
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
     for (const dpm::if_follower *follower :
          {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
-          &dpm::mpls_ifs_on_interfaces, &dpm::policy_routes_on_interfaces})
+          &dpm::mpls_ifs_on_interfaces, &dpm::policy_routes_on_interfaces,
+          &dpm::multicast_on_interfaces})
         dpm::if_follower_register(*follower);
 }
 
@@ -125,6 +128,8 @@ int dpm_main_init() {
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
     (void)dpm_mpls_oam_ipuc_ilm_enable();
+    if (dpm_ipmc_main_init() != 0) // unicast works without
+        DPM_TRACE("%s %d::ipmc init failed!\r\n");
     (void)dpm::spawn_task(task_name, dpm_task, {});
     register_module();
     return 0;

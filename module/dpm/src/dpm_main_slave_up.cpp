@@ -10,6 +10,7 @@
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_host.h"
+#include "dpm_ipmc.h"
 #include "dpm_locks.h"
 #include "dpm_mirror.h"
 #include "dpm_msg.h"
@@ -90,6 +91,7 @@ int dpm_slave_up_pro_over_sync_receive(const void *, std::uint32_t) {
         DPM_TRACE("%s %d::it is slave.\r\n");
         return 0;
     }
+    dpm::ipmc_echoes_restart();
     return dpm::post_words(DPM_MSG_SLAVE_UP_OVER, sizeof(std::uint32_t), 0,
                            DPM_SEND_ERROR("[%s %d]send msg err!\r\n"));
 }
@@ -147,6 +149,7 @@ int dpm_sync_begin(std::uint32_t lost_before) {
     if (!dpm_bridge_self_is_slave())
         return 0;
     dpm::unreachables_end(); // this card may have been master
+    dpm::ipmc_filters_forget();
     dpm::sync_begin(lost_before);
     return 0;
 }
@@ -169,5 +172,6 @@ int dpm_slave_to_master_process() {
     (void)dpm_host_start_delete_time();
     (void)dpm_route_start_delete_time();
     dpm::policy_routes_ask();
+    (void)dpm_ipmc_slave_to_master_pro();
     return 0;
 }

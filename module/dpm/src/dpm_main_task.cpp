@@ -8,9 +8,13 @@
 
 #include "dpm.h"
 #include "dpm_host.h"
+#include "dpm_ipmc_global.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
 #include "platform/host.h"
+#include "platform/uv.h"
+
+#include <initializer_list>
 
 #include <cstring>
 #include <initializer_list>
@@ -48,6 +52,22 @@ void handle_trunk(std::uint32_t len, void *data, int (*owner)(const Body *, std:
     bep_freeEx(data, __FILE__, __LINE__);
 }
 
+// A block that is too short for its descriptor is no packet.
+template <class Descriptor>
+void handle_packet(void *block, std::uint32_t len,
+                   int (*owner)(const std::uint8_t *, std::uint32_t, const Descriptor *)) {
+    if (block != nullptr && len >= sizeof(Descriptor))
+        (void)owner(static_cast<const std::uint8_t *>(block) + sizeof(Descriptor),
+                    len - sizeof(Descriptor), static_cast<const Descriptor *>(block));
+    bep_freeEx(block, __FILE__, __LINE__);
+}
+
+template <class Body>
+void handle_sized(void *block, std::uint32_t len, int (*owner)(const Body *, std::uint32_t)) {
+    (void)owner(static_cast<const Body *>(block), len);
+    bep_freeEx(block, __FILE__, __LINE__);
+}
+
 // The handlers, one a row.
 #define DPM_HANDLER_body(handler, owner)                                                           \
     void handler(void *data) {                                                                     \
@@ -60,6 +80,14 @@ void handle_trunk(std::uint32_t len, void *data, int (*owner)(const Body *, std:
 #define DPM_HANDLER_trunk(handler, owner)                                                          \
     void handler(std::uint32_t len, void *data) {                                                  \
         handle_trunk(len, data, owner);                                                            \
+    }
+#define DPM_HANDLER_packet(handler, owner)                                                         \
+    void handler(void *block, std::uint32_t len) {                                                 \
+        handle_packet(block, len, owner);                                                          \
+    }
+#define DPM_HANDLER_sized(handler, owner)                                                          \
+    void handler(void *block, std::uint32_t len) {                                                 \
+        handle_sized(block, len, owner);                                                           \
     }
 #define DPM_ROW(code, name, handler, owner, body, shape) DPM_HANDLER_##shape(handler, owner)
 #define DPM_CALL(code, name, owner, shape)
@@ -74,6 +102,8 @@ DPM_MESSAGES(DPM_ROW, DPM_CALL)
 #define DPM_WORDS_slot(msg) (msg).data
 #define DPM_WORDS_port(msg) (msg).len, (msg).data
 #define DPM_WORDS_owned(msg) block_of((msg).data)
+#define DPM_WORDS_packet(msg) block_of((msg).arg), (msg).len
+#define DPM_WORDS_sized(msg) block_of((msg).arg), (msg).len
 #define DPM_WORDS_signal(msg)
 
 using dispatch = void (*)(const dpm_msg &msg);
@@ -121,8 +151,9 @@ void receive_one() {
 
 void run_timers() {
     const dpm::dpm_lock lock;
-    if (g_dpm_global.timer_list != nullptr)
-        (void)dpm_timer_list_check(g_dpm_global.timer_list);
+    for (dpm_timer_list *timers : {g_dpm_global.timer_list, g_ipmc_global.timer_list})
+        if (timers != nullptr)
+            (void)dpm_timer_list_check(timers);
 }
 
 } // namespace

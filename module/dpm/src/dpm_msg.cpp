@@ -13,6 +13,13 @@ constexpr int send_priority = 1;
 // shifts the pacing.
 DPM_STATE std::uint32_t g_dpm_send_count;
 
+int post(const dpm_msg &msg, const dpm::send_error &error) {
+    if (dpm_msg_send(&msg) == 0)
+        return 0;
+    ulogPrintf(g_dpm_global.module_id, error.level, error.format, error.function, error.line);
+    return -1;
+}
+
 } // namespace
 
 int dpm_msg_send_direct(const dpm_msg *msg) {
@@ -41,11 +48,14 @@ int dpm_msg_send(const dpm_msg *msg) {
 namespace dpm {
 
 int post_words(std::uint32_t code, std::uint32_t len, std::uint32_t data, const send_error &error) {
-    const dpm_msg msg = {code, len, data, 0};
-    if (dpm_msg_send(&msg) == 0)
-        return 0;
-    ulogPrintf(g_dpm_global.module_id, error.level, error.format, error.function, error.line);
-    return -1;
+    return post({code, len, data, 0}, error);
+}
+
+int post_block(std::uint32_t code, std::uint32_t len, const void *block, const send_error &error) {
+    const auto word = reinterpret_cast<std::uint32_t>(block);
+    if (has_block_in_arg(code))
+        return post({code, len, 0, word}, error);
+    return post({code, len, word, 0}, error);
 }
 
 bool is_known_oper(std::uint32_t oper, const call_site &caller) {

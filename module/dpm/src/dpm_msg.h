@@ -25,6 +25,8 @@
 //              owned   the block, which the owner frees
 //              rules   the block, as body; its second and fourth words are blocks that are freed
 //                      before it
+//              packet  the block of the arg word: a descriptor, and the bytes behind it with their length
+//              sized   the block of the arg word, and its length
 //              signal  nothing
 // clang-format off
 #define DPM_MESSAGES(ROW, CALL)                                                                                                                      \
@@ -64,6 +66,14 @@
     ROW (38, DPM_MSG_SYNC_ILM_DEL,         dpm_task_msg_sync_ilm_del_pro,         dpm_mpls_ilm_del_sync_process,      dpm_ilm,              body)    \
     CALL(69, DPM_MSG_PORT_DOWN,                                                   dpm_host_port_down,                                       port)    \
     CALL(70, DPM_MSG_PORT_UP,                                                     dpm_host_port_up,                                         port)    \
+    ROW (78, DPM_MSG_ADD_IPMC_GOURP,       dpm_task_msg_add_ipmc_gourp_pro,       dpm_ipmc_gourp_add_process,         dpm_ipmc_request,     body)    \
+    ROW (79, DPM_MSG_DEL_IPMC_GOURP,       dpm_task_msg_del_ipmc_gourp_pro,       dpm_ipmc_gourp_del_process,         dpm_ipmc_request,     body)    \
+    ROW (80, DPM_MSG_IGMP_RX,              dpm_task_msg_igmp_rx_pro,              dpm_ipmc_igmp_process,              uv_rx_descriptor,     packet)  \
+    ROW (81, DPM_MSG_MLD_RX,               dpm_task_msg_mld_rx_pro,               dpm_ipmc_mld_process,               uv_rx_descriptor,     packet)  \
+    ROW (82, DPM_MSG_SLAVE_ADD_IPMC_GOURP, dpm_task_msg_slave_add_ipmc_gourp_pro, dpm_ipmc_slave_gourp_add_process,   dpm_ipmc_group_image, sized)   \
+    ROW (83, DPM_MSG_SLAVE_DEL_IPMC_GOURP, dpm_task_msg_slave_del_ipmc_gourp_pro, dpm_ipmc_slave_gourp_del_process,   dpm_ipmc_group_image, sized)   \
+    ROW (84, DPM_MSG_SLAVE_ADD_IPMC_GOURP_MEMBER, dpm_task_msg_slave_add_ipmc_gourp_member_pro, dpm_ipmc_slave_gourp_add_member_process, dpm_ipmc_member_image, sized) \
+    ROW (85, DPM_MSG_SLAVE_DEL_IPMC_GOURP_MEMBER, dpm_task_msg_slave_del_ipmc_gourp_member_pro, dpm_ipmc_slave_gourp_del_member_process, dpm_ipmc_member_image, sized) \
     ROW (86, DPM_MSG_TRUNK_MEMBER_CHANGE,  dpm_task_msg_trunk_member_change_pro,  dpm_trunk_member_change_notify,     dpm_trunk_member_msg, trunk)   \
     CALL(87, DPM_MSG_SLAVE_UP_OVER,                                               dpm_slave_up_pro_over_sync_process,                       signal)  \
     CALL(88, DPM_MSG_PROXY_PACKET,                                                dpm_proxy_msg_packet_recv,                                owned)   \
@@ -78,6 +88,8 @@
 #define DPM_OWNER_body(owner, body) int owner(const body *);
 #define DPM_OWNER_rules(owner, body) int owner(const body *);
 #define DPM_OWNER_trunk(owner, body) int owner(const body *, std::uint32_t);
+#define DPM_OWNER_packet(owner, body) int owner(const std::uint8_t *, std::uint32_t, const body *);
+#define DPM_OWNER_sized(owner, body) int owner(const body *, std::uint32_t);
 #define DPM_ROW(code, name, handler, owner, body, shape)                                           \
     struct body;                                                                                   \
     DPM_OWNER_##shape(owner, body)
@@ -127,9 +139,15 @@ struct send_error {
 #define DPM_SEND_ERROR(format, ...)                                                                \
     (dpm::send_error{format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__})
 
-// Posts the words of a message; 0, or -1 after logging.  A block that did not travel stays the
-// caller's.
+// Packet and multicast messages carry their block in the arg word.
+constexpr bool has_block_in_arg(std::uint32_t code) {
+    return code >= DPM_MSG_IGMP_RX && code <= DPM_MSG_SLAVE_DEL_IPMC_GOURP_MEMBER;
+}
+
+// Posts the words of a message, or one with a block; 0, or -1 after logging.  A block that did not
+// travel stays the caller's.
 int post_words(std::uint32_t code, std::uint32_t len, std::uint32_t data, const send_error &error);
+int post_block(std::uint32_t code, std::uint32_t len, const void *block, const send_error &error);
 
 // A request in the making: a zeroed heap block, filled in place and posted.  What is not posted is
 // zeroed and freed.
@@ -142,7 +160,7 @@ public:
 
     // `len` is that of the body unless the message gives the word another meaning.
     int post(std::uint32_t code, const send_error &error, std::uint32_t len = sizeof(Body)) {
-        if (post_words(code, len, reinterpret_cast<std::uint32_t>(this->get()), error) != 0)
+        if (post_block(code, len, this->get(), error) != 0)
             return -1;
         this->release();
         return 0;

@@ -7,7 +7,8 @@
 
 #include <cstdint>
 
-// One row per table.
+// One row per table that is mirrored entry by entry; multicast groups travel last, and in a way of
+// their own.
 //   table     what start-up and the slave-up process ask of it; its DPM_MIRRORED_TABLE defines it
 //   record    what travels, byte for byte
 //   add, del  send one entry; 0, -1 for null, or the transport's answer
@@ -44,6 +45,7 @@ struct mirrored {
 #define DPM_ROW(table, record, add, del, all) extern const mirrored table;
 DPM_TABLES(DPM_ROW)
 #undef DPM_ROW
+extern const mirrored mirrored_multicast;
 
 } // namespace dpm
 

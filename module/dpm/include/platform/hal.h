@@ -54,6 +54,13 @@ int hal_set_arp_to_cpu(uint16_t vlan, uint32_t port, uint32_t on);
 int hal_set_ospf_to_cpu_ex(uint32_t vlan, uint32_t on);
 int hal_set_ipv6_ns_rule(uint32_t on, uint16_t vlan, const struct hal_mac_match *match);
 
+/* Trap rules of multicast, on the thread of a setting.  IGMP of every VLAN, by whether and a word
+ * that is 0; MLD of every VLAN; and each of a VLAN. */
+int hal_set_igmp_to_cpu(uint32_t on, uint32_t reserved);
+int hal_set_mld_to_cpu(uint32_t on);
+int hal_set_igmp_vlan_to_cpu(uint32_t vlan, uint32_t on);
+int hal_set_mld_vlan_to_cpu(uint32_t vlan, uint32_t on);
+
 /* A static route that the IP stack keeps of its own over one gateway goes; on the worker.  `origin`
  * 15 is this library's. IPv4 addresses are words in network order, IPv6 addresses 16 bytes. */
 int hal_ipstack_static_route_process(uint32_t origin, uint32_t destination, uint32_t prefix_len,
