@@ -96,7 +96,7 @@ int dpm_api_set_unknown_ipmc_to_cpu_slave(const void *buffer, std::uint32_t leng
     std::uint32_t gid = 0;
     for (const std::uint8_t byte : received.gid)
         gid = gid << 8 | byte;
-    const dpm::dpm_lock lock;
+    const dpm::ipmc_chip_lock lock;
     const family_settings settings = settings_of(received.family);
     result = dpm_driver_unknown_ipmc_to_cpu_set(received.family, received.state, cpu_queue,
                                                 cpu_rate, &gid);

@@ -2,7 +2,8 @@
 // changes of tables.
 //
 // An echo is carried out at once, on the hot-standby service's thread, and is always before the
-// mirrored change that it belongs to.
+// mirrored change that it belongs to.  That thread does not wait for the DPM lock, which a reader
+// may hold for seconds.
 #include "dpm_ipmc_driver.h"
 
 #include "dpm_address.h"
@@ -93,7 +94,7 @@ int repeat(chip_request chip, const void *buffer, std::uint32_t length_bytes,
     const auto &echo = *static_cast<const dpm_ipmc_echo *>(buffer);
     hw_ipmc_record record;
     std::memcpy(&record, echo.record, sizeof record);
-    const dpm::dpm_lock lock;
+    const dpm::ipmc_chip_lock lock;
     g_ipmc_global.echoes++;
     return chip(record, echo.op);
 }
@@ -215,7 +216,7 @@ void echo_unknown_ipmc(std::uint32_t family, std::uint32_t state, std::uint32_t 
 }
 
 void ipmc_echoes_restart() {
-    const dpm_lock lock;
+    const ipmc_chip_lock lock;
     g_ipmc_global.echoes = 0;
 }
 

@@ -15,6 +15,7 @@
 
 struct dpm_ipmc_global {
     bep_sem sem;              // the suite's lock; nothing here is guarded by it
+    bep_sem chip_sem;         // on the standby: one thread at a time asks the chip; no other in it
     std::uint32_t ipv4_state; // DPM_ENABLE: IGMP is listened to, and what no group knows trapped
     std::uint32_t ipv6_state; // the same of MLD
     std::uint32_t unknown_ipv4_gid; // the chip's group of what no group knows; 0: none

@@ -6,6 +6,7 @@
 // Outgoing VLANs are known here by their members, and go with the last.
 #include "dpm_ipmc.h"
 
+#include "dpm_locks.h"
 #include "dpm_mirror.h"
 
 namespace {
@@ -105,6 +106,7 @@ template <class Record> bool is_old(Record &record) {
 
 std::uint32_t drop_old() {
     std::uint32_t dropped = 0;
+    const dpm::ipmc_chip_lock lock;
     const bool owns_chip = g_ipmc_global.echoes == 0;
     dpm::each_ipmc_source([&](dpm_ipmc_group &group, dpm_ipmc_source &source) {
         dpm::each_ipmc_member(source, [&](dpm_ipmc_member &member) {

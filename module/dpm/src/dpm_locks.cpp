@@ -27,6 +27,10 @@ DPM_LOCK_PAIR(norix_ipmc_sem_take, norix_ipmc_sem_give, g_ipmc_global.sem, BEP_W
 DPM_LOCK_PAIR(dpm_slot_up_sem_take, dpm_slot_up_sem_give, g_dpm_global.slot_up_sem,
               slot_up_limit_sec *bep_sysClkRateGetEx())
 
+namespace dpm {
+DPM_LOCK_PAIR(ipmc_chip_take, ipmc_chip_give, g_ipmc_global.chip_sem, BEP_WAIT_FOREVER)
+} // namespace dpm
+
 void dpm::empty_slot_up_sem() {
     (void)bep_semTakeEx(g_dpm_global.slot_up_sem, BEP_NO_WAIT, __FILE__, __LINE__);
 }

@@ -2,8 +2,7 @@
  * Contract: further requests of the chip driver: stream items, which classify packets and redirect
  * them, and multicast.
  *
- * The host supplies every function of this header.  They are called under the DPM lock; buffers are
- * valid during the call only.
+ * The host supplies every function of this header.  Buffers are valid during the call only.
  */
 #ifndef DPM_PLATFORM_HW_H
 #define DPM_PLATFORM_HW_H
@@ -14,7 +13,7 @@
 extern "C" {
 #endif
 
-/* ---- stream items, on the worker ---- */
+/* ---- stream items, on the worker under the DPM lock ---- */
 
 /* Sets, or takes away, what becomes of the packets that match a rule on a set of ports.
  *
@@ -37,8 +36,8 @@ int ddGetSwitchChipLogicPortAmount(void);
 
 /* ---- multicast ----
  *
- * On the worker or the thread of a setting, and on the standby card on the hot-standby service's
- * thread: each control card has a chip of its own here.  `unit` is 0.  Each answers 0, or an error
+ * On the worker or the thread of a setting under the DPM lock, and on the standby card on the
+ * hot-standby service's thread: each control card has a chip of its own here.  `unit` is 0.  Each answers 0, or an error
  * code; a request that is refused must leave no trace.  What is there may be set again, and what is
  * not there may be taken away: the standby card is told whole tables more than once. */
 
