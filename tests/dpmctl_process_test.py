@@ -259,9 +259,10 @@ class TwoCards(Shelf):
             self.learn(f"10.1.1.{12 + i}")
             self.ctl("settle")
             self.ctl("clock advance 1s")  # till then it is not tried again
-        self.assertEqual(pathlib.Path(told.name).read_text(),
-                         f"dpm-card: {file} cannot be written: No space left on device\n"
-                         f"dpm-card: {file} is whole again\n")
+        said = lambda: pathlib.Path(told.name).read_text()
+        wanted = [f"dpm-card: {file} {what}\n" for what in
+                  ("cannot be written: No space left on device", "is whole again")]
+        self.wait_until("it says so once", lambda: said() == "".join(wanted))
         self.kill_master(9)
         self.assertEqual(self.rows("card status")[0]["mended"], 0)
         self.ctl("verify")

@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t max_clients = 32;
 constexpr rlim_t others_descriptors = 6; // the other card's connections, the line cards' file
 constexpr std::int64_t idle_nsec = 60 * chassis::os::nsec_per_sec;
-constexpr int rest_msec = 100, idle_msec = 1000;
+constexpr int rest_msec = 100, turn_msec = 1000;
 
 bool is_later(ssize_t count) {
     return count < 0 && (errno == EAGAIN || errno == EINTR);
@@ -44,15 +44,14 @@ void Control::serve(int stop) {
 
 void Control::take_turn(int stop) {
     std::vector<pollfd> polled{{stop, POLLIN, 0}, {rests_ ? -1 : listener_.get(), POLLIN, 0}};
-    int timeout_msec = rests_ ? rest_msec : idle_msec;
+    int timeout_msec = rests_ ? rest_msec : turn_msec;
     for (const Client &client : clients_) {
         polled.push_back({client.socket.get(), client.awaited(), 0});
         if (client.has_line())
             timeout_msec = 0;
     }
     const int ready = poll(polled.data(), polled.size(), timeout_msec);
-    if (ready == 0 && timeout_msec == idle_msec)
-        when_idle_();
+    each_turn_();
     rests_ = ready < 0;
     if (rests_)
         return static_cast<void>(poll(nullptr, 0, rest_msec));

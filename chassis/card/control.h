@@ -21,12 +21,12 @@ namespace card {
 
 class Control {
 public:
-    // The clock by which clients are idle is the card's, which can be moved.  `when_idle` is called
-    // about every second in which nobody asks for anything.
+    // The clock by which clients are idle is the card's, which can be moved.  `each_turn` is called
+    // at least once a second.
     Control(ctl::Server &server, const chassis::os::Os &clock, ctl::Descriptor listener,
-            std::function<void()> when_idle)
+            std::function<void()> each_turn)
         : server_(server), clock_(clock), listener_(std::move(listener)),
-          when_idle_(std::move(when_idle)) {}
+          each_turn_(std::move(each_turn)) {}
 
     // Until the descriptor becomes readable or a command asks the card to end.
     void serve(int stop);
@@ -53,7 +53,7 @@ private:
     ctl::Server &server_;
     const chassis::os::Os &clock_;
     const ctl::Descriptor listener_;
-    const std::function<void()> when_idle_;
+    const std::function<void()> each_turn_;
     std::list<Client> clients_;
     bool rests_ = false; // the listener does, for want of descriptors
     bool stopped_ = false;
