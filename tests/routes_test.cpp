@@ -355,6 +355,8 @@ void request(rig::RowShelf &shelf, const rig::Words &words) {
     const std::string field = words.size() > 3 ? words[3] : "";
     if (field == "gateways")
         msg.np_num = value;
+    else if (field == "interface")
+        msg.np_ifindex[0] = value;
     else if (field.ends_with("length"))
         (field == "length" ? msg.destination : msg.np[0]).prefix_len = std::uint16_t(value);
     else if (field.ends_with("family"))
@@ -365,6 +367,16 @@ void request(rig::RowShelf &shelf, const rig::Words &words) {
 const rig::Verb raw{"raw", request};
 
 } // namespace
+
+// So do hosts: the standby finds an interface by its name.
+ROWS(Routes, OverAnInterfaceThatComesLateTakeItsName, .families = {4}, .roles = rig::mirroring,
+     .see = "mirror"){
+    {"call dpm_host_test_add 0x301010a 902 300 0 3 3", "mirror nexthop+ n1; mirror host+ {c}; = 0"},
+    {"raw 1 {net} interface 902", "mirror route+ {net}"},
+    {"if add vlanif300", "mirror host- {c}; mirror host+ {c}; mirror route+ {net}"},
+    {"if add vlanif300", ""},
+    {"standby show routes", "...; = 0    {net}  waits  0      {a} vlanif300 unresolved  1"},
+};
 
 ROWS(Routes, OfBadRequestsChangeNothing, .families = {4}, .roles = rig::mirroring,
      .see = "chip log/dpm_"){

@@ -69,18 +69,28 @@ void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     dpm::holds_end_on(entry.if_index, left);
 }
 
+// One that was reported before its interface has no name for it, so the standby knows no index.
+void name_host(dpm_host_entry &host) {
+    (void)dpm_host_entry_del_sync_send(&host);
+    (void)dpm_if_get_ifnamebyindex(host.ifindex, host.ifname);
+    (void)dpm_host_entry_add_sync_send(&host);
+}
+
 // Of two hosts that come to have one key the one that was there stays: a report renews it.  A
 // master that has taken over without the interface asks for them where they are.
 template <class Table>
 void renumber_hosts(const Table &table, const char *ifname, std::uint32_t ifindex) {
+    const bool is_masters = ifindex != DPM_IFINDEX_NONE && dpm_bridge_self_is_master();
     for (dpm_host_entry &host : table.erasable()) {
+        if (is_masters && host.ifindex == ifindex && host.ifname[0] == '\0')
+            name_host(host);
         if (host.ifindex == ifindex || std::strcmp(host.ifname, ifname) != 0)
             continue;
         table.remove(host);
         host.ifindex = ifindex;
         if (table.add(host) != nullptr)
             dpm::free_host(host);
-        else if (ifindex != DPM_IFINDEX_NONE && dpm_bridge_self_is_master())
+        else if (is_masters)
             (void)dpm_host_unreachable_add(host.vrf, ifindex, &host.ip, DPM_SWITCHOVER_PROBES);
     }
 }

@@ -159,13 +159,26 @@ bool renumber_gateways(dpm_route_entry &route, const char *ifname, std::uint32_t
     return has_changed;
 }
 
+// Those that were given before their interface have no name for it, so the standby knows no index.
+bool name_gateways(dpm_route_entry &route, std::uint32_t ifindex) {
+    bool has_changed = false;
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        if (ifindex != 0 && route.np_ifindex[i] == ifindex && route.np_ifname[i][0] == '\0')
+            has_changed = dpm_if_get_ifnamebyindex(ifindex, route.np_ifname[i]) == 0;
+    record_of(route).is_over_tunnel = dpm::is_over_tunnel(route);
+    return has_changed;
+}
+
 // Gateways on an interface that is there again are looked for again.
 void renumber(const char *ifname, std::uint32_t ifindex) {
+    const bool is_masters = ifindex != DPM_IFINDEX_NONE && dpm_bridge_self_is_master();
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
-        for (dpm_route_entry &route : dpm::routes_of(family))
-            if (renumber_gateways(route, ifname, ifindex) && ifindex != DPM_IFINDEX_NONE &&
-                dpm_bridge_self_is_master())
+        for (dpm_route_entry &route : dpm::routes_of(family)) {
+            if (is_masters && name_gateways(route, ifindex))
+                (void)dpm_route_entry_add_sync_send(&route);
+            if (renumber_gateways(route, ifname, ifindex) && is_masters)
                 dpm::ask_for_gateways(route);
+        }
 }
 
 } // namespace
