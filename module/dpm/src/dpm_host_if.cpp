@@ -10,29 +10,27 @@
 #include "dpm_if.h"
 
 #include <cstring>
+#include <utility>
 
 namespace {
 
 constexpr std::uint32_t retry_sec = 30;
 
-// False when the chip would not let it go.
-bool delete_with_neighbour(dpm_host_entry &host) {
-    const std::uint32_t vrf = host.vrf, ifindex = host.ifindex;
-    const dpm_prefix ip = host.ip;
-    if (dpm_host_entry_del(&host) != 0)
-        return false;
-    dpm::drop_neighbour(vrf, ifindex, ip);
-    return true;
-}
-
-// Deletes the hosts that are to leave; false when some are still there.
+// Deletes the hosts that are to leave; false when the chip would not let some of them go.  The IP
+// stack forgets those too, once.
 template <class Table, class Leaves> bool delete_hosts(const Table &table, Leaves leaves) {
     bool all_left = true;
-    for (dpm_host_entry &host : table.erasable())
-        if (leaves(host) && !delete_with_neighbour(host)) {
-            record_of(host).is_leaving = true;
+    for (dpm_host_entry &host : table.erasable()) {
+        if (!leaves(host))
+            continue;
+        const bool is_known = !std::exchange(record_of(host).is_leaving, true);
+        const std::uint32_t vrf = host.vrf, ifindex = host.ifindex;
+        const dpm_prefix ip = host.ip;
+        if (dpm_host_entry_del(&host) != 0)
             all_left = false;
-        }
+        if (is_known)
+            dpm::drop_neighbour(vrf, ifindex, ip);
+    }
     return all_left;
 }
 
