@@ -153,9 +153,9 @@ TEST(Peer, CallsReachAJoinedCardAtOnceUntilItIsCutOff) {
     EXPECT_EQ(call("a"), -1);
     one.peer.join(two.peer);
     EXPECT_EQ(call("b"), 0);
-    one.peer.drop_calls(true);
+    one.peer.take_calls([] { return false; });
     EXPECT_EQ(call("c"), -1);
-    one.peer.drop_calls(false);
+    one.peer.take_calls([] { return true; });
     two.peer.cut();
     EXPECT_FALSE(one.peer.exists());
     EXPECT_EQ(call("d"), -1);

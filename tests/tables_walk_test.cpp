@@ -442,19 +442,39 @@ void standby_changes(TableWalk &walk) {
 }
 
 // When the standby can take over; what was refused is known to the master alone.
-void master_dies(TableWalk &walk) {
-    using chassis::chip::Function;
-    if (walk.stretch == Stretch::faulty || !walk.has_standby() || dpm_get_slave_up() != 1)
-        return;
-    const auto before = walk.standby().chip.requests(Function::del_ip_entry);
+bool may_die(TableWalk &walk) {
+    return walk.stretch != Stretch::faulty && walk.has_standby() && dpm_get_slave_up() == 1;
+}
+void take_over(TableWalk &walk) {
     perform(walk, "switch-over");
-    EXPECT_EQ(walk.master().chip.requests(Function::del_ip_entry), before) << "the chip forgets";
+    walk.held.clear(); // no route names them
     for (const dpm_route_entry &route : walk.routes(walk.master()))
         if (dpm_route_dynamic_type_check(route.route_type))
             walk.expiring[tables::prefix_text(route.destination) + " vrf " +
                           std::to_string(route.vrf)] = walk.now + DPM_ROUTE_DELETE_SEC;
     if (!walk.one_in(3))
         perform(walk, "standby comes");
+}
+void master_dies(TableWalk &walk) {
+    using chassis::chip::Function;
+    if (!may_die(walk))
+        return;
+    const auto before = walk.standby().chip.requests(Function::del_ip_entry);
+    const auto &next = walk.standby();
+    take_over(walk);
+    EXPECT_EQ(next.chip.requests(Function::del_ip_entry), before) << "the chip forgets";
+}
+// The standby and the line cards have seen a part of what the command changes.
+void perform_dying(TableWalk &walk, const std::string &command) {
+    const unsigned changes = walk.below(12);
+    walk.fault = "# the master dies behind " + std::to_string(changes) + " changes:";
+    walk.note(walk.fault);
+    walk.note(command);
+    walk.dies_behind(changes);
+    const bool is_accepted = walk.act(command);
+    take_over(walk);
+    look_behind(walk, command, is_accepted);
+    walk.fault.clear();
 }
 
 // The longest route that forwards answers, the first of the table among those of one length.
@@ -579,6 +599,8 @@ void do_deed(TableWalk &walk, const Deed &deed) {
     const std::string command = drawn(walk, deed.command);
     if (may_fail && walk.one_in(3))
         return perform_under_fault(walk, command);
+    if (deed.meets != nothing && walk.one_in(60) && may_die(walk))
+        return perform_dying(walk, command);
     perform(walk, command);
 }
 

@@ -142,10 +142,9 @@ TEST_F(LinkOfCards, TakesOverWhenItsWorkerHasCarriedOutAllThatArrived) {
     ASSERT_TRUE(master.connect());
     norix_dpm_sem_take();
     for (unsigned i = 0; i < records; ++i) {
-        dpm_nexthop_entry entry{};
-        entry.sdk_index = entry.svlan = i + 16;
-        entry.cnt = 1;
-        master.send("dpm_nexthop_entry_add_sync_receive", std::as_bytes(std::span(&entry, 1)));
+        dpm_route_entry entry{};
+        entry.destination = {DPM_FAMILY_IPV4, 32, {10, 1, std::uint8_t(i >> 8), std::uint8_t(i)}};
+        master.send("dpm_route_entry_add_sync_receive", std::as_bytes(std::span(&entry, 1)));
     }
     master.die();
     std::this_thread::sleep_for(100ms);
@@ -154,7 +153,8 @@ TEST_F(LinkOfCards, TakesOverWhenItsWorkerHasCarriedOutAllThatArrived) {
     EXPECT_TRUE(eventually([this] { return role() == Role::master; }));
     EXPECT_EQ(card->peer.term(), 5u);
     unsigned found = 0;
-    for (auto *at = dpm_api_get_nexthop_entry_first(); at; at = dpm_api_get_nexthop_entry_next(at))
+    for (auto *at = dpm_api_get_route_entry_first(DPM_FAMILY_IPV4); at;
+         at = dpm_api_get_route_entry_next(at))
         ++found;
     EXPECT_EQ(found, records);
 }

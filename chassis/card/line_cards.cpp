@@ -35,8 +35,11 @@ chassis::chip::FileBytes contents_of(const std::string &path) {
 
 LineCards::LineCards(chassis::Card &card, std::string path) : card_(card), path_(std::move(path)) {
     card_.chip.observe([this](const Change &change) { write(change); });
-    card_.peer.before_master([this] { take_over(); });
-    card_.peer.behind_master([this] { card_.mended = chassis::tables::mend_chip(card_); });
+    card_.peer.before_master([this] {
+        take_over();
+        card_.mended = 0;
+    });
+    card_.peer.around_master([this] { card_.mended += chassis::tables::mend_chip(card_); });
 }
 
 LineCards::~LineCards() {

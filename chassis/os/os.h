@@ -96,8 +96,8 @@ public:
     // first `count` of them.
     std::uint32_t posted() const;
     bool has_finished(std::uint32_t count) const;
-    // Is carried out once by the task that receives, behind the messages that are queued now and
-    // before any that come later.
+    // Is carried out once by the task that receives, behind the messages that are queued now, and
+    // the steps before it, and before any that come later.
     void behind_queue(std::function<void()> step);
 
     // Log: lines go to the sink, which by default writes "time level module text" to stderr.

@@ -125,8 +125,7 @@ void Os::behind_queue(std::function<void()> step) {
     const std::uint32_t behind = posted();
     {
         const std::lock_guard lock(state_->step_mutex);
-        state_->step = std::move(step);
-        state_->step_behind = behind;
+        state_->steps.push_back({behind, std::move(step)});
         state_->has_step = true;
     }
     state_->wake_receivers();
@@ -138,13 +137,13 @@ void Os::State::take_step(Queue &queue) {
     {
         const std::lock_guard lock(step_mutex);
         const std::lock_guard counting(queue.monitor);
-        if (std::int32_t(queue.received - step_behind) < 0)
+        if (steps.empty() || std::int32_t(queue.received - steps.front().behind) < 0)
             return;
-        due = std::exchange(step, nullptr);
-        has_step = false;
+        due = std::move(steps.front().take);
+        steps.pop_front();
+        has_step = !steps.empty();
     }
-    if (due)
-        due();
+    due();
 }
 
 void Os::State::wake_receivers() {

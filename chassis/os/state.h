@@ -151,9 +151,12 @@ struct Os::State {
     std::atomic<std::uint32_t> queue_limit{0};
     std::atomic<std::uint32_t> queued{0};
 
-    std::mutex step_mutex; // guards the two below
-    std::function<void()> step;
-    std::uint32_t step_behind = 0; // so many messages
+    struct Step {
+        std::uint32_t behind; // so many messages
+        std::function<void()> take;
+    };
+    std::mutex step_mutex; // guards the one below
+    std::deque<Step> steps;
     std::atomic<bool> has_step{false};
 
     mutable std::mutex tasks_mutex; // guards the two below

@@ -162,8 +162,8 @@ void Peer::before_master(std::function<void()> hook) {
     state_->before_master = std::move(hook);
 }
 
-void Peer::behind_master(std::function<void()> hook) {
-    state_->behind_master = std::move(hook);
+void Peer::around_master(std::function<void()> hook) {
+    state_->around_master = std::move(hook);
 }
 
 void Peer::become_master() {
@@ -184,9 +184,9 @@ void Peer::make_master(std::uint64_t term) {
     if (!takes_over || !state_->to_master)
         return;
     CardScope scope(card_);
+    card_.os.behind_queue(state_->around_master);
     state_->to_master();
-    if (state_->behind_master)
-        card_.os.behind_queue(state_->behind_master);
+    card_.os.behind_queue(state_->around_master);
 }
 
 void Peer::make_standby(std::uint64_t term) {
@@ -349,8 +349,8 @@ void Peer::clear_calls() {
     state_->calls.clear();
 }
 
-void Peer::drop_calls(bool on) {
-    state_->drop = on;
+void Peer::take_calls(std::function<bool()> whether) {
+    state_->takes_calls = std::move(whether);
 }
 
 void Peer::watch(Watcher watcher) {
@@ -359,8 +359,8 @@ void Peer::watch(Watcher watcher) {
 
 // Sends one call to the other card.
 int Peer::call(std::string_view name, std::span<const std::byte> payload) {
-    const bool is_taken = !state_->drop && state_->exists && payload.size() <= max_call_bytes &&
-                          name.size() <= max_frame_name_bytes;
+    const bool is_taken = state_->exists && payload.size() <= max_call_bytes &&
+                          name.size() <= max_frame_name_bytes && state_->takes_calls();
     if (state_->watcher)
         state_->watcher(name, payload, is_taken);
     if (!is_taken)

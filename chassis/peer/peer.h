@@ -85,9 +85,9 @@ public:
     // Is called before a card becomes master, on the thread that makes it one.  It may let the card
     // know of a later term; the term of the take-over will be term() + 1.
     void before_master(std::function<void()> hook);
-    // Is called on the worker of a card that has become master, behind the library's switch-over
-    // process and before any request that comes later.
-    void behind_master(std::function<void()> hook);
+    // Is called on the worker of a card that has become master: in front of the library's switch-over
+    // process, which makes requests of its own, and behind it, before any request that comes later.
+    void around_master(std::function<void()> hook);
 
     // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
     int call(std::string_view name, std::span<const std::byte> payload);
@@ -102,7 +102,8 @@ public:
     void record(bool on);
     const std::vector<Call> &calls() const;
     void clear_calls();
-    void drop_calls(bool on); // the peer takes nothing: calls answer -1
+    // Is asked for each call whether the peer takes it; one that is not taken answers -1.
+    void take_calls(std::function<bool()> whether);
     // Is told of every call that this card makes, and whether the peer takes it, on the caller's
     // thread.  For the rig: in one process the peer takes it at once, and later than the watcher.
     using Watcher = std::function<void(std::string_view name, std::span<const std::byte>, bool)>;

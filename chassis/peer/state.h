@@ -23,12 +23,12 @@ struct Peer::State {
     std::atomic<bool> exists{false};
     std::atomic<bool> has_tables{false}; // a standby that got all that the master has
     std::atomic<bool> standby_usable{true};
-    std::atomic<bool> drop{false};
     std::atomic<bool> recording{false};
 
     std::map<int, hss_callback> connected_callbacks; // by client, in whose order they are called
     hss_callback to_master = nullptr;
-    std::function<void()> before_master, behind_master;
+    std::function<void()> before_master, around_master = [] {};
+    std::function<bool()> takes_calls = [] { return true; };
     Peer::Watcher watcher;
     std::mutex changing_role;
 

@@ -99,6 +99,9 @@ public:
     void standby_starts();   // the same without the connection: joined, nothing mirrored
     void standby_lost();
     void switch_over(); // the master is gone and the standby takes its place
+    // The master will die behind so many changes that standby and line cards see, and be gone with
+    // the next switch-over.
+    void dies_behind(unsigned changes) { changes_left_ = changes; }
 
     // Faults on the master.
     void refuse(chassis::chip::Function kind, unsigned count = 1, int code = -1,
@@ -152,6 +155,7 @@ protected:
 private:
     Card &start_card(unsigned index);
     void line_cards_follow();
+    bool lives() { return changes_left_ > 0 && changes_left_-- > 0; }
     void replay(Card &card);
     void end_card(unsigned index);
     bool change_label(const Words &words);
@@ -164,6 +168,7 @@ private:
     std::size_t blocks_at_start_[2] = {};
     unsigned master_ = 0;
     bool held_ = false, keep_log_ = true;
+    unsigned changes_left_ = ~0u;
     Exceptions exceptions_;
     std::uint64_t past_mistakes_ = 0, past_failed_checks_ = 0; // of cards that are gone
 };

@@ -181,6 +181,19 @@ ecmp_table ecmp_groups(std::uint32_t ecmp_type) {
                                                    : g_dpm_global.ecmp_ipv6_tree);
 }
 
+void ecmp_groups_uncount() {
+    for (const std::uint32_t ecmp_type : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (dpm_ecmp_entry &group : ecmp_groups(ecmp_type))
+            group.host_cnt = 0;
+}
+
+void ecmp_groups_drop_uncounted() {
+    for (const std::uint32_t ecmp_type : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
+        for (dpm_ecmp_entry &group : ecmp_groups(ecmp_type).erasable())
+            if (group.host_cnt == 0)
+                ecmp_mirror::drop(group);
+}
+
 int ecmp_group::add(std::uint32_t host_index) {
     const call_site caller = {"dpm_ecmp_add", __LINE__};
     if (!is_known_type(ecmp_type_, caller))
@@ -231,6 +244,21 @@ int ecmp_group::remove(std::uint32_t host_index) {
 
 bool ecmp_group::is_empty() {
     return sdk_index_ != 0 && is_found() && entry_->host_cnt == 0;
+}
+
+bool ecmp_group::holds(std::uint32_t host_index) {
+    return sdk_index_ != 0 && is_found() && slot_holding(*entry_, host_index) != nullptr;
+}
+
+bool ecmp_group::recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]) {
+    if (sdk_index_ == 0 || !is_found())
+        return false;
+    entry_->host_cnt = 0;
+    std::memset(entry_->host_sdk, 0, sizeof entry_->host_sdk);
+    for (const std::int32_t member : host_index)
+        if (member > 0)
+            entry_->host_sdk[entry_->host_cnt++] = static_cast<std::uint32_t>(member);
+    return entry_->host_cnt != 0;
 }
 
 bool ecmp_group::is_found() {

@@ -45,6 +45,9 @@ public:
     int add(std::uint32_t host_index);    // as dpm_ecmp_add
     int remove(std::uint32_t host_index); // as dpm_ecmp_del
     bool is_empty();                      // there is a group, and it has no member
+    bool holds(std::uint32_t host_index); // it is recorded as a member
+    // The members are these alone, those above 0; tables only.  False: no group, or no member.
+    bool recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]);
 
 private:
     bool is_found();
@@ -60,5 +63,10 @@ inline int ecmp_order(const dpm_ecmp_entry &a, const dpm_ecmp_entry &b) {
 using ecmp_table = avl_table<dpm_ecmp_entry, ecmp_order>;
 
 ecmp_table ecmp_groups(std::uint32_t ecmp_type); // of a known family
+
+// On a card that becomes master, tables only: no group has a member until what names it tells its
+// members (recount), and those that nothing names go.
+void ecmp_groups_uncount();
+void ecmp_groups_drop_uncounted();
 
 } // namespace dpm

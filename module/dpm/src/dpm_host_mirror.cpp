@@ -4,6 +4,7 @@
 #include "dpm.h"
 #include "dpm_if.h"
 #include "dpm_mirror.h"
+#include "dpm_nexthop.h"
 #include "dpm_policy_route.h"
 
 namespace {
@@ -73,6 +74,13 @@ void ask_again(const dpm_host_entry &host) {
     (void)dpm_host_unreachable_add(host.vrf, host.ifindex, &host.ip, DPM_SWITCHOVER_PROBES);
 }
 
+// Next hops count their hosts anew.  A host whose next hop is not there was about to go with it.
+template <class Table> void count_nexthops(const Table &table) {
+    for (dpm_host_entry &host : table.erasable())
+        if (!dpm::nexthop_count(host.sdk_index))
+            host_mirror::drop(host);
+}
+
 } // namespace
 
 // clang-format off
@@ -85,6 +93,10 @@ DPM_MIRRORED_TABLE(host_mirror, mirrored_hosts,
 // clang-format on
 
 int dpm_host_start_delete_time() {
+    dpm::nexthops_uncount();
+    count_nexthops(dpm::ipv4_hosts());
+    count_nexthops(dpm::ipv6_hosts());
+    dpm::nexthops_drop_uncounted();
     if (dpm::ipv4_hosts().empty())
         DPM_TRACE("%s %d:: ipv4 host tree is null!\r\n");
     for (const dpm_host_entry &host : dpm::ipv4_hosts())

@@ -2,8 +2,9 @@
 //
 // An entry is created with the first host that needs it, counts its hosts, and goes with the last.
 // The host table is the only one that takes references.  Every change of the count is mirrored, so
-// that the indexes survive a switch-over. Beside each entry, card-locally, stands its place in the
-// index by chip index.
+// that the indexes survive a switch-over.  There the count is taken anew: the master may have died
+// between mirroring it and the host.  Beside each entry, card-locally, stands its place in the index
+// by chip index.
 #include "dpm_nexthop.h"
 
 #include "dpm.h"
@@ -117,6 +118,24 @@ namespace dpm {
 
 nexthop_table nexthops() {
     return nexthop_table(g_dpm_global.nexthop_tree);
+}
+
+void nexthops_uncount() {
+    for (dpm_nexthop_entry &entry : nexthops())
+        entry.cnt = 0;
+}
+
+bool nexthop_count(std::uint32_t sdk_index) {
+    dpm_nexthop_entry *entry = dpm_nexthop_find_by_index(sdk_index);
+    if (entry != nullptr)
+        entry->cnt++;
+    return entry != nullptr;
+}
+
+void nexthops_drop_uncounted() {
+    for (dpm_nexthop_entry &entry : nexthops().erasable())
+        if (entry.cnt == 0)
+            nexthop_mirror::drop(entry);
 }
 
 } // namespace dpm

@@ -34,4 +34,10 @@ namespace dpm {
 using nexthop_table = avl_table<dpm_nexthop_entry, dpm_nexthop_compare>;
 nexthop_table nexthops();
 
+// On a card that becomes master, tables only: nobody counts, each host does, and what none counts
+// for goes.  False: there is no next hop of that index.
+void nexthops_uncount();
+bool nexthop_count(std::uint32_t sdk_index);
+void nexthops_drop_uncounted();
+
 } // namespace dpm

@@ -23,6 +23,7 @@
 
 namespace {
 
+constexpr dpm::call_site adding = {"dpm_route_add", __LINE__}; // also when a route is replaced
 constexpr std::uint32_t static_route_origin = 15; // as the IP stack numbers it
 
 std::uint32_t occupied() {
@@ -113,20 +114,23 @@ void forget_in_ip_stack(const dpm_prefix &destination, const dpm_prefix &gateway
                                                     destination.prefix_len, gateway.address, 0);
 }
 
+void put_into_chip(route_record &record) {
+    if (record.entry.sdk_index > 0 && dpm::program_route(record, adding) != 0)
+        dpm::unresolve(record.entry);
+}
+
 // Adds a route whose block is at hand; the block is released when the table takes it.
 int add_route(dpm::route_block &record) {
-    const dpm::call_site caller = {"dpm_route_add", __LINE__}; // also when a route is replaced
     dpm_route_entry &route = record->entry;
     resolve_gateways(route);
     const std::int32_t *host = route.host_index;
     DPM_LOG_FROM(
-        caller,
+        adding,
         "%s %d::prefix %s prefixlen %d route_type %d ecmp_enable %d sdk_index %d host_index %d/%d/%d/%d/%d/%d/%d/%d .\r\n",
         dpm::address_text(route.destination).c_str(), route.destination.prefix_len,
         route.route_type, route.ecmp_enable, route.sdk_index, host[0], host[1], host[2], host[3],
         host[4], host[5], host[6], host[7]);
-    if (route.sdk_index > 0 && dpm::program_route(*record, caller) != 0)
-        dpm::unresolve(route);
+    put_into_chip(*record);
     dpm::link_route(*record.release());
     (void)dpm_route_entry_add_sync_send(&route);
     return 0;
@@ -144,10 +148,21 @@ bool has_room(std::uint32_t own_weight, const dpm::call_site &caller) {
     return false;
 }
 
+// As if it had just come: its group had gone before the master could mirror the route.
+void resolve_anew(dpm_route_entry &route) {
+    route.sdk_index = 0;
+    record_of(route).chip_index = 0;
+    resolve_gateways(route);
+    put_into_chip(record_of(route));
+}
+
 void take_over(dpm_route_entry &route) {
+    const bool has_group = dpm::recount_gateways(route);
     if (record_of(route).is_mirrored) // label entries may have come behind it
         dpm::adopt_chip_entry(record_of(route));
     record_of(route).is_mirrored = false;
+    if (!has_group)
+        resolve_anew(route);
     dpm::ask_for_gateways(route);
     if (dpm_route_dynamic_type_check(route.route_type))
         (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
@@ -313,9 +328,11 @@ int dpm_route_del_msg(const dpm_route_msg *body) {
 int dpm_route_start_delete_time() {
     if (dpm::ipv4_routes().empty())
         DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
+    dpm::ecmp_groups_uncount();
     for (dpm_route_entry &route : dpm::ipv4_routes())
         take_over(route);
     for (dpm_route_entry &route : dpm::ipv6_routes())
         take_over(route);
+    dpm::ecmp_groups_drop_uncounted();
     return 0;
 }

@@ -138,6 +138,38 @@ void dpm::ask_for_gateways(dpm_route_entry &route) {
 
 namespace {
 
+// What a gateway leads to by the tables.  A host that came counts when the group has it already; else
+// it is asked for, and with that told to the chip.
+std::int32_t recounted(const dpm_route_entry &route, std::uint32_t i, dpm::ecmp_group &group) {
+    if (!dpm::asks_for_host(route, i))
+        return route.host_index[i];
+    dpm_host_entry key; // only what the compares read is set
+    key.vrf = route.vrf;
+    key.ip = route.np[i];
+    key.ifindex = route.np_ifindex[i];
+    std::memcpy(key.ifname, route.np_ifname[i], sizeof key.ifname);
+    const dpm_host_entry *host = dpm_host_find_by_entry(&key);
+    if (host == nullptr)
+        return DPM_ROUTE_UNRESOLVED;
+    const auto host_index = static_cast<std::int32_t>(host->sdk_index);
+    const bool is_known = route.host_index[i] == host_index || group.holds(host->sdk_index);
+    return is_known ? host_index : DPM_ROUTE_UNRESOLVED;
+}
+
+} // namespace
+
+bool dpm::recount_gateways(dpm_route_entry &route) {
+    ecmp_group group(route.destination.family, route.sdk_index);
+    for (std::uint32_t i = 0; i < route.np_num; i++)
+        route.host_index[i] = recounted(route, i, group);
+    if (route.ecmp_enable == DPM_ROUTE_ECMP)
+        return route.sdk_index == 0 || group.recount(route.host_index);
+    route.sdk_index = std::max(route.host_index[0], 0);
+    return true;
+}
+
+namespace {
+
 bool is_over(const dpm_route_entry &route, std::uint32_t ifindex) {
     return std::find(route.np_ifindex, route.np_ifindex + route.np_num, ifindex) !=
            route.np_ifindex + route.np_num;
