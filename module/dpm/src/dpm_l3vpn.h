@@ -126,6 +126,9 @@ std::uint32_t &label_sync_of(dpm_ilm &entry);
 void ftn_tables_create();
 void ilm_tables_create();
 
+// On a card that becomes master: entries whose neighbours came just before are programmed.
+void labels_ask();
+
 // What label entries do when interfaces change.
 extern const if_follower labels_on_interfaces;
 

@@ -133,7 +133,32 @@ template <class Del> void del_ftns(bool is_vpn, const dpm_host_entry &host, Del 
     });
 }
 
+template <class Entry>
+const dpm_host_entry *neighbour_of(const Entry &waiting, std::uint32_t vrf) {
+    if (waiting.tunnel_ip_type != DPM_FAMILY_IPV4)
+        return nullptr;
+    return dpm::find_label_neighbour(vrf, DPM_FAMILY_IPV4, waiting.tunnel_nhop, 0);
+}
+
+void ask_for_ftns(bool is_vpn) {
+    for (dpm_ftn &ftn : dpm::pend_ftns().erasable()) {
+        const dpm_host_entry *host = neighbour_of(ftn, ftn_vrf);
+        if (host != nullptr && is_driven(ftn, is_vpn, *host))
+            is_vpn ? add_vpn(ftn, *host) : add_tunnel(ftn, *host);
+    }
+}
+
 } // namespace
+
+void dpm::labels_ask() {
+    ask_for_ftns(false);
+    ask_for_ftns(true);
+    for (dpm_ilm &ilm : pend_ilms().erasable()) {
+        const dpm_host_entry *host = neighbour_of(ilm, ilm.vrf_id);
+        if (host != nullptr && is_driven(ilm, *host))
+            add_ilm(ilm, *host);
+    }
+}
 
 int dpm_mpls_vpn_ftn_proc_for_arp(std::uint32_t event, const dpm_host_entry *host) {
     if (host == nullptr)

@@ -11,6 +11,7 @@
 #include "dpm_bridge.h"
 #include "dpm_host.h"
 #include "dpm_ipmc.h"
+#include "dpm_l3vpn.h"
 #include "dpm_locks.h"
 #include "dpm_mirror.h"
 #include "dpm_msg.h"
@@ -171,6 +172,7 @@ int dpm_slave_to_master_process() {
     g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
     (void)dpm_route_start_delete_time();
+    dpm::labels_ask();
     dpm::policy_routes_ask();
     (void)dpm_ipmc_slave_to_master_pro();
     return 0;
