@@ -100,4 +100,4 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 
 } // namespace
 
-constexpr dpm::if_follower dpm::hosts_on_interfaces = {leave, nullptr, renumber};
+constexpr dpm::if_follower dpm::hosts_on_interfaces = {.leave = leave, .renumber = renumber};

@@ -95,10 +95,10 @@ namespace dpm {
 struct if_follower {
     // The interface goes, or leaves its VRF for this one: what is resolved on it ends.  On the
     // master, before anything else is changed; null: nothing.
-    void (*leave)(const dpm_if_entry &entry, std::uint32_t vrf);
+    void (*leave)(const dpm_if_entry &entry, std::uint32_t vrf) = nullptr;
     // The interface has left its VRF for another, which it has come to.  On the master; null:
     // nothing.
-    void (*arrive)(const dpm_if_entry &entry);
+    void (*arrive)(const dpm_if_entry &entry) = nullptr;
     // The interface of this name has this index from now on, DPM_IFINDEX_NONE when it has gone.
     void (*renumber)(const char *ifname, std::uint32_t ifindex);
     // An interface has an address that it had not; null: nothing.

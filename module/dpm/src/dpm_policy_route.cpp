@@ -229,7 +229,7 @@ void policy_routes_ask() {
 }
 
 const if_follower policy_routes_on_interfaces = {
-    .leave = nullptr, .arrive = arrive, .renumber = renumber, .gain = look_again};
+    .arrive = arrive, .renumber = renumber, .gain = look_again};
 
 } // namespace dpm
 

@@ -215,7 +215,7 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 
 } // namespace
 
-constexpr dpm::if_follower dpm::routes_on_interfaces = {nullptr, arrive, renumber};
+constexpr dpm::if_follower dpm::routes_on_interfaces = {.arrive = arrive, .renumber = renumber};
 
 int dpm_route_host_notify(const dpm_host_entry *host, std::uint32_t event) {
     if (host == nullptr)
