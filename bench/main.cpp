@@ -86,6 +86,7 @@ constexpr Group groups[] = {
     {"mirroring", measure_mirroring},
     {"routes", measure_routes},
     {"route-events", measure_route_events},
+    {"labels", measure_labels},
     {"daemon", measure_daemon},
 };
 

@@ -202,7 +202,7 @@ void measure_adds(const Options &options, const Report &report) {
     report({"the same, 1k routes: each gets its group", groups.time(), "ns", groups.ratio()});
 }
 
-void measure_labels(const Options &options, const Report &report) {
+void measure_routes_beside_labels(const Options &options, const Report &report) {
     RouteCard with(9, 1), without(10, 1);
     {
         const chassis::CardScope scope(with.card());
@@ -284,7 +284,7 @@ void measure_routes(const Options &options, const Report &report) {
     measure_bursts(options, report, true);
     measure_bursts(options, report, false);
     measure_adds(options, report);
-    measure_labels(options, report);
+    measure_routes_beside_labels(options, report);
     measure_switch_over(options, report);
 }
 

@@ -99,7 +99,9 @@ std::string ftn::value_text(const Value &value) {
 }
 
 bool ilm::is_valid(Key label, const Value &value) {
-    return is_label(label) && is_label(value.out_label) && is_prefix(value.fec);
+    const bool has_no_neighbour = value.lookup != 0 && value.fec.family == 0; // whose family it is
+    return is_label(label) && is_label(value.out_label) &&
+           (has_no_neighbour || is_prefix(value.fec));
 }
 
 std::string ilm::value_text(const Value &value) {

@@ -74,8 +74,13 @@ struct mpls_if_mirror : dpm::mirror_defaults<dpm_mpls_if> {
     // Every entry is asked for, a refused one as well; only the answer of all slots tells of it.
     static bool reprogram(const entry &entry, std::uint32_t slot_bits) {
         const int result = dpm_hw_driver_mpls_if_add(entry.vlan_id, slot_bits);
-        if (result == 0 && slot_bits == DPM_SLOT_ALL_BITS)
-            const_cast<dpm_mpls_if &>(entry).flags = DPM_MPLS_IF_ENABLED;
+        const bool is_enabled = result == 0 && slot_bits == DPM_SLOT_ALL_BITS;
+        if (!is_enabled || entry.flags == DPM_MPLS_IF_ENABLED)
+            return true;
+        dpm_mpls_if *present = find(entry);
+        present->flags = DPM_MPLS_IF_ENABLED;
+        present->sdk_result = 0;
+        (void)dpm_mpls_if_add_sync_send(present);
         return true;
     }
     static bool localise_key(entry &image, const dpm::call_site &) {
