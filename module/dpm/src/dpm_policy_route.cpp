@@ -102,6 +102,7 @@ bool resolve(dpm_policy_route_entry &route) {
                               route.vrf, route.if_index, &route.next_hop)));
 }
 
+[[gnu::noinline]] // where it is inlined the compiler knows the entry alone, and warns
 void free_route(dpm_policy_route_entry &route) {
     dpm_free(route.rule_buffer);
     dpm_free(route.port_buffer);
