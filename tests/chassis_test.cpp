@@ -122,9 +122,10 @@ TEST(Stack, ASocketIsClosedOnce) {
 }
 
 TEST(Peer, OnlyReceiversCanBeCalledAndOnlyWithABoundedLength) {
-    for (const char *name : {"dpm_host_entry_add_sync_receive", "dpm_host_entry_sync_all_receive",
-                             "dpm_slave_up_pro_over_peercard_callback",
-                             "dpm_driver_group_create_slave", "dpm_ipmc_api_slave_enable"})
+    for (const char *name :
+         {"dpm_host_entry_add_sync_receive", "dpm_host_entry_sync_all_receive",
+          "dpm_slave_up_pro_over_peercard_callback", "dpm_driver_group_create_slave",
+          "dpm_ipmc_api_slave_enable", "dpm_api_set_unknown_ipmc_to_cpu_slave"})
         EXPECT_TRUE(peer::is_receiver(name)) << name;
     for (const char *name :
          {"", "system", "dpm_main_init", "dpm_api_set_if_proc", "dpm__sync_receiv",

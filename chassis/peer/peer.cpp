@@ -29,6 +29,7 @@ constexpr NamePattern receiver_patterns[] = {
     {"dpm_", "_sync_all_receive"},
     {"dpm_driver_group_", "_slave"},
     {"dpm_ipmc_api_slave_", ""},
+    {"dpm_api_set_", "_slave"},
 };
 
 constexpr std::int64_t replaced_nsec = 2 * os::nsec_per_sec; // longer than a request is on its way
