@@ -300,3 +300,13 @@ TEST_F(InterfaceRecords, BeginWithTheirDefaultsAndAreFoundByNameIndexAndVlan) {
     EXPECT_EQ(dpm_if_del(&body), 0);
     EXPECT_EQ(interfaces(master()).size(), 1u);
 }
+
+ROWS(Interfaces, AHostThatTheChipKeptLeavesAfterASwitchOverToo, .roles = rig::with_standby,
+     .see = "chip"){
+    {"neigh add {a}"},
+    {"chip refuse route-del 1"},
+    {"if del vlanif100"},
+    {"switch-over"},
+    {"clock advance 599s", ""},
+    {"clock advance 1s", "entry- {a} n1; nexthop- n1"},
+};

@@ -236,6 +236,24 @@ ROWS(Routes, ARefusedOneWaitsInTheTableForItsGatewayToComeAgain, .see = "chip"){
                       "entry- {a} n6; nexthop- n6; mirror nexthop- n6; mirror host- {a}"},
 };
 
+ROWS(Routes, WhatTheChipRefusedToLetGoIsTriedAgain, .see = "chip"){
+    {"each {a} {b} do neigh add *"},
+    {"route add {net} via {a} via {b}"},
+    {"chip refuse group-member 1"},
+    {"allow adrift"},
+    {"neigh del {a}", "member- g1 n1 -> -1; entry- {a} n1; nexthop- n1 -> -1; entry+ {a} n1"},
+    {"neigh del {a}", "member- g1 n1; entry- {a} n1; nexthop- n1"},
+    {"allow adrift 0"},
+    {"allow chip-differs"},
+    {"chip refuse group-del 1"},
+    {"route del {net}", "entry- {net} g1; member- g1 n2; group- g1 -> -1"},
+    {"chip refuse default-route 1"},
+    {"route add {any} via {b}", "default {ip} drop -> -1; entry+ {any} n2"},
+    {"clock advance 29s", ""},
+    {"allow chip-differs 0"},
+    {"clock advance 1s", "group- g1; default {ip} drop"},
+};
+
 // Routes come in any order, and go, between the events of their host.
 ROWS(Routes, OfAHostAreHandledInTableOrder, .see = "chip"){
     {"each {net5} {net2} {net} {any} {net9} do route add * via {a}"},

@@ -318,7 +318,8 @@ const struct {
     {"fault of hosts", "{fault alloc {1-5}|fault send 1 times 4|chip refuse {of host}{refused}|"
                        "chip refuse {of host}{refused}}"},
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
-    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member}{refused}|"
+    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
+              "chip refuse default-route{refused}|"
               "chip refuse {of label}{refused}}"},
 };
 
@@ -378,6 +379,7 @@ void perform_under_fault(TableWalk &walk, const std::string &command) {
     (void)walk.act(text_of(words_of(walk.fault), 0, kind_words) + " 0");
     account_for_fault(walk);
     walk.fault.clear();
+    perform(walk, "clock advance 30s"); // what nobody asks for again is tried again
     // A host whose entry could not be put back has none until it is told of again.
     for (const dpm_host_entry &host : walk.hosts(walk.master()))
         if (!dpm::is_linklocal(host.ip) && !dpm::has_chip_host(host.vrf, host.ip))

@@ -222,7 +222,9 @@ void check_lists(Lines &lines) {
     const unsigned timers = checked_length("timers", global.timer_list->head, lines);
     expect_equal("timers and those that hold one", timers,
                  unreachable + holds + route_timers() + (global.peer_timer.expiry_sec != 0) +
-                     (g_dpm_index.leaving_timer.expiry_sec != 0),
+                     (g_dpm_index.leaving_timer.expiry_sec != 0) +
+                     (g_dpm_index.cpu_default_timer.expiry_sec != 0) +
+                     (g_dpm_index.kept_group_timer.expiry_sec != 0),
                  lines);
     const dpm_timer_node *previous = nullptr;
     for (const dpm_timer_node &timer : timer_view(global.timer_list->head)) {

@@ -68,6 +68,12 @@ struct dpm_route_index {
     std::uint32_t of_length[129];     // routes of each prefix length, in all VRFs
 };
 
+// A group that is in the chip alone; none: an index of 0.
+struct dpm_kept_group {
+    std::uint32_t ecmp_type;
+    std::int32_t sdk_index;
+};
+
 struct dpm_index {
     dpm_avl_tree unreachable_by_address;
     dpm_avl_tree hold_by_address;
@@ -82,7 +88,12 @@ struct dpm_index {
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;
     std::uint32_t hash_seed;
-    dpm_timer_node leaving_timer; // tries again to delete hosts whose interface has gone
+    // What the chip refused, each with the timer that tries it again.
+    dpm_timer_node leaving_timer;         // hosts whose interface has gone, or moved
+    dpm_timer_node cpu_default_timer;     // defaults of the CPU that it did not switch:
+    std::uint8_t cpu_default_due[2][256]; // by family and VRF
+    dpm_timer_node kept_group_timer;      // groups without a record that it kept
+    dpm_kept_group kept_groups[32];       // more are forgotten
 };
 
 extern DPM_STATE dpm_index g_dpm_index;

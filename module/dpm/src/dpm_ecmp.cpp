@@ -10,7 +10,9 @@
 #include "dpm_driver.h"
 #include "dpm_memory.h"
 #include "dpm_mirror.h"
+#include "dpm_retry.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -77,10 +79,31 @@ void forget_member(dpm_ecmp_entry &group, std::uint32_t host_index) {
     group.host_cnt--;
 }
 
+void destroy_kept();
+
+// A group that the chip keeps has no record any more.
+void destroy(std::uint32_t ecmp_type, std::int32_t sdk_index) {
+    if (dpm_driver_ecmp_destory(ecmp_type, sdk_index, DPM_SLOT_ALL_BITS) == 0)
+        return;
+    for (dpm_kept_group &kept : g_dpm_index.kept_groups)
+        if (kept.sdk_index == 0) {
+            kept = {ecmp_type, sdk_index};
+            return dpm::retry_later(g_dpm_index.kept_group_timer, destroy_kept);
+        }
+}
+
+void destroy_kept() {
+    for (dpm_kept_group &kept : g_dpm_index.kept_groups) {
+        const dpm_kept_group group = std::exchange(kept, {});
+        if (group.sdk_index != 0)
+            destroy(group.ecmp_type, group.sdk_index);
+    }
+}
+
 // The last member has gone: the group ends in the chip, on the peer and here.
 void end_group(dpm_ecmp_entry &group, std::int32_t *sdk_index) {
     const std::uint32_t ecmp_type = group.ecmp_type;
-    (void)dpm_driver_ecmp_destory(ecmp_type, group.sdk_index, DPM_SLOT_ALL_BITS);
+    destroy(ecmp_type, group.sdk_index);
     (void)dpm_ecmp_entry_del_sync_send(&group);
     dpm::ecmp_groups(ecmp_type).remove(group);
     dpm::free_zeroed(&record_of(group));
@@ -103,7 +126,7 @@ dpm_ecmp_entry *create_group(std::uint32_t ecmp_type, std::int32_t *sdk_index, i
     }
     dpm::block<ecmp_record> record;
     if (!record) {
-        (void)dpm_driver_ecmp_destory(ecmp_type, *sdk_index, DPM_SLOT_ALL_BITS);
+        destroy(ecmp_type, *sdk_index);
         *sdk_index = 0;
         return nullptr;
     }
@@ -182,6 +205,8 @@ ecmp_table ecmp_groups(std::uint32_t ecmp_type) {
 }
 
 void ecmp_groups_uncount() {
+    for (dpm_kept_group &kept : g_dpm_index.kept_groups) // another card's chip since
+        kept = {};
     for (const std::uint32_t ecmp_type : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
         for (dpm_ecmp_entry &group : ecmp_groups(ecmp_type))
             group.host_cnt = 0;
@@ -246,8 +271,11 @@ bool ecmp_group::is_empty() {
     return sdk_index_ != 0 && is_found() && entry_->host_cnt == 0;
 }
 
-bool ecmp_group::holds(std::uint32_t host_index) {
-    return sdk_index_ != 0 && is_found() && slot_holding(*entry_, host_index) != nullptr;
+std::uint32_t ecmp_group::count(std::uint32_t host_index) {
+    if (sdk_index_ == 0 || !is_found())
+        return 0;
+    return static_cast<std::uint32_t>(
+        std::count(entry_->host_sdk, entry_->host_sdk + DPM_ECMP_MEMBERS, host_index));
 }
 
 bool ecmp_group::recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]) {

@@ -42,10 +42,10 @@ class ecmp_group {
 public:
     ecmp_group(std::uint32_t ecmp_type, std::int32_t &sdk_index)
         : ecmp_type_(ecmp_type), sdk_index_(sdk_index) {}
-    int add(std::uint32_t host_index);    // as dpm_ecmp_add
-    int remove(std::uint32_t host_index); // as dpm_ecmp_del
-    bool is_empty();                      // there is a group, and it has no member
-    bool holds(std::uint32_t host_index); // it is recorded as a member
+    int add(std::uint32_t host_index);             // as dpm_ecmp_add
+    int remove(std::uint32_t host_index);          // as dpm_ecmp_del
+    bool is_empty();                               // there is a group, and it has no member
+    std::uint32_t count(std::uint32_t host_index); // of members that are recorded so
     // The members are these alone, those above 0; tables only.  False: no group, or no member.
     bool recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]);
 

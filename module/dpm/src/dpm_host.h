@@ -118,6 +118,10 @@ void unreachables_end();
 void unreachables_end_on(std::uint32_t ifindex, std::uint32_t vrf);
 void holds_end_on(std::uint32_t ifindex, std::uint32_t vrf);
 
+// On a card that becomes master: hosts without their interface, or in another VRF than it, go when
+// it has not come in time.
+void hosts_left_over();
+
 // What hosts do when interfaces change.
 extern const if_follower hosts_on_interfaces;
 

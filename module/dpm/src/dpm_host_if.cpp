@@ -8,13 +8,14 @@
 #include "dpm.h"
 #include "dpm_bridge.h"
 #include "dpm_if.h"
+#include "dpm_retry.h"
 
 #include <cstring>
 #include <utility>
 
 namespace {
 
-constexpr std::uint32_t retry_sec = 30;
+constexpr std::uint32_t wait_for_interfaces_sec = 600; // after a switch-over
 
 // Deletes the hosts that are to leave; false when the chip would not let some of them go.  The IP
 // stack forgets those too, once.
@@ -35,23 +36,26 @@ template <class Table, class Leaves> bool delete_hosts(const Table &table, Leave
 }
 
 // No request names such a host any more, so it is tried again until it goes.
-int delete_leaving(std::uintptr_t, std::uintptr_t, std::uintptr_t);
+void delete_leaving();
 
 template <class Leaves> void delete_all(Leaves leaves) {
     const bool ipv4_left = delete_hosts(dpm::ipv4_hosts(), leaves);
     const bool ipv6_left = delete_hosts(dpm::ipv6_hosts(), leaves);
-    if (ipv4_left && ipv6_left)
-        return;
-    if (g_dpm_index.leaving_timer.link.next == nullptr)
-        (void)dpm_timer_node_init(&g_dpm_index.leaving_timer);
-    (void)dpm_timer_start(g_dpm_global.timer_list, &g_dpm_index.leaving_timer, retry_sec,
-                          delete_leaving, 0, 0, 0);
+    if (!ipv4_left || !ipv6_left)
+        dpm::retry_later(g_dpm_index.leaving_timer, delete_leaving);
 }
 
-int delete_leaving(std::uintptr_t, std::uintptr_t, std::uintptr_t) {
-    if (!dpm_bridge_self_is_slave())
-        delete_all([](dpm_host_entry &host) { return record_of(host).is_leaving; });
-    return 0;
+// No master takes a host so: an earlier one could not delete it, and died.  One that was reported
+// before its interface has no name for it.
+bool is_left_over(const dpm_host_entry &host) {
+    const bool has_lost_interface = host.ifindex == DPM_IFINDEX_NONE && host.ifname[0] != '\0';
+    return has_lost_interface || host.vrf != dpm_if_get_vrf_by_vlan(host.svlan);
+}
+
+void delete_leaving() {
+    delete_all([](const dpm_host_entry &host) {
+        return record_of(host).is_leaving || is_left_over(host);
+    });
 }
 
 // A host is on its interface, and has the VRF of its VLAN's interface, 0 without one: reports tell
@@ -99,5 +103,16 @@ void renumber(const char *ifname, std::uint32_t ifindex) {
 }
 
 } // namespace
+
+void dpm::hosts_left_over() {
+    const auto are_left_over = [](const auto &hosts) {
+        for (const dpm_host_entry &host : hosts)
+            if (is_left_over(host))
+                return true;
+        return false;
+    };
+    if (are_left_over(ipv4_hosts()) || are_left_over(ipv6_hosts()))
+        retry_later(g_dpm_index.leaving_timer, delete_leaving, wait_for_interfaces_sec);
+}
 
 constexpr dpm::if_follower dpm::hosts_on_interfaces = {.leave = leave, .renumber = renumber};

@@ -171,6 +171,7 @@ int dpm_slave_to_master_process() {
     dpm::unreachables_end(); // from a time as master before: asked for anew below
     g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
+    dpm::hosts_left_over();
     (void)dpm_route_start_delete_time();
     dpm::labels_ask();
     dpm::policy_routes_ask();

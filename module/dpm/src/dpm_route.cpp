@@ -24,7 +24,7 @@
 namespace {
 
 constexpr dpm::call_site adding = {"dpm_route_add", __LINE__}; // also when a route is replaced
-constexpr std::uint32_t static_route_origin = 15; // as the IP stack numbers it
+constexpr std::uint32_t static_route_origin = 15;              // as the IP stack numbers it
 
 std::uint32_t occupied() {
     return dpm::ipv4_routes().count() + 2 * dpm::ipv6_routes().count();
@@ -328,6 +328,7 @@ int dpm_route_del_msg(const dpm_route_msg *body) {
 int dpm_route_start_delete_time() {
     if (dpm::ipv4_routes().empty())
         DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
+    std::memset(g_dpm_index.cpu_default_due, 0, sizeof g_dpm_index.cpu_default_due);
     dpm::ecmp_groups_uncount();
     for (dpm_route_entry &route : dpm::ipv4_routes())
         take_over(route);

@@ -46,19 +46,29 @@ void undo_arrival(const following &f) {
     dpm::restore_cpu_default(route);
 }
 
+// A member of a route's group that the chip kept when its host went: it is no gateway's any more.
+bool is_kept_member(dpm_route_entry &route, std::int32_t host_index) {
+    if (route.ecmp_enable != DPM_ROUTE_ECMP)
+        return false;
+    dpm::ecmp_group group(route.destination.family, route.sdk_index);
+    const auto gateways = std::count(route.host_index, route.host_index + route.np_num, host_index);
+    return group.count(static_cast<std::uint32_t>(host_index)) > static_cast<std::size_t>(gateways);
+}
+
 // A gateway's host came.  True when the route changed and is to be mirrored.
 bool gateway_came(const following &f, const dpm::call_site &caller) {
     dpm_route_entry &route = f.route;
     const auto host_index = static_cast<std::int32_t>(f.host.sdk_index);
     if (route.host_index[f.position] != DPM_ROUTE_UNRESOLVED || host_index <= 0)
         return false;
+    const bool is_member = is_kept_member(route, host_index);
     route.host_index[f.position] = host_index;
-    if (route.ecmp_enable == DPM_ROUTE_ECMP) {
+    if (route.ecmp_enable == DPM_ROUTE_ECMP && !is_member) {
         dpm::ecmp_group group(route.destination.family, route.sdk_index);
         (void)group.add(f.host.sdk_index);
         if (group.is_empty())
             dpm::leave_empty_group(route);
-    } else if (route.host_index[0] > 0) {
+    } else if (route.ecmp_enable == DPM_ROUTE_SINGLE && route.host_index[0] > 0) {
         route.sdk_index = route.host_index[0];
     }
     LOG_FOLLOWING(
@@ -76,7 +86,9 @@ bool gateway_came(const following &f, const dpm::call_site &caller) {
 // A gateway's host is going.  True when the route changed and is to be mirrored.
 bool gateway_went(const following &f, const dpm::call_site &caller) {
     dpm_route_entry &route = f.route;
-    const std::int32_t host_index = route.host_index[f.position];
+    std::int32_t host_index = route.host_index[f.position];
+    if (host_index <= 0 && is_kept_member(route, static_cast<std::int32_t>(f.host.sdk_index)))
+        host_index = static_cast<std::int32_t>(f.host.sdk_index); // it goes before the next hop can
     if (host_index <= 0)
         return false;
     if (route.ecmp_enable == DPM_ROUTE_ECMP)
@@ -90,7 +102,7 @@ bool gateway_went(const following &f, const dpm::call_site &caller) {
         "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d old_sdk_index %d new_sdk_index %d .\r\n");
     if (route.sdk_index == 0 && f.old_sdk_index > 0) {
         if (dpm::withdraw_route(record_of(route), caller) != 0)
-            return false;
+            return false; // deliberate: not mirrored; the standby looks itself when it takes over
         dpm::restore_cpu_default(route);
     }
     return true;
@@ -152,7 +164,7 @@ std::int32_t recounted(const dpm_route_entry &route, std::uint32_t i, dpm::ecmp_
     if (host == nullptr)
         return DPM_ROUTE_UNRESOLVED;
     const auto host_index = static_cast<std::int32_t>(host->sdk_index);
-    const bool is_known = route.host_index[i] == host_index || group.holds(host->sdk_index);
+    const bool is_known = route.host_index[i] == host_index || group.count(host->sdk_index) != 0;
     return is_known ? host_index : DPM_ROUTE_UNRESOLVED;
 }
 

@@ -270,15 +270,14 @@ void unlink_route(route_record &record) {
     routes_of(destination.family).remove(record.entry);
 }
 
-bool has_other_default(const route_record &record) {
-    const dpm_prefix &destination = record.entry.destination;
-    if (index_of(destination.family).of_length[0] == 0)
+bool has_default(std::uint32_t vrf, std::uint32_t family, const route_record *but) {
+    if (index_of(family).of_length[0] == 0)
         return false;
     const auto is_other = [&](const route_record &each) {
-        return &each != &record && each.entry.sdk_index > 0;
+        return &each != but && each.entry.sdk_index > 0;
     };
-    return first_of_network(destination.family, network_of(record.entry.vrf, destination, 0),
-                            is_other) != nullptr;
+    const dpm_prefix destination = {static_cast<std::uint16_t>(family), 0, {}};
+    return first_of_network(family, network_of(vrf, destination, 0), is_other) != nullptr;
 }
 
 dpm_route_entry *find_route(std::uint32_t vrf, const dpm_prefix &destination) {

@@ -4,7 +4,11 @@
 #include "dpm_destination.h"
 #include "dpm_driver.h"
 #include "dpm_ecmp.h"
+#include "dpm_retry.h"
 #include "platform/dal.h"
+
+#include <initializer_list>
+#include <iterator>
 
 namespace {
 
@@ -21,9 +25,34 @@ int chip_delete(const route_record &record) {
                                 static_cast<std::uint32_t>(record.chip_index), DPM_SLOT_ALL_BITS);
 }
 
+void switch_cpu_defaults_due();
+
+// One that the chip did not switch is switched again, as the routes are then.
+void switch_cpu_default(std::uint32_t vrf, std::uint32_t family, std::uint32_t mode,
+                        std::uint32_t slot_bits) {
+    const int result = dpm_driver_default_route_set(vrf, family, mode, slot_bits);
+    auto &due = g_dpm_index.cpu_default_due[family == DPM_FAMILY_IPV6];
+    if (slot_bits != DPM_SLOT_ALL_BITS || vrf >= std::size(due))
+        return;
+    due[vrf] = result != 0;
+    if (result != 0)
+        dpm::retry_later(g_dpm_index.cpu_default_timer, switch_cpu_defaults_due);
+}
+
+void switch_cpu_defaults_due() {
+    for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6}) {
+        const auto &due = g_dpm_index.cpu_default_due[family == DPM_FAMILY_IPV6];
+        for (std::uint32_t vrf = 0; vrf < std::size(due); vrf++)
+            if (due[vrf] != 0)
+                switch_cpu_default(vrf, family,
+                                   dpm::has_default(vrf, family) ? DPM_DISABLE : DPM_ENABLE,
+                                   DPM_SLOT_ALL_BITS);
+    }
+}
+
 void set_cpu_default(const dpm_route_entry &route, std::uint32_t mode, std::uint32_t slot_bits) {
     if (route.destination.prefix_len == 0)
-        (void)dpm_driver_default_route_set(route.vrf, route.destination.family, mode, slot_bits);
+        switch_cpu_default(route.vrf, route.destination.family, mode, slot_bits);
 }
 
 } // namespace
@@ -76,7 +105,8 @@ int withdraw_route(route_record &record, const call_site &caller) {
 }
 
 void restore_cpu_default(const dpm_route_entry &route) {
-    if (route.destination.prefix_len == 0 && !has_other_default(record_of(route)))
+    if (route.destination.prefix_len == 0 &&
+        !has_default(route.vrf, route.destination.family, &record_of(route)))
         set_cpu_default(route, DPM_ENABLE, DPM_SLOT_ALL_BITS);
 }
 

@@ -85,9 +85,9 @@ private:
 // Frees a record that is not, or no longer, linked.
 void free_route(route_record &record);
 
-// Whether another default route of its VRF and family points somewhere: destinations may differ in
-// host bits alone.
-bool has_other_default(const route_record &record);
+// Whether a default route of a VRF and family, other than the one that is given, points somewhere:
+// destinations may differ in host bits alone.
+bool has_default(std::uint32_t vrf, std::uint32_t family, const route_record *but = nullptr);
 
 // Put a route's record into the table and its indexes, or take it out.  No index is changed
 // elsewhere.
