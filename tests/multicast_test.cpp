@@ -13,8 +13,8 @@ using chassis::chip::Function;
 using chassis::os::Fault;
 namespace kinds = chassis::chip::kinds;
 
-// A state of a port, what comes in, which of the sources * 1 2 3 the port then gets, its filter, and
-// whether its time begins anew.
+// A state of a port, what comes in, which of the sources * 1 2 3 it then gets, its filter, and whether
+// its time begins anew.
 constexpr struct Cell {
     const char *state, *event, *members, *filter;
     bool restarts = false;
@@ -98,6 +98,10 @@ public:
     }
 };
 
+class MulticastBounds : public rig::LoneShelf {
+    void SetUp() override { (void)run("mcast on"); }
+};
+
 } // namespace
 
 TEST(Membership, FollowsTheTableCellByCell) {
@@ -116,4 +120,219 @@ TEST(Membership, FollowsTheTableCellByCell) {
             EXPECT_EQ(seconds_left, !*filter ? 0 : restarts ? 260 : 160);
             shelf.check_laws();
         }
+}
+
+// --- requests ---
+
+ROWS(Mroutes, ComeWithTheMembersThatPortsReportedAndGoWithThem, .roles = rig::mirroring,
+     .see = "chip"){
+    {"hear 3 100 to-in {g1} {s1}", ""}, // nobody listens
+    {"mcast on"},
+    {"hear 3 100 to-in {g1} {s1}", ""},
+    {"hear 4 100 to-ex {g1} {s1}", ""},
+    {"mroute add {s1} {g1} vlanif200 vlanif100",
+     "mroute+ ({s1}, {g1}) gid 20; standby: mroute+ ({s1}, {g1}) gid 20"},
+    {"mroute add {s1} {g1} vlanif200 vlanif100 vlanif200", ""},
+    {"mroute add {s2} {g1} vlanif200 vlanif100",
+     "mroute+ ({s2}, {g1}) gid 21; standby: mroute+ ({s2}, {g1}) gid 21; "
+     "mport+ ({s2}, {g1}) vlan 100 port 4 on; standby: mport+ ({s2}, {g1}) vlan 100 port 4 on"},
+    {"hear 3 100 allow {g1} {s2}",
+     "mport+ ({s2}, {g1}) vlan 100 port 3 on; standby: mport+ ({s2}, {g1}) vlan 100 port 3 on"},
+    {"hear 4 100 leave {g1}",
+     "mport- ({s2}, {g1}) vlan 100 port 4; standby: mport- ({s2}, {g1}) vlan 100 port 4"},
+    {"mroute add {s1} {g1} vlanif200 vlanif200", ""}, // another set of VLANs
+    {"mroute del {s3} {g1} vlanif200", ""},
+    {"mroute del {s1} {g1} vlanif200", "mroute- ({s1}, {g1}); standby: mroute- ({s1}, {g1})"},
+    {"mroute del {s2} {g1} vlanif200",
+     "mport- ({s2}, {g1}) vlan 100 port 3; standby: mport- ({s2}, {g1}) vlan 100 port 3; "
+     "mroute- ({s2}, {g1}); standby: mroute- ({s2}, {g1})"},
+    {"show mroutes --count", "= 0"},
+    {"show mgroups --count", "= 1"},
+};
+
+ROWS(Mroutes, LeaveNothingBehindWhenTheyAreRefused, .roles = rig::mirroring, .see = "chip"){
+    {"mcast on"},
+    {"hear 3 100 join {g1}"},
+    {"chip refuse mcast-group 1"},
+    {"mroute add {s1} {g1} vlanif200 vlanif100", "mroute+ ({s1}, {g1}) gid 0 -> -1"},
+    {"show mroutes --count", "= 0"},
+    {"fault alloc 2"}, // the group
+    {"mroute add {s1} {g1} vlanif200 vlanif100", ""},
+    {"fault alloc 3"}, // the source
+    {"mroute add {s1} {g1} vlanif200 vlanif100", ""},
+    {"show mroutes --count", "= 0"},
+    {"allow mcast-adrift"},
+    {"fault alloc 5"}, // the member
+    {"mroute add {s1} {g1} vlanif200 vlanif100",
+     "mroute+ ({s1}, {g1}) gid 20; standby: mroute+ ({s1}, {g1}) gid 20"},
+    {"chip refuse mcast-member 1"},
+    {"mroute add {s1} {g1} vlanif200 vlanif200", ""},
+    {"mroute add {s1} {g1} vlanif200 vlanif100", "mport+ ({s1}, {g1}) vlan 100 port 3 on -> -1"},
+    {"hear 3 100 leave {g1}", ""},
+    {"hear 3 100 join {g1}",
+     "mport+ ({s1}, {g1}) vlan 100 port 3 on; standby: mport+ ({s1}, {g1}) vlan 100 port 3 on"},
+    {"allow mcast-adrift 0"},
+    {"chip refuse mcast-member-del 1"},
+    {"hear 3 100 leave {g1}", "mport- ({s1}, {g1}) vlan 100 port 3 -> -1"}, // it goes all the same
+    {"show mroute-members --count", "= 0"},
+    {"chip refuse mcast-group-del 1"},
+    {"mroute del {s1} {g1} vlanif200", "mroute- ({s1}, {g1}) -> -1"},
+    {"show mroutes --count", "= 1"}, // a source stays
+    {"mroute del {s1} {g1} vlanif200", "mroute- ({s1}, {g1}); standby: mroute- ({s1}, {g1})"},
+};
+
+// --- the standby, and time ---
+
+ROWS(Mroutes, TravelWithEchoesAndWaitForReportsBehindASwitchOver, .families = {4},
+     .roles = rig::mirroring, .see = "chip"){
+    {"mcast on"},
+    {"mroute add * {g1} vlanif200 vlanif100"},
+    {"hear 3 100 join {g1}"},
+    {"hear 4 100 join {g1}"},
+    {"hear 5 100 to-ex {g1} {s1}"},
+    {"standby goes"},
+    {"standby comes",
+     "standby: ...; standby: ...; standby: ...; standby: ...; standby: ...; "
+     "standby: mroute+ (*, {g1}) gid 20; standby: mport+ (*, {g1}) vlan 100 port 5 on; "
+     "standby: mport+ (*, {g1}) vlan 100 port 4 on; "
+     "standby: mport+ (*, {g1}) vlan 100 port 3 on; standby: unknown_ipmc_set {ip} on gid 18; "
+     "standby: unknown_ipmc_set ipv6 on gid 19"},
+    {"switch-over", ""},
+    {"show mgroups --count", "= 0"},
+    {"show mroute-members --count", "= 3"},
+    {"clock advance 200s", ""},
+    {"hear 3 100 join {g1}", ""},
+    {"clock advance 59s", ""},
+    {"clock advance 1s", "mport- (*, {g1}) vlan 100 port 4; mport- (*, {g1}) vlan 100 port 5"},
+    {"show mroute-members --count", "= 1"},
+    {"chip refuse mcast-member-del 1"},
+    {"clock advance 200s",
+     "mport- (*, {g1}) vlan 100 port 3 -> -1"}, // its filter's time, not its own
+    {"show mroutes --count", "= 1"},            // the suite's, though nobody is there
+};
+
+ROWS(Mroutes, EndWithTheLastMemberThatNobodyReportsAgain, .roles = rig::mirroring, .see = "chip"){
+    {"mcast on"},
+    {"mroute add {s1} {g1} vlanif200 vlanif100"},
+    {"mroute add {s2} {g1} vlanif200 vlanif100 vlanif200"},
+    {"hear 3 100 join {g1}"},
+    {"hear 3 200 join {g1}"},
+    {"switch-over"},
+    {"allow mcast-adrift"},
+    {"chip refuse mcast-member-del 1"},
+    {"clock advance 260s",
+     "mport- ({s2}, {g1}) vlan 100 port 3 -> -1; mport- ({s2}, {g1}) vlan 200 port 3; "
+     "mport- ({s1}, {g1}) vlan 100 port 3; mroute- ({s1}, {g1})"},
+    {"show mroutes --count", "= 1"}, // one that the chip kept
+};
+
+ROWS(Mroutes, AreThoseOfTheMasterOnAStandbyThatComesBack, .roles = rig::mirroring, .see = "chip"){
+    {"mcast on"},
+    {"mroute add * {g1} vlanif200 vlanif100"},
+    {"mroute add * {g2} vlanif200 vlanif100"},
+    {"hear 3 100 join {g1}"},
+    {"hear 4 100 join {g1}"},
+    {"hear 3 100 join {g2}"},
+    {"card standby-lost"},
+    {"clock advance 60s"},
+    {"mroute del * {g2} vlanif200"},
+    {"hear 4 100 leave {g1}"},
+    {"hear 5 100 join {g1}"},
+    {"card standby-usable"},
+    {"standby comes",
+     "standby: mroute+ (*, {g1}) gid 20; standby: mport+ (*, {g1}) vlan 100 port 5 on; "
+     "standby: mport+ (*, {g1}) vlan 100 port 3 on; standby: unknown_ipmc_set ipv4 on gid 18; "
+     "standby: unknown_ipmc_set ipv6 on gid 19; standby: mport- (*, {g1}) vlan 100 port 4; "
+     "standby: mport- (*, {g2}) vlan 100 port 3; standby: mroute- (*, {g2})"},
+};
+
+ROWS(Mroutes, LoseTheMembersOfAVlanWhoseInterfaceGoes, .roles = rig::mirroring, .see = "chip"){
+    {"mcast on"},
+    {"mroute add * {g1} vlanif200 vlanif100 vlanif200"},
+    {"hear 3 100 join {g1}"},
+    {"hear 4 200 join {g1}"},
+    {"if vrf vlanif200 5",
+     "mport- (*, {g1}) vlan 200 port 4; standby: mport- (*, {g1}) vlan 200 port 4; "
+     "if-vrf vlan 200 vrf 5; standby: if-vrf vlan 200 vrf 5"},
+    {"hear 4 200 join {g1}", ""}, // the group is of another VRF
+    {"if del vlanif100"}, // a VLAN without interface is of VRF 0
+    {"hear 3 100 join {g1}",
+     "mport+ (*, {g1}) vlan 100 port 3 on; standby: mport+ (*, {g1}) vlan 100 port 3 on"},
+    {"hear 3 100 leave {g1}",
+     "mport- (*, {g1}) vlan 100 port 3; standby: mport- (*, {g1}) vlan 100 port 3"},
+};
+
+// --- settings ---
+
+ROWS(MulticastSettings, ActAtOnce, .families = {4}, .roles = rig::mirroring, .see = "chip log"){
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 1",
+     "unknown_ipmc_set {ip} on gid 18; standby: unknown_ipmc_set {ip} on gid 18; = 0"},
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 1", "= 0"},
+    {"call dpm_api_get_ipmc_global_enable 1", "= 1"},
+    {"call dpm_api_get_ipmc_global_enable 2", "= 0"},
+    {"call dpm_api_get_ipmc_global_enable 9", "= 1"},
+    {"chip refuse mcast-unknown 1"}, // the state is the suite's, the group the chip's
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 2",
+     "set_igmp_to_cpu on 0; unknown_ipmc_set {ip} off gid 18 -> -1; = 0"},
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 2", "= 0"},
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 1",
+     "unknown_ipmc_set {ip} on gid 18; standby: unknown_ipmc_set {ip} on gid 18; = 0"},
+    {"call dpm_api_set_unknown_ipmc_to_cpu 1 2",
+     "set_igmp_to_cpu on 0; unknown_ipmc_set {ip} off gid 18; "
+     "standby: unknown_ipmc_set {ip} off gid 18; = 0"},
+    {"call dpm_api_set_unknown_ipmc_to_cpu 3 1", "= 0"},
+    {"standby call dpm_api_set_unknown_ipmc_to_cpu 2 1", "= 0"},
+    {"call dpm_api_set_ipmc_enable 1 70000 2",
+     "interface_ipmc_enable vlan 4464 type 1 enable 2; = 0"},
+    {"call dpm_api_set_igmp_to_cpu 4085 1", "set_igmp_to_cpu vlan 4085 on 1; = 0"},
+    {"call dpm_api_set_mld_to_cpu 1 7", "set_mld_to_cpu vlan 1 on 0; = 0"},
+    {"call dpm_api_set_igmp_to_cpu 4086 1", "= -1"},
+    {"call dpm_api_set_mld_to_cpu 0 1", "= -1"},
+    {"call dpm_api_set_ipmc_proc 0 1",
+     "log10 dpm_api_set_ipmc_proc #::the input parameter is null!\r\n; = -1"},
+};
+
+// --- bounds ---
+
+TEST_F(MulticastBounds, OfVlansAndInterfacesHold) {
+    for (unsigned vlan = 1001; vlan <= 1065; ++vlan)
+        (void)run("if add vlanif" + std::to_string(vlan));
+    dpm_ipmc_request request = rig::multicast::request_of(master(), "224.1.1.1", 1001, 1064);
+    EXPECT_EQ(dpm_api_set_ipmc_proc(&request, DPM_OPER_ADD), 0);
+    settle();
+    (void)run("hear 3 1065 join 224.1.1.1");
+    request = rig::multicast::request_of(master(), "224.1.1.1", 1065, 1065);
+    EXPECT_EQ(dpm_api_set_ipmc_proc(&request, DPM_OPER_ADD), 0);
+    clear_journal();
+    settle();
+    const auto calls = chip_calls(master());
+    EXPECT_EQ(calls.size(), 2u) << "its member is taken out again";
+    const auto left = all(master(), chassis::tables::mroutes);
+    EXPECT_EQ(left.at(0).out_count, 0u) << "and those that were there are not asked for";
+    request.oif_num = 65;
+    EXPECT_EQ(dpm_api_set_ipmc_proc(&request, DPM_OPER_ADD), 0);
+    settle();
+    EXPECT_EQ(logged(master(), "dpm_ipmc_gourp_add_process"), 1u);
+}
+
+TEST_F(MulticastBounds, OfWhatHostsReportHold) {
+    keep_log(false);
+    uv_rx_descriptor from{0, 100, 0, {}, 1, {}};
+    dpm_prefix group = rig::prefix_of("224.0.0.0");
+    const auto join = [&](unsigned number, unsigned port) {
+        group.address[2] = std::uint8_t(number >> 8), group.address[3] = std::uint8_t(number);
+        from.port = port;
+        return dpm_ipmc_join_group(&group, &from);
+    };
+    for (unsigned number = 0; number < DPM_IPMC_RX_GROUPS; ++number)
+        for (unsigned port = 1; port <= 4; ++port)
+            ASSERT_EQ(join(number, port), 0);
+    keep_log(true);
+    EXPECT_EQ(join(DPM_IPMC_RX_GROUPS, 1), -1) << "a group too many";
+    EXPECT_EQ(join(0, 5), -1) << "a port too many";
+    EXPECT_EQ(join(0, 4), 0);
+    EXPECT_EQ(logged(master(), "dpm_ipmc_join_group"), 2u);
+    EXPECT_EQ(dpm_ipmc_leave_group(&group, &from), 0);
+    EXPECT_EQ(join(DPM_IPMC_RX_GROUPS, 4), -1) << "the port's group is there, and full";
+    EXPECT_EQ(join(0, 5), 0);
 }

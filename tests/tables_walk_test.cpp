@@ -16,6 +16,7 @@
 #include "dpm_host.h"
 #include "dpm_route.h"
 #include "platform/dal.h"
+#include "support/multicast.h"
 #include "support/rows.h"
 #include "support/walk.h"
 
@@ -313,6 +314,11 @@ const struct {
     {"known ftn", "{ftn}", nullptr, &ftns},
     {"tunnel", "{in 4}/32 via 10.1.1.2 vrf 0", nullptr, &ftns},
     {"ilm", "", any_ilm},
+    {"from 4", "{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}"},
+    {"from 6", "{| 2001:db8:9::{1-4}}{| 2001:db8:9::{1-4}}"},
+    {"group", "{224.1.1.{1-2}{from 4}|224.1.1.{1-2}{from 4}|ff05::{1-2}{from 6}}"},
+    {"mroute", "{{*|10.9.9.{1-3}} 224.1.1.{1-2}|{*|2001:db8:9::{1-3}} ff05::{1-2}}"},
+    {"hears", "{join|leave|is-in|is-ex|to-in|to-ex|to-ex|allow|allow|block}"},
     {"of host", "{route|route-del|nexthop|nexthop-del}"},
     {"refused", " {1-2}{| skip 1}{| code 5}"},
     {"fault of hosts", "{fault alloc {1-5}|fault send 1 times 4|chip refuse {of host}{refused}|"
@@ -320,7 +326,7 @@ const struct {
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
     {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
               "chip refuse default-route{refused}|"
-              "chip refuse {of label}{refused}}"},
+              "chip refuse {of label}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
 };
 
 // What stands in braces: a number, as in 3-9; one of several texts, as in a|b|c; or a word.
@@ -527,7 +533,8 @@ void clear(TableWalk &walk) {
     for (const Modelled &row : modelled)
         EXPECT_EQ(read(walk, row), walk.model[row.table] = {}) << row.table;
     EXPECT_TRUE(walk.groups(walk.master()).empty());
-    walk.allow().group_leaks = 0;
+    rig::multicast::clear(walk);
+    walk.allow().group_leaks = walk.allow().mcast_adrift = 0;
     walk.allow().routes_adrift = walk.allow().standby_differs = false;
 }
 
@@ -540,6 +547,7 @@ void stretch_ends(TableWalk &walk) {
     walk.note(std::string("# the next stretch is ") + stretches[unsigned(walk.stretch)]);
     // A route that was refused does not follow its hosts, and the standby is not told of it.
     const bool is_faulty = walk.stretch == Stretch::faulty;
+    walk.allow().mcast_adrift = walk.stretch >= Stretch::faulty_hosts;
     walk.allow().routes_adrift = walk.allow().standby_differs = is_faulty;
     if (walk.stretch == Stretch::faulty_hosts)
         clear(walk);
@@ -584,6 +592,8 @@ constexpr struct Deed {
     {40, faults_of_routes, "ilm add {ilm}"},
     {20, faults_of_routes, "ilm del {100-119}"},
     {20, faults, "mpls {add|add|del} {any dev} space {1-3}"},
+    {60, faults, "mroute {add|add|del} {mroute} {dev} {dev}{| {dev}}"},
+    {150, faults, "hear {1-4} {100-103} {hears} {group}"},
     {30, nothing, "clock advance {0-199}s"},
     {10, nothing, "card slot-up 3"},
     {10, nothing, "", standby_changes},
@@ -611,7 +621,7 @@ TableWalk::TableWalk() : RowShelf(4, rig::Role::mirroring, {.bare = true}) {
     for (const Deed &deed : deeds_done)
         deeds.emplace_back(deed.weight, [this, &deed] { do_deed(*this, deed); });
     for (const char *command : {"if add vlanif200 super", "if add vlanif100", "if add vlanif101",
-                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5"})
+                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5", "mcast on"})
         note(command), (void)run(command);
     vrf_of = {{"vlanif100", "0"}, {"vlanif101", "0"}, {"vlanif102", "0"}, {"vlanif103", "5"}};
 }

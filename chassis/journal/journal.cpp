@@ -20,6 +20,10 @@ struct ChipWord {
 };
 
 constexpr ChipWord chip_words[] = {
+    {"ipmc_group_create", "mroute+"},
+    {"ipmc_group_destroy", "mroute-"},
+    {"ipmc_member_add", "mport+"},
+    {"ipmc_member_del", "mport-"},
     {"add_ip_nexthop", "nexthop+"},     {"del_ip_nexthop", "nexthop-"},
     {"add_ip_entry", "entry+"},         {"del_ip_entry", "entry-"},
     {"add_ecmp_nexthop", "group+"},     {"del_ecmp_nexthop", "group-"},

@@ -176,14 +176,23 @@ unsigned ports_of(Law &law, std::uint32_t family) {
 } // namespace
 
 bool is_command(const Words &words) {
-    return words.size() > 1 &&
-           (words[0] == "hear" || words[0] == "mroute" || words[0] == "mcast");
+    return words.size() > 1 && (words[0] == "hear" || words[0] == "mroute" || words[0] == "mcast");
 }
 
 bool act(Shelf &shelf, const Words &words) {
     if (words[0] == "hear")
         return hear(shelf, words);
     return words[0] == "mroute" ? change_route(shelf, words) : listen(shelf, words[1] == "on");
+}
+
+dpm_ipmc_request request_of(const Card &card, const std::string &group, unsigned first_vlan,
+                            unsigned last_vlan) {
+    dpm_ipmc_request request{};
+    request.group = prefix_of(group);
+    for (unsigned vlan = first_vlan; vlan <= last_vlan; ++vlan)
+        request.oif[request.oif_num++] = card.suite.find("vlanif" + std::to_string(vlan))->ifindex;
+    request.iif = request.oif[0];
+    return request;
 }
 
 laws::Lines is_sound(Card &card, bool follows) {
@@ -209,6 +218,20 @@ laws::Lines chip_holds_tables(Card &card) {
         return line.find("the chip lacks mcast") == line.npos;
     });
     return lines;
+}
+
+void clear(Shelf &shelf) {
+    for (const dpm_ipmc_rx_port &port : shelf.all(shelf.master(), tables::mgroups))
+        (void)shelf.run("hear " + std::to_string(port.phy) + " " + std::to_string(port.outer_vlan) +
+                        " leave " + text_of(port.group->group));
+    for (const tables::Mroute &route : shelf.all(shelf.master(), tables::mroutes)) {
+        dpm_ipmc_request request{};
+        request.vrf = route.vrf;
+        request.group = route.group;
+        request.source = route.source;
+        EXPECT_EQ(dpm_api_set_ipmc_proc(&request, DPM_OPER_DEL), 0);
+    }
+    shelf.settle();
 }
 
 std::size_t blocks() {

@@ -15,12 +15,20 @@ namespace rig::multicast {
 bool is_command(const Words &words);
 bool act(Shelf &shelf, const Words &words); // false when the library refused
 
-// Counts, links back, timers; and on the master, if it `follows`: a port is a member of a source on a VLAN exactly if
-// its filter passes the source, but for those that a switch-over left without a filter.
+// A source of any sender, from the first of these VLANs to all of them.
+dpm_ipmc_request request_of(const Card &card, const std::string &group, unsigned first_vlan,
+                            unsigned last_vlan);
+
+// Counts, links back, timers; and on the master, if it `follows`: a port is a member of a source on
+// a VLAN exactly if its filter passes the source, but for those that a switch-over left without a
+// filter.
 laws::Lines is_sound(chassis::Card &card, bool follows);
 
 // The chip of a card holds what its tables say, and perhaps more.
 laws::Lines chip_holds_tables(chassis::Card &card);
+
+// Takes away what was installed and reported.
+void clear(Shelf &shelf);
 
 std::size_t blocks(); // of the current card, but for those that have a row in a mirrored table
 

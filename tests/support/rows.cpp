@@ -100,6 +100,7 @@ void make_exception(Exceptions &exceptions, const Words &words) {
         {"blocks", &Exceptions::blocks},
         {"adrift", &Exceptions::routes_adrift},
         {"chip-differs", &Exceptions::chip_differs},
+        {"mcast-adrift", &Exceptions::mcast_adrift},
         {"standby-differs", &Exceptions::standby_differs},
     };
     const auto found = known.find(words[1]);
