@@ -102,6 +102,7 @@ public:
     // The master will die behind so many changes that standby and line cards see, and be gone with
     // the next switch-over.
     void dies_behind(unsigned changes) { changes_left_ = changes; }
+    bool is_dead() const { return changes_left_ == 0; }
 
     // Faults on the master.
     void refuse(chassis::chip::Function kind, unsigned count = 1, int code = -1,
