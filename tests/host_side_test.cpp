@@ -219,11 +219,12 @@ using HostLists = rig::LoneShelf;
 
 TEST_F(HostLists, TakeNothingWithoutFamilyOrRecord) {
     const dpm_prefix unknown{}, ip = rig::prefix_of("10.1.1.1");
-    rig::expect_all(-1, {dpm_host_unreachable_add(0, 900, &unknown, 2),
-                         int(dpm_host_get_index_by_ip(0, 900, &unknown)),
-                         dpm_host_hold_entry_del(nullptr), dpm_host_unreachable_send(nullptr),
-                         dpm_ndp_req_send(0, 900, nullptr), dpm_ndp_ipstack_delete(0, 900, nullptr),
-                         int(dpm_api_get_unreachable_since(nullptr))});
+    rig::expect_all(
+        -1, {dpm_host_unreachable_add(0, 900, &unknown, 2),
+             int(dpm_host_get_index_by_ip(0, 900, &unknown)), dpm_host_hold_entry_del(nullptr),
+             dpm_host_unreachable_send(nullptr), dpm_ndp_req_send(0, 900, nullptr),
+             dpm_ndp_ipstack_delete(0, 900, nullptr), int(dpm_api_get_unreachable_since(nullptr)),
+             int(dpm_api_ftn_waits_since(nullptr)), int(dpm_api_ilm_waits_since(nullptr))});
     EXPECT_EQ(dpm_host_unreachable_add(0, 900, &ip, 2), 0);
     for (int round = 0; round < 2; ++round) // gone
         EXPECT_EQ(dpm_host_unreachable_del(0, 900, &ip), 0);

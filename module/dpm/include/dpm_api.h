@@ -795,6 +795,9 @@ DPM_API const struct dpm_ftn *dpm_api_ftn_entry_first(void);
 DPM_API const struct dpm_ftn *dpm_api_ftn_entry_next(const struct dpm_ftn *entry);
 DPM_API const struct dpm_ilm *dpm_api_ilm_entry_first(void);
 DPM_API const struct dpm_ilm *dpm_api_ilm_entry_next(const struct dpm_ilm *entry);
+/* Monotonic second since which a label entry is on its pend list; -1 when it is on none.  Walkers. */
+DPM_API int32_t dpm_api_ftn_waits_since(const struct dpm_ftn *entry);
+DPM_API int32_t dpm_api_ilm_waits_since(const struct dpm_ilm *entry);
 
 /* Tables and single entries; an IPv4 address in host order. */
 DPM_API void dpm_mpls_ftn_table_show(void);

@@ -9,6 +9,8 @@
 #include "dpm_if.h"
 #include "dpm_trace.h"
 
+#include <ctime>
+
 namespace {
 
 using dpm::ftn_kind;
@@ -29,6 +31,13 @@ template <class Entry> int pend_del(Entry *entry) {
         return -1;
     dpm::unpend(*entry);
     return 0;
+}
+
+template <class Entry> std::int32_t waits_since(const Entry *entry) {
+    if (entry == nullptr)
+        return dpm::null_parameter();
+    auto &present = const_cast<Entry &>(*entry); // which the walkers hand out as const
+    return dpm::is_pending(present) ? record_of(present).since_sec : -1;
 }
 
 // Keys are unique in the table, so the entry with the key is the only one that can wait with it.
@@ -97,7 +106,10 @@ void ilm_tables_create() {
 
 template <class Entry> void pend(Entry &entry) {
     auto &record = record_of(entry);
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
     record.waits_since = ++g_dpm_index.label_waits;
+    record.since_sec = static_cast<std::int32_t>(now.tv_sec);
     (void)kind_of<Entry>::waiting().add(record);
     kind_of<Entry>::pending().add(entry);
 }
@@ -168,6 +180,13 @@ dpm_ftn *next_tunnel_to(dpm_ftn &tunnel) {
 }
 
 } // namespace dpm
+
+std::int32_t dpm_api_ftn_waits_since(const dpm_ftn *entry) {
+    return waits_since(entry);
+}
+std::int32_t dpm_api_ilm_waits_since(const dpm_ilm *entry) {
+    return waits_since(entry);
+}
 
 int dpm_fec_addr_cmp(const void *a, const void *b) {
     if (a == nullptr || b == nullptr)

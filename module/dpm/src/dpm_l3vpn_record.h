@@ -18,6 +18,7 @@ template <class Entry> struct label_record {
     dpm_avl_node by_nexthop;
     dpm_avl_node waiting;      // linked while it is on the pend list
     std::uint64_t waits_since; // number of its coming to the pend list
+    std::int32_t since_sec;    // monotonic clock, at that time
     dpm_avl_node by_end;       // of an FTN
     bool went_with_tunnel;     // an FTN that left the chip with the tunnel that changes just now
     std::uint32_t sync;        // that brought it
