@@ -26,6 +26,30 @@ void want_ftn(const dpm_ftn &entry, Wanted &wanted) {
     wanted.want<kinds::ftn>(key, chip::Ftn{entry.nhid, entry.tunnel_id, {}, {}});
 }
 
+bool is_tunnel_of(const dpm_ftn &tunnel, const dpm_ftn &vpn) {
+    return tunnel.vrf_id == 0 && tunnel.flags == DPM_LABEL_PROGRAMMED &&
+           is_same({0, fec_of(tunnel)},
+                   {0, prefix_of(vpn.vpn_nhop_af, vpn.vpn_nhop, vpn.vpn_prefixlen)});
+}
+
+// A prefix of a VRF rides on the label entry to its remote end, and everything on a neighbour.
+std::string waits_for(const dpm_ftn &entry) {
+    if (entry.flags == DPM_LABEL_PROGRAMMED)
+        return "";
+    bool has_tunnel = entry.vrf_id == 0;
+    ftn.each([&](const dpm_ftn &other) { has_tunnel = has_tunnel || is_tunnel_of(other, entry); });
+    std::string what;
+    if (!has_tunnel)
+        what = "the label entry to " + address_text(entry.vpn_nhop_af, entry.vpn_nhop);
+    else if (entry.sdk_result != 0)
+        what = refusal_text(entry.sdk_result);
+    else if (entry.stale != 0)
+        what = "the routing suite to tell it again behind its tunnel";
+    else
+        what = "its neighbour " + tunnel_nexthop(entry);
+    return label_waits_for(what, dpm_api_ftn_waits_since(&entry));
+}
+
 } // namespace
 
 const TableOf<dpm_ftn> ftn{
@@ -56,12 +80,14 @@ const TableOf<dpm_ftn> ftn{
                 {"+tunnel_id", TABLE_MEMBER(tunnel_id)},
                 {"+sdk_result", TABLE_MEMBER(sdk_result)}},
     .in_chip = want_ftn,
-    .waits_for = label_waits_for<dpm_ftn>,
+    .waits_for = waits_for,
     .why =
         [](auto &entry) {
-            return "label " + std::to_string(entry.tunnel_label) + " leads to " +
-                   prefix_text(fec_of(entry)) + " by neighbour " + tunnel_nexthop(entry) + ": " +
-                   label_state(entry) + "\n";
+            const std::string label = std::to_string(entry.tunnel_label);
+            return "label " +
+                   (entry.vrf_id ? label + "/" + std::to_string(entry.vpn_label) : label) +
+                   " leads to " + prefix_text(fec_of(entry)) + " by neighbour " +
+                   tunnel_nexthop(entry) + ": " + label_why(waits_for(entry)) + "\n";
         },
 };
 

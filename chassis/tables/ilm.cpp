@@ -27,6 +27,14 @@ void want_ilm(const dpm_ilm &entry, Wanted &wanted) {
     wanted.want<kinds::ilm>(entry.in_label, value);
 }
 
+std::string waits_for(const dpm_ilm &entry) {
+    if (entry.flags == DPM_LABEL_PROGRAMMED)
+        return "";
+    const std::string what = entry.sdk_result != 0 ? refusal_text(entry.sdk_result)
+                                                   : "its neighbour " + tunnel_nexthop(entry);
+    return label_waits_for(what, dpm_api_ilm_waits_since(&entry));
+}
+
 } // namespace
 
 const TableOf<dpm_ilm> ilm{
@@ -54,7 +62,12 @@ const TableOf<dpm_ilm> ilm{
                 {"+tunnel_id", TABLE_MEMBER(tunnel_id)},
                 {"+sdk_result", TABLE_MEMBER(sdk_result)}},
     .in_chip = want_ilm,
-    .waits_for = label_waits_for<dpm_ilm>,
+    .waits_for = waits_for,
+    .why =
+        [](auto &entry) {
+            return "incoming label " + std::to_string(entry.in_label) + " of " +
+                   prefix_text(fec_of(entry)) + ": " + label_why(waits_for(entry)) + "\n";
+        },
 };
 
 } // namespace chassis::tables

@@ -72,6 +72,13 @@ std::string interface_name(std::uint32_t ifindex) {
     return interface ? interface->name : "";
 }
 
+std::string label_waits_for(const std::string &what, std::int32_t since_sec) {
+    return since_sec < 0 || what.empty()
+               ? what
+               : what + " since " +
+                     seconds_text(card().os.now_nsec() / os::nsec_per_sec - since_sec);
+}
+
 std::int64_t seconds_until(const dpm_timer_node &timer) {
     const std::int64_t due = timer.expiry_sec * os::nsec_per_sec + timer.expiry_nsec;
     return (due - card().os.now_nsec() + os::nsec_per_sec - 1) / os::nsec_per_sec;

@@ -66,8 +66,13 @@ template <class Entry> std::string label_state(const Entry &entry) {
            : entry.flags == DPM_LABEL_WAITING  ? "waits"
                                                : "new";
 }
-template <class Entry> std::string label_waits_for(const Entry &entry) {
-    return entry.flags == DPM_LABEL_WAITING ? "its neighbour " + tunnel_nexthop(entry) : "";
+inline std::string refusal_text(std::int32_t result) {
+    return "the chip, which refused it with " + std::to_string(result);
 }
+inline std::string label_why(const std::string &waits_for) {
+    return waits_for.empty() ? "in the chip" : "waits for " + waits_for;
+}
+// "the neighbour 10.1.1.2 since 12 s", by the second since which it waits; -1: it is not known.
+std::string label_waits_for(const std::string &what, std::int32_t since_sec);
 
 } // namespace chassis::tables
