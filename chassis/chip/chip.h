@@ -55,6 +55,8 @@ public:
     // Longest-prefix match on what is programmed.
     std::optional<Answer> lookup(std::int32_t vrf, std::uint32_t family,
                                  const std::uint8_t *address) const;
+    // The same for a host; the caller holds the lock.
+    std::optional<Answer> find_entry(Address host) const;
 
     // What the chip holds of a kind.  Take lock() to read it in threaded mode.
     template <class Kind> const std::map<typename Kind::Key, typename Kind::Value> &held() const {

@@ -39,9 +39,12 @@ std::optional<Answer> Chip::lookup(std::int32_t vrf, std::uint32_t family,
     if (!is_family(family))
         return std::nullopt;
     const std::lock_guard guard(mutex_);
+    return find_entry({vrf, family, address_bytes(family, address), host_length(family)});
+}
+
+std::optional<Answer> Chip::find_entry(Address host) const {
     const Objects<kinds::entry> &entries = objects<kinds::entry>();
-    const auto lengths = entries.beside.lengths.find({vrf, family});
-    Address host{vrf, family, address_bytes(family, address), host_length(family)};
+    const auto lengths = entries.beside.lengths.find({host.vrf, host.family});
     auto found = entries.held.find(host);
     for (int length = int(host.prefix_len) - 1; found == entries.held.end() && length >= 0;
          length--) {
