@@ -58,12 +58,35 @@ TEST(CommandLanguage, RefusesWithTheColumnAndWhatWasExpected) {
 
 TEST(CommandLanguage, RefusesValuesOutOfBounds) {
     for (const char *line :
-         {"addr add 10.1.1.1/33 dev x", "addr add fd00::1/129 dev x", "addr add 10.1.1/24 dev x",
-          "if add vlanif0 vlan 0", "if add vlanif1 vlan 4095", "vrf enable 256", "vrf enable -1",
-          "trunk up 17", "port up 99999999999999999999", "clock advance 3", "clock advance -3s",
-          "clock advance 99999999999d", "neigh add 1.2.3.4 lladdr 02:00:00:00:01 dev x",
+         {"addr add 10.1.1.1/33 dev x",
+          "addr add fd00::1/129 dev x",
+          "addr add 10.1.1/24 dev x",
+          "if add vlanif0 vlan 0",
+          "if add vlanif1 vlan 4095",
+          "vrf enable 256",
+          "vrf enable -1",
+          "trunk up 17",
+          "port up 99999999999999999999",
+          "clock advance 3",
+          "clock advance -3s",
+          "clock advance 99999999999d",
+          "neigh add 1.2.3.4 lladdr 02:00:00:00:01 dev x",
           "neigh add 1.2.3.4 lladdr 02:00:00:00:01:0g dev x",
-          "neigh add 1.2.3.4 lladdr 02:00-00:00:01:02 dev x", "chip refuse everything 1",
+          "neigh add 1.2.3.4 lladdr 02:00-00:00:01:02 dev x",
+          "chip refuse everything 1",
+          "mpls ilm add 1048576",
+          "mpls ilm add 7 via inet4 1.2.3.4",
+          "mpls ilm add 7 as 1/2",
+          "mpls ftn add 1.2.3.0/33 encap mpls 7 via 1.2.3.4",
+          "mpls ftn add fd00::/16 via fd00::1",
+          "mpls ftn add 1.2.3.0/24 encap mpls 7/1048576 via 1.2.3.4",
+          "mpls if add",
+          "mpls ftn add 1.2.3.0/24 encap mpls 7/8/9 via 1.2.3.4",
+          "mpls ilm del x",
+          "mpls if del",
+          "mpls ftn add 1.2.3.0/24 encap mpls / via 1.2.3.4 vrf 7 remote 1.2.3.4",
+          "mpls ftn add 1.2.3.0/24 encap mpls 7 via 1.2.3.4 vrf 7",
+          "mpls ilm add 7 vrf 256",
           "if del aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"})
         EXPECT_NE(error_of(line), "") << line;
     EXPECT_NE(error_of("quit #" + std::string(ctl::max_line_bytes, 'x')), "");
@@ -271,6 +294,79 @@ ROWS(RouteCommands, ShowTheRoutesOfAVrfOrInsideANetwork, .families = {4}, .roles
     {"why 10.4.0.0/16 vrf 7", "= 10.4.0.0/16: no route"},
 };
 
+ROWS(LabelCommands, AskForWhatTheirWordsSay, .families = {4}, .roles = alone, .see = "chip"){
+    {"mpls if add vlanif300", "error unknown interface 'vlanif300'"},
+    {"mpls if add vlanif100 space 7", "mpls vlan 100 on"},
+    {"mpls ftn add {net} encap mpls 100/200 via {a}", "error a tunnel has one label..."},
+    {"mpls ftn add {net} encap mpls 100 via 10.7.7.7", "error which dev is the next hop on?"},
+    {"mpls ftn add {net} encap mpls 100 via {a} vrf 0 remote {b}", "error vrf 0 has tunnels..."},
+    {"mpls ilm add 100 as 200 dev vlanif100", "error a label that is swapped needs a next hop..."},
+    {"mpls ilm add 100 via inet6 {a}", "error {a} is no inet6 address"},
+    {"mpls ilm add 100 via inet {a} dev vlanif300", "error unknown interface 'vlanif300'"},
+    {"neigh add {a}"},
+    {"mpls ftn add {b} encap mpls 100 via {a} proto static", "ftn+ {b} push 100 port 1 {m1}"},
+    {"mpls ftn add {net} encap mpls 200 via {a} vrf 5 remote {b}",
+     "ftn+ vrf 5 {net} push 200 over {b} push 100"},
+    {"mpls ilm add 100 as 200 via inet {a}", "ilm+ label 100 swap 200 port 1 {m1}"},
+    {"mpls ilm add 101 via inet {a} fec {net}", "ilm+ label 101 pop port 1 {m1} ttl 0 exp 0"},
+    {"mpls ilm add 102 vrf 5", "ilm+ label 102 pop lookup vrf 5"},
+    {"mpls ilm del 101", "ilm- label 101"},
+    {"mpls ftn del {net} via {a} vrf 5", "ftn- vrf 5 {net} push 200 over {b} push 100"},
+    {"mpls if del vlanif100", ""},
+};
+
+ROWS(LabelCommands, TraceAPacketToItsPort, .families = {4}, .roles = alone, .see = ""){
+    {"each {a} {b} do neigh add *"},
+    {"mpls ftn add 10.9.0.1/32 encap mpls 100 via {a}"},
+    {"mpls ftn add {net} encap mpls 200 via {a} vrf 5 remote 10.9.0.1"},
+    {"mpls ilm add 300 as 301 via inet {a}"},
+    {"mpls ilm add 302 via inet {b}"},
+    {"mpls ilm add 303 vrf 5"},
+    {"mpls ilm add 304"},
+    {"route add 10.9.0.0/24 via {a} via {b}"},
+    {"chip trace", "error a packet has an address or a label"},
+    {"chip trace 10.9.0.1 ttl 9 exp 3",
+     "= label entry vrf 0 10.9.0.1/32: push 100 ttl 255 exp 3; "
+     "= out of port 1 vlan 100 to {m1} with label 100 ttl 255 exp 3, ip ttl 8 exp 3"},
+    {"chip trace 10.9.0.1 ttl 1", "= its ttl runs out: to the CPU"},
+    {"chip trace 10.9.0.2", "= entry vrf 0 10.9.0.0/24; = group ...; "
+                            "=     out of port 1 vlan 100 to {m1}; "
+                            "=     out of port 1 vlan 100 to {m2}; "
+                            "= on its way with ip ttl 63 exp 0"},
+    {"chip trace {b} exp 1",
+     "= entry vrf 0 {b}/32; = out of port 1 vlan 100 to {m2} with ip ttl 63 exp 1"},
+    {"chip trace {in}", "= no entry, by default to the CPU"},
+    {"chip trace label 300/7 ttl 9",
+     "= incoming label 300: swap for 301 ttl 8 exp 0; = out of port 1 vlan 100 to {m1} with "
+     "label 301 ttl 8 exp 0, label 7 ttl 9 exp 0, what is behind"},
+    {"chip trace label 300 ttl 1",
+     "= incoming label 300: swap for 301 ttl 0 exp 0; = its ttl runs out: to the CPU"},
+    {"chip trace label 302 {in} exp 2",
+     "= incoming label 302: pop; = out of port 1 vlan 100 to {m2} with ip ttl 64 exp 2"},
+    {"chip trace label 304/303 {in} ttl 9",
+     "= incoming label 304: pop, look up in vrf 0; = incoming label 303: pop, look up in vrf 5; "
+     "= label entry vrf 5 {net}: push 200 ttl 255 exp 0; "
+     "= label entry vrf 0 10.9.0.1/32: push 100 ttl 255 exp 0; = out of port 1 vlan 100 to {m1} "
+     "with label 100 ttl 255 exp 0, label 200 ttl 255 exp 0, ip ttl 8 exp 0"},
+    {"chip trace label 304",
+     "= incoming label 304: pop, look up in vrf 0; = what stands behind is looked up..."},
+    {"chip trace label 999", "= incoming label 999: no entry, dropped"},
+    {"neigh del {a}"},
+    {"clock advance 7s"},
+    {"why 10.9.0.1", "= 10.9.0.1: label 100 leads to 10.9.0.1/32 by neighbour {a}: waits for its "
+                     "neighbour {a} since 7 s"},
+    {"why {net} vrf 5", "= {net}: label 100/200 leads to {net} by neighbour {a}: waits for the "
+                        "label entry to 10.9.0.1 since 7 s"},
+    {"chip refuse ftn 1 code 5"},
+    {"neigh add {a}"},
+    {"why 10.9.0.1", "= 10.9.0.1: label 100 leads to 10.9.0.1/32 by neighbour {a}: waits for the "
+                     "chip, which refused it with 5 since 7 s"},
+    {"chip refuse ilm 1 code 7"},
+    {"mpls ilm add 305 vrf 5 fec {net1}"},
+    {"why {net1} vrf 5", "= {net1}: incoming label 305 of {net1}: waits for the chip, which "
+                         "refused it with 7"},
+};
+
 ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){
     {"neigh add {a}"},
     {"route add {net} via {a}"},
@@ -278,7 +374,7 @@ ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){
     {"4: show routes", "= VRF  DESTINATION  STATE  INDEX  GATEWAYS               TYPE; "
                        "= 0    {net}  label  18     {a} vlanif100 18  9"},
     {"why {net}", "= {net}: route {net}: a label entry for the same prefix stands in its place; "
-                  "= label 1000 leads to {net} by neighbour {a}: chip"},
+                  "= label 1000 leads to {net} by neighbour {a}: in the chip"},
     {"4: show ftn", "= VRF  FEC          STATE  TUNNEL LABEL  VPN LABEL  NEXTHOP; "
                     "= 0    {net}  chip   1000          0          {a}"},
     {"show ftn {net1} --count", "= 0"},

@@ -11,7 +11,9 @@ using Event = ctl::RouteLine::Event;
 std::string told(const ctl::RouteLine &route) {
     std::string text = route.destination;
     for (const auto &gateway : route.gateways)
-        text += " " + (gateway.address.empty() ? "-" : gateway.address) + "@" + gateway.device;
+        text += (gateway.labels.empty() ? " " : " " + gateway.labels + ">") +
+                (gateway.address.empty() ? "-" : gateway.address) + "@" + gateway.device;
+    text += route.swap.empty() ? "" : " as " + route.swap;
     return text + " type " + std::to_string(route.type);
 }
 
@@ -39,6 +41,14 @@ TEST(LinesOfIp, TellRoutes) {
          "10.2.0.0/16 10.1.1.2@v1 type 3"},
         {"10.1.1.9 dev v1 scope link", "10.1.1.9 -@v1 type 3"},
         {"10.3.0.0/16 proto bird metric 32 ", "10.3.0.0/16 type 9"},
+        {"10.2.0.0/16  encap mpls  100/200 via 10.1.1.2 dev v1 proto static ",
+         "10.2.0.0/16 100/200>10.1.1.2@v1 type 3"},
+        {"10.2.0.0/16 \\\tnexthop  encap mpls  100 via 10.1.1.2 dev a weight 1 \\\tnexthop  encap "
+         "mpls  200 via 10.1.2.2 dev b weight 1 ",
+         "10.2.0.0/16 100>10.1.1.2@a 200>10.1.2.2@b type 3"},
+        {"100 as to 200 via inet 10.1.1.2 dev v1 proto static ", "100 10.1.1.2@v1 as 200 type 3"},
+        {"100 via inet6 fe80::1 dev v1 ", "100 fe80::1@v1 type 3"},
+        {"100 dev lo ", "100 -@lo type 3"},
     };
     for (const auto &[line, expected] : cases) {
         const ctl::RouteLine route = ctl::read_route(line);
@@ -57,6 +67,11 @@ TEST(LinesOfIp, TellWhatIsNoRouteForAChip) {
              {"unreachable default dev lo metric 77 pref medium", "::/0"},
              {"blackhole 10.8.0.0/16 proto static", "10.8.0.0/16"},
              {"10.2.0.0/16  encap ip id 7 dst 10.9.9.9 ttl 0 tos 0 dev v1", "10.2.0.0/16"},
+             {"10.2.0.0/16 encap mpls 100 ttl 20 via 10.1.1.2 dev v1", "10.2.0.0/16"},
+             {"10.2.0.0/16 encap mpls 100 dev v1 nexthop via 10.1.1.2 dev v1", "10.2.0.0/16"},
+             {"10.2.0.0/16 encap mpls 100 dev v1", "10.2.0.0/16"},
+             {"100 as to 200/300 via inet 10.1.1.2 dev v1", "100"},
+             {"100 nexthop as to 200 via inet 10.1.1.2 dev v1 nexthop dev v2", "100"},
              {"10.2.0.0/16 tos 0x10 via 10.1.1.2 dev v1", ""},
              {"10.2.0.0/16 via 10.1.1.2 dev v1 table 100", ""},
              {"broadcast 10.0.0.0 dev brblue proto kernel scope link src 10.0.0.1", "10.0.0.0"},

@@ -38,6 +38,7 @@ enum class Kind {
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
 
 #define CTL_RULE "[set NUMBER] [from SUBNET] [to SUBNET] [port PORT]*"
+#define CTL_ILM "LABEL [as LABEL] [via FAMILY IP] [dev NAME] [vrf VRF] [fec DEST] ..."
 
 // A table's own command.
 #define CTL_SHOW_TABLE(ROW, name, record, scope, help)                                             \
@@ -80,6 +81,18 @@ enum class Kind {
     ROW(pbr_add, "pbr add", CTL_RULE " {via IP} [vrf VRF]", config,                                \
         "Redirect traffic that matches a rule on ports, or on all, to a next hop")                 \
     ROW(pbr_del, "pbr del", CTL_RULE " [via IP] [vrf VRF]", config, "End a policy route")          \
+    ROW(mpls_if_add, "mpls if add", "NAME [space NUMBER]", change,                                 \
+        "Packets with labels are taken on an interface")                                           \
+    ROW(mpls_if_del, "mpls if del", "NAME", change, "The suite forgets such an interface")         \
+    ROW(mpls_ftn_add, "mpls ftn add",                                                              \
+        "DEST {encap mpls LABELS} {via IP} [dev NAME] [vrf VRF remote IP] ...", change,            \
+        "Lead a prefix to a label; one of a VRF through the tunnel to its remote end")             \
+    ROW(mpls_ftn_del, "mpls ftn del",                                                              \
+        "DEST [encap mpls LABELS] {via IP} [dev NAME] [vrf VRF] [remote IP] ...", change,          \
+        "Withdraw the label of a prefix over a next hop")                                          \
+    ROW(mpls_ilm_add, "mpls ilm add", CTL_ILM, change,                                             \
+        "Swap an incoming label, pop it towards a next hop or, without via, look behind it")       \
+    ROW(mpls_ilm_del, "mpls ilm del", CTL_ILM, change, "Withdraw an incoming label")               \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
@@ -96,6 +109,8 @@ enum class Kind {
     ROW(card_slot_up, "card slot-up", "SLOT", change, "The card in a slot comes up")               \
     ROW(card_quit, "card quit", "", ask, "The card's process ends")                                \
     ROW(chip_lookup, "chip lookup", "IP [vrf VRF]", read, "Where the chip would forward to")       \
+    ROW(chip_trace, "chip trace", "[IP] [label LABELS] [vrf VRF] [ttl TTL] [exp EXP]", read,       \
+        "What the chip does with a packet, step by step")                                          \
     ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \
     ROW(chip_check, "chip check", "", read, "Compare the tables with the chip")                    \
     ROW(journal, "journal", "[STATE] [CHANNEL]* [last COUNT]", read,                               \

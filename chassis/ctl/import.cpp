@@ -48,6 +48,12 @@ void catch_interrupts() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// What a card is asked for because of a route.
+struct Entry {
+    std::string about; // two of one destination that are about the same take each other's place
+    std::string command, text;
+};
+
 class Importer {
 public:
     Importer(Shelf &shelf, const Parsed &parsed)
@@ -148,7 +154,9 @@ private:
     }
 
     bool install(const RouteLine &route, bool adds) {
-        const auto reply = ask_master("route add " + text_of(route));
+        if (!withdraw_others(route))
+            return nobody();
+        const auto reply = ask_for("add", entries_of(route));
         if (!reply)
             return nobody();
         count(*reply, adds, route.destination);
@@ -164,7 +172,7 @@ private:
         if (found == installed_.end() && !line.why_skipped.empty())
             return skipped_++, true;
         const auto reply =
-            ask_master("route del " + text_of(found == installed_.end() ? line : found->second));
+            ask_for("del", entries_of(found == installed_.end() ? line : found->second));
         if (!reply)
             return nobody();
         count(*reply, false, line.destination);
@@ -177,7 +185,7 @@ private:
         const auto found = installed_.find(destination);
         if (found == installed_.end())
             return true;
-        const auto reply = ask_master("route del " + text_of(found->second));
+        const auto reply = ask_for("del", entries_of(found->second));
         if (!reply)
             return nobody();
         note(destination + " is withdrawn: what took its place is not installed");
@@ -185,12 +193,58 @@ private:
         return true;
     }
 
-    std::string text_of(const RouteLine &route) const {
-        std::string text = route.destination;
-        for (const RouteLine::Gateway &gateway : route.gateways)
-            text += (gateway.address.empty() ? "" : " via " + gateway.address) +
-                    (gateway.device.empty() ? "" : " dev " + mapped(gateway.device));
-        return text + " type " + std::to_string(route.type);
+    // Of the entries for the destination, those that the route's own do not replace.
+    bool withdraw_others(const RouteLine &route) {
+        const auto found = installed_.find(route.destination);
+        std::vector<Entry> others;
+        if (found != installed_.end())
+            others = entries_of(found->second);
+        for (const Entry &entry : entries_of(route))
+            std::erase_if(others, [&](const Entry &other) { return other.about == entry.about; });
+        return ask_for("del", others).has_value();
+    }
+
+    // A label path over each next hop; else one route over all of them.
+    std::vector<Entry> entries_of(const RouteLine &route) const {
+        const std::string swap = route.swap.empty() ? "" : " as " + route.swap;
+        std::vector<Entry> entries;
+        Entry all{"route " + route.destination, "route", route.destination};
+        for (const RouteLine::Gateway &gateway : route.gateways) {
+            const bool is_own = route.is_of_label() && gateway.device == "lo";
+            const std::string device =
+                gateway.device.empty() || is_own ? "" : " dev " + mapped(gateway.device);
+            const std::string via = gateway.address.empty() ? "" : " via " + gateway.address;
+            if (route.is_of_label())
+                all = {"ilm", "mpls ilm", route.destination + swap + family_of(via) + device};
+            else if (!gateway.labels.empty())
+                entries.push_back(
+                    {"ftn" + via, "mpls ftn",
+                     route.destination + " encap mpls " + gateway.labels + via + device});
+            else
+                all.text += via + device;
+        }
+        if (all.command == "route")
+            all.text += " type " + std::to_string(route.type);
+        return entries.empty() ? std::vector{all} : entries;
+    }
+
+    // The next hop of a label, with its family in front.
+    static std::string family_of(std::string via) {
+        const bool is_ipv6 = via.find(':') != via.npos;
+        return via.empty() ? via : via.insert(5, is_ipv6 ? "inet6 " : "inet ");
+    }
+
+    // The first reply that is not good, or the last; nothing when no card is master.
+    std::optional<Reply> ask_for(const std::string &verb, const std::vector<Entry> &entries) {
+        Reply reply;
+        for (const Entry &entry : entries) {
+            const auto one = ask_master(entry.command + " " + verb + " " + entry.text);
+            if (!one)
+                return std::nullopt;
+            if (reply.status == Status::ok)
+                reply = *one;
+        }
+        return reply;
     }
 
     void count(const Reply &reply, bool added, const std::string &what) {

@@ -3,6 +3,7 @@
 #include "chassis/ctl/grammar.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ctl {
 
@@ -82,10 +83,37 @@ bool is_zero(std::string_view number) {
     return parse_number(number) == 0u;
 }
 
+void read_encap(Words &words, RouteLine &route, std::string &labels) {
+    if (words.take("mpls") && type_named("LABELS").takes(words.peek()))
+        labels = words.next();
+    else
+        route.why_skipped = "routes with encap";
+    if (words.take("ttl"))
+        (void)words.next(), route.why_skipped = "routes with a ttl for their labels";
+}
+
+void read_swap(Words &words, RouteLine &route) {
+    (void)words.take("to");
+    route.swap = words.next();
+    if (!type_named("LABEL").takes(route.swap))
+        route.why_skipped = "labels that become several";
+}
+
+// Packets to one label go one way, and labels are pushed towards a next hop.
+void refuse_ways(RouteLine &route) {
+    const auto labelled = std::ranges::count_if(
+        route.gateways, [](const RouteLine::Gateway &gateway) { return !gateway.labels.empty(); });
+    if (route.is_of_label() && route.gateways.size() > 1)
+        route.why_skipped = "labels over several next hops";
+    else if (labelled != 0 && labelled != std::ptrdiff_t(route.gateways.size()))
+        route.why_skipped = "routes with labels for some of their next hops";
+}
+
 // Reads what stands behind a destination; false at a word that may change the route's meaning,
 // unless the route is skipped anyway.
 bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
     bool is_begun = false; // a gateway that has no device yet
+    std::string labels;    // of the next one
     while (!words.at_end()) {
         if (words.take("\\") || words.take("nexthop")) { // -o joins lines so
             is_begun = false;
@@ -95,7 +123,7 @@ bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
             if (!address)
                 return false;
             is_ipv6 = is_ipv6 || (address->family == 2) != is_foreign;
-            route.gateways.push_back({std::string(words.next()), {}});
+            route.gateways.push_back({std::string(words.next()), {}, std::exchange(labels, {})});
             is_begun = true;
         } else if (words.take("dev")) {
             if (!is_begun)
@@ -110,7 +138,9 @@ bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
             if (const std::string_view table = words.next(); table != "main" && table != "254")
                 route.why_skipped = "routes of other tables", route.destination.clear();
         } else if (words.take("encap")) {
-            route.why_skipped = "routes with encap";
+            read_encap(words, route, labels);
+        } else if (words.take("as")) {
+            read_swap(words, route);
         } else if (words.take("tos")) {
             if (!is_zero(words.next()))
                 route.why_skipped = "routes of one tos", route.destination.clear();
@@ -123,6 +153,8 @@ bool read_attributes(Words &words, RouteLine &route, bool &is_ipv6) {
             (void)words.next();
         }
     }
+    if (!labels.empty())
+        route.why_skipped = "routes with labels and no next hop";
     return true;
 }
 
@@ -169,7 +201,7 @@ RouteLine read_route(std::string_view line, std::string_view device) {
     RouteLine route;
     if (is_other_kind(words.peek()))
         route.why_skipped = std::string(words.next()) + " routes";
-    if (!type_named("DEST").takes(words.peek()))
+    if (!type_named("DEST").takes(words.peek()) && !type_named("LABEL").takes(words.peek()))
         return route;
     route.destination = words.next();
     route.type = fixed; // ip(8) says nothing of the routes that were typed in
@@ -185,12 +217,17 @@ RouteLine read_route(std::string_view line, std::string_view device) {
     for (RouteLine::Gateway &gateway : route.gateways)
         if (gateway.device.empty())
             gateway.device = device;
+    refuse_ways(route);
     route.event = words.is_deleted() ? RouteLine::Event::gone : RouteLine::Event::added;
     return route;
 }
 
 bool RouteLine::goes_on() const {
     return gateways.empty() && why_skipped.empty() && event != Event::not_understood;
+}
+
+bool RouteLine::is_of_label() const {
+    return type_named("LABEL").takes(destination);
 }
 
 std::optional<RouteLine> KnownRoutes::after(const RouteLine &line) {

@@ -5,6 +5,8 @@
 //   10.1.1.4 dev vlanif100 FAILED
 //   10.2.0.0/16 via 10.1.1.2 dev vlanif100 proto bird metric 32
 //   10.3.0.0/16 proto bird metric 32 \	nexthop via 10.1.1.2 dev vlanif100 weight 1 \	nexthop ...
+//   10.4.0.0/16 encap mpls 100 via 10.1.1.2 dev vlanif100
+//   100 as to 200 via inet 10.1.1.2 dev vlanif100 proto static
 //
 // A label or a time stamp in front ("[ROUTE]") is passed over.  Of one device alone ip names no
 // device: it is given along then, as `device`.
@@ -29,18 +31,22 @@ NeighbourLine read_neighbour(std::string_view line, std::string_view device = {}
 struct RouteLine {
     struct Gateway {
         std::string address, device; // no address: directly connected
+        std::string labels;          // that lead there: "100"; empty: none
         bool operator==(const Gateway &) const = default;
     };
     enum class Event { added, gone, not_understood } event = Event::not_understood;
     std::string why_skipped; // what kind of routes is not for the chip; empty: this one is
     // As printed; a default with its length: 0.0.0.0/0, ::/0.  Empty: it takes no other route's
-    // place, since it stands in another table, or is for some packets only.
+    // place, since it stands in another table, or is for some packets only.  A number: packets with
+    // this label.
     std::string destination;
+    std::string swap; // for that label; empty: it is popped
     std::vector<Gateway> gateways;
     std::uint64_t metric = 0; // of several to one destination the kernel uses the lowest
     unsigned type = 0;        // of the route, by who installed it
     // The destination alone: its next hops may follow, and without them it is no route.
     bool goes_on() const;
+    bool is_of_label() const;
 };
 
 RouteLine read_route(std::string_view line, std::string_view device = {});

@@ -85,6 +85,16 @@ std::optional<Prefix> parse_prefix(std::string_view text) {
     return prefix;
 }
 
+std::optional<Labels> parse_labels(std::string_view text) {
+    const std::size_t slash = text.find('/');
+    Labels labels{0, 0, slash != text.npos};
+    const std::string_view inner = labels.are_two ? text.substr(slash + 1) : text;
+    if (!read_number(text.substr(0, slash), labels.outer) || !read_number(inner, labels.inner) ||
+        std::max(labels.outer, labels.inner) > max_label)
+        return std::nullopt;
+    return labels;
+}
+
 std::optional<Mac> parse_mac(std::string_view text) {
     Mac mac{};
     if (text.size() != 3 * mac.size() - 1)

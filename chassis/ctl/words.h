@@ -17,7 +17,8 @@
 namespace ctl {
 
 inline constexpr std::size_t max_line_bytes = 4096; // of a command; a longer one is refused
-inline constexpr unsigned max_port = 64, max_trunk = 16, max_vlan = 4094, max_vrf = 255;
+inline constexpr unsigned max_port = 64, max_trunk = 16, max_vlan = 4094, max_vrf = 255,
+                          max_label = (1u << 20) - 1;
 
 struct Word {
     std::string_view text;
@@ -39,11 +40,17 @@ using chassis::address_text;
 using chassis::host_length;
 using chassis::mac_text;
 
+struct Labels { // of one label it is the inner one as well
+    std::uint32_t outer, inner;
+    bool are_two;
+};
+
 bool is_inside(const Prefix &network, const std::uint8_t *address); // an address of its family
 
 std::optional<std::uint64_t> parse_number(std::string_view text); // decimal, or 0x and hexadecimal
 std::optional<Prefix> parse_address(std::string_view text);       // with the host length
 std::optional<Prefix> parse_prefix(std::string_view text);        // with its "/length"
+std::optional<Labels> parse_labels(std::string_view text);
 std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
 // A text from elsewhere as a terminal may have it: control characters but tabs and line ends as

@@ -195,7 +195,8 @@ ctl::Reply Shelf::run_on(Card &card, const std::string &command) {
 
 ctl::Reply Shelf::run(const std::string &text) {
     if (const Words words = words_of(text);
-        words.size() > 2 && (words[0] == "ftn" || words[0] == "ilm" || words[0] == "mpls")) {
+        words.size() > 2 && (words[1] == "add" || words[1] == "del") &&
+        (words[0] == "ftn" || words[0] == "ilm" || words[0] == "mpls")) {
         const bool done = change_label(words);
         settle_verb();
         return {done ? ctl::Status::ok : ctl::Status::failed, done ? "" : "the library refused"};

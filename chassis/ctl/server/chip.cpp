@@ -1,5 +1,6 @@
 // The chip: what it holds, what it would do with a packet, what it refuses.
 
+#include "chassis/chip/trace.h"
 #include "chassis/ctl/server/command.h"
 
 namespace ctl::server {
@@ -9,6 +10,8 @@ namespace {
 using chassis::chip::Answer;
 using chassis::chip::Chip;
 namespace kinds = chassis::chip::kinds;
+
+constexpr unsigned usual_ttl = 64;
 
 // "next hop 17: port 3 ...": the object of one of these kinds; the caller holds the chip's lock.
 template <class... Kinds>
@@ -55,6 +58,29 @@ Reply chip_lookup(Command &command) {
     const auto standard = defaults.find({ip.family, std::uint32_t(vrf)});
     const bool cpu = standard != defaults.end() && standard->second;
     return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
+}
+
+Reply chip_trace(Command &command) {
+    const Parsed &line = command.line;
+    const auto ip = parse_address(line.value("IP"));
+    const auto labels = parse_labels(line.value("label"));
+    if (!ip && !labels)
+        return refused("a packet has an address or a label");
+    const std::int32_t vrf = std::int32_t(line.number("vrf"));
+    const chassis::chip::Header header{unsigned(line.number("ttl", usual_ttl)),
+                                       unsigned(line.number("exp"))};
+    chassis::chip::Packet packet{vrf, std::nullopt, header, {}};
+    if (ip)
+        packet.destination = tables::chip_key(std::uint32_t(vrf), record_of(*ip));
+    if (labels)
+        packet.labels.push_back({header, labels->inner});
+    if (labels && labels->are_two)
+        packet.labels.push_back({header, labels->outer});
+    const auto lock = command.card.chip.lock();
+    std::string text;
+    for (const std::string &step : chassis::chip::trace(command.card.chip, packet))
+        text += step + "\n";
+    return done(text);
 }
 
 // What leads to an object says what that is.

@@ -52,4 +52,20 @@ inline Prefix address_argument(const Command &command, std::string_view key = "I
     return *parse_address(command.line.value(key));
 }
 
+// A prefix, an address or default, which is of the family given.
+inline Prefix destination_argument(const Command &command, std::string_view key,
+                                   std::uint32_t family) {
+    const std::string_view text = command.line.value(key);
+    const auto address = parse_address(text);
+    return address ? *address : parse_prefix(text).value_or(Prefix{family, {}, 0});
+}
+inline std::optional<std::uint64_t> vrf_argument(const Command &command) {
+    return parse_number(command.line.value("vrf"));
+}
+
+// The first interface with an address in the gateway's network, of a VRF when one is named; empty
+// when there is none.
+std::string interface_towards(Command &command, const Prefix &gateway,
+                              std::optional<std::uint64_t> vrf);
+
 } // namespace ctl::server

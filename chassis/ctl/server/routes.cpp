@@ -30,32 +30,11 @@ std::vector<Gateway> gateways_of(const Parsed &line) {
     return gateways;
 }
 
-// "default" is of the family of its gateways, IPv4 when no address tells.
-Prefix destination_of(const Parsed &line, const std::vector<Gateway> &gateways) {
-    const std::string_view text = line.value("DEST");
-    if (const auto prefix = parse_prefix(text))
-        return *prefix;
-    if (const auto address = parse_address(text))
-        return *address;
+// IPv4 when no gateway has an address.
+std::uint32_t family_of(const std::vector<Gateway> &gateways) {
     const auto told = std::ranges::find_if(
         gateways, [](const Gateway &gateway) { return gateway.address.has_value(); });
-    return {told == gateways.end() ? DPM_FAMILY_IPV4 : told->address->family, {}, 0};
-}
-
-// The first interface with an address in the gateway's network, of a VRF when one is named; empty
-// when there is none.
-std::string interface_towards(Command &command, const Prefix &gateway) {
-    std::string name;
-    (void)command.server.settle(); // addresses may be on their way
-    const Reading reading(command.card);
-    tables::interfaces.each([&](const dpm_if_entry &interface) {
-        const bool is_wanted =
-            !command.line.has("vrf") || command.line.number("vrf") == interface.vrf;
-        for (const dpm_if_ip_entry *address : tables::addresses_of(interface))
-            if (is_wanted && name.empty() && tables::covers(address->ip, record_of(gateway)))
-                name = interface.ifname;
-    });
-    return name;
+    return told == gateways.end() ? DPM_FAMILY_IPV4 : told->address->family;
 }
 
 Reply change_route(Command &command, std::uint32_t oper) {
@@ -65,12 +44,12 @@ Reply change_route(Command &command, std::uint32_t oper) {
         return refused("a route has at most 8 gateways");
     dpm_route_msg route{};
     route.route_type = std::uint32_t(line.number("type", learnt_by_protocol));
-    route.destination = record_of(destination_of(line, gateways));
+    route.destination = record_of(destination_argument(command, "DEST", family_of(gateways)));
     route.np_num = std::uint32_t(gateways.size());
     for (std::size_t i = 0; i < gateways.size(); i++) {
         std::string name(gateways[i].device);
         if (name.empty())
-            name = interface_towards(command, *gateways[i].address);
+            name = interface_towards(command, *gateways[i].address, vrf_argument(command));
         if (oper == DPM_OPER_ADD && name.empty())
             return refused("which dev is gateway " + std::to_string(i + 1) + " on?");
         const auto interface = command.card.suite.find(name);
@@ -88,6 +67,20 @@ Reply change_route(Command &command, std::uint32_t oper) {
 }
 
 } // namespace
+
+std::string interface_towards(Command &command, const Prefix &gateway,
+                              std::optional<std::uint64_t> vrf) {
+    std::string name;
+    (void)command.server.settle(); // addresses may be on their way
+    const Reading reading(command.card);
+    tables::interfaces.each([&](const dpm_if_entry &interface) {
+        for (const dpm_if_ip_entry *address : tables::addresses_of(interface))
+            if ((!vrf || *vrf == interface.vrf) && name.empty() &&
+                tables::covers(address->ip, record_of(gateway)))
+                name = interface.ifname;
+    });
+    return name;
+}
 
 Reply route_add(Command &command) {
     return change_route(command, DPM_OPER_ADD);
