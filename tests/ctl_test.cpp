@@ -47,6 +47,7 @@ TEST(CommandLanguage, RefusesWithTheColumnAndWhatWasExpected) {
     EXPECT_EQ(error_of("shwo hosts").substr(0, 31), "1: unknown word 'shwo'; expecte");
     EXPECT_EQ(error_of("port  down 65"), "12: unknown word '65'; expected a port (1 to 64)");
     EXPECT_EQ(error_of("port down"), "11: the command is not complete; expected a port (1 to 64)");
+    EXPECT_EQ(error_of("digest mpls-if"), "") << "as show and verify name it";
     EXPECT_EQ(error_of("quit now"), "6: unknown word 'now'; nothing more was expected");
     EXPECT_EQ(error_of("addr add 10.1.1.1/24 dev"),
               "26: the command is not complete; expected the name of an interface (at most 63 "

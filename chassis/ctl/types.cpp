@@ -53,7 +53,7 @@ template <auto parse_value> bool reads(std::string_view text) {
 }
 
 #define CTL_TABLE(ROW, name, record, scope, help) CTL_TABLE_##scope(#name)
-#define CTL_TABLE_mirrored(name) name,
+#define CTL_TABLE_mirrored(name) chassis::tables::typed_name<name>,
 #define CTL_TABLE_local(name)
 #define CTL_TABLE_history(name)
 
