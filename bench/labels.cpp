@@ -186,7 +186,8 @@ void measure_labels(const Options &options, const Report &report) {
     full_card.add(all);
     for (unsigned round = 0; round < options.rounds; round++)
         mirrored.round([&] { return mirror(full_card); }, [&] { return add_to_sets(ftns, ilms); });
-    report({"4096 label entries to a standby / into sets", mirrored.time(), "ns", mirrored.ratio()});
+    report(
+        {"4096 label entries to a standby / into sets", mirrored.time(), "ns", mirrored.ratio()});
     few_card.add(few);
     for (LabelCard *card : {&full_card, &few_card}) {
         const chassis::CardScope scope(card->card());
