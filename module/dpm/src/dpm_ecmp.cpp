@@ -278,6 +278,11 @@ std::uint32_t ecmp_group::count(std::uint32_t host_index) {
         std::count(entry_->host_sdk, entry_->host_sdk + DPM_ECMP_MEMBERS, host_index));
 }
 
+void ecmp_group::keep() {
+    if (sdk_index_ != 0 && is_found())
+        entry_->host_cnt = member_count(*entry_);
+}
+
 bool ecmp_group::recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]) {
     if (sdk_index_ == 0 || !is_found())
         return false;

@@ -74,7 +74,7 @@ void ask_again(const dpm_host_entry &host) {
     (void)dpm_host_unreachable_add(host.vrf, host.ifindex, &host.ip, DPM_SWITCHOVER_PROBES);
 }
 
-// Next hops count their hosts anew.  A host whose next hop is not there was about to go with it.
+// Next hops count their hosts anew.  A next hop goes right before its last host.
 template <class Table> void count_nexthops(const Table &table) {
     for (dpm_host_entry &host : table.erasable())
         if (!dpm::nexthop_count(host.sdk_index))

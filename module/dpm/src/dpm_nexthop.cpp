@@ -97,6 +97,7 @@ struct nexthop_mirror : dpm::mirror_defaults<dpm_nexthop_entry> {
         return present;
     }
     static void drop(entry &present) {
+        g_dpm_index.nexthop_gone = present.sdk_index;
         unlink(present);
         free_nexthop(present);
     }
@@ -129,7 +130,7 @@ bool nexthop_count(std::uint32_t sdk_index) {
     dpm_nexthop_entry *entry = dpm_nexthop_find_by_index(sdk_index);
     if (entry != nullptr)
         entry->cnt++;
-    return entry != nullptr;
+    return entry != nullptr || sdk_index != g_dpm_index.nexthop_gone;
 }
 
 void nexthops_drop_uncounted() {

@@ -35,7 +35,8 @@ using nexthop_table = avl_table<dpm_nexthop_entry, dpm_nexthop_compare>;
 nexthop_table nexthops();
 
 // On a card that becomes master, tables only: nobody counts, each host does, and what none counts
-// for goes.  False: there is no next hop of that index.
+// for goes.  False: the next hop of that index is the last that the master let go, so that its host was
+// about to go as well.
 void nexthops_uncount();
 bool nexthop_count(std::uint32_t sdk_index);
 void nexthops_drop_uncounted();

@@ -150,30 +150,41 @@ void dpm::ask_for_gateways(dpm_route_entry &route) {
 
 namespace {
 
-// What a gateway leads to by the tables.  A host that came counts when the group has it already; else
-// it is asked for, and with that told to the chip.
-std::int32_t recounted(const dpm_route_entry &route, std::uint32_t i, dpm::ecmp_group &group) {
+const dpm_host_entry *host_of(const dpm_route_entry &route, std::uint32_t i) {
     if (!dpm::asks_for_host(route, i))
-        return route.host_index[i];
+        return nullptr;
     dpm_host_entry key; // only what the compares read is set
     key.vrf = route.vrf;
     key.ip = route.np[i];
     key.ifindex = route.np_ifindex[i];
     std::memcpy(key.ifname, route.np_ifname[i], sizeof key.ifname);
-    const dpm_host_entry *host = dpm_host_find_by_entry(&key);
+    return dpm_host_find_by_entry(&key);
+}
+
+// Points a gateway at its host.  One that came counts when the group has it already; else it is asked
+// for, and with that told to the chip.  False: the host is not here.  It goes behind its routes, so it
+// has not come, or was not the master's to tell.
+bool recount(dpm_route_entry &route, std::uint32_t i, dpm::ecmp_group &group) {
+    const dpm_host_entry *host = host_of(route, i);
     if (host == nullptr)
-        return DPM_ROUTE_UNRESOLVED;
+        return false;
     const auto host_index = static_cast<std::int32_t>(host->sdk_index);
-    const bool is_known = route.host_index[i] == host_index || group.count(host->sdk_index) != 0;
-    return is_known ? host_index : DPM_ROUTE_UNRESOLVED;
+    if (route.host_index[i] != host_index && group.count(host->sdk_index) == 0)
+        route.host_index[i] = DPM_ROUTE_UNRESOLVED;
+    else
+        route.host_index[i] = host_index;
+    return true;
 }
 
 } // namespace
 
 bool dpm::recount_gateways(dpm_route_entry &route) {
     ecmp_group group(route.destination.family, route.sdk_index);
+    bool has_host = false;
     for (std::uint32_t i = 0; i < route.np_num; i++)
-        route.host_index[i] = recounted(route, i, group);
+        has_host |= recount(route, i, group);
+    if (!has_host)
+        return group.keep(), true;
     if (route.ecmp_enable == DPM_ROUTE_ECMP)
         return route.sdk_index == 0 || group.recount(route.host_index);
     route.sdk_index = std::max(route.host_index[0], 0);

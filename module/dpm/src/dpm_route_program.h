@@ -36,8 +36,8 @@ void leave_empty_group(dpm_route_entry &route);
 // there.
 void ask_for_gateways(dpm_route_entry &route);
 
-// On a card that becomes master, tables only: gateways whose hosts have gone wait, and the group has
-// the others as members.  False: the route's group has gone, or has no member left.
+// On a card that becomes master, tables only: gateways lead to the hosts that are here, and the group
+// has these as members.  False: the route's group has gone, or has no member left.
 bool recount_gateways(dpm_route_entry &route);
 
 // What the chip holds of a route that another card has programmed.
