@@ -153,6 +153,9 @@ struct Kind {
     static constexpr bool is_setting = false;
     // One that is there may be put with another value.
     static constexpr bool is_replaced = false;
+    // Two records may ask for the same object, over neighbours that are alike: the second is refused,
+    // and that is no mistake.
+    static constexpr bool is_ambiguous = false;
     // It cannot go while another object uses it.
     static constexpr bool is_pinned = false;
     // Its key is an index that the chip hands out.
@@ -236,6 +239,7 @@ struct ftn : Kind { // prefix to labels
     using Key = FtnKey;
     using Value = Ftn;
     static constexpr std::string_view name = "ftn";
+    static constexpr bool is_ambiguous = true;
     static bool is_valid(const Key &key, const Value &);
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);

@@ -27,6 +27,8 @@ Chip::Outcome Chip::put(const typename Kind::Key &key, const typename Kind::Valu
         return is_same ? Outcome() : mistake("no such ", Kind::name, " to program again");
     const bool is_allowed = Kind::is_setting || (Kind::is_replaced && !is_same);
     const bool is_excused = Kind::is_unheard(value) && own.excused.erase(key) > 0;
+    if (is_there && !is_allowed && Kind::is_ambiguous)
+        return {-1};
     if (is_there && !is_allowed && !is_excused)
         return mistake("the ", Kind::name, " is there");
     if (!is_same)
