@@ -366,6 +366,13 @@ ROWS(LabelCommands, TraceAPacketToItsPort, .families = {4}, .roles = alone, .see
     {"mpls ilm add 305 vrf 5 fec {net1}"},
     {"why {net1} vrf 5", "= {net1}: incoming label 305 of {net1}: waits for the chip, which "
                          "refused it with 7"},
+    {"neigh del {a}"},
+    {"why 10.9.0.1", "= 10.9.0.1: label 100 leads to 10.9.0.1/32 by neighbour {a}: waits for its "
+                     "neighbour {a} since 7 s"}, // not for the chip any more
+    {"route add 10.8.0.0/15 via {a}"},
+    {"mpls ftn add 10.9.0.0/16 via {a} encap mpls 105"},
+    {"why 10.9.9.2", "= 10.9.9.2: not a neighbour; what covers it is; = label 105 leads to "
+                     "10.9.0.0/16 by neighbour {a}: waits for its neighbour {a} since 0 s"},
 };
 
 ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){

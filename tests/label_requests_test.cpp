@@ -262,6 +262,33 @@ ROWS(LabelRequests, AVpnRouteOverAnotherNeighbourLeavesWithItsTunnel, .families 
      "ftn- vrf 5 {net1} push 1001 over {h} push 1000; mirror ftn+ {net1} vrf 5 waits; "
      "ftn- {h} push 1000 port 1 {m2}; mirror ftn+ {h} waits; entry- {b} n3; nexthop- n3; "
      "mirror nexthop- n3; mirror host- {b}"},
+    {"neigh add {b}",
+     "nexthop+ port 1 {m2} n4; mirror nexthop+ n4; entry+ {b} n4; mirror host+ {b}; "
+     "ftn+ {h} push 1000 port 1 {m2}; mirror ftn+ {h}; "
+     "ftn+ vrf 5 {net1} push 1001 over {h} push 1000; mirror ftn+ {net1} vrf 5"}, // and with it
+    {"neigh add {a}"},
+    {"ftn add {h}/32 via {a}"},
+    {"ftn add {net1} via {c} vrf 5 remote {h}"},
+    {"chip refuse ftn-del 1"},
+    {"neigh del {a}",
+     "ftn- {h} push 1000 port 1 {m1} -> -1; entry- {a} n5; nexthop- n5; mirror nexthop- n5; "
+     "mirror host- {a}"}, // the VPN route has been told since it went
+};
+
+ROWS(LabelRequests, AVpnRouteThatTheChipKeptStaysOutOfASlotThatComes, .families = {4},
+     .roles = rig::with_standby, .see = "chip"){
+    {"neigh add {a}"},
+    {"ftn add {h}/32 via {a}"},
+    {"ftn add {net1} via {a} vrf 5 remote {h}"},
+    {"chip refuse ftn-del 1"},
+    {"neigh del {a}",
+     "ftn- vrf 5 {net1} push 1001 over {h} push 1000 -> -1; ftn- {h} push 1000 port 1 {m1}; "
+     "entry- {a} n1; nexthop- n1"},
+    {"card slot-up 3", ""},
+    {"neigh add {a}", "nexthop+ port 1 {m1} n2; entry+ {a} n2; ftn+ {h} push 1000 port 1 {m1}"},
+    {"card slot-up 3", "nexthop+ port 1 {m1} n2 slots 0x8; entry+ {a} n2 slots 0x8; "
+                       "ftn+ {h} push 1000 port 1 {m1} slots 0x8; "
+                       "ftn+ vrf 5 {net1} push 1001 over {h} push 1000 slots 0x8"},
 };
 
 ROWS(LabelRequests, AnIncomingLabelFollowsItsNeighbour, .families = {4}, .see = "chip mirror"){
@@ -331,6 +358,15 @@ ROWS(LabelRequests, ANeighbourDrivesWhatIsInItsVrf, .families = {4}, .roles = ri
     {"show ilm", "= LABEL  VRF  FEC          STATE  SWAP  NEXTHOP   INTERFACE; "
                  "= 2000   0    {net}  waits  2001  {a}  vlanif100; "
                  "= 2005   5    {net}  waits  2001  {a}  vlanif200"},
+};
+
+ROWS(LabelRequests, AnIncomingLabelIsNamedWhenItsInterfaceComes, .families = {4},
+     .roles = rig::mirroring, .see = "mirror"){
+    {"ilm add 2000 via {a} dev 902", "mirror ilm+ 2000 waits"},
+    {"if add vlanif300 vlan 300", "mirror ilm+ 2000 waits"},
+    {"switch-over"},
+    {"show ilm", "= LABEL  VRF  FEC          STATE  SWAP  NEXTHOP   INTERFACE; "
+                 "= 2000   0    {net}  waits  2001  {a}  vlanif300"},
 };
 
 ROWS(LabelRequests, OutsideTheChipsRangesAreRefused, rig::once("chip")){

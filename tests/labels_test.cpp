@@ -2,6 +2,7 @@
 
 #include "dpm_l3vpn.h"
 #include "dpm_list.h"
+#include "dpm_vpn.h"
 #include "support/rows.h"
 
 #include <arpa/inet.h>
@@ -174,6 +175,33 @@ TEST_F(LabelRecords, RequestsAndQuestionsWithoutTheirBlocksAreRefused) {
     EXPECT_EQ(dpm_get_netmask_addr(0), 0u);
     EXPECT_EQ(dpm_get_netmask_addr(32), ~0u);
     EXPECT_EQ(dpm_get_netmask_addr(9), word("255.128.0.0"));
+    EXPECT_EQ(dpm_masklen2ip(33, &output), -1);
+    EXPECT_EQ(dpm_masklen2ip(~0u, &output), -1);
+    EXPECT_EQ(dpm_masklen2ip(32, nullptr), -1);
+    EXPECT_EQ(output, 9u);
+    for (const auto &[length, mask] : {std::pair(0u, 0u), {32u, ~0u}, {9u, word("255.128.0.0")}}) {
+        EXPECT_EQ(dpm_masklen2ip(length, &output), 0);
+        EXPECT_EQ(output, mask);
+    }
+}
+
+TEST_F(LabelRecords, OfOtherFamiliesAreRefused) {
+    constexpr unsigned families[][3] = {{0, 1, 1}, {3, 1, 1}, {0x101, 1, 1}, {1, 0, 1},
+                                        {1, 3, 1}, {2, 2, 0}, {2, 2, 3}};
+    for (const auto &[fec, nexthop, remote] : families) {
+        dpm_ftn_msg ftn{};
+        dpm_ilm_msg ilm{};
+        ftn.vrf_id = remote != 1 ? 5 : 0;
+        ftn.family = ilm.family = fec, ftn.vpn_nhop_af = std::uint8_t(remote);
+        ftn.tunnel_ip_type = ilm.tunnel_ip_type = std::uint8_t(nexthop);
+        rig::expect_all(-1, {dpm_mpls_ftn_add_msg(&ftn), dpm_mpls_ftn_del_msg(&ftn),
+                             dpm_mpls_ilm_del_msg(&ilm)});
+        if (remote == 1) { // an ILM has none
+            EXPECT_EQ(dpm_mpls_ilm_add_msg(&ilm), -1);
+        }
+    }
+    EXPECT_EQ(logged(master(), "iptype = "), std::size(families) * 2 - 2);
+    EXPECT_TRUE(ftns(master()).empty() && ilms(master()).empty());
 }
 
 TEST_F(LabelRecords, OfIpv4CountWithFourBytesOfTheirAddresses) {

@@ -5,6 +5,8 @@
 #include "chassis/tables/wanted.h"
 #include "platform/dal.h"
 
+#include <set>
+
 namespace chassis::tables {
 
 namespace {
@@ -26,28 +28,30 @@ void want_ftn(const dpm_ftn &entry, Wanted &wanted) {
     wanted.want<kinds::ftn>(key, chip::Ftn{entry.nhid, entry.tunnel_id, {}, {}});
 }
 
-bool is_tunnel_of(const dpm_ftn &tunnel, const dpm_ftn &vpn) {
-    return tunnel.vrf_id == 0 && tunnel.flags == DPM_LABEL_PROGRAMMED &&
-           is_same({0, fec_of(tunnel)},
-                   {0, prefix_of(vpn.vpn_nhop_af, vpn.vpn_nhop, vpn.vpn_prefixlen)});
-}
+struct ProgrammedTunnels {
+    explicit ProgrammedTunnels(const Reading &) {
+        ftn.each([this](const dpm_ftn &entry) {
+            if (entry.vrf_id == 0 && entry.flags == DPM_LABEL_PROGRAMMED)
+                prefixes.insert(chip_key(0, fec_of(entry)));
+        });
+    }
+    std::set<chip::Address> prefixes;
+};
 
 // A prefix of a VRF rides on the label entry to its remote end, and everything on a neighbour.
-std::string waits_for(const dpm_ftn &entry) {
-    if (entry.flags == DPM_LABEL_PROGRAMMED)
-        return "";
-    bool has_tunnel = entry.vrf_id == 0;
-    ftn.each([&](const dpm_ftn &other) { has_tunnel = has_tunnel || is_tunnel_of(other, entry); });
-    std::string what;
-    if (!has_tunnel)
-        what = "the label entry to " + address_text(entry.vpn_nhop_af, entry.vpn_nhop);
-    else if (entry.sdk_result != 0)
-        what = refusal_text(entry.sdk_result);
-    else if (entry.stale != 0)
-        what = "the routing suite to tell it again behind its tunnel";
-    else
-        what = "its neighbour " + tunnel_nexthop(entry);
-    return label_waits_for(what, dpm_api_ftn_waits_since(&entry));
+std::string missing_of(const dpm_ftn &entry, const Reading &reading) {
+    const auto remote = prefix_of(entry.vpn_nhop_af, entry.vpn_nhop, entry.vpn_prefixlen);
+    if (entry.vrf_id != 0 &&
+        !reading.made<ProgrammedTunnels>().prefixes.contains(chip_key(0, remote)))
+        return "the label entry to " + address_text(entry.vpn_nhop_af, entry.vpn_nhop);
+    return entry.stale != 0 ? "the routing suite to tell it again behind its tunnel"
+                            : label_missing(entry, reading, 0);
+}
+
+std::string waits_for(const dpm_ftn &entry, const Reading &reading) {
+    return entry.flags == DPM_LABEL_PROGRAMMED
+               ? ""
+               : label_waits_for(missing_of(entry, reading), dpm_api_ftn_waits_since(&entry));
 }
 
 } // namespace
@@ -82,12 +86,12 @@ const TableOf<dpm_ftn> ftn{
     .in_chip = want_ftn,
     .waits_for = waits_for,
     .why =
-        [](auto &entry) {
+        [](auto &entry, auto &reading) {
             const std::string label = std::to_string(entry.tunnel_label);
             return "label " +
                    (entry.vrf_id ? label + "/" + std::to_string(entry.vpn_label) : label) +
                    " leads to " + prefix_text(fec_of(entry)) + " by neighbour " +
-                   tunnel_nexthop(entry) + ": " + label_why(waits_for(entry)) + "\n";
+                   tunnel_nexthop(entry) + ": " + label_why(waits_for(entry, reading)) + "\n";
         },
 };
 

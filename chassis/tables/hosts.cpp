@@ -5,6 +5,7 @@
 #include "chassis/tables/wanted.h"
 
 #include <cstring>
+#include <set>
 
 namespace chassis::tables {
 
@@ -24,7 +25,20 @@ std::string state_of(const dpm_host_entry &host, const Reading &reading) {
     return is_there ? "in the chip, " : "a neighbour, but not in the chip, ";
 }
 
+struct HostsByAddress {
+    explicit HostsByAddress(const Reading &) {
+        hosts.each(
+            [this](const dpm_host_entry &host) { addresses.insert(chip_key(host.vrf, host.ip)); });
+    }
+    std::set<chip::Address> addresses;
+};
+
 } // namespace
+
+bool is_neighbour(const Reading &reading, const Place &address) {
+    return reading.made<HostsByAddress>().addresses.contains(
+        chip_key(address.vrf, *address.prefix));
+}
 
 const TableOf<dpm_host_entry> hosts{
     .each = walk<dpm_api_get_host_entry_first, dpm_api_get_host_entry_next>,

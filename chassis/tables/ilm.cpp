@@ -27,12 +27,11 @@ void want_ilm(const dpm_ilm &entry, Wanted &wanted) {
     wanted.want<kinds::ilm>(entry.in_label, value);
 }
 
-std::string waits_for(const dpm_ilm &entry) {
-    if (entry.flags == DPM_LABEL_PROGRAMMED)
-        return "";
-    const std::string what = entry.sdk_result != 0 ? refusal_text(entry.sdk_result)
-                                                   : "its neighbour " + tunnel_nexthop(entry);
-    return label_waits_for(what, dpm_api_ilm_waits_since(&entry));
+std::string waits_for(const dpm_ilm &entry, const Reading &reading) {
+    return entry.flags == DPM_LABEL_PROGRAMMED
+               ? ""
+               : label_waits_for(label_missing(entry, reading, entry.vrf_id),
+                                 dpm_api_ilm_waits_since(&entry));
 }
 
 } // namespace
@@ -64,9 +63,9 @@ const TableOf<dpm_ilm> ilm{
     .in_chip = want_ilm,
     .waits_for = waits_for,
     .why =
-        [](auto &entry) {
+        [](auto &entry, auto &reading) {
             return "incoming label " + std::to_string(entry.in_label) + " of " +
-                   prefix_text(fec_of(entry)) + ": " + label_why(waits_for(entry)) + "\n";
+                   prefix_text(fec_of(entry)) + ": " + label_why(waits_for(entry, reading)) + "\n";
         },
 };
 

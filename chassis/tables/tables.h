@@ -41,6 +41,9 @@ const Table *find(std::string_view name);
 // interface, 1 when it is, 2 when it is not.
 std::uint32_t leads(const Reading &reading, const char *ifname, std::uint32_t ifindex);
 
+// Whether a resolved neighbour has this address of a VRF.
+bool is_neighbour(const Reading &reading, const Place &address);
+
 // What the tables of neighbours answer for an address: one is there, waited for, or held.
 std::string why_neighbour(const Place &place, const Reading &reading);
 

@@ -4,6 +4,7 @@
 
 #include "chassis/address.h"
 #include "chassis/chassis.h"
+#include "chassis/tables/tables.h"
 #include "dpm_api.h"
 
 #include <string>
@@ -66,8 +67,15 @@ template <class Entry> std::string label_state(const Entry &entry) {
            : entry.flags == DPM_LABEL_WAITING  ? "waits"
                                                : "new";
 }
-inline std::string refusal_text(std::int32_t result) {
-    return "the chip, which refused it with " + std::to_string(result);
+// What one lacks that is not in the chip, and whose way is free.  It leads to a neighbour of this VRF.
+template <class Entry>
+std::string label_missing(const Entry &entry, const Reading &reading, std::uint32_t vrf) {
+    const bool waits = entry.flags == DPM_LABEL_WAITING;
+    if (waits && !is_neighbour(reading, {vrf, host_of(entry.tunnel_ip_type, entry.tunnel_nhop)}))
+        return "its neighbour " + tunnel_nexthop(entry);
+    return entry.sdk_result != 0
+               ? "the chip, which refused it with " + std::to_string(entry.sdk_result)
+               : "the routing suite to tell it again";
 }
 inline std::string label_why(const std::string &waits_for) {
     return waits_for.empty() ? "in the chip" : "waits for " + waits_for;

@@ -22,7 +22,9 @@ public:
         return prefix_of(word_behind(words_, word, otherwise));
     }
     bool has(const char *word) const { return std::ranges::count(words_, word) > 0; }
-    std::uint32_t ifindex(const std::string &name) const {
+    std::uint32_t ifindex(const std::string &name) const { // or of an interface that may come
+        if (std::isdigit(name[0]))
+            return std::uint32_t(std::stoul(name));
         const auto interface = card_.suite.find(name);
         return interface ? interface->ifindex : 0;
     }

@@ -6,8 +6,9 @@
 #include "chassis/tables/tables.h"
 #include "chassis/tables/text.h"
 #include "dpm.h"
+#include "dpm_address.h"
 #include "dpm_check.h"
-#include "dpm_host.h"
+#include "dpm_host_record.h"
 #include "dpm_if_announced.h"
 #include "dpm_ipmc_global.h"
 #include "dpm_l3vpn.h"
@@ -74,6 +75,27 @@ void check_memory(const chip::Chip &chip, const dpm_route_entry &route, Lines &l
     if (index != in_chip && (index != 0 || !dpm::has_chip_host(route.vrf, route.destination)))
         lines.push_back(name_of(route) + " remembers " + std::to_string(index) +
                         " in the chip, which has " + std::to_string(in_chip));
+}
+
+// What waits for its neighbour waits no longer than until that comes.  What the chip refused, and
+// what a host that is about to go has left, waits on; VPN routes wait for the suite as well.
+template <class Entry>
+void check_waiting(const char *name, const Entry &entry, std::uint32_t vrf, Lines &lines) {
+    if (entry.sdk_result != 0 || entry.tunnel_ip_type != DPM_FAMILY_IPV4)
+        return;
+    const dpm_prefix neighbour = dpm::host_prefix(DPM_FAMILY_IPV4, entry.tunnel_nhop);
+    const dpm_host_entry *const host = dpm_host_find_by_ip(vrf, &neighbour, 0);
+    if (host && record_of(*host).is_announced)
+        lines.push_back(std::string(name) + " waits for " + rig::text_of(neighbour) +
+                        ", which is there");
+}
+
+void check_waiting_labels(Lines &lines) {
+    for (const dpm_ftn &ftn : dpm::pend_ftns())
+        if (ftn.vrf_id == 0)
+            check_waiting("an FTN", ftn, 0, lines);
+    for (const dpm_ilm &ilm : dpm::pend_ilms())
+        check_waiting("an ILM", ilm, ilm.vrf_id, lines);
 }
 
 unsigned waiting(const auto &table, auto is_waiting) {
@@ -275,6 +297,7 @@ Lines routes_follow_hosts(Card &card, bool adrift) {
         if (!adrift)
             check_resolution(route, lines);
     });
+    check_waiting_labels(lines);
     return lines;
 }
 

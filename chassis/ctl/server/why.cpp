@@ -1,7 +1,7 @@
 // why: whether the chip has an address or a prefix and, if not, what is missing.
 //
 // Each table tells of its records in that place (chassis/tables).  What none has is answered with
-// the longest route that covers it.
+// the longest route or label entry that covers it.
 
 #include "chassis/ctl/server/command.h"
 
@@ -25,17 +25,22 @@ std::string why_there(const Place &place, const Reading &reading) {
     return text;
 }
 
-// The longest route, in the chip or not, that leads to an address or network.
-std::string why_covering_route(const Place &place, const Reading &reading) {
-    const dpm_route_entry *longest = nullptr;
-    tables::routes.each([&](const dpm_route_entry &route) {
-        const dpm_prefix &destination = route.destination;
-        if (route.vrf == place.vrf && destination.prefix_len < place.prefix->prefix_len &&
-            tables::covers(destination, *place.prefix) &&
-            (!longest || destination.prefix_len > longest->destination.prefix_len))
-            longest = &route;
-    });
-    return longest ? tables::routes.why(*longest, reading) : "";
+// The longest prefix, in the chip or not, by which a route or a label entry leads to an address or
+// network.
+std::optional<Place> covering(const Place &place, const Reading &reading) {
+    std::optional<Place> longest;
+    const auto look_at = [&](const auto &table) {
+        table.each([&](const auto &record) {
+            const Place each = table.places(record, reading).front();
+            if (each.vrf == place.vrf && each.prefix->prefix_len < place.prefix->prefix_len &&
+                tables::covers(*each.prefix, *place.prefix) &&
+                (!longest || each.prefix->prefix_len > longest->prefix->prefix_len))
+                longest = each;
+        });
+    };
+    look_at(tables::routes);
+    look_at(tables::ftn);
+    return longest;
 }
 
 bool is_address(const dpm_host_info &info, const Prefix &ip) {
@@ -50,9 +55,8 @@ std::string why_absent(std::uint32_t vrf, const Prefix &ip, const Reading &readi
         if (is_address(info, ip))
             return "the IP stack knows it in vrf " + std::to_string(info.vrf) +
                    ", but no table has it in vrf " + std::to_string(vrf) + "\n";
-    const std::string covering = why_covering_route({vrf, record_of(ip)}, reading);
-    if (!covering.empty())
-        return absent + "; what covers it is\n" + covering;
+    if (const auto place = covering({vrf, record_of(ip)}, reading))
+        return absent + "; what covers it is\n" + why_there(*place, reading);
     const auto in_chip = reading.card.chip.lookup(std::int32_t(vrf), ip.family, ip.address.data());
     if (in_chip)
         return absent + "; the chip has it under " +

@@ -234,8 +234,6 @@ dpm_ftn *dpm_mpls_ftn_add(dpm_ftn record) {
 }
 
 dpm_ilm *dpm_mpls_ilm_add(dpm_ilm record) {
-    dpm::label_name_interface(record);
-    record.owner = 0;
     dpm_ilm *entry = dpm::vpn_insert<ilm_kind>(record);
     if (entry != nullptr)
         DPM_PLAIN("dpm_mpls_ilm_add::avl_count=%d\r\n", dpm::ilms().count());

@@ -31,16 +31,35 @@ void add_tunnel(dpm_ftn &tunnel, const dpm_host_entry &host) {
         (void)dpm_l2vpn_respond_arp_or_route_or_ftn_add(host.ip.address, tunnel.fec_prefix);
 }
 
-void add_vpn(dpm_ftn &vpn, const dpm_host_entry &host) {
-    if (!dpm::is_carried(vpn))
-        return;
-    if (dpm::label_program_over(vpn, host) != 0) {
+void end_add_vpn(const dpm_ftn &vpn, int result) {
+    if (result != 0) {
         DPM_PLAIN(
             "dpm_mpls_vpn_ftn_proc_for_arp: add vrf ftn::add to sdk failed, stay in pend!\n\r");
         return;
     }
     (void)dpm_mpls_ftn_add_sync_send(&vpn);
     DPM_PLAIN("dpm_mpls_vpn_ftn_proc_for_arp: add vrf ftn::dpm_hw_driver_mpls_ftn_add OK!\n\r");
+}
+
+void add_vpn(dpm_ftn &vpn, const dpm_host_entry &host) {
+    if (dpm::is_carried(vpn))
+        end_add_vpn(vpn, dpm::label_program_over(vpn, host));
+}
+
+// A VPN route over another neighbour rides on the tunnel all the same; what its own does to it is
+// done before.
+bool rides_from_elsewhere(const dpm_ftn &vpn, const dpm_ftn &tunnel) {
+    return vpn.vpn_prefixlen == tunnel.prefixlen &&
+           dpm_fec_addr_cmp(vpn.tunnel_nhop, tunnel.tunnel_nhop) != 0;
+}
+
+// VPN routes over other neighbours that wait for the tunnel: they came before it, or left with it.
+// The chip knows the tunnel, so no neighbour is named.
+void add_carried(dpm_ftn &tunnel) {
+    dpm::each_carried(tunnel, [&](dpm_ftn &vpn) {
+        if (dpm::is_pending(vpn) && rides_from_elsewhere(vpn, tunnel))
+            end_add_vpn(vpn, dpm::label_program(vpn));
+    });
 }
 
 void add_ilm(dpm_ilm &ilm, const dpm_host_entry &host) {
@@ -67,16 +86,16 @@ void del_vpn(dpm_ftn &vpn) {
         "del vrf ftn:::dpm_hw_driver_mpls_ftn_del OK and ftn_entry has been added to pend. \n\r");
 }
 
-// VPN routes over other neighbours may ride on it: they leave first, unless another tunnel is there.
+// VPN routes from elsewhere leave first, unless another tunnel is there.
 void del_carried(dpm_ftn &tunnel) {
-    if (dpm::has_programmed_tunnel(tunnel.ip_type, tunnel.fec_prefix, tunnel.prefixlen, &tunnel))
-        return;
+    const bool has_other =
+        dpm::has_programmed_tunnel(tunnel.ip_type, tunnel.fec_prefix, tunnel.prefixlen, &tunnel);
     dpm::each_carried(tunnel, [&](dpm_ftn &vpn) {
-        const bool was_programmed =
-            vpn.flags == DPM_LABEL_PROGRAMMED && vpn.vpn_prefixlen == tunnel.prefixlen;
-        if (was_programmed)
+        const bool leaves =
+            !has_other && vpn.flags == DPM_LABEL_PROGRAMMED && rides_from_elsewhere(vpn, tunnel);
+        if (leaves)
             del_vpn(vpn);
-        record_of(vpn).went_with_tunnel = was_programmed && vpn.flags != DPM_LABEL_PROGRAMMED;
+        record_of(vpn).went_with_tunnel = leaves && vpn.flags != DPM_LABEL_PROGRAMMED;
     });
 }
 
@@ -126,15 +145,14 @@ template <class Add> void add_ftns(bool is_vpn, const dpm_host_entry &host, Add 
     });
 }
 
-template <class Del> void del_ftns(bool is_vpn, const dpm_host_entry &host, Del del) {
+template <class Visit> void programmed_ftns(bool is_vpn, const dpm_host_entry &host, Visit visit) {
     dpm::each_over<ftn_kind>(address_of(host).address, [&](dpm_ftn &ftn) {
         if (is_driven(ftn, is_vpn, host) && ftn.flags == DPM_LABEL_PROGRAMMED)
-            del(ftn);
+            visit(ftn);
     });
 }
 
-template <class Entry>
-const dpm_host_entry *neighbour_of(const Entry &waiting, std::uint32_t vrf) {
+template <class Entry> const dpm_host_entry *neighbour_of(const Entry &waiting, std::uint32_t vrf) {
     if (waiting.tunnel_ip_type != DPM_FAMILY_IPV4)
         return nullptr;
     return dpm::find_label_neighbour(vrf, DPM_FAMILY_IPV4, waiting.tunnel_nhop, 0);
@@ -163,10 +181,12 @@ void dpm::labels_ask() {
 int dpm_mpls_vpn_ftn_proc_for_arp(std::uint32_t event, const dpm_host_entry *host) {
     if (host == nullptr)
         return dpm::null_parameter();
-    if (event == DPM_HOST_ADDED)
+    if (event == DPM_HOST_ADDED) {
         add_ftns(true, *host, add_vpn);
-    else if (event == DPM_HOST_DELETED)
-        del_ftns(true, *host, del_vpn);
+        programmed_ftns(false, *host, add_carried);
+    } else if (event == DPM_HOST_DELETED) {
+        programmed_ftns(true, *host, del_vpn);
+    }
     return 0;
 }
 
@@ -194,7 +214,7 @@ int dpm_mpls_arp_del_msg(const dpm_host_entry *host) {
         return dpm::null_parameter();
     DPM_PLAIN("dpm_mpls_arp_del_msg:: arp del ip:%d.%d.%d.%d\n\r", DPM_IPV4_OF(host->ip.address));
     (void)dpm_mpls_vpn_ftn_proc_for_arp(DPM_HOST_DELETED, host);
-    del_ftns(false, *host, [&](dpm_ftn &tunnel) { del_tunnel(tunnel, *host); });
+    programmed_ftns(false, *host, [&](dpm_ftn &tunnel) { del_tunnel(tunnel, *host); });
     dpm::each_over<ilm_kind>(address_of(*host).address, [&](dpm_ilm &ilm) {
         if (is_driven(ilm, *host) && ilm.flags == DPM_LABEL_PROGRAMMED)
             del_ilm(ilm);

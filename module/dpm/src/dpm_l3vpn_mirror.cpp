@@ -3,14 +3,23 @@
 // The standby keeps the master's flags: what waits there waits here.  So it also lists VPN routes
 // whose tunnel went, which the master leaves to the routing suite; on either card they are
 // programmed only behind their tunnel.
-#include "dpm_l3vpn.h"
+#include "dpm_l3vpn_chip.h"
 
+#include "dpm_bridge.h"
 #include "dpm_if.h"
 #include "dpm_mirror.h"
 #include "dpm_vpn.h"
 #include "dpm_vpn_encaps.h"
 
 namespace {
+
+// A VPN route that the chip would not let go with its tunnel stays out of a slot that comes.
+bool is_for_slot(const dpm_ftn &ftn) {
+    return ftn.vrf_id == 0 || dpm::is_carried(ftn);
+}
+bool is_for_slot(const dpm_ilm &) {
+    return true;
+}
 
 int chip_add(const dpm_ftn &ftn, std::uint32_t *nhid, std::uint32_t *tunnel_id,
              std::uint32_t slot_bits) {
@@ -25,7 +34,7 @@ template <class Entry> struct label_mirror : dpm::mirror_defaults<Entry> {
     // What the chip answers for one slot is not kept.
     static bool reprogram(const Entry &entry, std::uint32_t slot_bits) {
         std::uint32_t nhid = entry.nhid, tunnel_id = entry.tunnel_id;
-        if (entry.flags == DPM_LABEL_PROGRAMMED)
+        if (entry.flags == DPM_LABEL_PROGRAMMED && is_for_slot(entry))
             (void)chip_add(entry, &nhid, &tunnel_id, slot_bits);
         return true;
     }
@@ -67,10 +76,20 @@ struct ilm_mirror : label_mirror<dpm_ilm> {
     static std::uint32_t &sync_of(entry &present) { return dpm::label_sync_of(present); }
 };
 
+// One that was given before its interface has no name for it, so the standby knows no index.
+void name_interface(dpm_ilm &ilm) {
+    dpm::label_name_interface(ilm);
+    (void)dpm_mpls_ilm_add_sync_send(&ilm);
+}
+
 void renumber(const char *ifname, std::uint32_t ifindex) {
-    for (dpm_ilm &ilm : dpm::ilms())
+    const bool is_masters = ifindex != DPM_IFINDEX_NONE && dpm_bridge_self_is_master();
+    for (dpm_ilm &ilm : dpm::ilms()) {
+        if (is_masters && ifindex != 0 && ilm.out_ifindex == ifindex && ilm.out_ifname[0] == '\0')
+            name_interface(ilm);
         if (std::strcmp(ilm.out_ifname, ifname) == 0)
             ilm.out_ifindex = ifindex;
+    }
 }
 
 } // namespace
