@@ -52,7 +52,7 @@ Card &card() {
 }
 
 Card::Card(const CardOptions &options)
-    : os(options.mode), peer(*this), suite(options.slot * 100), options_(options),
+    : os(options.mode), peer(*this), suite(options.slot * 100), ports(*this), options_(options),
       library_state_(pristine_state()) {
     if (!current())
         make_current(*this);
@@ -80,6 +80,7 @@ void Card::load() {
 }
 
 void Card::stop() {
+    ports.stop();
     peer.close();
     stack.stop();
     os.stop();

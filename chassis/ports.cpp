@@ -8,6 +8,8 @@ namespace chassis::ports {
 
 namespace {
 
+constexpr std::size_t max_waiting = 256; // frames
+
 struct Tags {
     std::uint32_t ethertype;
     std::vector<std::uint16_t> vlans; // the outermost first
@@ -42,6 +44,63 @@ unsigned Ports::receive(std::uint32_t port, std::span<const std::uint8_t> frame,
     descriptor.port = port;
     (void)found->second.hook(frame.data(), std::uint32_t(frame.size()), &descriptor);
     return 1;
+}
+
+void Ports::feed(Frame frame) {
+    if (card_.os.mode() == os::Mode::pumped)
+        return see(frame);
+    std::unique_lock lock(mutex_);
+    if (!thread_.joinable() && !stopping_)
+        thread_ = std::thread([this] { run(); });
+    changed_.wait(lock, [this] { return waiting_.size() < max_waiting || stopping_; });
+    waiting_.push_back(std::move(frame));
+    changed_.notify_all();
+}
+
+bool Ports::is_idle() const {
+    const std::lock_guard guard(mutex_);
+    return waiting_.empty() && !sees_;
+}
+
+Counts Ports::counts() const {
+    const std::lock_guard guard(mutex_);
+    return counts_;
+}
+
+void Ports::stop() {
+    {
+        const std::lock_guard guard(mutex_);
+        stopping_ = true;
+        changed_.notify_all();
+    }
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void Ports::see(const Frame &frame) {
+    const unsigned hooks = receive(frame.port, frame.bytes, frame.port_vlan);
+    const std::lock_guard guard(mutex_);
+    counts_.received++;
+    counts_.seen += hooks > 0;
+}
+
+// The hooks are called without the lock: they may ask the card anything.
+void Ports::run() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+        if (waiting_.empty()) {
+            changed_.wait(lock);
+            continue;
+        }
+        const Frame frame = std::move(waiting_.front());
+        waiting_.pop_front();
+        sees_ = true;
+        lock.unlock();
+        see(frame);
+        lock.lock();
+        sees_ = false;
+        changed_.notify_all();
+    }
 }
 
 struct Contract {

@@ -171,6 +171,44 @@ ROWS(Commands, LeadANeighbourIntoTablesAndChip, .roles = mirroring, .see = ""){
     {"show hosts {a} --count", "= 0"},
 };
 
+ROWS(Commands, LeadAGroupToThePortsThatReportIt, .roles = mirroring, .see = ""){
+    {"mcast snoop on"},
+    {"rx 3 hex 0", "error column..."},
+    {"4: rx 3 vlan 100 hex 00000000000000000000000008004500001c0000000001020000"
+     "0a646401e001010116000000e0010101"},
+    {"6: rx 3 hex 0000000000000000000000008100006486dd6000000000183afffe8000000000000000000000"
+     "00000001ff0500000000000000000000000000018300000000000000ff050000000000000000000000000001"},
+    {"rx 3 somewhere.pcap", "error captures are read by the client"},
+    {"why {g1}", "= {g1}: no source of the group is forwarded; reported by port 3 of vlan 100"},
+    {"why {g2}", "= {g2}: no source of the group is forwarded; no port has reported it"},
+    {"chip lookup {g1}", "= {g1}: no group, to the CPU"},
+    {"mroute add any {g1} vlanif200 vlanif100"},
+    {"mroute add {s1} {g1} vlanif200 vlanif100"},
+    {"mroute add {s2} {g1} vlanif200"},
+    {"chip lookup {g1} from {s1}", "= {g1}: vrf 0 ({s1}, {g1}) gid 21; =     port 3 vlan 100"},
+    {"chip lookup {g1} from {s2}", "= {g1}: vrf 0 ({s2}, {g1}) gid 22; =     no port"},
+    {"chip lookup {g1} from {s3}", "= {g1}: vrf 0 (*, {g1}) gid 20; =     port 3 vlan 100"},
+    {"chip lookup {g1}", "= {g1}: vrf 0 (*, {g1}) gid 20; =     port 3 vlan 100"},
+    {"chip lookup {a} from {s1}", "error only of a group does the sender count"},
+    {"4: chip lookup {g1} from ff05::1", "error group and sender are of two families"},
+    {"show mgroups --count", "= 1"},
+    {"mroute add {s3} {g1} vlanif9", "error unknown interface 'vlanif9'"},
+    {"4: mroute add {s3} ff05::1 vlanif100", "error source and group are of two families"},
+    {"mroute add {s3} {a} vlanif100", "error column..."},
+    {"switch-over"},
+    {"clock advance 20s"},
+    {"why {g1}",
+     "= {g1}: vrf 0 ({s2}, {g1}): in the chip, gid 22; = vrf 0 ({s1}, {g1}): in the chip...; = ...; "
+     "= vrf 0 ({s1}, {g1}) vlan 100 port 3: in the chip, waits for a report; gone in 240 s; = ...; gone in 240 s"},
+    {"mroute del {s1} {g1} vlanif200 vlanif100"},
+    {"mroute del {s2} {g1}"},
+    {"mroute del * {g1} vlanif9"},
+    {"mcast snoop off inet6"},
+    {"4: chip lookup {g1}", "= {g1}: no group, to the CPU"},
+    {"6: chip lookup {g1}", "= {g1}: no group, dropped"},
+    {"show mroutes --count", "= 0"},
+};
+
 ROWS(Commands, TellWhatANeighbourWaitsForAndSinceWhen, .roles = mirroring, .see = ""){
     {"neigh add {a} port 3"},
     {"switch-over"},

@@ -143,6 +143,7 @@ class Commands(Shelf):
             ("\x1b[31mred\x9b", "", 1, "", r"column 1: unknown word '\x1b[31mred\xc2\x9b'"),
             ("if del vlanif9", "", 1, "", "unknown interface 'vlanif9'"),
             ("--card 10 show hosts", "", 1, "", "slot 10 does not run"),
+            ("rx 3 hosts.pcap", "", 1, "", "this build knows no captures"),
             (f"-f {self.dir}", "", 1, "", f"{self.dir}: Is a directory"),
             (f"--dir {'x' * 150} show hosts", "", 1, "", "slot 9 cannot be reached", "too long"),
         ]:
@@ -199,9 +200,13 @@ class TwoCards(Shelf):
         self.start_shelf()
         for ip in ["10.1.1.2", "10.1.1.3", "fd00:100::2"]:
             self.learn(ip)
+        report = "0" * 24 + "080045" + "0" * 16 + "02" + "0" * 20 + "16000000e0010101"
+        self.ctl("", input="mcast snoop on\nmroute add any 224.1.1.1 vlanif100 vlanif100\n"
+                           f"rx 7 hex {report} vlan 100\n")
+        self.assertIn("port 7 vlan 100", self.ctl("chip lookup 224.1.1.1 from 10.9.9.9"))
         self.assertRegex(
             self.ctl("verify"),
-            "slot 9 and slot 10 agree: .*hosts 3, .*nexthops 1,.*\n"
+            "slot 9 and slot 10 agree: .*hosts 3, .*mroute-members 1, .*nexthops 1,.*\n"
             "slot 9: chip and tables agree: .*entries 4, interfaces 1, next hops 1",
         )
         indexes = [self.rows("show interfaces", slot)[0]["ifindex"] for slot in (9, 10)]
@@ -366,7 +371,7 @@ class Sockets(Shelf):
         self.start_shelf()
         self.learn("10.1.1.2")
         with self.connect() as client:  # a line that does not end
-            client.sendall(b"x" * 5000)
+            client.sendall(b"x" * 140_000)
             self.assertIn(b"the line is too long", read_all(client.recv))
         with self.connect() as client:  # a megabyte of it: the card hangs up
             with self.assertRaises((BrokenPipeError, ConnectionResetError)):

@@ -66,7 +66,7 @@ constexpr struct Cell {
 class Membership : public rig::RowShelf {
 public:
     explicit Membership(unsigned family) : RowShelf(family, rig::Role::mirroring, {}) {
-        (void)run("mcast on");
+        (void)run("mcast snoop on");
         for (const char *source : {"*", "{s1}", "{s2}", "{s3}"})
             (void)act(expanded(std::string("mroute add ") + source + " {g1} vlanif200 vlanif100"));
     }
@@ -99,7 +99,7 @@ public:
 };
 
 class MulticastBounds : public rig::LoneShelf {
-    void SetUp() override { (void)run("mcast on"); }
+    void SetUp() override { (void)run("mcast snoop on"); }
 };
 
 } // namespace
@@ -127,7 +127,7 @@ TEST(Membership, FollowsTheTableCellByCell) {
 ROWS(Mroutes, ComeWithTheMembersThatPortsReportedAndGoWithThem, .roles = rig::mirroring,
      .see = "chip"){
     {"hear 3 100 to-in {g1} {s1}", ""}, // nobody listens
-    {"mcast on"},
+    {"mcast snoop on"},
     {"hear 3 100 to-in {g1} {s1}", ""},
     {"hear 4 100 to-ex {g1} {s1}", ""},
     {"mroute add {s1} {g1} vlanif200 vlanif100",
@@ -151,7 +151,7 @@ ROWS(Mroutes, ComeWithTheMembersThatPortsReportedAndGoWithThem, .roles = rig::mi
 };
 
 ROWS(Mroutes, LeaveNothingBehindWhenTheyAreRefused, .roles = rig::mirroring, .see = "chip"){
-    {"mcast on"},
+    {"mcast snoop on"},
     {"hear 3 100 join {g1}"},
     {"chip refuse mcast-group 1"},
     {"mroute add {s1} {g1} vlanif200 vlanif100", "mroute+ ({s1}, {g1}) gid 0 -> -1"},
@@ -185,7 +185,7 @@ ROWS(Mroutes, LeaveNothingBehindWhenTheyAreRefused, .roles = rig::mirroring, .se
 
 ROWS(Mroutes, TravelWithEchoesAndWaitForReportsBehindASwitchOver, .families = {4},
      .roles = rig::mirroring, .see = "chip"){
-    {"mcast on"},
+    {"mcast snoop on"},
     {"mroute add * {g1} vlanif200 vlanif100"},
     {"hear 3 100 join {g1}"},
     {"hear 4 100 join {g1}"},
@@ -212,7 +212,7 @@ ROWS(Mroutes, TravelWithEchoesAndWaitForReportsBehindASwitchOver, .families = {4
 };
 
 ROWS(Mroutes, EndWithTheLastMemberThatNobodyReportsAgain, .roles = rig::mirroring, .see = "chip"){
-    {"mcast on"},
+    {"mcast snoop on"},
     {"mroute add {s1} {g1} vlanif200 vlanif100"},
     {"mroute add {s2} {g1} vlanif200 vlanif100 vlanif200"},
     {"hear 3 100 join {g1}"},
@@ -227,7 +227,7 @@ ROWS(Mroutes, EndWithTheLastMemberThatNobodyReportsAgain, .roles = rig::mirrorin
 };
 
 ROWS(Mroutes, AreThoseOfTheMasterOnAStandbyThatComesBack, .roles = rig::mirroring, .see = "chip"){
-    {"mcast on"},
+    {"mcast snoop on"},
     {"mroute add * {g1} vlanif200 vlanif100"},
     {"mroute add * {g2} vlanif200 vlanif100"},
     {"hear 3 100 join {g1}"},
@@ -247,7 +247,7 @@ ROWS(Mroutes, AreThoseOfTheMasterOnAStandbyThatComesBack, .roles = rig::mirrorin
 };
 
 ROWS(Mroutes, LoseTheMembersOfAVlanWhoseInterfaceGoes, .roles = rig::mirroring, .see = "chip"){
-    {"mcast on"},
+    {"mcast snoop on"},
     {"mroute add * {g1} vlanif200 vlanif100 vlanif200"},
     {"hear 3 100 join {g1}"},
     {"hear 4 200 join {g1}"},

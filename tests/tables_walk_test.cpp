@@ -621,7 +621,7 @@ TableWalk::TableWalk() : RowShelf(4, rig::Role::mirroring, {.bare = true}) {
     for (const Deed &deed : deeds_done)
         deeds.emplace_back(deed.weight, [this, &deed] { do_deed(*this, deed); });
     for (const char *command : {"if add vlanif200 super", "if add vlanif100", "if add vlanif101",
-                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5", "mcast on"})
+                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5", "mcast snoop on"})
         note(command), (void)run(command);
     vrf_of = {{"vlanif100", "0"}, {"vlanif101", "0"}, {"vlanif102", "0"}, {"vlanif103", "5"}};
 }

@@ -124,12 +124,20 @@ bool Session::run_on_cards(const Command &command, std::string_view line,
     return good;
 }
 
+// A capture is read here, and goes to the card frame by frame.
+static bool is_local(const Parsed &parsed) {
+    return parsed.command->kind == Kind::local ||
+           (parsed.command->verb == Verb::rx && !parsed.has("hex"));
+}
+
 bool Session::run_local(const Parsed &parsed, const std::string &origin) {
     switch (parsed.command->verb) {
     case Verb::verify:
         return verify_shelf(shelf_);
     case Verb::import:
         return import_lines(shelf_, parsed);
+    case Verb::rx:
+        return receive_capture(shelf_, target_, parsed);
     case Verb::quit:
         return quit_ = true;
     default:
@@ -152,9 +160,8 @@ bool Session::run(std::string_view line, const std::string &origin) {
         return true;
     if (line.find('\n') != line.npos)
         return complain(origin, "a command is one line");
-    const bool good = parsed.command->kind == Kind::local
-                          ? run_local(parsed, origin)
-                          : run_on_cards(*parsed.command, line, origin);
+    const bool good =
+        is_local(parsed) ? run_local(parsed, origin) : run_on_cards(*parsed.command, line, origin);
     return flush_output() && good;
 }
 

@@ -6,6 +6,7 @@
 #include "chassis/ctl/wire.h"
 
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,6 +44,9 @@ public:
     std::vector<Seen> look(bool for_master = false);
     std::optional<unsigned> master(); // the first that says so
     std::string role(unsigned slot);  // empty when it does not say
+    // The reply of the card that is master then.  While there is none, or another takes over, it
+    // waits for 20 seconds, or until interrupted; then none.
+    std::optional<Reply> ask_master(std::string_view line);
 
 private:
     bool begin(unsigned slot, std::string_view line);
@@ -52,6 +56,7 @@ private:
     const std::string directory_;
     std::map<unsigned, Descriptor> connections_;
     std::map<unsigned, std::string> trouble_;
+    std::optional<unsigned> followed_; // the master that was asked last
 };
 
 struct Target { // what the user chose with --card
@@ -82,9 +87,15 @@ private:
     bool quit_ = false;
 };
 
-// The client's own commands (verify.cpp, import.cpp).  They print to stdout, errors to stderr.
+// From then on a signal to end does not end the client: a read or a wait ends, so that what was done
+// is still told.
+void catch_interrupts();
+extern volatile std::sig_atomic_t interrupted; // not 0: there was one
+
+// The client's own commands (verify.cpp, import.cpp, capture.cpp).  They print to stdout, errors to stderr.
 bool verify_shelf(Shelf &shelf);
 bool import_lines(Shelf &shelf, const Parsed &parsed);
+bool receive_capture(Shelf &shelf, Target target, const Parsed &parsed);
 
 // Printing (page.cpp).
 unsigned terminal_columns(); // plenty when stdout is no terminal

@@ -93,6 +93,16 @@ enum class Kind {
     ROW(mpls_ilm_add, "mpls ilm add", CTL_ILM, change,                                             \
         "Swap an incoming label, pop it towards a next hop or, without via, look behind it")       \
     ROW(mpls_ilm_del, "mpls ilm del", CTL_ILM, change, "Withdraw an incoming label")               \
+    ROW(mroute_add, "mroute add", "SOURCE GROUP NAME [NAME]* [vrf VRF]", change,                   \
+        "Forward a source's packets, or everybody's (* or any), of a group from an interface to "  \
+        "others")                                                                                  \
+    ROW(mroute_del, "mroute del", "SOURCE GROUP [NAME]* [vrf VRF]", change,                        \
+        "End what mroute add of this source and group began")                                      \
+    ROW(mcast_snoop, "mcast snoop", "SWITCH [FAMILY]", change,                                     \
+        "Listen to the reports of hosts about groups, of one family or both")                      \
+    ROW(rx, "rx",                                                                                  \
+        "PORT [PATH] [live DEVICE] [hex BYTES] [vlan VLAN] [timed] [save PATH]", change,           \
+        "A port receives the frames of a capture, of a device of this machine, or one in digits")  \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
@@ -108,7 +118,8 @@ enum class Kind {
         "The standby is fit for use again")                                                        \
     ROW(card_slot_up, "card slot-up", "SLOT", change, "The card in a slot comes up")               \
     ROW(card_quit, "card quit", "", ask, "The card's process ends")                                \
-    ROW(chip_lookup, "chip lookup", "IP [vrf VRF]", read, "Where the chip would forward to")       \
+    ROW(chip_lookup, "chip lookup", "IP [from SENDER] [vrf VRF]", read,                            \
+        "Where the chip would forward to, of a group and its sender too")                          \
     ROW(chip_trace, "chip trace", "[IP] [label LABELS] [vrf VRF] [ttl TTL] [exp EXP]", read,       \
         "What the chip does with a packet, step by step")                                          \
     ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \

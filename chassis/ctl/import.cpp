@@ -15,13 +15,11 @@
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -29,24 +27,9 @@ namespace ctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds master_retry{50}, master_wait{20'000};
 constexpr std::size_t noted_bytes = 100; // of a line that is not understood
 constexpr std::size_t bar_width = 40;
 constexpr int quiet_msec = 20;
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void interrupt(int) {
-    interrupted = 1;
-}
-
-// A read that waits is to end, so that the summary is still told.
-void catch_interrupts() {
-    struct sigaction action {};
-    action.sa_handler = interrupt;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
 
 // What a card is asked for because of a route.
 struct Entry {
@@ -238,7 +221,7 @@ private:
     std::optional<Reply> ask_for(const std::string &verb, const std::vector<Entry> &entries) {
         Reply reply;
         for (const Entry &entry : entries) {
-            const auto one = ask_master(entry.command + " " + verb + " " + entry.text);
+            const auto one = shelf_.ask_master(entry.command + " " + verb + " " + entry.text);
             if (!one)
                 return std::nullopt;
             if (reply.status == Status::ok)
@@ -265,7 +248,8 @@ private:
         const bool learnt = neighbour.event == NeighbourLine::Event::learnt;
         const std::string tail = neighbour.address + " dev " + mapped(neighbour.device);
         const std::string described = tail + " lladdr " + neighbour.mac + " port " + port_;
-        const auto reply = ask_master(learnt ? "neigh add " + described : "neigh del " + tail);
+        const auto reply =
+            shelf_.ask_master(learnt ? "neigh add " + described : "neigh del " + tail);
         if (!reply)
             return nobody();
         if (reply->status == Status::ok && learnt && reachable_)
@@ -274,22 +258,6 @@ private:
                     shelf_.ask(card.slot, "neigh reachable " + described, change_limit);
         count(*reply, learnt, neighbour.address);
         return true;
-    }
-
-    std::optional<Reply> ask_master(const std::string &line) {
-        const Clock::time_point deadline = Clock::now() + master_wait;
-        while (!interrupted) {
-            if (!master_)
-                master_ = shelf_.master();
-            const auto reply = master_ ? shelf_.ask(*master_, line, change_limit) : std::nullopt;
-            if (reply && shelf_.role(*master_) == "master")
-                return reply;
-            master_.reset();
-            if (Clock::now() > deadline)
-                break;
-            std::this_thread::sleep_for(master_retry);
-        }
-        return std::nullopt;
     }
 
     void note_once(const std::string &text) {
@@ -309,7 +277,6 @@ private:
     std::map<std::string, RouteLine> installed_; // by this import, by destination
     std::set<std::string> noted_;
     std::string begun_; // a line that may go on
-    std::optional<unsigned> master_;
     unsigned long lines_ = 0, added_ = 0, removed_ = 0, skipped_ = 0, refused_ = 0;
 };
 

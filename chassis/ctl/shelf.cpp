@@ -7,6 +7,7 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace ctl {
 
@@ -15,6 +16,7 @@ namespace {
 constexpr std::chrono::milliseconds role_limit{3000};
 // Where one card is master already, one of a lower slot may still say that it is.
 constexpr std::chrono::milliseconds rival_limit{200};
+constexpr std::chrono::milliseconds master_retry{50}, master_wait{20'000};
 constexpr std::size_t head_bytes = 40;
 constexpr std::string_view does_not_run = "does not run";
 
@@ -179,6 +181,31 @@ std::optional<unsigned> Shelf::master() {
         if (card.role == "master")
             return card.slot;
     return std::nullopt;
+}
+
+std::optional<Reply> Shelf::ask_master(std::string_view line) {
+    const Clock::time_point deadline = Clock::now() + master_wait;
+    while (!interrupted) {
+        if (!followed_)
+            followed_ = master();
+        const auto reply = followed_ ? ask(*followed_, line, change_limit) : std::nullopt;
+        if (reply && role(*followed_) == "master")
+            return reply;
+        followed_.reset();
+        if (Clock::now() > deadline)
+            break;
+        std::this_thread::sleep_for(master_retry);
+    }
+    return std::nullopt;
+}
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void catch_interrupts() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 } // namespace ctl

@@ -43,6 +43,15 @@ bool is_destination(std::string_view text) {
     return text == "default" || parse_prefix(text) || parse_address(text);
 }
 
+bool is_source(std::string_view text) {
+    return is_any_source(text) || parse_address(text);
+}
+
+bool is_group(std::string_view text) {
+    const auto address = parse_address(text);
+    return address && is_multicast(*address);
+}
+
 bool is_dev_map(std::string_view text) {
     const std::size_t equals = text.find('=');
     return equals != text.npos && equals > 0 && equals + 1 < text.size();
@@ -62,6 +71,9 @@ template <auto parse_value> bool reads(std::string_view text) {
 const std::vector<Type> types = {
     {"NAME", "the name of an interface (at most 63 characters)", is_name, {}},
     {"IP", "an IPv4 or IPv6 address", reads<parse_address>, {}},
+    {"SENDER", "the address of a sender", reads<parse_address>, {}},
+    {"SOURCE", "the address of a source, or any (*)", is_source, {}},
+    {"GROUP", "a multicast address", is_group, {}},
     {"PREFIX", "an address with its length, as 10.1.1.1/24", reads<parse_prefix>, {}},
     {"SUBNET", "an address, a prefix or default", is_destination, {}},
     {"DEST", "a prefix, an address or default", is_destination, {}},
@@ -91,6 +103,9 @@ const std::vector<Type> types = {
     {"CHANNEL", "what leaves the library", nullptr, {"chip", "mirror", "log", "stack", "platform"}},
     {"TABLE", "a mirrored table", nullptr, {CHASSIS_TABLES(CTL_TABLE, )}},
     {"DEVMAP", "a device and an interface, as eth0=vlanif100", is_dev_map, {}},
+    {"SWITCH", "on or off", nullptr, {"on", "off"}},
+    {"BYTES", "a frame in hexadecimal digits", reads<parse_bytes>, {}},
+    {"DEVICE", "a device of this machine", is_name, {}},
     {"PATH", "the name of a file", is_any, {}},
     {"TOPIC", "a word of a command", is_any, {}},
 };

@@ -107,6 +107,25 @@ std::optional<Mac> parse_mac(std::string_view text) {
     return mac;
 }
 
+bool is_any_source(std::string_view text) {
+    return text == "*" || text == "any";
+}
+
+bool is_multicast(const Prefix &address) {
+    const bool is_ipv4 = host_length(address.family) == 32;
+    return is_ipv4 ? address.address[0] >> 4 == 0xE : address.address[0] == 0xFF;
+}
+
+std::optional<std::vector<std::uint8_t>> parse_bytes(std::string_view text) {
+    std::vector<std::uint8_t> bytes(text.size() / 2);
+    if (text.size() % 2 != 0 || bytes.size() > max_frame_bytes)
+        return std::nullopt;
+    for (std::size_t i = 0; i < bytes.size(); i++)
+        if (!read_number(text.substr(2 * i, 2), bytes[i], 16))
+            return std::nullopt;
+    return bytes;
+}
+
 std::optional<std::int64_t> parse_duration(std::string_view text) {
     static constexpr struct {
         std::string_view unit;

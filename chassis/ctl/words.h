@@ -16,7 +16,9 @@
 
 namespace ctl {
 
-inline constexpr std::size_t max_line_bytes = 4096; // of a command; a longer one is refused
+inline constexpr std::size_t max_frame_bytes = 65535;
+// Of a command, which may carry a frame in digits; a longer one is refused.
+inline constexpr std::size_t max_line_bytes = 2 * max_frame_bytes + 256;
 inline constexpr unsigned max_port = 64, max_trunk = 16, max_vlan = 4094, max_vrf = 255,
                           max_label = (1u << 20) - 1;
 
@@ -51,6 +53,10 @@ std::optional<std::uint64_t> parse_number(std::string_view text); // decimal, or
 std::optional<Prefix> parse_address(std::string_view text);       // with the host length
 std::optional<Prefix> parse_prefix(std::string_view text);        // with its "/length"
 std::optional<Labels> parse_labels(std::string_view text);
+bool is_any_source(std::string_view text); // of a group: "*" or "any"
+bool is_multicast(const Prefix &address);
+// A frame in digits, two a byte.
+std::optional<std::vector<std::uint8_t>> parse_bytes(std::string_view text);
 std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
 // A text from elsewhere as a terminal may have it: control characters but tabs and line ends as

@@ -44,6 +44,18 @@ chip::McastGroup mcast_key(std::uint32_t vrf, const dpm_prefix &source, const dp
     return key;
 }
 
+std::string member_name(const MrouteMember &member) {
+    return name_of(member.vrf, member.source, member.group) + " vlan " +
+           std::to_string(member.vlan) + " port " + std::to_string(member.port);
+}
+
+// One that was there at a switch-over.
+std::string report_awaited(const MrouteMember &member) {
+    return member.timer.expiry_sec == 0
+               ? ""
+               : "a report; gone in " + seconds_text(seconds_until(member.timer));
+}
+
 std::vector<std::string> sources_of(const dpm_ipmc_rx_port &port) {
     std::vector<std::string> texts;
     for (unsigned i = 0; i < port.src_cnt; i++)
@@ -78,6 +90,11 @@ const TableOf<Mroute> mroutes{
             wanted.want<kinds::mcast_group>(mcast_key(route.vrf, route.source, route.group),
                                             route.gid);
         },
+    .why =
+        [](auto &route) {
+            return name_of(route.vrf, route.source, route.group) + ": in the chip, gid " +
+                   std::to_string(route.gid) + "\n";
+        },
 };
 
 const TableOf<MrouteMember> mroute_members{
@@ -93,11 +110,7 @@ const TableOf<MrouteMember> mroute_members{
                         });
             });
         },
-    .key =
-        [](auto &member) {
-            return name_of(member.vrf, member.source, member.group) + " vlan " +
-                   std::to_string(member.vlan) + " port " + std::to_string(member.port);
-        },
+    .key = member_name,
     .places =
         [](auto &member) {
             return std::vector<Place>{{member.vrf, member.group}};
@@ -115,11 +128,12 @@ const TableOf<MrouteMember> mroute_members{
                 {mcast_key(member.vrf, member.source, member.group), member.port, member.vlan},
                 chip::Nothing());
         },
-    .waits_for =
+    .waits_for = report_awaited,
+    .why =
         [](auto &member) {
-            return member.timer.expiry_sec == 0
-                       ? ""
-                       : "a report; gone in " + seconds_text(seconds_until(member.timer));
+            const std::string awaited = report_awaited(member);
+            return member_name(member) + ": in the chip" +
+                   (awaited.empty() ? "" : ", waits for " + awaited) + "\n";
         },
 };
 

@@ -63,38 +63,6 @@ Bytes frame_of(unsigned vlan, std::uint32_t family, const Bytes &message) {
     return frame;
 }
 
-bool hear(Shelf &shelf, const Words &words) {
-    const Bytes frame =
-        frame_of(unsigned(std::stoul(words[2])), prefix_of(words[4]).family, message_of(words));
-    const auto scope = shelf.as(shelf.master());
-    return shelf.master().ports.receive(unsigned(std::stoul(words[1])), frame, 1) == 1;
-}
-
-bool change_route(Shelf &shelf, const Words &words) {
-    dpm_ipmc_request request{};
-    if (words[2] != "*")
-        request.source = prefix_of(words[2]);
-    request.group = prefix_of(words[3]);
-    const auto index_of = [&](const std::string &dev) {
-        const auto found = shelf.master().suite.find(dev);
-        return found ? found->ifindex : 0;
-    };
-    const auto from = shelf.master().suite.find(words[4]);
-    request.vrf = from ? from->vrf : 0;
-    request.iif = index_of(words[4]);
-    for (std::size_t i = 5; i < words.size(); ++i)
-        request.oif[request.oif_num++] = index_of(words[i]);
-    const auto scope = shelf.as(shelf.master());
-    return dpm_api_set_ipmc_proc(&request, words[1] == "add" ? 1 : 2) == 0;
-}
-
-bool listen(Shelf &shelf, bool on) {
-    const auto scope = shelf.as(shelf.master());
-    for (const std::uint32_t family : dpm::ipmc_families)
-        (void)dpm_api_set_unknown_ipmc_to_cpu(family, on ? DPM_ENABLE : DPM_DISABLE);
-    return true;
-}
-
 // --- laws ---
 
 struct Law {
@@ -176,13 +144,14 @@ unsigned ports_of(Law &law, std::uint32_t family) {
 } // namespace
 
 bool is_command(const Words &words) {
-    return words.size() > 1 && (words[0] == "hear" || words[0] == "mroute" || words[0] == "mcast");
+    return words.size() > 4 && words[0] == "hear";
 }
 
 bool act(Shelf &shelf, const Words &words) {
-    if (words[0] == "hear")
-        return hear(shelf, words);
-    return words[0] == "mroute" ? change_route(shelf, words) : listen(shelf, words[1] == "on");
+    const Bytes frame =
+        frame_of(unsigned(std::stoul(words[2])), prefix_of(words[4]).family, message_of(words));
+    const auto scope = shelf.as(shelf.master());
+    return shelf.master().ports.receive(unsigned(std::stoul(words[1])), frame, 1) == 1;
 }
 
 dpm_ipmc_request request_of(const Card &card, const std::string &group, unsigned first_vlan,

@@ -1,10 +1,7 @@
-// Multicast in tests: commands of hosts and of the routing suite, and the laws of membership.
+// Multicast in tests: the command of hosts, and the laws of membership.
 //
 //   hear PORT VLAN   KIND GROUP [SOURCE]...   a host's report comes in on a port, as a whole frame
 //       KIND: join leave is-in is-ex to-in to-ex allow block
-//   mroute add|del SOURCE|* GROUP DEV [DEV]...  the suite's source of a group: from one interface
-//       to others, in the VRF of the first
-//   mcast on|off                              both families are listened to
 #pragma once
 
 #include "support/laws.h"

@@ -43,10 +43,56 @@ std::string answer_text(const Chip &chip, const Answer &found) {
     return text;
 }
 
+// A source of its own counts before every source.
+const chassis::chip::McastGroup *find_group(const Chip &chip, chassis::chip::McastGroup key) {
+    const auto &groups = chip.held<kinds::mcast_group>();
+    auto found = groups.find(key);
+    if (found == groups.end()) {
+        key.source = {};
+        key.source_len = 0;
+        found = groups.find(key);
+    }
+    return found == groups.end() ? nullptr : &found->first;
+}
+
+std::string ports_text(const Chip &chip, const chassis::chip::McastGroup &group) {
+    std::string text;
+    const auto &members = chip.held<kinds::mcast_member>();
+    for (auto at = members.lower_bound({group, 0, 0}); at != members.end() && at->first.of == group;
+         at++)
+        text += "    port " + std::to_string(at->first.port) + " vlan " +
+                std::to_string(at->first.vlan) + "\n";
+    return text.empty() ? "    no port\n" : text;
+}
+
+// The ports that get what a sender sends to a group.
+Reply lookup_group(Command &command, const Prefix &group) {
+    const auto sender = parse_address(command.line.value("from"));
+    if (sender && sender->family != group.family)
+        return refused("group and sender are of two families");
+    const std::uint32_t vrf = std::uint32_t(command.line.number("vrf"));
+    const Chip &chip = command.card.chip;
+    const auto lock = chip.lock();
+    const std::string question = std::string(command.line.value("IP")) + ": ";
+    const chassis::chip::McastGroup wanted{vrf, group.family, group.address,
+                                           sender ? sender->address : chassis::AddressBytes(),
+                                           sender ? host_length(group.family) : 0};
+    if (const auto *const found = find_group(chip, wanted))
+        return done(question + kinds::mcast_group::key_text(*found) + " gid " +
+                    std::to_string(chip.held<kinds::mcast_group>().at(*found)) + "\n" +
+                    ports_text(chip, *found));
+    const bool is_trapped = chip.held<kinds::mcast_unknown>().contains(group.family);
+    return done(question + "no group, " + (is_trapped ? "to the CPU" : "dropped") + "\n");
+}
+
 } // namespace
 
 Reply chip_lookup(Command &command) {
     const Prefix ip = address_argument(command);
+    if (is_multicast(ip))
+        return lookup_group(command, ip);
+    if (command.line.has("from"))
+        return refused("only of a group does the sender count");
     const std::int32_t vrf = std::int32_t(command.line.number("vrf"));
     const Chip &chip = command.card.chip;
     const auto found = chip.lookup(vrf, ip.family, ip.address.data());

@@ -25,27 +25,32 @@ using Handler = Reply (*)(server::Command &command);
 constexpr Handler handlers[] = {CTL_COMMANDS(CTL_ROW)};
 #undef CTL_ROW
 
-} // namespace
-
-// The queue keeps its order, so a message of the platform's own that comes back has everything
-// before it done.
-bool Server::settle() {
-    if (card_.os.mode() == chassis::os::Mode::pumped) {
-        card_.pump();
-        return card_.os.queued() == 0;
-    }
-    const unsigned before = card_.suite.proxy_counts().ticks;
-    if (dpm_api_proxy_arp_timer_send() != 0)
-        return false;
+bool wait_until(const auto &condition) {
     const auto started = std::chrono::steady_clock::now();
     auto pause = std::chrono::microseconds(20);
-    while (card_.suite.proxy_counts().ticks == before) {
+    while (!condition()) {
         if (std::chrono::steady_clock::now() - started > std::chrono::nanoseconds(settle_nsec))
             return false;
         std::this_thread::sleep_for(pause);
         pause = std::min(2 * pause, std::chrono::microseconds(5000));
     }
     return true;
+}
+
+} // namespace
+
+// What ports received is posted by then.  The queue keeps its order, so a message of the platform's own that comes back has everything
+// before it done.
+bool Server::settle() {
+    if (card_.os.mode() == chassis::os::Mode::pumped) {
+        card_.pump();
+        return card_.os.queued() == 0;
+    }
+    if (!wait_until([this] { return card_.ports.is_idle(); }))
+        return false;
+    const unsigned before = card_.suite.proxy_counts().ticks;
+    return dpm_api_proxy_arp_timer_send() == 0 &&
+           wait_until([&] { return card_.suite.proxy_counts().ticks != before; });
 }
 
 Reply Server::execute(std::string_view line) {

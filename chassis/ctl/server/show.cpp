@@ -138,6 +138,9 @@ Reply show_counters(Command &command) {
     for (unsigned kind = 0; kind < unsigned(Function::count); kind++)
         count("chip " + std::string(name_of(Function(kind))), card.chip.requests(Function(kind)));
     count("chip mistakes", card.chip.mistakes());
+    const chassis::ports::Counts frames = card.ports.counts();
+    count("frames received", frames.received);
+    count("frames seen by a hook", frames.seen);
     count("messages queued", card.os.queued());
     count("live blocks", card.os.live_blocks());
     count("live bytes", card.os.live_bytes());

@@ -48,7 +48,22 @@ bool is_address(const dpm_host_info &info, const Prefix &ip) {
            std::memcmp(info.address, ip.address.data(), ip.length / 8) == 0;
 }
 
+// A group that no source is forwarded of.
+std::string why_no_group(const Place &group, const Reading &reading) {
+    std::string ports;
+    tables::mgroups.each([&](const dpm_ipmc_rx_port &port) {
+        for (const Place &each : tables::mgroups.places(port, reading))
+            if (is_same(each, group))
+                ports += (ports.empty() ? " " : ", ") + std::to_string(port.phy) + " of vlan " +
+                         std::to_string(port.outer_vlan);
+    });
+    return "no source of the group is forwarded; " +
+           (ports.empty() ? "no port has reported it" : "reported by port" + ports) + "\n";
+}
+
 std::string why_absent(std::uint32_t vrf, const Prefix &ip, const Reading &reading) {
+    if (is_multicast(ip))
+        return why_no_group({vrf, record_of(ip)}, reading);
     const bool is_host = ip.length == host_length(ip.family);
     const std::string absent = is_host ? "not a neighbour" : "no route";
     for (const dpm_host_info &info : reading.card.stack.cache())
