@@ -207,7 +207,7 @@ class TwoCards(Shelf):
         self.assertRegex(
             self.ctl("verify"),
             "slot 9 and slot 10 agree: .*hosts 3, .*mroute-members 1, .*nexthops 1,.*\n"
-            "slot 9: chip and tables agree: .*entries 4, interfaces 1, next hops 1",
+            "slot 9: chip and tables agree: .*entries 4, interfaces 1, mcast groups 1, mcast members 1, .*next hops 1",
         )
         indexes = [self.rows("show interfaces", slot)[0]["ifindex"] for slot in (9, 10)]
         self.assertNotEqual(*indexes)
