@@ -74,6 +74,9 @@ public:
     // The record of the last label request that was carried out, as it came.
     std::vector<std::uint8_t> label_record;
 
+    // Where states of BFD sessions are reported; null until the library asks for them.
+    int (*bfd_handler)(std::uint32_t local_disc, std::uint32_t state, std::uint32_t diag) = nullptr;
+
     // The next `count` requests of a function are refused with `code`, after `skip` that pass.
     void refuse(Function function, unsigned count, int code = -1, unsigned skip = 0);
 

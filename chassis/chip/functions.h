@@ -63,7 +63,14 @@
     SILENT(ipmc_member_del,    "mcast-member-del")                                                 \
     SILENT(unknown_ipmc_set,   "mcast-unknown")                                                    \
     SILENT(set_igmp_to_cpu,    "igmp-rule")                                                        \
-    SILENT(set_mld_to_cpu,     "mld-rule")
+    SILENT(set_mld_to_cpu,     "mld-rule")                                                         \
+    SILENT(bfd_lmep_add,       "bfd-local")                                                        \
+    SILENT(bfd_lmep_del,       "bfd-local-del")                                                    \
+    SILENT(bfd_lmep_update,    "bfd-local-update")                                                 \
+    SILENT(bfd_rmep_add,       "bfd-remote")                                                       \
+    SILENT(bfd_rmep_del,       "bfd-remote-del")                                                   \
+    SILENT(bfd_rmep_update,    "bfd-remote-update")                                                \
+    SILENT(bfd_get_remote_disc, "bfd-read")
 // clang-format on
 
 namespace chassis::chip {

@@ -4,6 +4,7 @@
 #include "platform/dal.h"
 
 #include <bit>
+#include <cstring>
 #include <span>
 
 namespace chassis::chip {
@@ -14,6 +15,10 @@ bool Ilm::is_same_path(const Ilm &other) const {
                         ilm.hop);
     };
     return path(*this) == path(other);
+}
+
+bool Mep::operator==(const Mep &other) const {
+    return cc == other.cc && std::memcmp(&record, &other.record, sizeof record) == 0;
 }
 
 } // namespace chassis::chip
@@ -209,6 +214,46 @@ std::string ports_text(Bytes ports) {
 
 std::string stream::key_text(const Key &key) {
     return "set " + to_string(key.vsid) + rule_text(key.rule) + ports_text(key.ports);
+}
+
+// --- BFD ---------------------------------------------------------------------------------------
+
+namespace {
+
+std::string state_text(unsigned state) {
+    constexpr const char *names[] = {"admin-down", "down", "init", "up"};
+    return state < std::size(names) ? names[state] : "state " + to_string(state);
+}
+
+} // namespace
+
+// A remote end point is told its discriminator alone later on, a local one all but that.
+Mep bfd_local::told(const hw_bfd_mep &record) {
+    Mep mep{record, 0, 0};
+    mep.record.remote_disc = 0;
+    return mep;
+}
+
+Mep bfd_remote::told(const hw_bfd_mep &record) {
+    Mep mep{record, 0, 0};
+    mep.record.state = mep.record.timer3 = 0;
+    mep.record.timer1 = mep.record.timer2 = 0;
+    return mep;
+}
+
+std::string BfdMep::value_text(const Value &value) {
+    const hw_bfd_mep &mep = value.record;
+    std::string text = "disc " + to_string(mep.local_disc);
+    if (mep.remote_disc != 0)
+        text += " of " + to_string(mep.remote_disc);
+    text += " type " + to_string(mep.type) + " " + address_text(mep.family, mep.local) + " > " +
+            address_text(mep.family, mep.peer) + " port " + to_string(mep.port_id) + " " +
+            mac_text(mep.mac);
+    if (mep.timer1 != 0 || mep.timer2 != 0 || mep.timer3 != 0)
+        text += " timers " + to_string(mep.timer1) + "," + to_string(mep.timer2) + "," +
+                to_string(mep.timer3);
+    return text + (mep.state != 0 ? " " + state_text(mep.state) : "") +
+           (value.cc != 0 ? " cc" : "");
 }
 
 } // namespace chassis::chip::kinds

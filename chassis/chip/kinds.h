@@ -6,6 +6,7 @@
 #pragma once
 
 #include "chassis/address.h"
+#include "platform/hw.h"
 
 #include <compare>
 #include <cstdint>
@@ -138,6 +139,14 @@ struct StreamKey {
     std::uint32_t vsid; // rule set
     std::vector<std::uint8_t> rule, ports;
     auto operator<=>(const StreamKey &) const = default;
+};
+
+// A maintenance end point of BFD, as it was added and changed since.
+struct Mep {
+    hw_bfd_mep record;
+    std::uint32_t cc;    // of a local one: 1, continuity is checked
+    std::uint32_t heard; // of a remote one: the discriminator in the peer's packets
+    bool operator==(const Mep &other) const; // in what requests told
 };
 
 // The object of one of these kinds that has this key.
@@ -328,6 +337,31 @@ struct stream : Kind {
     static std::string value_text(Value index) { return "nexthop " + std::to_string(index); }
 };
 
+// A delete that was refused leaves the end point there, under an index that is not asked for again.
+struct BfdMep : Kind {
+    using Key = std::uint32_t;
+    using Value = Mep;
+    static constexpr Key first_mep = 2, last_mep = 2001;
+    static constexpr bool may_differ = true;
+    static bool is_unheard(const Value &) { return true; }
+    static bool is_valid(Key index, const Value &value) {
+        return index >= first_mep && index <= last_mep && value.record.index == index;
+    }
+    static std::string key_text(Key index) { return "mep " + std::to_string(index); }
+    static std::string value_text(const Value &value);
+};
+
+struct bfd_local : BfdMep {
+    static constexpr std::string_view name = "bfd local";
+    // What only the other end is told.
+    static Mep told(const hw_bfd_mep &record);
+};
+
+struct bfd_remote : BfdMep {
+    static constexpr std::string_view name = "bfd remote";
+    static Mep told(const hw_bfd_mep &record);
+};
+
 struct cpu_default : Setting { // what matches no entry goes to the CPU, or is dropped
     using Key = DefaultKey;
     using Value = bool;
@@ -388,7 +422,7 @@ using Kinds =
                kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key, kinds::gre_tunnel,
                kinds::gre_nexthop, kinds::nexthop, kinds::other, kinds::group, kinds::entry,
                kinds::stream, kinds::cpu_default, kinds::hash_mode, kinds::mcast_group,
-               kinds::mcast_member, kinds::mcast_unknown>;
+               kinds::mcast_member, kinds::mcast_unknown, kinds::bfd_local, kinds::bfd_remote>;
 
 // Calls `visit` with one of each.
 template <class Visit> void each_kind(const Visit &visit) {

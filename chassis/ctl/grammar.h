@@ -38,6 +38,9 @@ enum class Kind {
     "IP {lladdr MAC} {dev NAME} [port PORT] [trunk TRUNK] [vlan VLAN] [cvlan VLAN]"
 
 #define CTL_RULE "[set NUMBER] [from SUBNET] [to SUBNET] [port PORT]*"
+#define CTL_BFD                                                                                    \
+    "DISC {via IP} [peer IP] [local IP] [dev NAME] [remote DISC] [state BFDSTATE] [timers TIMERS]" \
+    " [type NUMBER] [sub NUMBER] [id NUMBER] [fec PREFIX] [hold] [new] [admin-down]"
 #define CTL_ILM "LABEL [as LABEL] [via FAMILY IP] [dev NAME] [vrf VRF] [fec DEST] ..."
 
 // A table's own command.
@@ -81,6 +84,12 @@ enum class Kind {
     ROW(pbr_add, "pbr add", CTL_RULE " {via IP} [vrf VRF]", config,                                \
         "Redirect traffic that matches a rule on ports, or on all, to a next hop")                 \
     ROW(pbr_del, "pbr del", CTL_RULE " [via IP] [vrf VRF]", config, "End a policy route")          \
+    ROW(bfd_add, "bfd add", CTL_BFD, change,                                                       \
+        "The chip runs a BFD session; again, with new or admin-down, it changes one")              \
+    ROW(bfd_del, "bfd del", "DISC", change, "End a BFD session")                                   \
+    ROW(bfd_update, "bfd update",                                                                  \
+        "DISC [remote DISC] [state BFDSTATE] [cc ONOFF] [timers TIMERS]", change,                  \
+        "Change a BFD session")                                                                    \
     ROW(mpls_if_add, "mpls if add", "NAME [space NUMBER]", change,                                 \
         "Packets with labels are taken on an interface")                                           \
     ROW(mpls_if_del, "mpls if del", "NAME", change, "The suite forgets such an interface")         \
@@ -129,6 +138,10 @@ enum class Kind {
     ROW(chip_mistakes, "chip mistakes", "", read, "Requests that a chip would not understand")     \
     ROW(chip_refuse, "chip refuse", "REQUEST COUNT [skip COUNT] [code NUMBER]", change,            \
         "The chip refuses the next requests of a kind")                                            \
+    ROW(chip_bfd_up, "chip bfd up", "DISC {remote DISC}", change,                                  \
+        "The peer of a BFD session talks; the chip reports it")                                    \
+    ROW(chip_bfd_lost, "chip bfd lost", "DISC", change,                                            \
+        "The peer of a BFD session talks no more; the chip reports it if it checks continuity")    \
     CHASSIS_TABLES(CTL_SHOW_TABLE, ROW)                                                            \
     ROW(show_memory, "show memory", "[--count] [--json]", read, "Live heap blocks by place")       \
     ROW(show_counters, "show counters", "[--json]", read, "Requests made of the chip, and others") \

@@ -95,6 +95,18 @@ std::optional<Labels> parse_labels(std::string_view text) {
     return labels;
 }
 
+std::optional<Timers> parse_timers(std::string_view text) {
+    Timers timers{};
+    for (std::uint32_t &timer : timers) {
+        const std::size_t comma = std::min(text.find(','), text.size());
+        const bool is_last = &timer == &timers.back();
+        if (!read_number(text.substr(0, comma), timer) || is_last != (comma == text.size()))
+            return std::nullopt;
+        text.remove_prefix(is_last ? comma : comma + 1);
+    }
+    return timers;
+}
+
 std::optional<Mac> parse_mac(std::string_view text) {
     Mac mac{};
     if (text.size() != 3 * mac.size() - 1)

@@ -47,6 +47,8 @@ struct Labels { // of one label it is the inner one as well
     bool are_two;
 };
 
+using Timers = std::array<std::uint32_t, 3>; // of a BFD session
+
 bool is_inside(const Prefix &network, const std::uint8_t *address); // an address of its family
 
 std::optional<std::uint64_t> parse_number(std::string_view text); // decimal, or 0x and hexadecimal
@@ -57,6 +59,7 @@ bool is_any_source(std::string_view text); // of a group: "*" or "any"
 bool is_multicast(const Prefix &address);
 // A frame in digits, two a byte.
 std::optional<std::vector<std::uint8_t>> parse_bytes(std::string_view text);
+std::optional<Timers> parse_timers(std::string_view text); // as 50,50,3
 std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
 // A text from elsewhere as a terminal may have it: control characters but tabs and line ends as

@@ -35,6 +35,10 @@ constexpr ChipWord chip_words[] = {
     {"mpls_ftn_add", "ftn+"},           {"mpls_ftn_del", "ftn-"},
     {"mpls_ilm_add", "ilm+"},           {"mpls_ilm_del", "ilm-"},
     {"set_stream_qos_item", "stream+"}, {"delete_qos_item_by_stream", "stream-"},
+    {"bfd_lmep_add", "lmep+"},          {"bfd_lmep_del", "lmep-"},
+    {"bfd_lmep_update", "lmep"},        {"bfd_rmep_add", "rmep+"},
+    {"bfd_rmep_del", "rmep-"},          {"bfd_rmep_update", "rmep"},
+    {"bfd_get_remote_disc", "rmep?"},
 };
 
 constexpr std::string_view usual_pairs[] = {
@@ -127,6 +131,17 @@ std::string key_of(const Journal &, const dpm_ipmc_settings &settings) {
     return std::to_string(settings.family);
 }
 
+// A waiting session is told, and one whose discriminator the chip hears of later.
+std::string key_of(const Journal &, const dpm_bfd_sess &session) {
+    return std::to_string(session.told.local_disc) +
+           (session.hw_state == DPM_BFD_INSTALLED ? "" : " waits") +
+           (session.debounce != 0 ? " debounce" : "");
+}
+std::string key_of(const Journal &, const dpm_bfd_update &update) {
+    return std::to_string(update.local_disc) + " kind " + std::to_string(update.kind) + " " +
+           std::to_string(update.value[0]);
+}
+
 struct MirrorKind {
     std::string_view receiver; // begins with it
     std::string_view name;
@@ -156,6 +171,8 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_add", "member+"),
     mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_del", "member-"),
     mirrored<dpm_ipmc_settings>("dpm_api_set_unknown_ipmc_to_cpu_slave", "settings"),
+    mirrored<dpm_bfd_update>("dpm_bfd_entry_update_sync_receive", "bfd"),
+    mirrored<dpm_bfd_sess>("dpm_bfd_", "bfd"),
 };
 
 } // namespace

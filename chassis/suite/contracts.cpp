@@ -64,6 +64,19 @@ struct Contract {
             own.watcher_(name);
     }
 
+    static void report(const BfdReport &report) {
+        constexpr std::size_t max_reports = 4096;
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        if (own.bfd_reports_.size() == max_reports)
+            own.bfd_reports_.pop_front();
+        own.bfd_reports_.push_back(report);
+        if (own.watcher_)
+            own.watcher_("bfd " + std::to_string(report.local_disc) + " state " +
+                         std::to_string(report.state) + " diag " + std::to_string(report.diag) +
+                         " of " + std::to_string(report.remote_disc));
+    }
+
     static std::mutex &vlan_lock() { return suite().vlan_lock_; }
 };
 
@@ -141,6 +154,12 @@ int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len) {
     uint32_t word = 0;
     std::memcpy(&word, address, sizeof word);
     return Contract::runs_ospf(word, prefix_len);
+}
+
+int bfd_dist_notifier(uint32_t local_disc, uint32_t state, uint32_t diag, uint32_t, uint32_t,
+                      uint32_t, uint32_t remote_disc) {
+    Contract::report({local_disc, state, diag, remote_disc, chassis::card().os.now_nsec()});
+    return 0;
 }
 
 int mrib4_igmp_api_if_gmi_get(uint32_t) {

@@ -144,4 +144,14 @@ Suite::ProxyCounts Suite::proxy_counts() const {
     return proxy_;
 }
 
+std::vector<BfdReport> Suite::bfd_reports() const {
+    std::lock_guard lock(mutex_);
+    return {bfd_reports_.begin(), bfd_reports_.end()};
+}
+
+void Suite::clear_bfd_reports() {
+    std::lock_guard lock(mutex_);
+    bfd_reports_.clear();
+}
+
 } // namespace chassis::suite

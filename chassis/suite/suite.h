@@ -7,6 +7,7 @@
 #include "dpm_api.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -27,6 +28,11 @@ struct Interface {
 struct Vrf {
     std::uint32_t id;
     bool is_enabled;
+};
+
+struct BfdReport { // of the chip, which the library passes on
+    std::uint32_t local_disc, state, diag, remote_disc;
+    std::int64_t at_nsec;
 };
 
 class Suite {
@@ -66,11 +72,15 @@ public:
     };
     ProxyCounts proxy_counts() const;
 
+    // States of BFD sessions that were reported, oldest first (bounded).
+    std::vector<BfdReport> bfd_reports() const;
+    void clear_bfd_reports();
+
     struct HalNotice {
         std::string text;
     }; // hal_ns_vlanif_* calls, oldest first
     std::vector<HalNotice> hal_notices() const;
-    // Is told of each of these and of each of the proxy's, on the requester's thread.
+    // Is told of each of these, of BFD and of each of the proxy's, on the requester's thread.
     void watch(std::function<void(const std::string &text)> watcher);
 
 private:
@@ -83,6 +93,7 @@ private:
     std::map<unsigned, unsigned> vlan_ports_;
     int membership_interval_sec_ = 260;
     std::vector<HalNotice> hal_notices_;
+    std::deque<BfdReport> bfd_reports_;
     std::function<void(const std::string &)> watcher_;
     ProxyCounts proxy_{};
     std::mutex vlan_lock_; // uv_lock_outside

@@ -6,7 +6,7 @@
 //   record  that the table holds
 //   scope   mirrored: the standby holds the same records
 //           local: the card's own
-//           history: what the IP stack was asked for, oldest first, until it is cleared
+//           history: what IP stack and suite were asked and told, oldest first, until it is cleared
 //   help    of the command
 //
 // The order is that of the answers of `digest` and `why`.
@@ -45,8 +45,10 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, mroutes,        Mroute,           mirrored, "Sources of multicast groups")              \
     T(ROW, mroute_members, MrouteMember,     mirrored, "Ports that get a source's packets")        \
     T(ROW, mgroups,        dpm_ipmc_rx_port, local,    "Multicast groups that ports reported")     \
+    T(ROW, bfd,         dpm_bfd_sess,          mirrored, "BFD sessions")                           \
     T(ROW, timers,      Timer,                 local,    "Timers that run, by what they are for")  \
     T(ROW, neighbours,  dpm_host_info,         local,    "The IP stack's own cache")               \
     T(ROW, probes,      stack::Probe,          history,  "Probes asked of the IP stack")           \
-    T(ROW, deletions,   stack::NeighbourKey,   history,  "Deletions asked of the IP stack")
+    T(ROW, deletions,   stack::NeighbourKey,   history,  "Deletions asked of the IP stack")        \
+    T(ROW, bfd_reports, suite::BfdReport,      history,  "States of BFD sessions told to the suite")
 // clang-format on

@@ -20,6 +20,11 @@ void each_timer(const TableOf<Timer>::Visit &visit) {
             visit({"route-delete", route.vrf, route.destination, prefix_text(route.destination),
                    &route.delete_timer});
     });
+    bfd.each([&](const dpm_bfd_sess &session) {
+        if (session.timer.expiry_sec != 0)
+            visit({"bfd-debounce", 0, session.told.next_hop,
+                   std::to_string(session.told.local_disc), &session.timer});
+    });
 }
 
 } // namespace

@@ -193,6 +193,13 @@ unsigned route_timers() {
     return armed;
 }
 
+unsigned bfd_timers() {
+    unsigned armed = 0;
+    tables::bfd.each(
+        [&](const dpm_bfd_sess &session) { armed += session.timer.expiry_sec != 0; });
+    return armed;
+}
+
 // --- trees, lists, timers, blocks ------------------------------------------------------------
 
 void check_trees(Lines &lines) {
@@ -205,7 +212,7 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_global.bfd_tree), TREE(g_dpm_global.nexthop_tree),
         TREE(g_dpm_global.tunnel_tree), TREE(g_dpm_global.tunnel_port_tree),
         TREE(g_dpm_global.policy_route_tree), TREE(g_dpm_index.policy_route_by_next_hop),
-        TREE(g_dpm_index.unreachable_by_address),
+        TREE(g_dpm_index.bfd_by_next_hop), TREE(g_dpm_index.unreachable_by_address),
         TREE(g_dpm_index.hold_by_address), TREE(g_dpm_index.nexthop_by_sdk_index),
         TREE(g_dpm_vpn.ftn_tree), TREE(g_dpm_vpn.ilm_tree), TREE(g_dpm_vpn.mpls_if_tree),
         TREE(g_dpm_index.ftn_by_end), TREE(g_dpm_index.ftn_by_nexthop),
@@ -238,12 +245,14 @@ void check_lists(Lines &lines) {
                  g_dpm_index.nexthop_by_sdk_index.numnodes, lines);
     expect_equal("policy routes and their index", global.policy_route_tree.numnodes,
                  g_dpm_index.policy_route_by_next_hop.numnodes, lines);
+    expect_equal("BFD sessions and their index", global.bfd_tree.numnodes,
+                 g_dpm_index.bfd_by_next_hop.numnodes, lines);
     check_route_indexes(lines);
     if (!global.timer_list)
         return;
     const unsigned timers = checked_length("timers", global.timer_list->head, lines);
     expect_equal("timers and those that hold one", timers,
-                 unreachable + holds + route_timers() + (global.peer_timer.expiry_sec != 0) +
+                 unreachable + holds + route_timers() + bfd_timers() + (global.peer_timer.expiry_sec != 0) +
                      (g_dpm_index.leaving_timer.expiry_sec != 0) +
                      (g_dpm_index.cpu_default_timer.expiry_sec != 0) +
                      (g_dpm_index.kept_group_timer.expiry_sec != 0),

@@ -57,8 +57,10 @@ Reply show(Command &command, std::string_view name) {
         if (filter.takes(row))
             table.row(row.cells());
     });
-    if (command.line.has("clear"))
+    if (command.line.has("clear")) {
         command.card.stack.clear_history();
+        command.card.suite.clear_bfd_reports();
+    }
     return print(command, table);
 }
 

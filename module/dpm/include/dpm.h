@@ -79,6 +79,7 @@ struct dpm_index {
     dpm_avl_tree hold_by_address;
     dpm_avl_tree nexthop_by_sdk_index;
     dpm_avl_tree policy_route_by_next_hop;
+    dpm_avl_tree bfd_by_next_hop;
     dpm_avl_tree ftn_by_end;
     dpm_avl_tree ftn_by_nexthop;
     dpm_avl_tree ftn_waiting;

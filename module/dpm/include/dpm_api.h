@@ -401,6 +401,91 @@ struct dpm_policy_route_entry {
     uint32_t acl_index;         /* 0 */
 };
 
+#define DPM_BFD_ADMIN_DOWN 0 /* states of a BFD session */
+#define DPM_BFD_DOWN 1
+#define DPM_BFD_INIT 2
+#define DPM_BFD_UP 3
+
+#define DPM_BFD_FLAG_ADMIN_DOWN 0x2  /* flags of a request for a session that is there: it ends talking */
+#define DPM_BFD_FLAG_PARAMETERS 0x200 /* its remote discriminator and timers are new */
+
+#define DPM_BFD_UPDATE_REMOTE_DISC 1 /* kinds of an update; value 1: the discriminator, 0 none */
+#define DPM_BFD_UPDATE_STATE 2       /* value 1: DPM_BFD_* */
+#define DPM_BFD_UPDATE_CC 3          /* value 1: continuity is checked (1) or not (0) */
+#define DPM_BFD_UPDATE_TIMERS 4      /* values 1 to 3: the timer values 1 to 3 */
+
+#define DPM_BFD_UNRESOLVED 1 /* arp_state: the next hop is not there */
+#define DPM_BFD_RESOLVED 2
+#define DPM_BFD_INSTALLED 1 /* hw_state: the chip has both end points */
+#define DPM_BFD_NOT_INSTALLED 2
+
+#define DPM_BFD_REQUEST_BYTES 212 /* struct dpm_bfd_request */
+
+/* A BFD session in the suite's words.  What is named `word`, `byte` or `half` is the suite's own and
+ * kept as it is.  Timer values are in the chip's units. */
+struct dpm_bfd_told {
+    uint32_t ifindex; /* card-local: another on the peer card; all ones where there is none */
+    uint32_t flags;   /* DPM_BFD_FLAG_* */
+    uint32_t word0;
+    uint32_t type;   /* 1 to 4 */
+    uint32_t family; /* DPM_FAMILY_* of its local and peer addresses */
+    uint16_t option;
+    uint16_t state;            /* DPM_BFD_* */
+    uint32_t local_disc;       /* local discriminator: the key */
+    uint32_t remote_disc;      /* remote discriminator; 0: not learnt yet */
+    struct dpm_prefix address; /* of type 3 */
+    uint32_t word1;
+    uint8_t byte0;
+    uint8_t sub_type; /* of type 4: 3 to 6 */
+    uint16_t half0;
+    uint32_t identifier; /* of type 4 */
+    uint32_t word2[2];
+    struct dpm_prefix local;
+    struct dpm_prefix peer;
+    struct dpm_prefix next_hop; /* the neighbour; its family and bytes count */
+    uint16_t chip_half[2];      /* go to the chip */
+    uint32_t timer[3];          /* timer values 1 to 3 */
+    uint32_t word3[7];
+};
+
+/* What the routing suite tells about a BFD session (212 bytes). */
+struct dpm_bfd_request {
+    struct dpm_bfd_told told;
+    uint16_t cc_hold; /* 1: continuity checking is not switched on with the remote discriminator */
+    uint16_t half1;
+    uint8_t bytes[20];    /* the suite's, kept as they are */
+    uint32_t byte_option; /* its low byte goes to the chip */
+    uint8_t unused[8];
+};
+
+/* A BFD session, whose two end points the chip runs while its next hop is resolved. */
+struct dpm_bfd_sess {
+    struct dpm_avl_node node;
+    struct dpm_bfd_told told;
+    uint8_t bytes[20];
+    uint32_t byte_option;
+    uint32_t arp_state; /* DPM_BFD_UNRESOLVED or DPM_BFD_RESOLVED */
+    uint32_t cc_state;  /* 1: the chip checks continuity */
+    uint16_t cc_hold;
+    uint16_t hw_state;   /* DPM_BFD_INSTALLED or DPM_BFD_NOT_INSTALLED */
+    uint32_t out_port;   /* physical port of the next hop */
+    uint32_t local_mep;  /* the chip's index of the local end point, 2 to 2001; 0: none */
+    uint32_t remote_mep; /* of the remote end point; as above, counted apart */
+    uint8_t mac[DPM_MAC_BYTES];
+    uint16_t vlan;               /* outer VLAN of the next hop */
+    uint32_t port_type;          /* DPM_PORT_* of the next hop */
+    uint32_t port_id;            /* trunk or port */
+    uint32_t debounce;           /* 1: the chip hears of remote_disc when the timer is due */
+    struct dpm_timer_node timer; /* card-local */
+};
+
+/* A change of a session (24 bytes). */
+struct dpm_bfd_update {
+    uint32_t local_disc;
+    uint32_t kind;     /* DPM_BFD_UPDATE_* */
+    uint32_t value[4]; /* the fourth is not used */
+};
+
 /* A log file of the routing suite.  All zero: closed. */
 struct norix_vlog_file {
     FILE *file;
@@ -839,6 +924,31 @@ dpm_api_get_ipmc_rx_group_next(const struct dpm_ipmc_rx_group *entry);
 DPM_API void dpm_ipmc_group_show(void);
 DPM_API void dpm_ipmc_rx_group_show(void);
 
+/* ---- BFD sessions ---------------------------------------------------------------------------- */
+
+/* Adds (enable 1) or deletes (2) a session, by its local discriminator; an add of one that is there
+ * changes what its flags say.  A session whose next hop is not resolved waits for it.  The request
+ * is in host order but for its addresses, and is copied.  Any thread; 0, or -1 for another enable,
+ * null, or when the post failed.  0 without effect on the standby card, as of the two below. */
+DPM_API int dpm_api_bfd_proc(const struct dpm_bfd_request *request, uint32_t enable);
+
+/* Changes a session: `kind` is DPM_BFD_UPDATE_*.  An unknown key or kind is posted, and has no
+ * effect.  Any thread; 0, or -1 when the post failed. */
+DPM_API int dpm_api_bfd_session_update(uint32_t local_disc, uint32_t kind, uint32_t value1,
+                                       uint32_t value2, uint32_t value3, uint32_t value4);
+
+/* The chip reports a session's state (DPM_BFD_*) with a diagnostic code, which goes on to the suite
+ * (bfd_dist_notifier) once the session has followed it.  The chip's callback; any thread, no lock
+ * held that the worker takes.  0, or -1 when the post failed. */
+DPM_API int dpm_api_bfd_notifier(uint32_t local_disc, uint32_t state, uint32_t diag);
+
+/* The session with the lowest local discriminator, and the one after `entry`; null at the end.
+ * Walkers. */
+DPM_API const struct dpm_bfd_sess *dpm_bfd_sess_first(void);
+DPM_API const struct dpm_bfd_sess *dpm_bfd_sess_next(const struct dpm_bfd_sess *entry);
+
+DPM_API void dpm_bfd_sess_show_avl_tree(void);
+
 /* ---- receivers of the peer card -------------------------------------------------------------- */
 
 /* What the master has done to a source of a group, or to a member of it. */
@@ -909,7 +1019,11 @@ struct dpm_ipmc_settings {
     ROW(dpm_ipmc_api_slave_group_member_del,     struct dpm_ipmc_member_image, ENTRY)      \
     ROW(dpm_driver_group_create_or_destroy_slave,  struct dpm_ipmc_echo,       CARD)       \
     ROW(dpm_driver_group_member_add_or_del_slave,  struct dpm_ipmc_echo,       CARD)       \
-    ROW(dpm_api_set_unknown_ipmc_to_cpu_slave,   struct dpm_ipmc_settings,     CARD)
+    ROW(dpm_api_set_unknown_ipmc_to_cpu_slave,   struct dpm_ipmc_settings,     CARD)       \
+    ROW(dpm_bfd_entry_add_sync_receive,          struct dpm_bfd_sess,       ENTRY)         \
+    ROW(dpm_bfd_entry_del_sync_receive,          struct dpm_bfd_sess,       ENTRY)         \
+    ROW(dpm_bfd_entry_update_sync_receive,       struct dpm_bfd_update,     ENTRY)         \
+    ROW(dpm_bfd_sync_all_receive,                struct dpm_bfd_sess,       TABLE)
 /* clang-format on */
 #define DPM_RECEIVER(name, record, kind)                                                           \
     DPM_API int name(const void *buffer, uint32_t length_bytes);

@@ -66,6 +66,7 @@ std::uint32_t dpm_if_get_vlanid(std::uint32_t ifindex);    // 0
 std::uint32_t dpm_if_get_vrf_by_vlan(std::uint32_t vlan);  // 0
 std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan); // 0
 std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix); // 0
+dpm_if_entry *dpm_if_find_by_network(const dpm_prefix *prefix); // in whatever VRF; null
 dpm_if_ip_entry *dpm_if_ip_find(list_head *list, const dpm_prefix *prefix);
 dpm_if_entry *dpm_if_sub_find(list_head *sub_list, std::uint32_t vlan);
 

@@ -22,10 +22,12 @@ bool is_same_network(const dpm_prefix &a, const dpm_prefix &b, std::uint32_t pre
     return std::memcmp(networks[0].address, networks[1].address, dpm::address_bytes(a.family)) == 0;
 }
 
-bool has_network_of(dpm_if_entry &entry, std::uint32_t vrf, const dpm_prefix &prefix) {
+// In one VRF, or in whatever.
+bool has_network_of(dpm_if_entry &entry, const std::uint32_t *vrf, const dpm_prefix &prefix) {
     const bool is_ipv4 = prefix.family == DPM_FAMILY_IPV4;
     for (const dpm_if_ip_entry &address : address_list(is_ipv4 ? entry.ipv4_list : entry.ipv6_list))
-        if (address.vrf == vrf && is_same_network(address.ip, prefix, address.ip.prefix_len))
+        if ((vrf == nullptr || address.vrf == *vrf) &&
+            is_same_network(address.ip, prefix, address.ip.prefix_len))
             return true;
     return false;
 }
@@ -35,6 +37,13 @@ template <class Matches> dpm_if_entry *find_interface(Matches matches) {
         if (matches(entry))
             return &entry;
     return nullptr;
+}
+
+dpm_if_entry *find_by_network(const std::uint32_t *vrf, const dpm_prefix &prefix) {
+    if (!dpm::is_known_family(prefix.family))
+        return nullptr;
+    return find_interface(
+        [&](dpm_if_entry &candidate) { return has_network_of(candidate, vrf, prefix); });
 }
 
 dpm_if_entry *find_by_vlan(std::uint32_t vlan, std::uint32_t if_type) {
@@ -129,11 +138,12 @@ std::uint32_t dpm_ifindex_get_by_vlan(std::uint32_t vlan) {
 }
 
 std::uint32_t dpm_if_index_by_network_ip(std::uint32_t vrf, const dpm_prefix *prefix) {
-    if (!dpm::is_known_family(prefix->family))
-        return 0;
-    const dpm_if_entry *entry = find_interface(
-        [=](dpm_if_entry &candidate) { return has_network_of(candidate, vrf, *prefix); });
+    const dpm_if_entry *entry = find_by_network(&vrf, *prefix);
     return entry != nullptr ? entry->if_index : 0;
+}
+
+dpm_if_entry *dpm_if_find_by_network(const dpm_prefix *prefix) {
+    return find_by_network(nullptr, *prefix);
 }
 
 dpm_if_ip_entry *dpm_if_ip_find(list_head *list, const dpm_prefix *prefix) {

@@ -6,6 +6,7 @@
 #include "dpm_main.h"
 
 #include "dpm.h"
+#include "dpm_bfd.h"
 #include "dpm_bridge.h"
 #include "dpm_events.h"
 #include "dpm_host.h"
@@ -23,6 +24,7 @@
 #include "dpm_vrf.h"
 #include "platform/hal.h"
 #include "platform/hss.h"
+#include "platform/hw.h"
 #include "platform/ipcomx.h"
 
 #include <initializer_list>
@@ -87,8 +89,8 @@ void create_tables() {
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
     for (const dpm::if_follower *follower :
          {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
-          &dpm::mpls_ifs_on_interfaces, &dpm::policy_routes_on_interfaces,
-          &dpm::multicast_on_interfaces})
+          &dpm::mpls_ifs_on_interfaces, &dpm::bfd_sessions_on_interfaces,
+          &dpm::policy_routes_on_interfaces, &dpm::multicast_on_interfaces})
         dpm::if_follower_register(*follower);
 }
 
@@ -124,9 +126,11 @@ int dpm_main_init() {
     register_callbacks();
     dpm_host_notify_register(dpm_route_host_notify);
     dpm_host_notify_register(dpm_mpls_ftn_arp_pro);
+    dpm_host_notify_register(dpm_bfd_host_notify);
     dpm_host_notify_register(dpm_policy_route_host_notify);
     (void)dpm_vrf_enable(default_vrf, DPM_ENABLE);
     (void)dpm_ecmp_hash_set(default_ecmp_hash);
+    (void)hw_driver_register_bfd_handler(0, dpm_api_bfd_notifier);
     (void)dpm_mpls_oam_ipuc_ilm_enable();
     if (dpm_ipmc_main_init() != 0) // unicast works without
         DPM_TRACE("%s %d::ipmc init failed!\r\n");

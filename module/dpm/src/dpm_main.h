@@ -11,8 +11,8 @@ extern "C" int dpm_task_pass(void);
 
 // The mirrored tables, in the order in which they travel.
 #define DPM_ROW(table, record, add, del, all) &dpm::table,
-inline constexpr const dpm::mirrored *dpm_mirrored_tables[] = {DPM_TABLES(DPM_ROW) &
-                                                               dpm::mirrored_multicast};
+inline constexpr const dpm::mirrored *dpm_mirrored_tables[] = {
+    DPM_TABLES(DPM_ROW) & dpm::mirrored_multicast, DPM_LAST_TABLES(DPM_ROW)};
 #undef DPM_ROW
 
 // A slot came up: its chip is re-programmed, and the peer card's tables are sent if it is the

@@ -8,6 +8,7 @@
 #include "dpm_main.h"
 
 #include "dpm.h"
+#include "dpm_bfd.h"
 #include "dpm_bridge.h"
 #include "dpm_host.h"
 #include "dpm_ipmc.h"
@@ -174,6 +175,7 @@ int dpm_slave_to_master_process() {
     dpm::hosts_left_over();
     (void)dpm_route_start_delete_time();
     dpm::labels_ask();
+    (void)dpm_bfd_slave_to_master_pro();
     dpm::policy_routes_ask();
     (void)dpm_ipmc_slave_to_master_pro();
     return 0;

@@ -35,7 +35,7 @@ namespace dpm {
 //   add_code          posted by the receivers of adds and whole tables
 //   del_code          posted by the receiver of deletes
 //   batch_entries     of one whole-table message
-//   driver_sync_text  logged before a slot's chip is re-programmed
+//   driver_sync_text  logged before a slot's chip is re-programmed; null: slots are not
 //   empty_first_text  logged then for an empty first tree; null: nothing
 //   table_sync_text   logged before the table is sent
 //   create()          makes the trees and what stands beside them
@@ -286,8 +286,9 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &c
         DPM_LOG_FROM(caller, "%s %d::it is slave.\r\n");
         return 0;
     }
-    if (mirror_reprogram<Table>(slot, caller) != 0)
-        return -1;
+    if constexpr (Table::driver_sync_text != nullptr)
+        if (mirror_reprogram<Table>(slot, caller) != 0)
+            return -1;
     if (slot != dpm_bridge_peer_slot_get())
         return 0;
     return mirror_send_table<Table>(slot, receiver, caller);

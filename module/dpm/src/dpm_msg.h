@@ -66,6 +66,12 @@
     ROW (38, DPM_MSG_SYNC_ILM_DEL,         dpm_task_msg_sync_ilm_del_pro,         dpm_mpls_ilm_del_sync_process,      dpm_ilm,              body)    \
     CALL(69, DPM_MSG_PORT_DOWN,                                                   dpm_host_port_down,                                       port)    \
     CALL(70, DPM_MSG_PORT_UP,                                                     dpm_host_port_up,                                         port)    \
+    ROW (71, DPM_MSG_BFD_ADD,               dpm_task_msg_bfd_add_pro,              dpm_bfd_sess_add_msg,               dpm_bfd_request,      body)    \
+    ROW (72, DPM_MSG_BFD_DEL,               dpm_task_msg_bfd_del_pro,              dpm_bfd_sess_del_msg,               dpm_bfd_request,      body)    \
+    ROW (73, DPM_MSG_BFD_UPDATE,            dpm_task_msg_bfd_update_pro,           dpm_bfd_sess_update_msg,            dpm_bfd_update,       body)    \
+    ROW (74, DPM_MSG_BFD_NOTIFY,            dpm_task_msg_bfd_notify_pro,           dpm_bfd_sess_notify_msg,            dpm_bfd_notice,       body)    \
+    ROW (76, DPM_MSG_BFD_SYNC_ADD,          dpm_task_msg_bfd_sync_add_pro,         dpm_bfd_sess_sync_add_msg,          dpm_bfd_sess,         body)    \
+    ROW (77, DPM_MSG_BFD_SYNC_DEL,          dpm_task_msg_bfd_sync_del_pro,         dpm_bfd_sess_sync_del_msg,          dpm_bfd_sess,         body)    \
     ROW (78, DPM_MSG_ADD_IPMC_GOURP,       dpm_task_msg_add_ipmc_gourp_pro,       dpm_ipmc_gourp_add_process,         dpm_ipmc_request,     body)    \
     ROW (79, DPM_MSG_DEL_IPMC_GOURP,       dpm_task_msg_del_ipmc_gourp_pro,       dpm_ipmc_gourp_del_process,         dpm_ipmc_request,     body)    \
     ROW (80, DPM_MSG_IGMP_RX,              dpm_task_msg_igmp_rx_pro,              dpm_ipmc_igmp_process,              uv_rx_descriptor,     packet)  \

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// One row per table that is mirrored entry by entry; multicast groups travel last, and in a way of
+// One row per table that is mirrored entry by entry; multicast groups travel in a way of
 // their own.
 //   table     what start-up and the slave-up process ask of it; its DPM_MIRRORED_TABLE defines it
 //   record    what travels, byte for byte
@@ -31,6 +31,11 @@
         dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_sync_all_send)       \
     ROW(mirrored_ilms, dpm_ilm,                                                                   \
         dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_sync_all_send)
+
+// Those behind the multicast groups.
+#define DPM_LAST_TABLES(ROW)                                                                      \
+    ROW(mirrored_bfd_sessions, dpm_bfd_sess,                                                      \
+        dpm_bfd_entry_add_sync_send, dpm_bfd_entry_del_sync_send, dpm_bfd_sync_all_send)
 // clang-format on
 
 namespace dpm {
@@ -44,6 +49,7 @@ struct mirrored {
 
 #define DPM_ROW(table, record, add, del, all) extern const mirrored table;
 DPM_TABLES(DPM_ROW)
+DPM_LAST_TABLES(DPM_ROW)
 #undef DPM_ROW
 extern const mirrored mirrored_multicast;
 
@@ -54,4 +60,5 @@ extern const mirrored mirrored_multicast;
     int del(const record *entry);                                                                  \
     int all(std::uint32_t slot);
 DPM_TABLES(DPM_ROW)
+DPM_LAST_TABLES(DPM_ROW)
 #undef DPM_ROW

@@ -37,6 +37,12 @@ int nsm_vrf_id_get_by_name(const char *name);
  * `address` is four bytes in network order; `prefix_len` in bits. */
 int dpm_if_ip_ospf_network_exist(const void *address, uint32_t prefix_len);
 
+/* The state of a BFD session as the chip reports it: local discriminator, state, diagnostic code,
+ * three zeros, and the remote discriminator, 0 when it is not known.  On the worker of the master,
+ * under the DPM lock; what it answers is not looked at. */
+int bfd_dist_notifier(uint32_t local_disc, uint32_t state, uint32_t diag, uint32_t zero1,
+                      uint32_t zero2, uint32_t zero3, uint32_t remote_disc);
+
 /* What a label that is pushed carries.  TTL: 0 is 255, 1 is the packet's own.  EXP: 0 is the
  * packet's own, 1 and 2 are the value (its low 8 bits).  Any other leaves it to the chip. */
 extern int g_mpls_ttl_module;
