@@ -38,7 +38,7 @@ ROWS(Handshake, TheTablesTravelInOrderAndTheStandbyConfirmsBehindThem, .families
      "log10 dpm_mpls_ilm_sync_all_send #::slot_bit = 1024, ilm driver sync.\r\n; "
      "log10 dpm_mpls_ilm_sync_all_send #::slot 10, ilm table sync.\r\n; "
      "log10 dpm_ipmc_sync_all_send #::slot 10, ipmc table sync.\r\n; mirror settings 1; "
-     "mirror settings 2; "
+     "mirror settings 2; log10 dpm_bfd_sync_all_send #::slot 10, bfd table sync.\r\n; "
      "log10 dpm_slave_up_pro_over_sync_send #:: it is master, slave_up_pro send over!\r\n; "
      "mirror dpm_slave_up_pro_over_sync_receive 4; "
      "standby: log10 dpm_slave_up_pro_over_sync_process #::it is slave,slave up process "

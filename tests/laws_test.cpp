@@ -28,7 +28,7 @@ protected:
               "route add 10.2.0.0/16 via 10.1.1.2 via 10.1.1.3 via 10.1.1.9",
               "route add 10.4.0.0/16 via 10.1.1.4", "route add default dev vlanif100",
               "ftn add 10.3.0.0/16 via 10.1.1.2", "ilm add 2000 via 10.1.1.2", "ilm add 2001",
-              "mpls add vlanif100"})
+              "mpls add vlanif100", "bfd add 100 via 10.1.1.2 remote 200"})
             EXPECT_EQ(run(command).text, "") << command;
     }
 
@@ -74,6 +74,7 @@ TEST_F(Laws, CompareEveryByteOfAMirroredRecordButWhatIsTheCardsOwn) {
         // a default route over one interface: indexes of gateways that it has not
         {"routes", sizeof(dpm_timer_node) + 7 * sizeof(std::uint32_t)},
         {"mpls-if", 0},
+        {"bfd", sizeof(dpm_timer_node) + sizeof(dpm_bfd_told::ifindex)},
         {"ftn", sizeof(list_head) + sizeof(dpm_ftn::stale) + sizeof(dpm_ftn::sdk_result)},
         {"ilm", sizeof(list_head) + sizeof(dpm_ilm::sdk_result)}};
     for (const tables::Table &table : tables::all()) {

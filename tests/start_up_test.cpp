@@ -50,7 +50,7 @@ TEST_F(BareCard, StartUpSetsTheChipsDefaultsSpawnsTheWorkerAndRegistersTheModule
     EXPECT_EQ(task.entry, &dpm_task);
     const chassis::CardScope scope(card);
     EXPECT_EQ(card.os.module_version(g_dpm_global.module_id).size(), 20u) << "date, blank, time";
-    EXPECT_EQ(card.os.live_blocks(), 3u) << "routes, labels and policy routes, dependants";
+    EXPECT_EQ(card.os.live_blocks(), 4u) << "routes, labels, BFD and policy routes, dependants";
     EXPECT_EQ(dpm_api_set_if_proc("vlanif100", DPM_IF_VLANIF, 7, 100, DPM_OPER_ADD), 0);
     EXPECT_EQ(dpm_main_init(), 0);
     EXPECT_EQ(dpm::if_announced_count(), 0u) << "another start";
