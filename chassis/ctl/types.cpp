@@ -94,7 +94,6 @@ const std::vector<Type> types = {
     {"DISC", "a discriminator", in_range<0, 0xFFFFFFFF>, {}},
     {"TIMERS", "three timer values, as 50,50,3", reads<parse_timers>, {}},
     {"BFDSTATE", "the state of a session", nullptr, {"admin-down", "down", "init", "up"}},
-    {"ONOFF", "on or off", nullptr, {"on", "off"}},
     {"DURATION", "a time, as 30s, 5m, 2h or 1d", reads<parse_duration>, {}},
     {"NUD", "the state of a neighbour", is_state, states},
     {"REQUEST",
