@@ -155,7 +155,8 @@ enum class Kind {
     ROW(fault, "fault", "FAULT COUNT [times COUNT]", change,                                       \
         "The Nth operation of a kind from now on fails; 0 disarms")                                \
     ROW(digest, "digest", "[TABLE]", read, "A digest of each mirrored table, or of its records")   \
-    ROW(settle, "settle", "", read, "Wait until everything asked before has been carried out")     \
+    ROW(settle, "settle", "", read,                                                                \
+        "Wait until all asked before is carried out, and told the standby")                        \
     ROW(config, "config", "", ask, "Print the settings of the card as commands")                   \
     ROW(why, "why", "SUBNET [vrf VRF]", read,                                                      \
         "Whether the chip has an address or a prefix, and if not what it waits for and since "     \

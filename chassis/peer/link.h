@@ -45,6 +45,7 @@ public:
     void start();
     void stop(); // joins the threads; the peer sees the connection end
     bool send(std::string_view name, std::span<const std::byte> payload);
+    bool has_sent_all() const { return outbox_.is_empty(); }
     void make_sure() const; // of the role: listens for a beat if this card was stopped
 
 private:

@@ -56,6 +56,11 @@ bool Outbox::send(std::vector<std::byte> frame) {
     return true;
 }
 
+bool Outbox::is_empty() const {
+    std::lock_guard lock(monitor_);
+    return waiting_.empty();
+}
+
 // Takes from `bytes` what the socket takes; false once it is broken.
 bool Outbox::write(std::span<const std::byte> &bytes) {
     while (!bytes.empty()) {

@@ -33,6 +33,7 @@ public:
     void close(); // what waits is lost
     // False when no socket is open or there is no room.
     bool send(std::vector<std::byte> frame);
+    bool is_empty() const; // nothing waits: what was sent survives this process
 
 private:
     void keep_writing();
@@ -41,7 +42,7 @@ private:
     void drop_all();
 
     const std::function<void()> after_hole_;
-    os::Monitor monitor_; // guards what follows
+    mutable os::Monitor monitor_; // guards what follows
     std::shared_ptr<const Descriptor> socket_;
     std::deque<std::vector<std::byte>> waiting_;
     std::size_t written_ = 0; // bytes of the first

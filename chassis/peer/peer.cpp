@@ -25,11 +25,8 @@ struct NamePattern {
 };
 
 constexpr NamePattern receiver_patterns[] = {
-    {"dpm_", "_sync_receive"},
-    {"dpm_", "_sync_all_receive"},
-    {"dpm_driver_group_", "_slave"},
-    {"dpm_ipmc_api_slave_", ""},
-    {"dpm_api_set_", "_slave"},
+    {"dpm_", "_sync_receive"},   {"dpm_", "_sync_all_receive"}, {"dpm_driver_group_", "_slave"},
+    {"dpm_ipmc_api_slave_", ""}, {"dpm_api_set_", "_slave"},
 };
 
 constexpr std::int64_t replaced_nsec = 2 * os::nsec_per_sec; // longer than a request is on its way
@@ -127,6 +124,11 @@ bool Peer::is_replaced() const {
     if (const std::shared_ptr<Link> link = link_of(*state_))
         link->make_sure();
     return os::raw_nsec() < state_->replaced_until_nsec;
+}
+
+bool Peer::has_sent_all() const {
+    const std::shared_ptr<Link> link = link_of(*state_);
+    return !link || link->has_sent_all();
 }
 
 std::uint64_t Peer::term() const {

@@ -92,6 +92,9 @@ public:
     // Sends a call to the other card: 0 when it was accepted.  What hss_TellBackToExcuteSpe does.
     int call(std::string_view name, std::span<const std::byte> payload);
 
+    // Whether the other card will have all calls that were accepted, also when this process ends now.
+    bool has_sent_all() const;
+
     // Calls a receiver by name on this card, as the service would: -1 for a name that is not
     // exported or a length that is out of bounds.
     int deliver(std::string_view name, std::span<const std::byte> payload);

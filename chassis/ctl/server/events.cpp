@@ -128,8 +128,10 @@ Reply fault(Command &command) {
     return done();
 }
 
-Reply settle(Command &) {
-    return done(); // every reading command has waited before its handler runs
+// Every reading command has waited for the worker before its handler runs.
+Reply settle(Command &command) {
+    return command.server.wait_until_sent() ? done()
+                                            : refused("the standby does not take its tables");
 }
 
 } // namespace ctl::server

@@ -39,8 +39,8 @@ bool wait_until(const auto &condition) {
 
 } // namespace
 
-// What ports received is posted by then.  The queue keeps its order, so a message of the platform's own that comes back has everything
-// before it done.
+// What ports received is posted by then.  The queue keeps its order, so a message of the platform's
+// own that comes back has everything before it done.
 bool Server::settle() {
     if (card_.os.mode() == chassis::os::Mode::pumped) {
         card_.pump();
@@ -51,6 +51,10 @@ bool Server::settle() {
     const unsigned before = card_.suite.proxy_counts().ticks;
     return dpm_api_proxy_arp_timer_send() == 0 &&
            wait_until([&] { return card_.suite.proxy_counts().ticks != before; });
+}
+
+bool Server::wait_until_sent() {
+    return wait_until([this] { return card_.peer.has_sent_all(); });
 }
 
 Reply Server::execute(std::string_view line) {

@@ -29,6 +29,10 @@ public:
     // pumps.
     bool settle();
 
+    // True when the standby will have what this card has mirrored, also when this process ends now;
+    // waits for it.
+    bool wait_until_sent();
+
     void keep_log_line(const std::string &line);
     std::vector<std::string> log_lines(std::size_t count) const; // the last ones
 
