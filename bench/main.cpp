@@ -87,6 +87,7 @@ constexpr Group groups[] = {
     {"routes", measure_routes},
     {"route-events", measure_route_events},
     {"labels", measure_labels},
+    {"multicast", measure_multicast},
     {"daemon", measure_daemon},
 };
 

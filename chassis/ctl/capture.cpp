@@ -146,6 +146,9 @@ bool receive_capture(Shelf &shelf, Target target, const Parsed &parsed) {
     if (!open_capture(capture, parsed))
         return false;
     catch_interrupts();
+    if (parsed.has("live"))
+        std::printf("listens to %s\n", printable(parsed.value("live")).c_str());
+    std::fflush(stdout);
     const std::string head = "rx " + std::string(parsed.value("PORT")) + " hex ";
     const std::string tail = parsed.has("vlan") ? " vlan " + std::string(parsed.value("vlan")) : "";
     const bool is_timed = parsed.has("timed");

@@ -1,8 +1,8 @@
 // Timer lists, sorted by expiry; timers of equal expiry keep the order in which they were armed.
 //
-// A new expiry is looked for from the tail: most timers of the system are armed with one of a few
-// lengths, so the place is near the end, and arming many timers of one length costs the same for
-// each.
+// Most timers of the system are armed with one of a few lengths, and of one length the one that is
+// armed last is due last.  So the place of a new one is looked for from the last one of its length
+// on, and at the same time from the tail backwards: arming costs the same however many there are.
 #include "dpm_timer.h"
 
 #include "dpm_trace.h"
@@ -24,29 +24,59 @@ bool is_later(const dpm_timer_node &node, std::int32_t sec, std::int32_t nsec) {
     return dpm_timer_compare(node.expiry_sec, node.expiry_nsec, sec, nsec) > 0;
 }
 
-void insert_sorted(dpm_timer_list &list, dpm_timer_node &node) {
-    list_head *place = list.head.prev;
-    while (place != &list.head &&
-           is_later(timer_view::entry_of(place), node.expiry_sec, node.expiry_nsec))
-        place = place->prev;
-    list_add(&node.link, place);
+dpm_timer_mark &mark_of(dpm_timer_list &list, std::uint32_t length_sec) {
+    for (dpm_timer_mark &mark : list.marks)
+        if (mark.last != nullptr && mark.length_sec == length_sec)
+            return mark;
+    dpm_timer_mark &mark = list.marks[list.oldest_mark++ % DPM_TIMER_MARKS];
+    mark = {&list.head, length_sec};
+    return mark;
+}
+
+// Takes a node off the list; the marks on it go back to what stands in front of it.
+void take_off(dpm_timer_list &list, dpm_timer_node &node) {
+    for (dpm_timer_mark &mark : list.marks)
+        if (mark.last == &node.link)
+            mark.last = node.link.prev;
+    list_del_init(&node.link);
+}
+
+// The last place whose timer, and so every one in front of it, is not due later than the node.
+// Nothing up to `from` is, or `from` is the head.
+list_head *place_of(dpm_timer_list &list, const dpm_timer_node &node, list_head *from) {
+    const auto is_behind = [&](list_head *link) {
+        return is_later(timer_view::entry_of(link), node.expiry_sec, node.expiry_nsec);
+    };
+    for (list_head *to = list.head.prev;; from = from->next, to = to->prev) {
+        if (to == &list.head || !is_behind(to))
+            return to;
+        if (is_behind(from->next)) // there is one: `to` at the latest
+            return from;
+    }
 }
 
 void arm(dpm_timer_list &list, dpm_timer_node &node, std::uint32_t length_sec) {
     const timespec time = now();
-    list_del_init(&node.link);
+    take_off(list, node);
     node.expiry_sec =
         static_cast<std::int32_t>(static_cast<std::uint32_t>(time.tv_sec) + length_sec);
     node.expiry_nsec = static_cast<std::int32_t>(time.tv_nsec);
-    insert_sorted(list, node);
+    dpm_timer_mark &mark = mark_of(list, length_sec);
+    if (mark.last != &list.head &&
+        is_later(timer_view::entry_of(mark.last), node.expiry_sec, node.expiry_nsec))
+        mark.last = &list.head; // the clock went back
+    list_add(&node.link, place_of(list, node, mark.last));
+    mark.last = &node.link;
 }
 
 } // namespace
 
 dpm_timer_list *dpm_timer_list_create() {
     auto *list = static_cast<dpm_timer_list *>(std::malloc(sizeof(dpm_timer_list)));
-    if (list != nullptr)
+    if (list != nullptr) {
+        *list = {};
         INIT_LIST_HEAD(&list->head);
+    }
     return list;
 }
 
@@ -89,7 +119,7 @@ int dpm_timer_restart(dpm_timer_list *list, dpm_timer_node *node, std::uint32_t 
 int dpm_timer_stop(dpm_timer_list *list, dpm_timer_node *node) {
     if (list == nullptr || node == nullptr)
         return dpm::null_parameter();
-    list_del_init(&node->link);
+    take_off(*list, *node);
     return dpm_timer_node_init(node);
 }
 
@@ -106,7 +136,7 @@ int dpm_timer_list_check(dpm_timer_list *list) {
         if (is_later(*node, static_cast<std::int32_t>(time.tv_sec),
                      static_cast<std::int32_t>(time.tv_nsec)))
             break;
-        list_del_init(&node->link);
+        take_off(*list, *node);
         node->expiry_sec = 0;
         node->expiry_nsec = 0;
         if (node->callback != nullptr)

@@ -11,8 +11,17 @@
 
 #include <cstdint>
 
+// The timer of a length that was armed last, or what stood in front of it when it went.
+struct dpm_timer_mark {
+    list_head *last; // null: none of these lengths yet
+    std::uint32_t length_sec;
+};
+inline constexpr unsigned DPM_TIMER_MARKS = 8; // more lengths take turns
+
 struct dpm_timer_list {
     list_head head;
+    dpm_timer_mark marks[DPM_TIMER_MARKS];
+    unsigned oldest_mark;
 };
 static_assert(sizeof(dpm_timer_node) == 32);
 static_assert(offsetof(dpm_timer_node, expiry_sec) == 8);
