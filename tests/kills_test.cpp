@@ -2,30 +2,63 @@
 // what was asked for, says where packets go then; the tables and their descriptions have no part in
 // it.
 
+#include "chassis/chip/trace.h"
+#include "chassis/tables/text.h"
 #include "platform/dal.h"
 #include "support/shelf.h"
 
+#include <cstdio>
 #include <set>
+#include <span>
 
 namespace {
 
 using Members = std::set<std::string>; // "2@1": a MAC address' last byte, and the port
 
+// Where packets are for: an address of a VRF, or whatever is behind an incoming label.
+struct Place {
+    const char *address;
+    unsigned vrf = 0, label = 0;
+};
+
 struct Killed : rig::Shelf {
     void TestBody() override {}
     using Shelf::TearDown;
 
-    // Where the chip sends what is for an address.
-    Members members(const char *address) {
-        Members found;
-        const dpm_prefix ip = rig::prefix_of(address);
-        if (const auto answer = master().chip.lookup(0, ip.family, ip.address))
+    // Where the chip sends packets.  One of VRF 0 that leaves with a label is told with it:
+    // "2@1/1000".
+    Members members(const Place &place) {
+        Members found = labelled(place);
+        const dpm_prefix ip = rig::prefix_of(place.address);
+        const auto vrf = std::int32_t(place.vrf);
+        if (!found.empty() || place.label != 0)
+            return found;
+        if (const auto answer = master().chip.lookup(vrf, ip.family, ip.address))
             for (const auto index : answer->members)
                 if (index != DAL_NEXTHOP_TO_CPU) {
                     const auto &to = master().chip.held<chassis::chip::kinds::nexthop>().at(index);
                     found.insert(std::to_string(to.mac[5]) + "@" + std::to_string(to.port_id));
                 }
         return found;
+    }
+
+private:
+    Members labelled(const Place &place) {
+        using namespace chassis;
+        const dpm_prefix ip = rig::prefix_of(place.address);
+        chip::Packet packet{std::int32_t(place.vrf), {}, {64, 0}, {}};
+        if (place.label != 0)
+            packet.labels.push_back({{64, 0}, place.label});
+        else
+            packet.destination = tables::chip_key(place.vrf, ip);
+        unsigned port = 0, mac = 0, label = 0;
+        const auto lock = master().chip.lock();
+        if (std::sscanf(chip::trace(master().chip, packet).back().c_str(),
+                        "out of port %u vlan %*u to %*x:%*x:%*x:%*x:%*x:%x with label %u", &port,
+                        &mac, &label) != 3)
+            return {};
+        return {std::to_string(mac) + "@" + std::to_string(port) +
+                (place.vrf == 0 ? "/" + std::to_string(label) : "")};
     }
 };
 
@@ -34,11 +67,14 @@ Members members_of(const char *text) {
     return {words.begin(), words.end()};
 }
 
-constexpr const char *addresses[] = {"10.1.1.2", "10.1.1.3", "fd00::2", "10.2.0.9", "10.9.0.9"};
+constexpr Place places[] = {{"10.1.1.2"}, {"10.1.1.3"}, {"fd00::2"}, {"10.2.0.9"}, {"10.9.0.9"}};
+constexpr Place label_places[] = {
+    {"10.2.0.9"}, {"10.7.0.9", 5}, {"0.0.0.0", 0, 300}, {"10.1.1.2"}, {"10.1.1.3"}};
 struct Step {
     const char *command;
-    const char *members[std::size(addresses)]; // behind it
+    const char *members[std::size(places)]; // behind it
 };
+using Steps = std::span<const Step>;
 constexpr Step steps[] = {
     {"addr add 10.1.1.1/24 dev vlanif100", {"", "", "", "", ""}},
     {"neigh add 10.1.1.2 port 1", {"2@1", "", "", "", ""}},
@@ -55,25 +91,47 @@ constexpr Step steps[] = {
     {"neigh del 10.1.1.2", {"", "", "2@1", "", ""}},
     {"neigh del fd00::2", {"", "", "", "", ""}}};
 
+// Label entries over a neighbour, in the place of a route, and with a prefix of a VRF on them.
+constexpr Step label_steps[] = {
+    {"neigh add 10.1.1.2 port 1", {"", "", "", "2@1", ""}},
+    {"neigh add 10.1.1.3 port 2", {"", "", "", "2@1", "3@2"}},
+    {"route add 10.2.0.0/16 via 10.1.1.2 dev vlanif100", {"2@1", "", "", "2@1", "3@2"}},
+    {"ftn add 10.2.0.0/16 via 10.1.1.3", {"3@2/1000", "", "", "2@1", "3@2"}},
+    {"ftn add 10.7.0.0/16 via 10.1.1.2 vrf 5 remote 10.2.0.0",
+     {"3@2/1000", "3@2", "", "2@1", "3@2"}},
+    {"ilm add 300 via 10.1.1.2", {"3@2/1000", "3@2", "2@1/2001", "2@1", "3@2"}},
+    {"neigh add 10.1.1.3 port 3", {"3@3/1000", "3@3", "2@1/2001", "2@1", "3@3"}},
+    {"ilm add 300 via 10.1.1.3 swap 2002", {"3@3/1000", "3@3", "3@3/2002", "2@1", "3@3"}},
+    {"ftn add 10.2.0.0/16 via 10.1.1.3 label 1001",
+     {"3@3/1001", "", "3@3/2002", "2@1", "3@3"}}, // the suite tells again what was on it
+    {"ftn add 10.7.0.0/16 via 10.1.1.3 vrf 5 remote 10.2.0.0",
+     {"3@3/1001", "3@3", "3@3/2002", "2@1", "3@3"}},
+    {"neigh del 10.1.1.3", {"", "", "", "2@1", ""}},
+    {"neigh add 10.1.1.3 port 3", {"3@3/1001", "3@3", "3@3/2002", "2@1", "3@3"}},
+    {"ftn del 10.2.0.0/16 via 10.1.1.3", {"2@1", "", "3@3/2002", "2@1", "3@3"}},
+    {"ilm del 300", {"2@1", "", "", "2@1", "3@3"}}};
+
 // What the step under way does not touch is there, and of what it touches nothing but what was or
 // what shall be.
-void expect_between(Killed &shelf, const Step &before, const Step &step) {
-    for (unsigned i = 0; i < std::size(addresses); ++i) {
-        const Members was = members_of(before.members[i]), are = shelf.members(addresses[i]);
+void expect_between(Killed &shelf, const Place *at, const Step &before, const Step &step) {
+    for (unsigned i = 0; i < std::size(places); ++i) {
+        const Members was = members_of(before.members[i]), are = shelf.members(at[i]);
         Members may = members_of(step.members[i]);
         const bool is_touched = may != was;
         may.insert(was.begin(), was.end());
-        EXPECT_TRUE(is_touched ? std::ranges::includes(may, are) : are == may) << addresses[i];
+        EXPECT_TRUE(is_touched ? std::ranges::includes(may, are) : are == may) << at[i].address;
     }
 }
 
-void expect_behind(Killed &shelf, const Step &step) {
-    for (unsigned i = 0; i < std::size(addresses); ++i)
-        EXPECT_EQ(shelf.members(addresses[i]), members_of(step.members[i])) << addresses[i];
+void expect_behind(Killed &shelf, const Place *at, const Step &step) {
+    for (unsigned i = 0; i < std::size(places); ++i)
+        EXPECT_EQ(shelf.members(at[i]), members_of(step.members[i])) << at[i].address;
 }
 
+constexpr Step nothing = {"", {"", "", "", "", ""}};
+
 // False when it lived through all steps.
-bool is_killed_at(unsigned moment) {
+bool is_killed_at(unsigned moment, const Place *at, Steps steps) {
     Killed shelf;
     EXPECT_EQ(shelf.run("if add vlanif100").text, "");
     shelf.dies_behind(moment);
@@ -84,11 +142,11 @@ bool is_killed_at(unsigned moment) {
         if (shelf.is_dead()) {
             was_killed = true;
             shelf.switch_over();
-            expect_between(shelf, &step == steps ? step : *(&step - 1), step);
+            expect_between(shelf, at, &step == steps.data() ? nothing : *(&step - 1), step);
             EXPECT_EQ(shelf.run(step.command).text, ""); // suite and stack tell it again
             shelf.standby_connects();
         }
-        expect_behind(shelf, step);
+        expect_behind(shelf, at, step);
     }
     shelf.TearDown();
     return was_killed;
@@ -98,7 +156,14 @@ bool is_killed_at(unsigned moment) {
 
 TEST(Kills, LeaveLineCardsThatForwardByWhatWasAskedFor) {
     unsigned moment = 1;
-    while (is_killed_at(moment))
+    while (is_killed_at(moment, places, steps))
+        ++moment;
+    EXPECT_GT(moment, 50u);
+}
+
+TEST(Kills, LeaveLineCardsThatSwitchLabelsAsWasAskedFor) {
+    unsigned moment = 1;
+    while (is_killed_at(moment, label_places, label_steps))
         ++moment;
     EXPECT_GT(moment, 50u);
 }
@@ -120,12 +185,12 @@ TEST(Kills, InTheMiddleOfTheTablesLeaveNothingElse) {
         was_killed = shelf.is_dead();
         if (was_killed) {
             shelf.switch_over();
-            expect_between(shelf, {"", {"", "", "", "", ""}}, fullest);
+            expect_between(shelf, places, nothing, fullest);
         }
         shelf.dies_behind(~0u);
         for (const Step *step = steps; step <= &fullest; ++step)
             shelf.run(step->command);
-        expect_behind(shelf, fullest);
+        expect_behind(shelf, places, fullest);
         shelf.TearDown();
     }
     EXPECT_GT(moment, 8u);
