@@ -39,6 +39,15 @@ struct Contract {
         return found == own.vlan_ports_.end() ? 0 : found->second;
     }
 
+    static std::uint32_t vlan_interface(unsigned vlan) {
+        Suite &own = suite();
+        std::lock_guard lock(own.mutex_);
+        for (const auto &[name, entry] : own.interfaces_)
+            if (entry.vlan == int(vlan) && entry.type != DPM_IF_SUBVLAN)
+                return entry.ifindex;
+        return 0;
+    }
+
     static int membership_interval() {
         Suite &own = suite();
         std::lock_guard lock(own.mutex_);
@@ -138,10 +147,7 @@ int nsm_vrf_id_get_by_ifindex(uint32_t ifindex) {
 }
 
 uint32_t ns_get_ifindex_by_vlanid(uint32_t vlan) {
-    for (const chassis::suite::Interface &entry : Contract::suite().interfaces())
-        if (entry.vlan == int(vlan) && entry.type != DPM_IF_SUBVLAN)
-            return entry.ifindex;
-    return 0;
+    return Contract::vlan_interface(vlan);
 }
 
 int nsm_vrf_id_get_by_name(const char *name) {

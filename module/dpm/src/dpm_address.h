@@ -4,6 +4,7 @@
 #include "dpm_api.h"
 #include "dpm_trace.h"
 
+#include <arpa/inet.h>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -36,6 +37,18 @@ template <class Value> constexpr int three_way(Value a, Value b) {
 inline int bytes_order(const void *a, const void *b, std::size_t length) {
     const int order = std::memcmp(a, b, length);
     return order < 0 ? -1 : order > 0;
+}
+
+// Two addresses of 16 bytes, byte by byte: here, since tables are searched by them, and the call of a
+// library function would cost more than the compare.
+inline int bytes16_order(const void *a, const void *b) {
+    std::uint32_t left[4], right[4];
+    std::memcpy(left, a, sizeof left);
+    std::memcpy(right, b, sizeof right);
+    for (int i = 0; i < 4; i++)
+        if (left[i] != right[i])
+            return ntohl(left[i]) < ntohl(right[i]) ? -1 : 1;
+    return 0;
 }
 
 // The first four bytes as they stand, for addresses that travel as words in network order.
@@ -108,6 +121,6 @@ inline int dpm_prefix_compare(const dpm_prefix &a, const dpm_prefix &b) {
     if (a.family == DPM_FAMILY_IPV4)
         return dpm::three_way(dpm::address_word(a.address), dpm::address_word(b.address));
     if (a.family == DPM_FAMILY_IPV6)
-        return dpm::bytes_order(a.address, b.address, sizeof a.address);
+        return dpm::bytes16_order(a.address, b.address);
     return -1;
 }

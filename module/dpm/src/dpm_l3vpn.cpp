@@ -191,7 +191,7 @@ std::int32_t dpm_api_ilm_waits_since(const dpm_ilm *entry) {
 int dpm_fec_addr_cmp(const void *a, const void *b) {
     if (a == nullptr || b == nullptr)
         return a <= b ? -1 : 1;
-    return dpm::bytes_order(a, b, 16);
+    return dpm::bytes16_order(a, b);
 }
 
 int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b) {
@@ -199,15 +199,7 @@ int dpm_mpls_ftn_compare(const dpm_ftn *a, const dpm_ftn *b) {
         DPM_PLAIN("dpm_mpls_ftn_compare::the input parameter is null!\r\n");
         return -1;
     }
-    if (a->vrf_id != b->vrf_id)
-        return a->vrf_id < b->vrf_id ? -1 : 1;
-    if (a->prefixlen != b->prefixlen)
-        return a->prefixlen < b->prefixlen ? -1 : 1;
-    if (const int order = dpm_fec_addr_cmp(a->tunnel_nhop, b->tunnel_nhop))
-        return order;
-    if (const int order = dpm_fec_addr_cmp(a->fec_prefix, b->fec_prefix))
-        return order;
-    return dpm::three_way(a->ip_type, b->ip_type); // 0.0.0.0/0 is not ::/0
+    return dpm::ftn_order(*a, *b);
 }
 
 int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b) {
@@ -215,7 +207,7 @@ int dpm_mpls_ilm_compare(const dpm_ilm *a, const dpm_ilm *b) {
         DPM_PLAIN("dpm_mpls_ilm_compare::the input parameter is null!\r\n");
         return -1;
     }
-    return a->in_label < b->in_label ? -1 : a->in_label > b->in_label;
+    return dpm::ilm_order(*a, *b);
 }
 
 dpm_ftn *dpm_mpls_ftn_lookup(dpm_ftn key) {

@@ -101,10 +101,18 @@ int dpm_mpls_oam_ipuc_ilm_enable();
 namespace dpm {
 
 inline int ftn_order(const dpm_ftn &a, const dpm_ftn &b) {
-    return dpm_mpls_ftn_compare(&a, &b);
+    if (a.vrf_id != b.vrf_id)
+        return a.vrf_id < b.vrf_id ? -1 : 1;
+    if (a.prefixlen != b.prefixlen)
+        return a.prefixlen < b.prefixlen ? -1 : 1;
+    if (const int order = bytes16_order(a.tunnel_nhop, b.tunnel_nhop))
+        return order;
+    if (const int order = bytes16_order(a.fec_prefix, b.fec_prefix))
+        return order;
+    return a.ip_type < b.ip_type ? -1 : a.ip_type > b.ip_type; // 0.0.0.0/0 is not ::/0
 }
 inline int ilm_order(const dpm_ilm &a, const dpm_ilm &b) {
-    return dpm_mpls_ilm_compare(&a, &b);
+    return a.in_label < b.in_label ? -1 : a.in_label > b.in_label;
 }
 using ftn_table = avl_table<dpm_ftn, ftn_order>;
 using ilm_table = avl_table<dpm_ilm, ilm_order>;

@@ -41,25 +41,25 @@ inline const std::uint8_t *far_end(const dpm_ftn &ftn) { // 16 bytes
 }
 
 inline int label_order(const dpm_ftn &a, const dpm_ftn &b) {
-    return dpm_mpls_ftn_compare(&a, &b);
+    return ftn_order(a, b);
 }
 inline int label_order(const dpm_ilm &a, const dpm_ilm &b) {
-    return dpm_mpls_ilm_compare(&a, &b);
+    return ilm_order(a, b);
 }
 
 template <class Record> int nexthop_order(const Record &a, const Record &b) {
-    const int order = bytes_order(a.entry.tunnel_nhop, b.entry.tunnel_nhop, 16);
+    const int order = bytes16_order(a.entry.tunnel_nhop, b.entry.tunnel_nhop);
     return order != 0 ? order : label_order(a.entry, b.entry);
 }
 
 template <class Record> int waiting_order(const Record &a, const Record &b) {
-    const int order = bytes_order(a.entry.tunnel_nhop, b.entry.tunnel_nhop, 16);
+    const int order = bytes16_order(a.entry.tunnel_nhop, b.entry.tunnel_nhop);
     return order != 0 ? order : three_way(b.waits_since, a.waits_since); // the newest first
 }
 
 // Tunnels stand before the VPN routes to the same end.
 inline int end_order(const ftn_record &a, const ftn_record &b) {
-    const int order = bytes_order(far_end(a.entry), far_end(b.entry), 16);
+    const int order = bytes16_order(far_end(a.entry), far_end(b.entry));
     return order != 0 ? order : label_order(a.entry, b.entry);
 }
 

@@ -40,10 +40,16 @@ typename Kind::entry *vpn_insert(const typename Kind::entry &image, bool replace
     record->entry = image;
     if constexpr (requires { record->entry.pend; })
         INIT_LIST_HEAD(pend_link(record->entry));
-    if (typename Kind::entry *present = replaces ? Kind::table().find(image) : nullptr)
+    dpm_avl_where where;
+    typename Kind::entry *present = Kind::table().find(image, where);
+    if (present == nullptr) {
+        Kind::table().insert(record->entry, where);
+    } else if (replaces) {
         (void)Kind::del(present);
-    if (typename Kind::entry *present = Kind::table().add(record->entry))
+        (void)Kind::table().add(record->entry);
+    } else {
         return present;
+    }
     Kind::index(*record);
     return &record.release()->entry;
 }
