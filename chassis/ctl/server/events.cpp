@@ -128,10 +128,12 @@ Reply fault(Command &command) {
     return done();
 }
 
-// Every reading command has waited for the worker before its handler runs.
+// Every reading command has waited for the worker before its handler runs.  What was asked of a
+// master that was replaced meanwhile is not carried out where it counts.
 Reply settle(Command &command) {
-    return command.server.wait_until_sent() ? done()
-                                            : refused("the standby does not take its tables");
+    if (!command.server.wait_until_sent())
+        return refused("the standby does not take its tables");
+    return command.card.peer.is_replaced() ? refused("the card is no longer master") : done();
 }
 
 } // namespace ctl::server
