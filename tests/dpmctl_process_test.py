@@ -274,7 +274,9 @@ class TwoCards(Shelf):
 
     def test_take_over_from_a_master_that_falls_silent(self):
         self.start_shelf()
+        late = self.connect()
         self.cards[9].send_signal(signal.SIGSTOP)
+        late.sendall(b"settle\n")
         self.wait_for(10, "master")
         self.assertEqual(self.rows("card status", 10)[0]["peer"], "no")
         crowd = []
@@ -288,6 +290,8 @@ class TwoCards(Shelf):
         for client in crowd:
             client.close()
         self.cards[9].send_signal(signal.SIGCONT)
+        with late:
+            self.assertIn(b"no longer master", late.recv(1000))
         self.wait_for(9, "standby")  # of two masters the one that took over stays
         self.wait_for(10, "master")
 
