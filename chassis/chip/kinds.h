@@ -171,6 +171,8 @@ struct Kind {
     static constexpr bool is_indexed = false;
     // The tables may tell another thing of it than the chip since a request was refused on order.
     static constexpr bool may_differ = false;
+    // The library does not take it away when no record wants it any more.
+    static constexpr bool is_left_behind = false;
     // The library goes on as if a request had been carried out that was refused: what it asks for
     // next is then refused or done, and no mistake.
     static bool is_unheard(const auto &) { return false; }
@@ -242,6 +244,7 @@ struct nexthop : Indexed { // a neighbour behind a port
 struct mpls_vlan : OfVlan { // packets with labels are taken
     static constexpr std::string_view name = "mpls vlan";
     static constexpr bool is_setting = true;
+    static constexpr bool is_left_behind = true;
 };
 
 struct ftn : Kind { // prefix to labels

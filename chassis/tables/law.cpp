@@ -18,8 +18,10 @@ void want_settings(Wanted &wanted) {
     wanted.want<kinds::hash_mode>({}, dpm_api_get_ecmp_hash());
     // A default route that goes gives its place to the CPU, in a VRF that was never enabled too.
     wanted.permit_any<kinds::cpu_default>(true);
-    // Label switching stays on where an interface is disabled.
-    wanted.permit_any<kinds::mpls_vlan>({});
+    chip::each_kind([&]<class Kind>(Kind) {
+        if constexpr (Kind::is_left_behind)
+            wanted.permit_any<Kind>({});
+    });
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
         if (dpm_api_get_ipmc_global_enable(family))
             wanted.want<kinds::mcast_unknown>(family, chip::Nothing());
