@@ -176,7 +176,9 @@ void RowShelf::answer(const std::string &line) {
 void RowShelf::see(const std::string &channels) {
     seen_.clear();
     seen_log_.clear();
-    for (std::string word : words_of(channels)) {
+    const std::size_t end = channels.find(" but ");
+    unseen_ = words_of(end == channels.npos ? "" : channels.substr(end + 5));
+    for (std::string word : words_of(channels.substr(0, end))) {
         if (word.starts_with("log/"))
             seen_log_ = word.substr(4), word = "log";
         const auto at = std::find(std::begin(channel_words), std::end(channel_words), word);
@@ -311,7 +313,11 @@ std::vector<std::string> RowShelf::effects() const {
     const auto is_seen = [this](const Event &event) {
         return std::find(seen_.begin(), seen_.end(), event.channel) != seen_.end() &&
                (event.channel != Channel::log ||
-                event.text.compare(event.text.find(' ') + 1, seen_log_.size(), seen_log_) == 0);
+                event.text.compare(event.text.find(' ') + 1, seen_log_.size(), seen_log_) == 0) &&
+               std::ranges::none_of(unseen_, [&](const std::string &word) {
+                   const bool is_mirror = event.text.starts_with("mirror ");
+                   return event.text.compare(is_mirror ? 7 : 0, word.size(), word) == 0;
+               });
     };
     for (const Event &event : journal.events())
         if (is_seen(event))

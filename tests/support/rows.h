@@ -56,7 +56,8 @@ struct Rows {
 struct RowOptions {
     std::vector<unsigned> families = {4, 6};
     std::vector<Role> roles = {Role::alone, Role::mirroring, Role::taken_over};
-    std::string see = "chip mirror stack notice"; // channels; log/NAME: of these functions
+    // Channels; log/NAME: of these functions.  What is told behind "but" is left out, by first words.
+    std::string see = "chip mirror stack notice";
     bool bare = false;                            // without the interfaces
 };
 
@@ -96,6 +97,7 @@ private:
     std::vector<std::pair<std::string, std::string>> values_; // of placeholders
     std::vector<Channel> seen_;
     std::string seen_log_; // functions whose lines are seen begin with it
+    Words unseen_;         // effects that begin with one of them
     std::vector<std::string> answers_;
 };
 
