@@ -26,10 +26,13 @@ struct Killed : rig::Shelf {
     using Shelf::TearDown;
 
     // Where the chip sends packets.  One of VRF 0 that leaves with a label is told with it:
-    // "2@1/1000".
+    // "2@1/1000".  To a group the ports, with the sources' lengths: "1/32".
     Members members(const Place &place) {
         Members found = labelled(place);
         const dpm_prefix ip = rig::prefix_of(place.address);
+        for (const auto &[key, value] : master().chip.held<chassis::chip::kinds::mcast_member>())
+            if (std::equal(key.of.group.begin(), key.of.group.end(), ip.address))
+                found.insert(std::to_string(key.port) + "/" + std::to_string(key.of.source_len));
         const auto vrf = std::int32_t(place.vrf);
         if (!found.empty() || place.label != 0)
             return found;
@@ -63,7 +66,7 @@ private:
 };
 
 Members members_of(const char *text) {
-    const rig::Words words = rig::words_of(text);
+    const rig::Words words = rig::words_of(text ? text : "");
     return {words.begin(), words.end()};
 }
 
@@ -72,7 +75,7 @@ constexpr Place label_places[] = {
     {"10.2.0.9"}, {"10.7.0.9", 5}, {"0.0.0.0", 0, 300}, {"10.1.1.2"}, {"10.1.1.3"}};
 struct Step {
     const char *command;
-    const char *members[std::size(places)]; // behind it
+    const char *members[std::size(places)]; // behind it; null: none
 };
 using Steps = std::span<const Step>;
 constexpr Step steps[] = {
@@ -110,6 +113,23 @@ constexpr Step label_steps[] = {
     {"neigh add 10.1.1.3 port 3", {"3@3/1001", "3@3", "3@3/2002", "2@1", "3@3"}},
     {"ftn del 10.2.0.0/16 via 10.1.1.3", {"2@1", "", "3@3/2002", "2@1", "3@3"}},
     {"ilm del 300", {"2@1", "", "", "2@1", "3@3"}}};
+
+constexpr Place group_places[std::size(places)] = {
+    {"224.1.1.1"}, {"ff05::1"}, {"10.1.1.2"}, {"10.1.1.2"}, {"10.1.1.2"}};
+constexpr Step group_steps[] = {
+    {"mcast snoop on", {}},
+    {"mroute add any 224.1.1.1 vlanif100 vlanif100", {}},
+    {"hear 1 100 to-ex 224.1.1.1 10.9.9.9", {"1/0"}},
+    {"mroute add 10.9.9.9 224.1.1.1 vlanif100 vlanif100", {"1/0"}},
+    {"mroute add any ff05::1 vlanif100 vlanif100", {"1/0"}},
+    {"hear 2 100 join 224.1.1.1", {"1/0 2/0 2/32"}},
+    {"hear 2 100 join ff05::1", {"1/0 2/0 2/32", "2/0"}},
+    {"hear 1 100 allow 224.1.1.1 10.9.9.9", {"1/0 1/32 2/0 2/32", "2/0"}},
+    {"hear 1 100 to-in 224.1.1.1 10.9.9.9", {"1/32 2/0 2/32", "2/0"}},
+    {"hear 2 100 leave 224.1.1.1", {"1/32", "2/0"}},
+    {"mroute del any ff05::1", {"1/32"}},
+    {"hear 1 100 block 224.1.1.1 10.9.9.9", {}},
+    {"mroute del 10.9.9.9 224.1.1.1", {}}};
 
 // What the step under way does not touch is there, and of what it touches nothing but what was or
 // what shall be.
@@ -194,4 +214,37 @@ TEST(Kills, InTheMiddleOfTheTablesLeaveNothingElse) {
         shelf.TearDown();
     }
     EXPECT_GT(moment, 8u);
+}
+
+// Nobody knows then what the ports want: who is a member stays one, until it is reported again or a
+// membership interval has passed.
+TEST(Kills, LeaveMembersOfGroupsThatGoWithTheirTime) {
+    unsigned moment = 0;
+    for (bool was_killed = true; was_killed;) {
+        Killed shelf;
+        EXPECT_EQ(shelf.run("if add vlanif100").text, "");
+        shelf.dies_behind(++moment);
+        const Step *before = &nothing;
+        was_killed = false;
+        for (const Step &step : group_steps) {
+            SCOPED_TRACE("killed at " + std::to_string(moment) + ": " + step.command);
+            EXPECT_EQ(shelf.run(step.command).text, "");
+            was_killed = shelf.is_dead();
+            if (was_killed)
+                break;
+            expect_behind(shelf, group_places, step);
+            before = &step;
+        }
+        if (was_killed) {
+            shelf.switch_over();
+            expect_between(shelf, group_places, *before,
+                           *(before == &nothing ? group_steps : before + 1));
+            shelf.standby_connects();
+            shelf.check_laws();
+            shelf.advance(261);
+            expect_behind(shelf, group_places, nothing);
+        }
+        shelf.TearDown();
+    }
+    EXPECT_GT(moment, 40u);
 }

@@ -6,6 +6,9 @@
 #include "support/soundness.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <map>
 
 namespace rig::multicast {
@@ -61,6 +64,26 @@ Bytes frame_of(unsigned vlan, std::uint32_t family, const Bytes &message) {
     }
     frame.insert(frame.end(), message.begin(), message.end());
     return frame;
+}
+
+// A report as the fuzzer of frames (fuzz/multicast.cpp) reads it, behind a request for its group and
+// the report before it, is a file of the directory.
+void keep_seed(const std::string &directory, unsigned long port, const dpm_prefix &group,
+               const Bytes &message) {
+    static Bytes former;
+    Bytes deed{4, std::uint8_t((port - 1) % 4 << 6 | (group.family == DPM_FAMILY_IPV6)),
+               std::uint8_t(message.size())};
+    deed.insert(deed.end(), message.begin(), message.end());
+    Bytes seed(1 + offsetof(dpm_ipmc_request, iif));
+    std::memcpy(&seed[1 + offsetof(dpm_ipmc_request, group)], &group, sizeof group);
+    seed.push_back(1); // outgoing interface
+    seed.insert(seed.end(), DPM_IPMC_OUT_VLANS, 1);
+    seed.push_back(DPM_OPER_ADD);
+    for (const Bytes &each : {former, deed})
+        seed.insert(seed.end(), each.begin(), each.end());
+    former = deed;
+    const std::string bytes(seed.begin(), seed.end());
+    std::ofstream(directory + "/told-" + std::to_string(std::hash<std::string>()(bytes))) << bytes;
 }
 
 // --- laws ---
@@ -148,8 +171,11 @@ bool is_command(const Words &words) {
 }
 
 bool act(Shelf &shelf, const Words &words) {
+    const Bytes message = message_of(words);
     const Bytes frame =
-        frame_of(unsigned(std::stoul(words[2])), prefix_of(words[4]).family, message_of(words));
+        frame_of(unsigned(std::stoul(words[2])), prefix_of(words[4]).family, message);
+    if (const char *const directory = std::getenv("DPM_SEEDS"))
+        keep_seed(directory, std::stoul(words[1]), prefix_of(words[4]), message);
     const auto scope = shelf.as(shelf.master());
     return shelf.master().ports.receive(unsigned(std::stoul(words[1])), frame, 1) == 1;
 }
