@@ -212,6 +212,7 @@ int dpm_ipmc_member_phyport_timeout(std::uintptr_t argument, std::uintptr_t, std
 }
 
 int dpm_ipmc_slave_to_master_pro() {
+    dpm::ipmc_echo_ends(false);
     const auto await_report = [](dpm_ipmc_member &member) {
         const dpm_prefix &group = member.group->group;
         dpm_ipmc_rx_group *reported = dpm::find_ipmc_rx_group(member.out_vlan, group);

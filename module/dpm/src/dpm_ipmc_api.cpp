@@ -116,6 +116,7 @@ int dpm_api_set_mld_to_cpu(std::uint32_t vlan, std::uint32_t enable) {
 // A receiver of a master's change: what it posts, and of which record.
 #define RECEIVER(name, image, code)                                                                \
     int name(const void *buffer, std::uint32_t length_bytes) {                                     \
+        dpm::ipmc_echo_ends(true);                                                                 \
         return dpm::mirror_receive<image>(code, buffer, length_bytes, DPM_CALL_SITE);              \
     }
 // clang-format off

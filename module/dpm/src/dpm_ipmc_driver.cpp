@@ -86,6 +86,18 @@ int request(chip_request chip, const dpm_prefix &group, hw_ipmc_record &record, 
     return result;
 }
 
+// A master that dies between an echo and the change that belongs to it leaves this card's chip with
+// what no table has, or without what one has.  Under the chip's lock.
+void undo_open_echo() {
+    if (g_ipmc_global.is_echo_open == 0)
+        return;
+    g_ipmc_global.is_echo_open = 0;
+    hw_ipmc_record record;
+    std::memcpy(&record, g_ipmc_global.open_echo.record, sizeof record);
+    const chip_request chip = record.kind == HW_IPMC_GROUP ? set_group : set_member;
+    (void)chip(record, g_ipmc_global.open_echo.op == 0);
+}
+
 int repeat(chip_request chip, const void *buffer, std::uint32_t length_bytes,
            const dpm::call_site &caller) {
     int result;
@@ -96,7 +108,11 @@ int repeat(chip_request chip, const void *buffer, std::uint32_t length_bytes,
     std::memcpy(&record, echo.record, sizeof record);
     const dpm::ipmc_chip_lock lock;
     g_ipmc_global.echoes++;
-    return chip(record, echo.op);
+    undo_open_echo(); // the link was cut behind it
+    result = chip(record, echo.op);
+    g_ipmc_global.is_echo_open = result == 0;
+    g_ipmc_global.open_echo = echo;
+    return result;
 }
 
 bool is_mirrored() {
@@ -213,6 +229,14 @@ void echo_unknown_ipmc(std::uint32_t family, std::uint32_t state, std::uint32_t 
     for (unsigned i = 0; i < sizeof settings.gid; i++)
         settings.gid[i] = static_cast<std::uint8_t>(gid >> (24 - 8 * i));
     (void)dpm_bridge_sync_send("dpm_api_set_unknown_ipmc_to_cpu_slave", &settings, sizeof settings);
+}
+
+void ipmc_echo_ends(bool is_followed) {
+    const ipmc_chip_lock lock;
+    if (is_followed)
+        g_ipmc_global.is_echo_open = 0;
+    else
+        undo_open_echo();
 }
 
 void ipmc_echoes_restart() {

@@ -64,6 +64,10 @@ void mirror_member_del(const dpm_ipmc_member &member);
 // The standby card does as this one: where multicast goes that no group knows.
 void echo_unknown_ipmc(std::uint32_t family, std::uint32_t state, std::uint32_t gid);
 
+// The change that belongs to the last echo is here; or it will not come, since its sender is gone,
+// and the chip goes back to what the tables say.
+void ipmc_echo_ends(bool is_followed);
+
 // The last echo of a sync is behind: any that comes is younger than what the sync brought.  On the
 // hot-standby service's thread.
 void ipmc_echoes_restart();

@@ -27,6 +27,8 @@ struct dpm_ipmc_global {
     dpm_timer_list *timer_list; // null when it could not be had: then nothing is timed
     std::uint32_t rx_port_count;
     std::uint32_t echoes; // requests of the master's to this card's chip since the last sync's end
+    std::uint32_t is_echo_open; // the last one changed the chip, and its mirrored change is to come
+    dpm_ipmc_echo open_echo;
 };
 
 extern DPM_STATE dpm_ipmc_global g_ipmc_global;
