@@ -545,12 +545,12 @@ void stretch_ends(TableWalk &walk) {
     walk.check_laws();
     walk.stretch = Stretch(walk.below(4));
     walk.note(std::string("# the next stretch is ") + stretches[unsigned(walk.stretch)]);
+    if (walk.stretch == Stretch::faulty_hosts)
+        clear(walk);
     // A route that was refused does not follow its hosts, and the standby is not told of it.
     const bool is_faulty = walk.stretch == Stretch::faulty;
     walk.allow().mcast_adrift = walk.stretch >= Stretch::faulty_hosts;
     walk.allow().routes_adrift = walk.allow().standby_differs = is_faulty;
-    if (walk.stretch == Stretch::faulty_hosts)
-        clear(walk);
     if (walk.stretch != Stretch::few_groups)
         return;
     for (std::size_t taken = walk.groups(walk.master()).size(); taken < 1020; ++taken) {
