@@ -88,6 +88,7 @@ constexpr Group groups[] = {
     {"route-events", measure_route_events},
     {"labels", measure_labels},
     {"multicast", measure_multicast},
+    {"bfd", measure_bfd},
     {"daemon", measure_daemon},
 };
 

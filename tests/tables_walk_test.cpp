@@ -68,9 +68,10 @@ constexpr struct Modelled {
     {"ftn", "ftn", 5, "{fec} via {nexthop} vrf {vrf} label {tunnel_label}"},
     {"ilm", "ilm", 1, "{label} vrf {vrf} swap {swap}"},
     {"mpls-if", "mpls", 1, "{interface} space {label_space}"},
+    {"bfd", "bfd", 1, "{disc} via {via}"},
 };
 const Modelled &hosts = modelled[0], &routes = modelled[1], &ftns = modelled[2],
-               &mpls_ifs = modelled[4];
+               &mpls_ifs = modelled[4], &sessions = modelled[5];
 
 bool is_ipv6(const std::string &ip) {
     return ip.find(':') != ip.npos;
@@ -195,7 +196,7 @@ void look_behind_route(TableWalk &walk, const Words &words, const std::string &t
     if (!is_faulty(walk) || !route || route->delete_timer.expiry_sec == 0)
         walk.expiring.erase(key);
 }
-// The last request counts; of an interface the first.  A VPN route is told with its remote last: it
+// The last request counts; of an interface and of a BFD session the first.  A VPN route is told with its remote last: it
 // comes only where a tunnel leads there.
 void look_behind_label(TableWalk &walk, const Modelled &row, const Words &words) {
     const std::string told = text_of(words, 2, 2 + words_of(row.told).size());
@@ -203,7 +204,9 @@ void look_behind_label(TableWalk &walk, const Modelled &row, const Words &words)
     const bool is_vpn = &row == &ftns && words[6] != "0";
     if (words[1] == "del")
         return expect(walk, row, key, {});
-    if ((&row == &mpls_ifs && walk.model[row.table].contains(key)) ||
+    if (words[1] != "add")
+        return;
+    if (((&row == &mpls_ifs || &row == &sessions) && walk.model[row.table].contains(key)) ||
         (is_vpn && std::ranges::none_of(walk.model[row.table], [&](const auto &tunnel) {
              return tunnel.first.ends_with(" vrf 0") &&
                     tunnel.first.starts_with(words.back() + "/");
@@ -284,6 +287,14 @@ std::string any_ftn(TableWalk &walk) { // "PREFIX via IP vrf N label N dev NAME 
            over[0] + drawn(walk, " vrf {0|0|0|0|5} label {1000-1001} dev ") + over[2] + " remote " +
            remote.substr(0, remote.find('/'));
 }
+// Mostly over a neighbour that there is, or was.
+std::string any_session(TableWalk &walk) {
+    const Words over = words_of(drawn(walk, "{{known neighbour}|{known neighbour}|{neighbour}}"));
+    return drawn(walk, "{disc} via ") + over[0] + " dev " + over[2] +
+           drawn(walk,
+                 "{| remote {7-9}}{|| hold}{| new}{|| admin-down}{| state up} timers {1-2},2,3"
+                 "{|| type 3 fec 10.9.0.0/16| type 4 sub {3-6} id 7}");
+}
 std::string any_ilm(TableWalk &walk) {
     const Words over = words_of(drawn(walk, "{known neighbour}"));
     return drawn(walk, "{100-119} vrf {0|0|5} swap {3|{2001-2003}} via ") + over[0] + " dev " +
@@ -314,6 +325,8 @@ const struct {
     {"known ftn", "{ftn}", nullptr, &ftns},
     {"tunnel", "{in 4}/32 via 10.1.1.2 vrf 0", nullptr, &ftns},
     {"ilm", "", any_ilm},
+    {"disc", "{100-107}"},
+    {"session", "", any_session},
     {"from 4", "{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}"},
     {"from 6", "{| 2001:db8:9::{1-4}}{| 2001:db8:9::{1-4}}"},
     {"group", "{224.1.1.{1-2}{from 4}|224.1.1.{1-2}{from 4}|ff05::{1-2}{from 6}}"},
@@ -324,9 +337,11 @@ const struct {
     {"fault of hosts", "{fault alloc {1-5}|fault send 1 times 4|chip refuse {of host}{refused}|"
                        "chip refuse {of host}{refused}}"},
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
-    {"fault", "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
-              "chip refuse default-route{refused}|"
-              "chip refuse {of label}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
+    {"of session", "{local|remote}{|-del|-update}"},
+    {"fault",
+     "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
+     "chip refuse default-route{refused}|"
+     "chip refuse {of label}{refused}|chip refuse bfd-{of session}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
 };
 
 // What stands in braces: a number, as in 3-9; one of several texts, as in a|b|c; or a word.
@@ -591,6 +606,12 @@ constexpr struct Deed {
     {45, faults_of_routes, "ftn del {known ftn}"},
     {40, faults_of_routes, "ilm add {ilm}"},
     {20, faults_of_routes, "ilm del {100-119}"},
+    {60, faults_of_routes, "bfd add {session}"},
+    {15, faults_of_routes, "bfd del {disc}"},
+    {40, faults_of_routes,
+     "bfd update {disc}{| remote {0|0|{7-9}}}{| state {down|up}}{| cc {on|off}}"
+     "{| timers {1-2},2,3}"},
+    {40, faults_of_routes, "chip bfd {up {disc} remote {7-9}|lost {disc}|lost {disc}}"},
     {20, faults, "mpls {add|add|del} {any dev} space {1-3}"},
     {60, faults, "mroute {add|add|del} {mroute} {dev} {dev}{| {dev}}"},
     {150, faults, "hear {1-4} {100-103} {hears} {group}"},
@@ -620,8 +641,9 @@ TableWalk::TableWalk() : RowShelf(4, rig::Role::mirroring, {.bare = true}) {
     keep_log(false);
     for (const Deed &deed : deeds_done)
         deeds.emplace_back(deed.weight, [this, &deed] { do_deed(*this, deed); });
-    for (const char *command : {"if add vlanif200 super", "if add vlanif100", "if add vlanif101",
-                                "if add vlanif102", "if add vlanif103", "if vrf vlanif103 5", "mcast snoop on"})
+    for (const char *command :
+         {"if add vlanif200 super", "if add vlanif100", "if add vlanif101", "if add vlanif102",
+          "if add vlanif103", "if vrf vlanif103 5", "mcast snoop on"})
         note(command), (void)run(command);
     vrf_of = {{"vlanif100", "0"}, {"vlanif101", "0"}, {"vlanif102", "0"}, {"vlanif103", "5"}};
 }

@@ -88,7 +88,7 @@ enum class Kind {
         "The chip runs a BFD session; again, with new or admin-down, it changes one")              \
     ROW(bfd_del, "bfd del", "DISC", change, "End a BFD session")                                   \
     ROW(bfd_update, "bfd update",                                                                  \
-        "DISC [remote DISC] [state BFDSTATE] [cc SWITCH] [timers TIMERS]", change,                  \
+        "DISC [remote DISC] [state BFDSTATE] [cc SWITCH] [timers TIMERS]", change,                 \
         "Change a BFD session")                                                                    \
     ROW(mpls_if_add, "mpls if add", "NAME [space NUMBER]", change,                                 \
         "Packets with labels are taken on an interface")                                           \

@@ -195,8 +195,7 @@ unsigned route_timers() {
 
 unsigned bfd_timers() {
     unsigned armed = 0;
-    tables::bfd.each(
-        [&](const dpm_bfd_sess &session) { armed += session.timer.expiry_sec != 0; });
+    tables::bfd.each([&](const dpm_bfd_sess &session) { armed += session.timer.expiry_sec != 0; });
     return armed;
 }
 
@@ -252,7 +251,8 @@ void check_lists(Lines &lines) {
         return;
     const unsigned timers = checked_length("timers", global.timer_list->head, lines);
     expect_equal("timers and those that hold one", timers,
-                 unreachable + holds + route_timers() + bfd_timers() + (global.peer_timer.expiry_sec != 0) +
+                 unreachable + holds + route_timers() + bfd_timers() +
+                     (global.peer_timer.expiry_sec != 0) +
                      (g_dpm_index.leaving_timer.expiry_sec != 0) +
                      (g_dpm_index.cpu_default_timer.expiry_sec != 0) +
                      (g_dpm_index.kept_group_timer.expiry_sec != 0),

@@ -406,8 +406,10 @@ struct dpm_policy_route_entry {
 #define DPM_BFD_INIT 2
 #define DPM_BFD_UP 3
 
-#define DPM_BFD_FLAG_ADMIN_DOWN 0x2  /* flags of a request for a session that is there: it ends talking */
-#define DPM_BFD_FLAG_PARAMETERS 0x200 /* its remote discriminator and timers are new */
+/* Flags of a request for a session that is there: it goes down (without: it leaves admin down), and
+ * its remote discriminator and timers are new. */
+#define DPM_BFD_FLAG_ADMIN_DOWN 0x2
+#define DPM_BFD_FLAG_PARAMETERS 0x200
 
 #define DPM_BFD_UPDATE_REMOTE_DISC 1 /* kinds of an update; value 1: the discriminator, 0 none */
 #define DPM_BFD_UPDATE_STATE 2       /* value 1: DPM_BFD_* */

@@ -4,7 +4,7 @@
 
 #include "dpm_state.h"
 
-#include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -129,9 +129,9 @@ const dpm_if_entry *bfd_interface_of(const dpm_bfd_sess &session) {
 } // namespace dpm
 
 std::int32_t dpm_bfd_alloc_mepindex(dpm_bfd_end end) {
-    std::uint8_t *const first = g_dpm_bfd_meps[end].is_used, *const last = first + DPM_BFD_MEPS;
-    std::uint8_t *const free = std::find(first, last, 0);
-    if (free == last)
+    std::uint8_t *const first = g_dpm_bfd_meps[end].is_used;
+    auto *const free = static_cast<std::uint8_t *>(std::memchr(first, 0, DPM_BFD_MEPS));
+    if (free == nullptr)
         return -1;
     *free = 1;
     return static_cast<std::int32_t>(free - first) + static_cast<std::int32_t>(DPM_BFD_FIRST_MEP);

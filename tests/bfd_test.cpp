@@ -1,0 +1,275 @@
+// BFD sessions: end points in the chip that come and go with their next hops, follow the suite and
+// the peer, and outlive a master.  What the chip holds of each end is a law.
+
+#include "support/rows.h"
+
+using rig::alone;
+
+namespace {
+
+// COUNT sessions over an address; discriminators from 1000 on.
+const rig::Verb sessions{"sessions", [](rig::RowShelf &shelf, const rig::Words &words) {
+                             shelf.keep_log(false);
+                             for (unsigned i = 0; i < std::stoul(words[1]); ++i)
+                                 EXPECT_TRUE(shelf.act("bfd add " + std::to_string(1000 + i) +
+                                                       " via " + words[2] + " dev vlanif100"));
+                             shelf.keep_log(true);
+                         }};
+
+} // namespace
+
+ROWS(Bfd, SessionsAreInTheChipWhileTheirNextHopIsThere, .see = "chip mirror"){
+    {"bfd add 100 via {a} dev vlanif100", "mirror bfd+ 100 waits"},
+    {"neigh add {a}",
+     "nexthop+ port 1 {m1} n1; mirror nexthop+ n1; entry+ {a} n1; mirror host+ {a}; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100"},
+    {"bfd add 101 via {a} peer {i} remote 201 dev vlanif100",
+     "lmep+ mep 3 disc 101 ...; rmep+ mep 3 disc 101 of 201 ...; lmep disc 101 cc on; "
+     "mirror bfd+ 101"},
+    {"bfd add 102 via {a} remote 202 hold dev vlanif100",
+     "lmep+ mep 4 disc 102 ...; rmep+ mep 4 disc 102 of 202 ...; mirror bfd+ 102"},
+    {"bfd add 103 via {b} remote 203 dev vlanif100", "mirror bfd+ 103 waits"},
+    {"neigh add {a} lladdr {m3}",
+     "rmep- mep 2; lmep- mep 2; mirror bfd- 100 waits; mirror bfd+ 100 waits; rmep- mep 3; "
+     "lmep- mep 3; mirror bfd- 101 waits; mirror bfd+ 101 waits; rmep- mep 4; lmep- mep 4; "
+     "mirror bfd- 102 waits; mirror bfd+ 102 waits; entry- {a} n1; nexthop- n1; "
+     "mirror nexthop- n1; mirror host- {a}; nexthop+ port 1 {m3} n2; mirror nexthop+ n2; "
+     "entry+ {a} n2; mirror host+ {a}; lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; "
+     "mirror bfd+ 100; lmep+ mep 3 disc 101 ...; rmep+ mep 3 disc 101 of 201 ...; "
+     "lmep disc 101 cc on; mirror bfd+ 101; lmep+ mep 4 disc 102 ...; "
+     "rmep+ mep 4 disc 102 of 202 ...; mirror bfd+ 102"},
+    {"neigh del {a}",
+     "rmep- mep 2; lmep- mep 2; mirror bfd- 100 waits; mirror bfd+ 100 waits; rmep- mep 3; "
+     "lmep- mep 3; mirror bfd- 101 waits; mirror bfd+ 101 waits; rmep- mep 4; lmep- mep 4; "
+     "mirror bfd- 102 waits; mirror bfd+ 102 waits; entry- {a} n2; nexthop- n2; "
+     "mirror nexthop- n2; mirror host- {a}"},
+    {"bfd del 101", "mirror bfd- 101 waits"},
+    {"bfd del 101", ""},
+    {"neigh add {a}",
+     "nexthop+ port 1 {m1} n3; mirror nexthop+ n3; entry+ {a} n3; mirror host+ {a}; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100; "
+     "lmep+ mep 3 disc 102 ...; rmep+ mep 3 disc 102 of 202 ...; mirror bfd+ 102"},
+    {"bfd del 100", "rmep- mep 2; lmep- mep 2; mirror bfd- 100 waits"},
+    {"neigh add {b}",
+     "nexthop+ port 1 {m2} n4; mirror nexthop+ n4; entry+ {b} n4; mirror host+ {b}; "
+     "lmep+ mep 5 disc 103 ...; rmep+ mep 5 disc 103 of 203 ...; lmep disc 103 cc on; "
+     "mirror bfd+ 103"},
+};
+
+ROWS(Bfd, ThePeerIsMissedForThreeSecondsBeforeItIsLost, .families = {4}, .roles = rig::with_standby,
+     .see = "chip mirror platform"){
+    {"neigh add {a}"},
+    {"bfd add 100 via {a} dev vlanif100"},
+    {"chip bfd up 100 remote 200",
+     "rmep? disc 100 of 200; rmep disc 100 of 200; lmep disc 100 cc on; mirror bfd+ 100; "
+     "bfd 100 state 3 diag 0 of 200"},
+    {"chip bfd up 100 remote 200", "rmep? disc 100 of 200; bfd 100 state 3 diag 0 of 200"},
+    {"chip bfd lost 100",
+     "rmep? disc 100 of 0; mirror bfd+ 100 debounce; bfd 100 state 1 diag 1 of 0"},
+    {"clock advance 2s", ""},
+    // In time: continuity was checked all the while.
+    {"chip bfd up 100 remote 200", "rmep? disc 100 of 200; rmep disc 100 of 200; mirror bfd+ 100; "
+                                   "bfd 100 state 3 diag 0 of 200"},
+    {"clock advance 3s", ""},
+    {"chip bfd lost 100",
+     "rmep? disc 100 of 0; mirror bfd+ 100 debounce; bfd 100 state 1 diag 1 of 0"},
+    {"clock advance 3s", "rmep disc 100 of 0; lmep disc 100 cc off; mirror bfd+ 100"},
+    {"chip bfd lost 100", "error the chip does not check the continuity of this session"},
+    {"show bfd-reports --count", "= 5"},
+    {"call dpm_api_bfd_notifier 999 3 0", "= 0"},
+    {"call dpm_api_bfd_notifier 100 0 7", "rmep? disc 100 of 0; bfd 100 state 0 diag 7 of 0; = 0"},
+    // A state that is none.
+    {"call dpm_api_bfd_notifier 100 4 0", "rmep? disc 100 of 0; bfd 100 state 4 diag 0 of 0; = 0"},
+    {"chip bfd up 100 remote 300",
+     "rmep? disc 100 of 300; rmep disc 100 of 300; lmep disc 100 cc on; mirror bfd+ 100; "
+     "bfd 100 state 3 diag 0 of 300"},
+    {"chip bfd lost 100",
+     "rmep? disc 100 of 0; mirror bfd+ 100 debounce; bfd 100 state 1 diag 1 of 0"},
+    {"neigh del {a}"}, // and the chip, which has it no more, hears nothing
+    {"clock advance 3s", ""},
+    {"neigh add {a}"},
+    {"chip bfd up 100 remote 200"},
+    {"chip bfd lost 100"},
+    {"switch-over", ""}, // the mark has travelled, so the timer runs here
+    {"clock advance 3s", "rmep disc 100 of 0; lmep disc 100 cc off"},
+    {"standby comes"},
+    {"chip bfd up 100 remote 201",
+     "rmep? disc 100 of 201; rmep disc 100 of 201; lmep disc 100 cc on; mirror bfd+ 100; "
+     "bfd 100 state 3 diag 0 of 201"},
+    {"bfd update 100 cc off"},
+    {"switch-over", "lmep disc 100 cc on"}, // as after any switch-over
+};
+
+ROWS(Bfd, SessionsAreChangedInPlaceAndUpdatesTravelAsTheyAre, .families = {4},
+     .roles = rig::mirroring, .see = "chip mirror"){
+    {"bfd add 99 via {b} dev vlanif100"},
+    {"bfd update 99 remote 7 state up cc on timers 1,2,3",
+     "mirror bfd 99 kind 1 7; mirror bfd 99 kind 2 3; mirror bfd 99 kind 4 1"},
+    {"neigh add {a}"},
+    {"bfd add 100 via {a} dev vlanif100"},
+    {"bfd update 100 remote 7 state up timers 70000,2,300",
+     "rmep disc 100 of 7; lmep disc 100 cc on; mirror bfd 100 kind 1 7; lmep disc 100 state 3; "
+     "mirror bfd 100 kind 2 3; lmep disc 100 timers 70000,300,2,300; mirror bfd 100 kind 4 70000"},
+    {"bfd update 100 remote 7 state up", ""},
+    {"bfd update 100 cc off", "lmep disc 100 cc off; mirror bfd 100 kind 3 0"},
+    {"bfd update 100 cc off", ""},
+    {"bfd update 100 remote 0", "mirror bfd 100 kind 1 0"},
+    {"clock advance 2s", ""},
+    {"bfd update 100 remote 0", ""},
+    {"clock advance 1s", "rmep disc 100 of 0; mirror bfd+ 100"},
+    {"call dpm_api_bfd_session_update 100 5 1 1 1 1", "= 0"},
+    {"call dpm_api_bfd_session_update 998 2 3 0 0 0", "= 0"},
+    // A session that is there: its flags say what is changed.
+    {"bfd add 100 via {a} dev vlanif100 state down", "mirror bfd+ 100"},
+    {"bfd add 100 via {a} dev vlanif100 new remote 8 timers 70000,2,300",
+     "rmep disc 100 of 8; lmep disc 100 cc on; mirror bfd+ 100"},
+    {"bfd add 100 via {a} dev vlanif100 new remote 9 timers 70000,2,4",
+     "lmep disc 100 timers 70000,4,2,4; mirror bfd+ 100"},
+    {"bfd add 100 via {a} dev vlanif100 admin-down",
+     "lmep disc 100 state 0; mirror bfd+ 100 debounce"},
+    {"bfd add 100 via {a} dev vlanif100 admin-down new timers 70000,2,4",
+     "mirror bfd+ 100 debounce"},
+    {"bfd add 100 via {a} dev vlanif100 state init new remote 9 timers 70000,2,4",
+     "lmep disc 100 state 2; rmep disc 100 of 9; mirror bfd+ 100"},
+    {"bfd add 100 via {a} dev vlanif100 new timers 70000,2,4",
+     "rmep disc 100 of 0; lmep disc 100 cc off; mirror bfd+ 100"},
+};
+
+ROWS(Bfd, WhatTheChipRefusesIsTriedAgain, .families = {4}, .roles = rig::mirroring,
+     .see = "chip mirror"){
+    {"neigh add {a}"},
+    {"chip refuse bfd-local 1"},
+    {"bfd add 100 via {a} dev vlanif100",
+     "lmep+ mep 2 disc 100 type 3 0.0.0.0 > {a} port 1 {m1} timers 50,50,3 down -> -1; "
+     "mirror bfd+ 100 waits"},
+    {"chip refuse bfd-remote 2"},
+    {"neigh add {a} lladdr {m2}",
+     "entry- {a} n1; nexthop- n1; mirror nexthop- n1; mirror host- {a}; "
+     "nexthop+ port 1 {m2} n2; mirror nexthop+ n2; entry+ {a} n2; mirror host+ {a}; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 type 3 0.0.0.0 > {a} port 1 {m2} -> -1; "
+     "lmep- mep 2"},
+    {"chip refuse bfd-local-del 1"},
+    {"neigh add {a} lladdr {m3}",
+     "entry- {a} n2; nexthop- n2; mirror nexthop- n2; mirror host- {a}; "
+     "nexthop+ port 1 {m3} n3; mirror nexthop+ n3; entry+ {a} n3; mirror host+ {a}; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 type 3 0.0.0.0 > {a} port 1 {m3} -> -1; "
+     "lmep- mep 2 -> -1; mirror bfd+ 100 waits"},
+    {"neigh add {a} lladdr {m4}",
+     "entry- {a} n3; nexthop- n3; mirror nexthop- n3; mirror host- {a}; "
+     "nexthop+ port 1 {m4} n4; mirror nexthop+ n4; entry+ {a} n4; mirror host+ {a}; "
+     "lmep+ mep 3 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100"},
+    {"chip refuse bfd-remote-del 1"},
+    // An index that the chip kept is not handed out again.
+    {"neigh add {a} lladdr {m5}",
+     "rmep- mep 2 -> -1; lmep- mep 3; mirror bfd- 100 waits; mirror bfd+ 100 waits; "
+     "entry- {a} n4; nexthop- n4; mirror nexthop- n4; mirror host- {a}; "
+     "nexthop+ port 1 {m5} n5; mirror nexthop+ n5; entry+ {a} n5; mirror host+ {a}; "
+     "lmep+ mep 3 disc 100 ...; rmep+ mep 3 disc 100 ...; mirror bfd+ 100"},
+    {"bfd add 101 via {a} dev vlanif100",
+     "lmep+ mep 4 disc 101 ...; rmep+ mep 4 disc 101 ...; mirror bfd+ 101"},
+    {"chip refuse bfd-local-update 1"},
+    {"bfd update 100 state up", "lmep disc 100 state 3 -> -1"},
+    {"bfd update 100 state up", "lmep disc 100 state 3; mirror bfd 100 kind 2 3"},
+    {"chip refuse bfd-remote-update 2"},
+    {"bfd update 100 remote 7", "rmep disc 100 of 7 -> -1; mirror bfd+ 100 debounce"},
+    {"clock advance 3s", "rmep disc 100 of 7 -> -1"},
+    {"clock advance 3s", "rmep disc 100 of 7; lmep disc 100 cc on; mirror bfd+ 100"},
+    {"chip refuse bfd-local-update 1"},
+    {"bfd add 102 via {a} remote 9 dev vlanif100",
+     "lmep+ mep 5 disc 102 ...; rmep+ mep 5 disc 102 of 9 ...; lmep disc 102 cc on -> -1; "
+     "mirror bfd+ 102 debounce"},
+    {"clock advance 3s", "rmep disc 102 of 9; lmep disc 102 cc on; mirror bfd+ 102"},
+    {"bfd update 102 remote 0", "mirror bfd 102 kind 1 0"},
+    {"chip refuse bfd-local-update 1"},
+    {"clock advance 3s", "rmep disc 102 of 0; lmep disc 102 cc off -> -1"},
+    {"clock advance 3s", "rmep disc 102 of 0; lmep disc 102 cc off; mirror bfd+ 102"},
+    {"chip refuse bfd-read 1"},
+    {"call dpm_api_bfd_notifier 100 3 0", "rmep? disc 100 of 0 -> -1; = 0"},
+    {"switch-over"}, // what it kept goes
+};
+
+ROWS(Bfd, SessionsOfNoTypeOrOneTooManyAreNone, .families = {4}, .roles = alone,
+     .see = "chip log/dpm_bfd"){
+    {"neigh add {a}"},
+    {"each 0 5 4294967295 do bfd add 1 via {a} dev vlanif100 type *"},
+    {"each 2 7 do bfd add 1 via {a} dev vlanif100 type 4 sub *"},
+    {"bfd add 0 via {a} dev vlanif100 type 4 sub 4 id 77"},
+    {"bfd add 4294967295 via {a} dev vlanif100 type 4 sub 5"},
+    {"bfd add 1 via {a} dev vlanif100 type 3 fec 10.9.0.0/16 timers 0,0,0"},
+    {"bfd add 1 via {a} dev vlanif100", ""}, // is there
+    {"sessions 1996 {b}"},
+    {"bfd add 2 via {a} dev vlanif100"},
+    {"bfd add 3 via {a} dev vlanif100"},
+    {"show bfd --count", "= 2000"},
+    {"bfd del 4294967295"},
+    {"fault alloc 2"},
+    {"bfd add 3 via {a} dev vlanif100", ""},
+    {"bfd add 3 via {a} dev vlanif100"},
+    {"call dpm_api_bfd_proc 0 1", "= -1"},
+    {"call dpm_api_bfd_proc {a} 3", "= -1"},
+    {"call dpm_bfd_sess_next 0"},
+};
+
+ROWS(Bfd, AreRefusedWithTheSuitesWords, .families = {4}, .roles = rig::mirroring,
+     .see = "chip mirror platform log/dpm_api_bfd"){
+    {"bfd add 100 via {a} dev vlanif100", "mirror bfd+ 100 waits"},
+    {"why {a}"},
+    {"standby bfd del 100", "standby: log10 dpm_api_bfd_proc #::it is slave.\r\n"},
+    {"standby bfd update 100 state up",
+     "standby: log10 dpm_api_bfd_session_update #::it is slave.\r\n"},
+    {"standby call dpm_api_bfd_notifier 100 1 1",
+     "standby: log10 dpm_api_bfd_notifier #::it is slave.\r\n; = 0"},
+    {"call dpm_api_bfd_proc {a} 3",
+     "log10 dpm_api_bfd_proc #::rev msg from norix, unkown enable 3 !\r\n; = -1"},
+    {"fault send 1 times 4"},
+    {"bfd update 100 state up", "log10 dpm_api_bfd_session_update #::send msg err!\r\n; refused"},
+};
+
+ROWS(Bfd, SessionsFollowTheirInterfaceFromVrfToVrf, .families = {4}, .roles = rig::mirroring,
+     .see = "chip mirror"){
+    {"neigh add {a}"},
+    {"bfd add 100 via {a} dev vlanif100"},
+    {"if vrf vlanif100 5",
+     "rmep- mep 2; lmep- mep 2; mirror bfd- 100 waits; mirror bfd+ 100 waits; entry- {a} n1; "
+     "nexthop- n1; mirror nexthop- n1; mirror host- {a}; if-vrf vlan 100 vrf 5; "
+     "mirror bfd+ 100 waits; standby: if-vrf vlan 100 vrf 5"},
+    {"neigh add {a}",
+     "nexthop+ port 1 {m1} n2; mirror nexthop+ n2; entry+ vrf 5 {a} n2; mirror host+ {a} vrf 5; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100"},
+    {"if add vlanif7 vlan 7"},
+    {"bfd add 101 via {a} dev vlanif7", "mirror bfd+ 101 waits"},
+    // An IPv4 next hop may be on any interface of the VRF.
+    {"if vrf vlanif7 5",
+     "if-vrf vlan 7 vrf 5; lmep+ mep 3 disc 101 ...; rmep+ mep 3 disc 101 ...; mirror bfd+ 101; "
+     "standby: if-vrf vlan 7 vrf 5"},
+    {"if vrf vlanif7 0",
+     "rmep- mep 3; lmep- mep 3; mirror bfd- 101 waits; mirror bfd+ 101 waits; if-vrf vlan 7; "
+     "mirror bfd+ 101 waits; standby: if-vrf vlan 7"},
+    {"if del vlanif100"},
+    {"if add vlanif100"},
+    {"neigh add {a}",
+     "nexthop+ port 1 {m1} n3; mirror nexthop+ n3; entry+ {a} n3; mirror host+ {a}; "
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100; "
+     "lmep+ mep 3 disc 101 ...; rmep+ mep 3 disc 101 ...; mirror bfd+ 101"},
+    {"switch-over", ""},
+};
+
+// The standby knows a session's interface by where its next hop is, and a new master by its host.
+ROWS(Bfd, InterfacesComeInTheirOwnTimeOnEitherCard, .families = {6}, .roles = rig::mirroring,
+     .see = "chip mirror"){
+    {"standby if del vlanif100"},
+    {"neigh add fe80::2"},
+    {"neigh add {a}"},
+    {"bfd add 100 via fe80::2 dev vlanif100 remote 7"},
+    {"bfd add 101 via {a} dev vlanif100 remote 7"},
+    {"bfd add 102 via {b} dev vlanif100 remote 7"},
+    {"standby show bfd"},
+    {"standby if add vlanif100"},
+    {"standby show bfd"},
+    {"standby addr add {gw}/64 dev vlanif100"},
+    {"standby show bfd"},
+    {"switch-over"},
+    {"neigh add {b}"},
+    {"neigh del fe80::2"},
+    {"if del vlanif100"},
+};
