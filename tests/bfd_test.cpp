@@ -185,35 +185,47 @@ ROWS(Bfd, WhatTheChipRefusesIsTriedAgain, .families = {4}, .roles = rig::mirrori
     {"clock advance 3s", "rmep disc 102 of 0; lmep disc 102 cc off; mirror bfd+ 102"},
     {"chip refuse bfd-read 1"},
     {"call dpm_api_bfd_notifier 100 3 0", "rmep? disc 100 of 0 -> -1; = 0"},
+    {"allow chip-differs"},
     {"switch-over"}, // what it kept goes
 };
 
 ROWS(Bfd, SessionsOfNoTypeOrOneTooManyAreNone, .families = {4}, .roles = alone,
-     .see = "chip log/dpm_bfd"){
+     .see = "chip log/dpm_bfd_sess"){
     {"neigh add {a}"},
-    {"each 0 5 4294967295 do bfd add 1 via {a} dev vlanif100 type *"},
-    {"each 2 7 do bfd add 1 via {a} dev vlanif100 type 4 sub *"},
-    {"bfd add 0 via {a} dev vlanif100 type 4 sub 4 id 77"},
-    {"bfd add 4294967295 via {a} dev vlanif100 type 4 sub 5"},
-    {"bfd add 1 via {a} dev vlanif100 type 3 fec 10.9.0.0/16 timers 0,0,0"},
+    {"each 0 5 4294967295 do bfd add 1 via {a} dev vlanif100 type *",
+     "log10 dpm_bfd_sess_new #::bfd session 1: type 0, sub type 0 is err!\r\n; "
+     "log10 dpm_bfd_sess_new #::bfd session 1: type 5, sub type 0 is err!\r\n; "
+     "log10 dpm_bfd_sess_new #::bfd session 1: type -1, sub type 0 is err!\r\n"},
+    {"each 2 7 do bfd add 1 via {a} dev vlanif100 type 4 sub *",
+     "log10 dpm_bfd_sess_new #::bfd session 1: type 4, sub type 2 is err!\r\n; "
+     "log10 dpm_bfd_sess_new #::bfd session 1: type 4, sub type 7 is err!\r\n"},
+    {"bfd add 0 via {a} dev vlanif100 type 4 sub 4 id 77",
+     "lmep+ mep 2 disc 0 type 4 ...; rmep+ mep 2 disc 0 type 4 ..."},
+    {"bfd add 4294967295 via {a} dev vlanif100 type 4 sub 5",
+     "lmep+ mep 3 disc 4294967295 type 4 ...; rmep+ mep 3 disc 4294967295 type 4 ..."},
+    {"bfd add 1 via {a} dev vlanif100 type 3 fec 10.9.0.0/16 timers 0,0,0",
+     "lmep+ mep 4 disc 1 type 4 ...; rmep+ mep 4 disc 1 type 4 ..."},
     {"bfd add 1 via {a} dev vlanif100", ""}, // is there
     {"sessions 1996 {b}"},
-    {"bfd add 2 via {a} dev vlanif100"},
-    {"bfd add 3 via {a} dev vlanif100"},
+    {"bfd add 2 via {a} dev vlanif100",
+     "lmep+ mep 2001 disc 2 type 3 ...; rmep+ mep 2001 disc 2 type 3 ..."},
+    {"bfd add 3 via {a} dev vlanif100",
+     "log10 dpm_bfd_sess_new #::bfd session 3: no mep index is left!\r\n"},
     {"show bfd --count", "= 2000"},
-    {"bfd del 4294967295"},
+    {"bfd del 4294967295", "rmep- mep 3; lmep- mep 3"},
     {"fault alloc 2"},
     {"bfd add 3 via {a} dev vlanif100", ""},
-    {"bfd add 3 via {a} dev vlanif100"},
+    {"bfd add 3 via {a} dev vlanif100", "lmep+ mep 3 disc 3 ...; rmep+ mep 3 disc 3 ..."},
     {"call dpm_api_bfd_proc 0 1", "= -1"},
     {"call dpm_api_bfd_proc {a} 3", "= -1"},
-    {"call dpm_bfd_sess_next 0"},
+    {"call dpm_bfd_sess_next 0",
+     "log10 dpm_bfd_sess_next #::the input parameter is null!\r\n; = 0"},
 };
 
 ROWS(Bfd, AreRefusedWithTheSuitesWords, .families = {4}, .roles = rig::mirroring,
      .see = "chip mirror platform log/dpm_api_bfd"){
     {"bfd add 100 via {a} dev vlanif100", "mirror bfd+ 100 waits"},
-    {"why {a}"},
+    {"why {a}", "= 10.1.1.1: BFD session 100 to 10.1.1.1: waits for its next hop {a}"},
     {"standby bfd del 100", "standby: log10 dpm_api_bfd_proc #::it is slave.\r\n"},
     {"standby bfd update 100 state up",
      "standby: log10 dpm_api_bfd_session_update #::it is slave.\r\n"},
@@ -257,19 +269,33 @@ ROWS(Bfd, SessionsFollowTheirInterfaceFromVrfToVrf, .families = {4}, .roles = ri
 // The standby knows a session's interface by where its next hop is, and a new master by its host.
 ROWS(Bfd, InterfacesComeInTheirOwnTimeOnEitherCard, .families = {6}, .roles = rig::mirroring,
      .see = "chip mirror"){
+    {"allow standby-differs"}, // in what the hosts' names lead to
     {"standby if del vlanif100"},
     {"neigh add fe80::2"},
     {"neigh add {a}"},
-    {"bfd add 100 via fe80::2 dev vlanif100 remote 7"},
+    {"bfd add 100 via fe80::2 dev vlanif100 remote 7",
+     "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 of 7 ...; lmep disc 100 cc on; "
+     "mirror bfd+ 100"},
     {"bfd add 101 via {a} dev vlanif100 remote 7"},
     {"bfd add 102 via {b} dev vlanif100 remote 7"},
-    {"standby show bfd"},
+    {"standby show bfd --vrf 0",
+     "= DISC ...; = 100   7       1     fe80::2        fe80::2        -          down ...; "
+     "= 101   7       1     {a}  {a}  -          down ...; "
+     "= 102   7       1     {b}  {b}  -          down ..."},
     {"standby if add vlanif100"},
-    {"standby show bfd"},
+    {"allow standby-differs 0"},
+    {"standby show bfd",
+     "= DISC ...; = 100   7       1     fe80::2        fe80::2        vlanif100  down ...; "
+     "= 101   7       1     {a}  {a}  vlanif100  down ...; "
+     "= 102   7       1     {b}  {b}  -          down ..."},
     {"standby addr add {gw}/64 dev vlanif100"},
-    {"standby show bfd"},
-    {"switch-over"},
-    {"neigh add {b}"},
-    {"neigh del fe80::2"},
-    {"if del vlanif100"},
+    {"standby show bfd {b}", "= DISC ...; = 102   7       1     {b}  {b}  vlanif100  down ..."},
+    {"switch-over", ""},
+    {"neigh add {b}", "entry+ {b} n1; lmep+ mep 4 disc 102 ...; rmep+ mep 4 disc 102 of 7 ...; "
+                      "lmep disc 102 cc on"},
+    {"neigh del fe80::2", "rmep- mep 2; lmep- mep 2"},
+    {"if del vlanif100",
+     "rmep- mep 3; lmep- mep 3; entry- {a} n2; nexthop- n2; rmep- mep 4; lmep- mep 4; "
+     "entry- {b} n1; nexthop- n1; entry- 2001:db8:1::99/64 cpu -> -1; entry- {gw} cpu -> -1; "
+     "interface- vlan 100 02:00:00:00:00:0a"},
 };
