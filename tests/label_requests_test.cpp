@@ -205,22 +205,23 @@ ROWS(LabelRequests, AVpnRouteRidesOnItsTunnel, .families = {4}, .see = labels_al
 ROWS(LabelRequests, AVpnRouteThatIsRefusedIsToldAgain, .families = {4}, .see = labels_alone){
     {"ftn add {b}/32 via {a}"},
     {"ftn add {net1} via {a} vrf 5 remote {b}", "mirror ftn+ {net1} vrf 5 waits"},
+    {"ftn add {b}/32 via {a} label 1002", "mirror ftn+ {b} waits"},
     {"chip refuse ftn 1 skip 1"},
-    {"neigh add {a}", "ftn+ {b} push 1000 port 1 {m1}; mirror ftn+ {b}; "
-                      "ftn+ vrf 5 {net1} push 1001 over {b} push 1000 port 1 {m1} -> -1"},
+    {"neigh add {a}", "ftn+ {b} push 1002 port 1 {m1}; mirror ftn+ {b}; "
+                      "ftn+ vrf 5 {net1} push 1001 over {b} push 1002 port 1 {m1} -> -1"},
     {"chip refuse ftn 1"},
     {"ftn add {net1} via {a} vrf 5 remote {b}",
-     "ftn+ vrf 5 {net1} push 1001 over {b} push 1000 -> -1; mirror ftn+ {net1} vrf 5 waits"},
+     "ftn+ vrf 5 {net1} push 1001 over {b} push 1002 -> -1; mirror ftn+ {net1} vrf 5 waits"},
     {"ftn add {net1} via {a} vrf 5 remote {b}",
-     "ftn+ vrf 5 {net1} push 1001 over {b} push 1000; mirror ftn+ {net1} vrf 5"},
+     "ftn+ vrf 5 {net1} push 1001 over {b} push 1002; mirror ftn+ {net1} vrf 5"},
     {"chip refuse ftn 1"},
     {"ftn add {net1} via {a} vrf 5 remote {b}",
-     "ftn- vrf 5 {net1} push 1001 over {b} push 1000; "
-     "ftn+ vrf 5 {net1} push 1001 over {b} push 1000 -> -1; mirror ftn+ {net1} vrf 5 new"}, // it waits for nobody
-    {"neigh del {a}", "ftn- {b} push 1000 port 1 {m1}; mirror ftn+ {b} waits"},
-    {"neigh add {a}", "ftn+ {b} push 1000 port 1 {m1}; mirror ftn+ {b}"},
+     "ftn- vrf 5 {net1} push 1001 over {b} push 1002; "
+     "ftn+ vrf 5 {net1} push 1001 over {b} push 1002 -> -1; mirror ftn+ {net1} vrf 5 new"}, // it waits for nobody
+    {"neigh del {a}", "ftn- {b} push 1002 port 1 {m1}; mirror ftn+ {b} waits"},
+    {"neigh add {a}", "ftn+ {b} push 1002 port 1 {m1}; mirror ftn+ {b}"},
     {"ftn add {net1} via {a} vrf 5 remote {b}",
-     "ftn+ vrf 5 {net1} push 1001 over {b} push 1000; mirror ftn+ {net1} vrf 5"},
+     "ftn+ vrf 5 {net1} push 1001 over {b} push 1002; mirror ftn+ {net1} vrf 5"},
     {"ftn add {b}/32 via {a}"},
     {"chip refuse ftn 1"},
     {"ftn add {net1} via {a} vrf 5 remote {b}",

@@ -41,9 +41,19 @@ void end_add_vpn(const dpm_ftn &vpn, int result) {
     DPM_PLAIN("dpm_mpls_vpn_ftn_proc_for_arp: add vrf ftn::dpm_hw_driver_mpls_ftn_add OK!\n\r");
 }
 
+// Its tunnel may have another label than when the VPN route began to wait.
+template <class Program> void program_vpn(dpm_ftn &vpn, Program program) {
+    const std::uint32_t told_label = vpn.tunnel_label;
+    vpn.tunnel_label = dpm::first_tunnel_to(vpn.vpn_nhop_af, vpn.vpn_nhop)->tunnel_label;
+    const int result = program();
+    if (result != 0)
+        vpn.tunnel_label = told_label;
+    end_add_vpn(vpn, result);
+}
+
 void add_vpn(dpm_ftn &vpn, const dpm_host_entry &host) {
     if (dpm::is_carried(vpn))
-        end_add_vpn(vpn, dpm::label_program_over(vpn, host));
+        program_vpn(vpn, [&] { return dpm::label_program_over(vpn, host); });
 }
 
 // A VPN route over another neighbour rides on the tunnel all the same; what its own does to it is
@@ -58,7 +68,7 @@ bool rides_from_elsewhere(const dpm_ftn &vpn, const dpm_ftn &tunnel) {
 void add_carried(dpm_ftn &tunnel) {
     dpm::each_carried(tunnel, [&](dpm_ftn &vpn) {
         if (dpm::is_pending(vpn) && rides_from_elsewhere(vpn, tunnel))
-            end_add_vpn(vpn, dpm::label_program(vpn));
+            program_vpn(vpn, [&] { return dpm::label_program(vpn); });
     });
 }
 
