@@ -8,6 +8,7 @@
 #include "support/shelf.h"
 
 #include <cstdio>
+#include <random>
 #include <set>
 #include <span>
 
@@ -247,4 +248,46 @@ TEST(Kills, LeaveMembersOfGroupsThatGoWithTheirTime) {
         shelf.TearDown();
     }
     EXPECT_GT(moment, 30u);
+}
+
+// What was on its way to the standby is lost with a master that dies: its tables are of a moment
+// before, and the line cards of the last one.
+TEST(Kills, WithAStandbyThatLagsLeaveWhatItHas) {
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(seed);
+        const auto any = [&](unsigned low, unsigned high) {
+            return std::to_string(low + random() % (high - low));
+        };
+        const auto change = [&](Killed &shelf) {
+            std::string words = random() % 3 == 0 ? "del " : "add ";
+            if (random() % 2 == 0) {
+                words = "neigh " + words + "10.1.1." + any(2, 20);
+                words += words.find("add") == words.npos
+                             ? ""
+                             : " lladdr 02:00:00:00:01:" + any(10, 18) + " port " + any(1, 5);
+            } else {
+                const bool adds = words == "add ";
+                words = "route " + words + "10." + any(2, 20) + ".0.0/16";
+                for (unsigned i = random() % 3 + 1; adds && i > 0; --i)
+                    words += " via 10.1.1." + any(2, 20);
+            }
+            static_cast<void>(shelf.run(words));
+        };
+        Killed shelf;
+        shelf.run("if add vlanif100");
+        shelf.run("addr add 10.1.1.1/24 dev vlanif100");
+        for (unsigned i = 0; i < 60; ++i)
+            change(shelf);
+        shelf.master().peer.take_calls([] { return false; });
+        for (unsigned i = random() % 60; i > 0; --i)
+            change(shelf);
+        shelf.dies_behind(0);
+        shelf.switch_over();
+        EXPECT_EQ(shelf.run("chip check").status, ctl::Status::ok) << shelf.run("chip check").text;
+        shelf.standby_connects();
+        for (unsigned i = 0; i < 30; ++i)
+            change(shelf);
+        shelf.TearDown();
+    }
 }

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstring>
 #include <dlfcn.h>
+#include <future>
 #include <utility>
 
 namespace chassis::peer {
@@ -58,6 +59,21 @@ std::shared_ptr<Link> take_link(Peer::State &state) {
     std::lock_guard lock(state.mutex);
     return std::exchange(state.link, nullptr);
 }
+
+// Where the worker waits while a card's role changes.
+class Gate {
+public:
+    void pass() { // the worker
+        reached_.set_value();
+        opened_.get_future().wait();
+    }
+    void wait() { static_cast<void>(reached_.get_future().wait_for(patience)); } // for it
+    void open() { opened_.set_value(); }
+
+private:
+    static constexpr std::chrono::seconds patience{5}; // one that hangs holds up no take-over
+    std::promise<void> reached_, opened_;
+};
 
 std::shared_ptr<Link> link_of(Peer::State &state) {
     std::lock_guard lock(state.mutex);
@@ -177,19 +193,30 @@ void Peer::become_master() {
         make_master(term() + 1);
 }
 
-// The term first: a claim that is read in between is a standby's, which has heard of it.
+// The term before the role: a claim that is read in between is a standby's, which has heard of it.
+// And the role behind what the take-over asks of the worker, which waits for it: whatever is asked
+// of the master comes later.
 void Peer::make_master(std::uint64_t term) {
     const bool takes_over = role() != Role::master;
     if (takes_over && state_->before_master)
         state_->before_master();
     state_->term = std::max(term, state_->term + std::uint64_t(takes_over));
-    state_->role = Role::master;
-    if (!takes_over || !state_->to_master)
+    if (!takes_over || !state_->to_master) {
+        state_->role = Role::master;
         return;
+    }
     CardScope scope(card_);
-    card_.os.behind_queue(state_->around_master);
+    const auto gate = std::make_shared<Gate>();
+    card_.os.behind_queue([gate, around = state_->around_master] {
+        gate->pass();
+        around();
+    });
+    if (card_.os.mode() == os::Mode::threaded)
+        gate->wait();
     state_->to_master();
     card_.os.behind_queue(state_->around_master);
+    state_->role = Role::master;
+    gate->open();
 }
 
 void Peer::make_standby(std::uint64_t term) {
