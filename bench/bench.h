@@ -45,6 +45,7 @@ void measure_route_events(const Options &options, const Report &report);
 void measure_labels(const Options &options, const Report &report);
 void measure_multicast(const Options &options, const Report &report);
 void measure_bfd(const Options &options, const Report &report);
+void measure_tunnels(const Options &options, const Report &report);
 void measure_daemon(const Options &options, const Report &report);
 
 // The other card's process; runs until the master is gone.

@@ -89,6 +89,7 @@ constexpr Group groups[] = {
     {"labels", measure_labels},
     {"multicast", measure_multicast},
     {"bfd", measure_bfd},
+    {"tunnels", measure_tunnels},
     {"daemon", measure_daemon},
 };
 

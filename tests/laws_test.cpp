@@ -28,7 +28,9 @@ protected:
               "route add 10.2.0.0/16 via 10.1.1.2 via 10.1.1.3 via 10.1.1.9",
               "route add 10.4.0.0/16 via 10.1.1.4", "route add default dev vlanif100",
               "ftn add 10.3.0.0/16 via 10.1.1.2", "ilm add 2000 via 10.1.1.2", "ilm add 2001",
-              "mpls add vlanif100", "bfd add 100 via 10.1.1.2 remote 200"})
+              "mpls add vlanif100",
+              "tunnel add tunnel1 addr 10.7.0.1/24 local 10.1.1.1 remote 10.2.0.9",
+              "route add 10.6.0.0/16 dev tunnel1", "bfd add 100 via 10.1.1.2 remote 200"})
             EXPECT_EQ(run(command).text, "") << command;
     }
 
@@ -73,6 +75,8 @@ TEST_F(Laws, CompareEveryByteOfAMirroredRecordButWhatIsTheCardsOwn) {
         {"ecmp", 0},
         // a default route over one interface: indexes of gateways that it has not
         {"routes", sizeof(dpm_timer_node) + 7 * sizeof(std::uint32_t)},
+        {"tunnels", 0},
+        {"tunnel-ports", 0},
         {"mpls-if", 0},
         {"bfd", sizeof(dpm_timer_node) + sizeof(dpm_bfd_told::ifindex)},
         {"ftn", sizeof(list_head) + sizeof(dpm_ftn::stale) + sizeof(dpm_ftn::sdk_result)},
@@ -129,9 +133,9 @@ TEST_F(Laws, TellWhatTheChipLacksHoldsOtherwiseOrHoldsForNobody) {
                 held.begin()->second = other_than(held.begin()->second);
                 expect_told("another one");
             }
-        // Label switching stays on where an interface is disabled.
+        // What is left behind is nobody's.
         if constexpr (!std::is_same_v<Key, chip::Nothing> &&
-                      !std::is_same_v<Kind, chip::kinds::mpls_vlan>) {
+                      !Kind::is_left_behind) {
             Key key = held.empty() ? Key() : held.begin()->first;
             while (!held.emplace(key, Value()).second)
                 ++reinterpret_cast<unsigned char &>(key);

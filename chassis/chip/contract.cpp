@@ -124,7 +124,7 @@ struct ChangeMembers : Operation {
     }
     void excuse(Chip &chip) const override {
         for (const Index member : members)
-            chip.excuse<kinds::nexthop>(member);
+            chip.excuse<kinds::nexthop>(member), chip.excuse<kinds::gre_nexthop>(member);
     }
     const Index group;
     const std::uint32_t operation; // 1 adds, 2 removes

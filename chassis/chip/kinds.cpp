@@ -188,14 +188,39 @@ std::string field_text(std::uint16_t field) {
 }
 
 // Records of 88 bytes: field, second id, length of key and mask, key, mask.
+constexpr std::size_t record_bytes = 88;
+
+Bytes key_of(Bytes record) {
+    return record.subspan(8, std::min<std::size_t>(word_at(record, 4), 32));
+}
+Bytes mask_of(Bytes record) {
+    return record.subspan(40, std::min<std::size_t>(word_at(record, 6), 48));
+}
+
 std::string rule_text(Bytes rule) {
-    constexpr std::size_t record_bytes = 88, key_at = 8, mask_at = 40;
     std::string text;
     for (; rule.size() >= record_bytes; rule = rule.subspan(record_bytes))
-        text += field_text(word_at(rule, 0)) +
-                value_text(rule.subspan(key_at, std::min<std::size_t>(word_at(rule, 4), 32)),
-                           rule.subspan(mask_at, std::min<std::size_t>(word_at(rule, 6), 48)));
+        text += field_text(word_at(rule, 0)) + value_text(key_of(rule), mask_of(rule));
     return text + (rule.empty() ? "" : " and " + to_string(rule.size()) + " bytes");
+}
+
+// The bytes of an address that a record's mask leaves are those of its key.
+bool meets(const std::optional<Address> &address, Bytes key, Bytes mask) {
+    const std::size_t length = key.size();
+    if (!address || length != host_length(address->family) / 8u)
+        return false;
+    for (std::size_t i = 0; i < length; i++)
+        if (const unsigned bits = i < mask.size() ? mask[i] : 0u;
+            (address->bytes[i] & bits) != (key[i] & bits))
+            return false;
+    return true;
+}
+
+bool is_on(Bytes ports, std::uint32_t port) {
+    for (std::size_t at = 4; at + 1 < ports.size(); at += 2)
+        if (word_at(ports, at) == port)
+            return true;
+    return false;
 }
 
 // Records of an id, a count, and as many ports.
@@ -211,6 +236,19 @@ std::string ports_text(Bytes ports) {
 }
 
 } // namespace
+
+bool stream::matches(const Key &key, std::uint32_t port, const std::optional<Address> &source,
+                     const std::optional<Address> &destination) {
+    if (!is_on(key.ports, port))
+        return false;
+    for (Bytes rule = key.rule; rule.size() >= record_bytes; rule = rule.subspan(record_bytes)) {
+        const std::uint16_t field = word_at(rule, 0);
+        if ((field != 1 && field != 2) ||
+            !meets(field == 1 ? source : destination, key_of(rule), mask_of(rule)))
+            return false;
+    }
+    return true;
+}
 
 std::string stream::key_text(const Key &key) {
     return "set " + to_string(key.vsid) + rule_text(key.rule) + ports_text(key.ports);

@@ -10,6 +10,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -270,6 +271,7 @@ struct port_key : Setting { // the fields that tell a port's packets apart
     using Key = PortKey;
     using Value = std::uint32_t;
     static constexpr std::string_view name = "port key";
+    static constexpr bool is_left_behind = true; // as 0: switched off
     static std::string key_text(const Key &key);
     static std::string value_text(Value type) { return "key " + std::to_string(type); }
 };
@@ -336,6 +338,9 @@ struct stream : Kind {
     static constexpr std::string_view name = "stream";
     static constexpr bool outlives_card = false;
     static bool is_unheard(Value) { return true; } // a refused delete
+    // Whether a packet from a port meets the rule; a rule asks for what is known alone.
+    static bool matches(const Key &key, std::uint32_t port, const std::optional<Address> &source,
+                        const std::optional<Address> &destination);
     static std::string key_text(const Key &key);
     static std::string value_text(Value index) { return "nexthop " + std::to_string(index); }
 };

@@ -6,6 +6,8 @@
 
 #include "platform/dal.h"
 
+#include <utility>
+
 namespace chassis::chip {
 
 namespace {
@@ -19,6 +21,7 @@ struct Trace {
     Packet packet;
     std::optional<Index> target = {}; // what an entry leads to
     std::vector<std::string> lines = {};
+    bool is_coming_in = true;
     bool has_ended = false;
 
     void tell(std::string line) { lines.push_back(std::move(line)); }
@@ -88,11 +91,39 @@ void push(Trace &trace, const std::string &entry, std::uint32_t number, const La
 
 // --- steps -----------------------------------------------------------------------------------
 
+// " in gre from IP to IP key N,", with a blank in front.
+std::string gre_text(const GreTunnel &tunnel) {
+    return " in gre from " + address_text(1, tunnel.source.data()) + " to " +
+           address_text(1, tunnel.destination.data()) +
+           (tunnel.key != DAL_GRE_NO_KEY ? " key " + to_string(tunnel.key) : "") +
+           (tunnel.checksum != 0 ? " with checksum" : "") + ",";
+}
+
+// A GRE next hop packs the packet, and names the neighbour on the way to the tunnel's end itself.
 std::string nexthop_text(const Chip &chip, Index index) {
-    const auto nexthop = chip.held<kinds::nexthop>().find(index);
-    return nexthop == chip.held<kinds::nexthop>().end()
-               ? "index " + to_string(index)
-               : "out of " + hop_text(nexthop->second, nexthop->second.svlan);
+    const auto &plain = chip.held<kinds::nexthop>();
+    if (const auto nexthop = plain.find(index); nexthop != plain.end())
+        return "out of " + hop_text(nexthop->second, nexthop->second.svlan);
+    const auto &gre = chip.held<kinds::gre_nexthop>();
+    if (const auto nexthop = gre.find(index); nexthop != gre.end())
+        return "out of " + hop_text(nexthop->second, std::uint16_t(nexthop->second.vid)) +
+               gre_text(nexthop->second.tunnel);
+    return "index " + to_string(index);
+}
+
+// A policy route stands in front of every look-up; it asks where the packet came in, and from whom.
+bool by_stream(Trace &trace) {
+    if (!std::exchange(trace.is_coming_in, false) || !trace.packet.port)
+        return false;
+    for (const auto &[key, target] : trace.chip.held<kinds::stream>()) {
+        if (!kinds::stream::matches(key, *trace.packet.port, trace.packet.source,
+                                    trace.packet.destination))
+            continue;
+        trace.tell("redirected by " + kinds::stream::key_text(key));
+        trace.target = target;
+        return true;
+    }
+    return false;
 }
 
 bool by_target(Trace &trace) {
@@ -211,8 +242,8 @@ bool by_default(Trace &trace) {
 }
 
 // The first that knows the place where the packet is takes it; the last knows all.
-constexpr bool (*steps[])(Trace &) = {by_target,      by_incoming_label, by_nothing,
-                                      by_label_entry, by_entry,          by_default};
+constexpr bool (*steps[])(Trace &) = {by_stream,      by_target, by_incoming_label, by_nothing,
+                                      by_label_entry, by_entry,  by_default};
 
 } // namespace
 

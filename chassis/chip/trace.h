@@ -24,6 +24,9 @@ struct Packet {
     std::optional<Address> destination;
     Header ip;
     std::vector<Label> labels; // the outermost last
+    // Where it came in, and from whom; without a port no policy route is asked.
+    std::optional<std::uint32_t> port = {};
+    std::optional<Address> source = {};
 };
 
 // A line a step.  The caller holds the chip's lock.

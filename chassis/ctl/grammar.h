@@ -43,6 +43,10 @@ enum class Kind {
     " [type NUMBER] [sub NUMBER] [id NUMBER] [fec PREFIX] [hold] [new] [admin-down]"
 #define CTL_ILM "LABEL [as LABEL] [via FAMILY IP] [dev NAME] [vrf VRF] [fec DEST] ..."
 
+#define CTL_TUNNEL                                                                                 \
+    "TUNNEL [vrf VRF] [mode NUMBER] [underlay VRF] [addr PREFIX] [local IP] [remote IP] "          \
+    "[key NUMBER] [nokey] [csum NUMBER]"
+
 // A table's own command.
 #define CTL_SHOW_TABLE(ROW, name, record, scope, help)                                             \
     ROW(show_##name, chassis::tables::typed_name<"show " #name>, CTL_SHOW_##scope, read, help)
@@ -112,6 +116,10 @@ enum class Kind {
     ROW(rx, "rx",                                                                                  \
         "PORT [PATH] [live DEVICE] [hex BYTES] [vlan VLAN] [timed] [save PATH]", change,           \
         "A port receives the frames of a capture, of a device of this machine, or one in digits")  \
+    ROW(tunnel_add, "tunnel add", CTL_TUNNEL, change, "Make a GRE tunnel, and set it")             \
+    ROW(tunnel_set, "tunnel set", CTL_TUNNEL, change, "Set a GRE tunnel")                          \
+    ROW(tunnel_del, "tunnel del", "TUNNEL [addr PREFIX] [local IP] [remote IP]", change,           \
+        "End a GRE tunnel, or what is named of it")                                                \
     ROW(port_up, "port up", "PORT", change, "A port's link comes up")                              \
     ROW(port_down, "port down", "PORT", change, "A port's link goes down")                         \
     ROW(trunk_up, "trunk up", "TRUNK", change, "A trunk's link comes up")                          \
@@ -129,7 +137,8 @@ enum class Kind {
     ROW(card_quit, "card quit", "", ask, "The card's process ends")                                \
     ROW(chip_lookup, "chip lookup", "IP [from SENDER] [vrf VRF]", read,                            \
         "Where the chip would forward to, of a group and its sender too")                          \
-    ROW(chip_trace, "chip trace", "[IP] [label LABELS] [vrf VRF] [ttl TTL] [exp EXP]", read,       \
+    ROW(chip_trace, "chip trace",                                                                  \
+        "[IP] [label LABELS] [vrf VRF] [ttl TTL] [exp EXP] [port PORT] [from IP]", read,           \
         "What the chip does with a packet, step by step")                                          \
     ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \
     ROW(chip_check, "chip check", "", read, "Compare the tables with the chip")                    \

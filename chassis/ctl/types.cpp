@@ -88,6 +88,7 @@ const std::vector<Type> types = {
     {"VRF", "a VRF id (0 to 255)", in_range<0, max_vrf>, {}},
     {"PORT", "a port (1 to 64)", in_range<1, max_port>, {}},
     {"TRUNK", "a trunk (1 to 16)", in_range<1, max_trunk>, {}},
+    {"TUNNEL", "a tunnel, as tunnel7", reads<parse_tunnel>, {}},
     {"SLOT", "a slot (1 to 20)", in_range<1, 20>, {}},
     {"COUNT", "a count", in_range<0, 1'000'000'000>, {}},
     {"NUMBER", "a number", in_range<0, 0xFFFFFFFF>, {}},

@@ -107,6 +107,15 @@ std::optional<Timers> parse_timers(std::string_view text) {
     return timers;
 }
 
+std::optional<std::uint32_t> parse_tunnel(std::string_view text) {
+    constexpr std::string_view head = "tunnel";
+    std::uint32_t id = 0;
+    if (!text.starts_with(head) || !read_number(text.substr(head.size()), id) || id > INT32_MAX ||
+        text != std::string(head) + std::to_string(id))
+        return std::nullopt;
+    return id;
+}
+
 std::optional<Mac> parse_mac(std::string_view text) {
     Mac mac{};
     if (text.size() != 3 * mac.size() - 1)

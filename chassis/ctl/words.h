@@ -60,6 +60,7 @@ bool is_multicast(const Prefix &address);
 // A frame in digits, two a byte.
 std::optional<std::vector<std::uint8_t>> parse_bytes(std::string_view text);
 std::optional<Timers> parse_timers(std::string_view text); // as 50,50,3
+std::optional<std::uint32_t> parse_tunnel(std::string_view text); // "tunnel7"
 std::optional<Mac> parse_mac(std::string_view text);
 std::optional<std::int64_t> parse_duration(std::string_view text); // "30s" in nanoseconds
 // A text from elsewhere as a terminal may have it: control characters but tabs and line ends as

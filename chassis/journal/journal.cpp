@@ -34,6 +34,9 @@ constexpr ChipWord chip_words[] = {
     {"set_ipv6_ns_rule", "nd"},         {"interface_mpls_enable", "mpls"},
     {"mpls_ftn_add", "ftn+"},           {"mpls_ftn_del", "ftn-"},
     {"mpls_ilm_add", "ilm+"},           {"mpls_ilm_del", "ilm-"},
+    {"add_gre_tunnel", "gre+"},         {"del_gre_tunnel", "gre-"},
+    {"add_gre_nexthop", "via+"},        {"del_gre_nexthop", "via-"},
+    {"update_gre_nexthop", "via"},      {"port_scl_key_type_set", "port"},
     {"set_stream_qos_item", "stream+"}, {"delete_qos_item_by_stream", "stream-"},
     {"bfd_lmep_add", "lmep+"},          {"bfd_lmep_del", "lmep-"},
     {"bfd_lmep_update", "lmep"},        {"bfd_rmep_add", "rmep+"},
@@ -43,7 +46,8 @@ constexpr ChipWord chip_words[] = {
 
 constexpr std::string_view usual_pairs[] = {
     "slots 0x0", "slots 0xffffffff", "-> 0",    "vrf 0",    "svlan 100",  "cvlan 0",
-    "queue 10",  "rate 64",          "ttl 255", "ttl kept", "ttl less-1", "exp kept"};
+    "vid 100",   "ivid 0",           "checksum 0",  "key 4294967295", "direction 0", "subport 0",
+    "type 2",    "queue 10",         "rate 64",          "ttl 255", "ttl kept", "ttl less-1", "exp kept"};
 constexpr std::string_view unnamed_indexes[] = {"nhid", "tunnel"}; // of label entries
 constexpr std::string_view plain_words[] = {"nexthop", "index", "group", "members", "mac"};
 
@@ -99,6 +103,12 @@ std::string key_of(const Journal &journal, const dpm_ecmp_entry &group) {
 }
 std::string key_of(const Journal &, const dpm_route_entry &route) {
     return key_text(route.destination, route.vrf);
+}
+std::string key_of(const Journal &, const dpm_tunnel_entry &tunnel) {
+    return tunnel.name + std::string(tunnel.sdk_index > 0 ? " up" : "");
+}
+std::string key_of(const Journal &, const dpm_tunnel_port_entry &port) {
+    return "port " + std::to_string(port.port) + " " + std::to_string(port.cnt);
 }
 std::string state_of(const auto &label) {
     return label.flags == DPM_LABEL_PROGRAMMED ? "" : " " + tables::label_state(label);
@@ -163,6 +173,8 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_host_entry>("dpm_host_entry", "host"),
     mirrored<dpm_ecmp_entry>("dpm_ecmp_entry", "ecmp"),
     mirrored<dpm_route_entry>("dpm_route_entry", "route"),
+    mirrored<dpm_tunnel_port_entry>("dpm_tunnel_port_entry", "port"),
+    mirrored<dpm_tunnel_entry>("dpm_tunnel_entry", "tunnel"),
     mirrored<dpm_mpls_if>("dpm_mpls_if", "mpls-if"),
     mirrored<dpm_ftn>("dpm_mpls_ftn", "ftn"),
     mirrored<dpm_ilm>("dpm_mpls_ilm", "ilm"),
@@ -220,7 +232,7 @@ std::string Journal::chip_text(const std::string &line) {
         std::find_if(std::begin(chip_words), std::end(chip_words),
                      [&](const ChipWord &word) { return word.request == words.front(); });
     std::string text(known == std::end(chip_words) ? words.front() : known->word);
-    const bool is_new = (text == "nexthop+" || text == "group+") && line.ends_with("-> 0");
+    const bool is_new = (text == "nexthop+" || text == "group+" || text == "via+") && line.ends_with("-> 0");
     for (std::size_t at = 1; at < words.size(); ++at) {
         const std::string pair = at + 1 < words.size() ? words[at] + " " + words[at + 1] : "";
         if (words[at] == "family") {

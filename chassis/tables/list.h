@@ -38,6 +38,8 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, nexthops,    dpm_nexthop_entry,     mirrored, "The chip's next hops, shared by hosts")  \
     T(ROW, routes,      dpm_route_entry,       mirrored, "Routes, with their gateways' next hops") \
     T(ROW, ecmp,        dpm_ecmp_entry,        mirrored, "Groups of next hops, with their routes") \
+    T(ROW, tunnels,      dpm_tunnel_entry,      mirrored, "GRE tunnels, with their routes")        \
+    T(ROW, tunnel_ports, dpm_tunnel_port_entry, mirrored, "Ports on which GRE next hops are")      \
     T(ROW, mpls_if,     dpm_mpls_if,           mirrored, "Interfaces that take labels")            \
     T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
     T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \

@@ -30,13 +30,36 @@ struct StandIns {
     std::map<chip::Address, std::string_view> held;
 };
 
+struct TunnelsByName {
+    explicit TunnelsByName(const Reading &) {
+        tunnels.each([this](const dpm_tunnel_entry &tunnel) {
+            by_name.emplace(std::pair(tunnel.ip_vrfid, std::string(tunnel.name)), &tunnel);
+        });
+    }
+    std::map<std::pair<std::uint32_t, std::string>, const dpm_tunnel_entry *> by_name;
+};
+
+// A route over a tunnel has neither gateway nor next hop of its own.
+bool is_over_tunnel(const dpm_route_entry &route) {
+    return route.np_num == 1 && route.np[0].family == DPM_FAMILY_NONE && route.host_index[0] == 0 &&
+           std::string_view(route.np_ifname[0]).starts_with("tunnel");
+}
+
+// Where its tunnel leads; 0: nowhere.
+std::int32_t tunnel_target(const dpm_route_entry &route, const Reading &reading) {
+    const auto &by_name = reading.made<TunnelsByName>().by_name;
+    const auto found = by_name.find({route.vrf, route.np_ifname[0]});
+    return found == by_name.end() ? 0 : found->second->sdk_index;
+}
+
 TwoForms gateways_of(const dpm_route_entry &route) {
     TwoForms cell;
     for (std::uint32_t i = 0; i < route.np_num; i++) {
         const bool has_address = route.np[i].family != DPM_FAMILY_NONE;
         const std::string address = text_of(route.np[i]);
-        const std::string index = std::to_string(route.host_index[i]);
-        const bool is_resolved = route.host_index[i] != -1;
+        const std::int32_t leads_to = is_over_tunnel(route) ? route.sdk_index : route.host_index[i];
+        const std::string index = std::to_string(leads_to);
+        const bool is_resolved = leads_to != (is_over_tunnel(route) ? 0 : -1);
         cell.text += (i ? ", " : "") + (has_address ? address : "-") + " " + route.np_ifname[i] +
                      " " + (is_resolved ? index : "unresolved");
         cell.json += (i ? ", {" : "{") +
@@ -73,6 +96,8 @@ std::string missing_of(const dpm_route_entry &route) {
         return "";
     if (route.np_num == 0)
         return "a gateway";
+    if (is_over_tunnel(route))
+        return std::string(route.np_ifname[0]) + ", which is down";
     // Gateways are resolved, but the groups are all in use or the chip refused one more.
     if (route.ecmp_enable == DPM_ROUTE_ECMP &&
         std::ranges::any_of(route.host_index, [](std::int32_t index) { return index > 0; }))
@@ -83,32 +108,14 @@ std::string missing_of(const dpm_route_entry &route) {
 
 // --- the chip --------------------------------------------------------------------------------
 
-struct MembersByGroup {
-    explicit MembersByGroup(const Reading &) {
-        ecmp.each([this](const dpm_ecmp_entry &group) {
-            chip::Members &members = by_group[group.sdk_index];
-            std::ranges::copy_if(group.host_sdk, std::back_inserter(members),
-                                 [](std::uint32_t member) { return member != 0; });
-            std::ranges::sort(members);
-        });
-    }
-    std::map<std::int32_t, chip::Members> by_group;
-};
-
 // A route over several gateways has a group of its own, of those that are resolved.
-void want_group(const dpm_route_entry &route, Wanted &wanted) {
-    wanted.use<kinds::group>(std::uint32_t(route.sdk_index));
+void want_group_of(const dpm_route_entry &route, Wanted &wanted) {
     chip::Members resolved;
     for (std::uint32_t i = 0; i < route.np_num; i++)
         if (route.host_index[i] > 0)
             resolved.push_back(std::uint32_t(route.host_index[i]));
-    std::ranges::sort(resolved);
-    const auto &by_group = wanted.reading.made<MembersByGroup>().by_group;
-    const auto found = by_group.find(route.sdk_index);
-    if (found != by_group.end() && found->second != resolved)
-        wanted.differ("route " + routes.key(route, wanted.reading) +
-                          " has a group of other next hops than its gateways'",
-                      Cause::drift);
+    want_group("route " + routes.key(route, wanted.reading), std::uint32_t(route.sdk_index),
+               resolved, wanted, Cause::drift);
 }
 
 bool is_in_chip(const chip::Address &key, const Wanted &wanted) {
@@ -129,8 +136,13 @@ void want_route(const dpm_route_entry &route, Wanted &wanted) {
         wanted.want<kinds::cpu_default>({destination.family, route.vrf}, false);
     else if (destination.prefix_len == 0 && is_in_chip(key, wanted)) // it was not let go
         wanted.permit<kinds::cpu_default>({destination.family, route.vrf}, false);
-    if (target && route.ecmp_enable == DPM_ROUTE_ECMP)
-        want_group(route, wanted);
+    if (is_over_tunnel(route) && route.sdk_index == tunnel_target(route, wanted.reading))
+        return;
+    if (is_over_tunnel(route))
+        wanted.differ("route " + routes.key(route, wanted.reading) + " does not follow its tunnel",
+                      Cause::drift);
+    else if (target && route.ecmp_enable == DPM_ROUTE_ECMP)
+        want_group_of(route, wanted);
     else if (target && route.sdk_index != route.host_index[0])
         wanted.differ("route " + routes.key(route, wanted.reading) +
                       " points to another next hop than its gateway's");
@@ -151,6 +163,8 @@ std::string target_text(const chip::Chip &chip, const dpm_route_entry &route) {
     const auto lacks = [&](std::uint32_t nexthop) {
         return !chip.held<kinds::nexthop>().contains(nexthop) && nexthop != to_cpu;
     };
+    if (is_over_tunnel(route))
+        return "by index " + std::to_string(index) + " of " + route.np_ifname[0];
     if (route.ecmp_enable != DPM_ROUTE_ECMP)
         return index == to_cpu ? "to the CPU"
                                : "by next hop " + std::to_string(index) +
@@ -189,8 +203,18 @@ bool stands_before(const dpm_route_entry &route, std::uint32_t position) {
     return false;
 }
 
+std::string why_tunnel_named(const dpm_route_entry &route, const Reading &reading) {
+    const auto &by_name = reading.made<TunnelsByName>().by_name;
+    const auto found = by_name.find({route.vrf, route.np_ifname[0]});
+    return found == by_name.end()
+               ? "there is no " + std::string(route.np_ifname[0]) + " in this vrf\n"
+               : tunnels.why(*found->second, reading);
+}
+
 std::string why_gateway(const dpm_route_entry &route, std::uint32_t i, const Reading &reading) {
     const dpm_prefix &gateway = route.np[i];
+    if (is_over_tunnel(route))
+        return why_tunnel_named(route, reading);
     if (gateway.family == DPM_FAMILY_NONE)
         return std::string("directly connected on ") + route.np_ifname[i] + ", to the CPU\n";
     const std::string name =

@@ -85,4 +85,8 @@ private:
     chip::ForEachKind<Objects> objects_;
 };
 
+// A record has a group of its own with these members.
+void want_group(const std::string &owner, std::uint32_t index, chip::Members members,
+                Wanted &wanted, Cause cause = Cause::fault);
+
 } // namespace chassis::tables

@@ -51,7 +51,7 @@ std::string name_of(const dpm_route_entry &route) {
 // What a gateway resolves to as the host table stands.
 std::int32_t resolution(const dpm_route_entry &route, std::uint32_t i) {
     if (route.np[i].family == DPM_FAMILY_NONE)
-        return DPM_ROUTE_NO_ADDRESS;
+        return record_of(route).is_tunnels ? 0 : DPM_ROUTE_NO_ADDRESS;
     if (!dpm::asks_for_host(route, i))
         return DPM_ROUTE_UNRESOLVED;
     const dpm_host_entry *const host =
@@ -213,6 +213,7 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_global.policy_route_tree), TREE(g_dpm_index.policy_route_by_next_hop),
         TREE(g_dpm_index.bfd_by_next_hop), TREE(g_dpm_index.unreachable_by_address),
         TREE(g_dpm_index.hold_by_address), TREE(g_dpm_index.nexthop_by_sdk_index),
+        TREE(g_dpm_index.tunnel_by_ends), TREE(g_dpm_index.route_by_tunnel),
         TREE(g_dpm_vpn.ftn_tree), TREE(g_dpm_vpn.ilm_tree), TREE(g_dpm_vpn.mpls_if_tree),
         TREE(g_dpm_index.ftn_by_end), TREE(g_dpm_index.ftn_by_nexthop),
         TREE(g_dpm_index.ftn_waiting), TREE(g_dpm_index.ilm_by_nexthop),
@@ -246,6 +247,8 @@ void check_lists(Lines &lines) {
                  g_dpm_index.policy_route_by_next_hop.numnodes, lines);
     expect_equal("BFD sessions and their index", global.bfd_tree.numnodes,
                  g_dpm_index.bfd_by_next_hop.numnodes, lines);
+    expect_equal("tunnels and their index", global.tunnel_tree.numnodes,
+                 g_dpm_index.tunnel_by_ends.numnodes, lines);
     check_route_indexes(lines);
     if (!global.timer_list)
         return;
@@ -255,7 +258,9 @@ void check_lists(Lines &lines) {
                      (global.peer_timer.expiry_sec != 0) +
                      (g_dpm_index.leaving_timer.expiry_sec != 0) +
                      (g_dpm_index.cpu_default_timer.expiry_sec != 0) +
-                     (g_dpm_index.kept_group_timer.expiry_sec != 0),
+                     (g_dpm_index.kept_group_timer.expiry_sec != 0) +
+                     (g_dpm_index.kept_gre_timer.expiry_sec != 0) +
+                     (g_dpm_index.left_port_timer.expiry_sec != 0),
                  lines);
     const dpm_timer_node *previous = nullptr;
     for (const dpm_timer_node &timer : timer_view(global.timer_list->head)) {
@@ -287,7 +292,8 @@ Lines chip_equals_tables(Card &card, const Exceptions &stated) {
     if (!stated.routes_adrift)
         lines.insert(lines.end(), verdict.drifts.begin(), verdict.drifts.end());
     const std::map<std::string_view, unsigned> allowed{{"next hop", stated.nexthop_leaks},
-                                                       {"group", stated.group_leaks}};
+                                                       {"group", stated.group_leaks},
+                                                       {"port key", 0}};
     for (const auto &[kind, count] : allowed) {
         const auto found = verdict.leaked.find(kind);
         const unsigned leaked = found == verdict.leaked.end() ? 0 : found->second;

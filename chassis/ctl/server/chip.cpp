@@ -118,6 +118,10 @@ Reply chip_trace(Command &command) {
     chassis::chip::Packet packet{vrf, std::nullopt, header, {}};
     if (ip)
         packet.destination = tables::chip_key(std::uint32_t(vrf), record_of(*ip));
+    if (line.has("port"))
+        packet.port = std::uint32_t(line.number("port"));
+    if (const auto from = parse_address(line.value("from")))
+        packet.source = tables::chip_key(std::uint32_t(vrf), record_of(*from));
     if (labels)
         packet.labels.push_back({header, labels->inner});
     if (labels && labels->are_two)

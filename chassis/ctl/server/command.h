@@ -63,6 +63,9 @@ inline std::optional<std::uint64_t> vrf_argument(const Command &command) {
     return parse_number(command.line.value("vrf"));
 }
 
+// A route that leads into a tunnel; nothing for another.
+std::optional<Reply> change_tunnel_route(Command &command, std::uint32_t oper);
+
 // The first interface with an address in the gateway's network, of a VRF when one is named; empty
 // when there is none.
 std::string interface_towards(Command &command, const Prefix &gateway,

@@ -39,6 +39,8 @@ std::uint32_t family_of(const std::vector<Gateway> &gateways) {
 
 Reply change_route(Command &command, std::uint32_t oper) {
     const Parsed &line = command.line;
+    if (const auto reply = change_tunnel_route(command, oper))
+        return *reply;
     const std::vector<Gateway> gateways = gateways_of(line);
     if (gateways.size() > DPM_ROUTE_GATEWAYS)
         return refused("a route has at most 8 gateways");

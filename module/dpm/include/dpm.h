@@ -74,12 +74,23 @@ struct dpm_kept_group {
     std::int32_t sdk_index;
 };
 
+// A GRE object that the chip alone has: a next hop by its id, or a tunnel (id 0) by its values.
+struct dpm_kept_gre {
+    std::uint32_t is_used; // 0: a free place
+    std::uint32_t nexthop;
+    std::uint32_t vrf;
+    std::uint8_t source[4], destination[4];
+    std::uint32_t key_enable, key, checksum;
+};
+
 struct dpm_index {
     dpm_avl_tree unreachable_by_address;
     dpm_avl_tree hold_by_address;
     dpm_avl_tree nexthop_by_sdk_index;
     dpm_avl_tree policy_route_by_next_hop;
     dpm_avl_tree bfd_by_next_hop;
+    dpm_avl_tree tunnel_by_ends;
+    dpm_avl_tree route_by_tunnel;
     dpm_avl_tree ftn_by_end;
     dpm_avl_tree ftn_by_nexthop;
     dpm_avl_tree ftn_waiting;
@@ -96,6 +107,9 @@ struct dpm_index {
     std::uint8_t cpu_default_due[2][256]; // by family and VRF
     dpm_timer_node kept_group_timer;      // groups without a record that it kept
     dpm_kept_group kept_groups[32];       // more are forgotten
+    dpm_timer_node kept_gre_timer;        // GRE objects of no tunnel, and what leads to them:
+    dpm_kept_gre kept_gre[64];            // more are forgotten
+    dpm_timer_node left_port_timer;       // ports without GRE next hops on which it goes on looking
 };
 
 extern DPM_STATE dpm_index g_dpm_index;

@@ -488,6 +488,37 @@ struct dpm_bfd_update {
     uint32_t value[4]; /* the fourth is not used */
 };
 
+/* A GRE tunnel over IPv4, and what its destination is reached by at present. */
+struct dpm_tunnel_entry {
+    struct dpm_avl_node node;
+    uint32_t tunnel_id;
+    char name[DPM_IFNAME_BYTES]; /* "tunnel%d" of the id, terminated */
+    uint32_t ip_vrfid;           /* VRF of the tunnel's own address, and of the routes over it */
+    struct dpm_prefix ip;        /* own address; family 0: none */
+    uint32_t mode;               /* the suite's number */
+    uint32_t tunnel_vrf;         /* VRF of source and destination */
+    struct dpm_prefix source;    /* IPv4, 32 bits; family 0: none */
+    struct dpm_prefix destination;
+    uint32_t checksum;
+    uint32_t key_enable; /* 0: without key */
+    uint32_t key;
+    uint32_t route_flag;            /* 1: a best route leads to the destination */
+    struct dpm_prefix route_prefix; /* of that route */
+    int32_t host_index[8];          /* the route's next hops; none: 0 or less */
+    uint32_t ecmp_enable;           /* the route's: DPM_ROUTE_SINGLE or DPM_ROUTE_ECMP; 0: no route */
+    int32_t sdk_index;              /* GRE next hop, or the group of them; above 0: it is up */
+    int32_t nexthop_index[8];       /* GRE next hops in the chip, one a next hop of the route; 0: none */
+};
+
+/* A port on which the chip looks for GRE packets. */
+struct dpm_tunnel_port_entry {
+    struct dpm_avl_node node;
+    uint32_t port_type; /* DPM_PORT_* */
+    uint32_t port;
+    uint32_t subport; /* 0 */
+    uint32_t cnt;     /* GRE next hops on it; 0: the chip would not look there */
+};
+
 /* A log file of the routing suite.  All zero: closed. */
 struct norix_vlog_file {
     FILE *file;
@@ -892,6 +923,54 @@ DPM_API void dpm_mpls_ftn_table_detail_show(uint32_t vrf_id, uint32_t address, u
 DPM_API void dpm_mpls_ilm_table_show(void);
 DPM_API void dpm_mpls_ilm_table_detail_show(uint32_t in_label);
 
+/* ---- tunnels --------------------------------------------------------------------------------- */
+
+/* Settings of a GRE tunnel.  All take DPM_OPER_ADD or DPM_OPER_DEL and the tunnel's number first;
+ * IPv4 addresses are words in network order.  Any thread; 0 or -1.  A tunnel must be there before it
+ * is set; what does not fit it is refused by the worker, with a line in the log.
+ *
+ *   proc         makes the tunnel "tunnel%d", or ends it
+ *   ipvrf        VRF of its own address and of the routes over it (either oper)
+ *   ip           own address, 4 or 16 bytes by `family`, `prefix_len` bits, in VRF `ip_vrfid`, which
+ *                must be the tunnel's
+ *   mode         the suite's number (either oper); ends source, destination, checksum and key
+ *   tunnelvrf    VRF of source and destination, both of which it ends (either oper)
+ *   source       where packets are sent from; `tunnel_vrf` must be the tunnel's
+ *   destination  where they are sent to
+ *   checksum     whether packets carry one (either oper)
+ *   key          the key that they carry, when `key_enable` is not 0 (either oper) */
+DPM_API int dpm_api_set_tunnel_proc(uint32_t oper, uint32_t tunnel_id);
+DPM_API int dpm_api_set_tunnel_ipvrf_proc(uint32_t oper, uint32_t tunnel_id, uint32_t ip_vrfid);
+DPM_API int dpm_api_set_tunnel_ip_proc(uint32_t oper, uint32_t tunnel_id, uint32_t ip_vrfid,
+                                       uint32_t family, const void *address, uint32_t prefix_len);
+DPM_API int dpm_api_set_tunnel_mode_proc(uint32_t oper, uint32_t tunnel_id, uint32_t mode);
+DPM_API int dpm_api_set_tunnel_tunnelvrf_proc(uint32_t oper, uint32_t tunnel_id,
+                                              uint32_t tunnel_vrf);
+DPM_API int dpm_api_set_tunnel_source_proc(uint32_t oper, uint32_t tunnel_id, uint32_t tunnel_vrf,
+                                           uint32_t source);
+DPM_API int dpm_api_set_tunnel_destination_proc(uint32_t oper, uint32_t tunnel_id,
+                                                uint32_t tunnel_vrf, uint32_t destination);
+DPM_API int dpm_api_set_tunnel_checksum_proc(uint32_t oper, uint32_t tunnel_id, uint32_t checksum);
+DPM_API int dpm_api_set_tunnel_key_proc(uint32_t oper, uint32_t tunnel_id, uint32_t key_enable,
+                                        uint32_t key);
+
+/* Installs (DPM_OPER_ADD) or withdraws an IPv4 route of a VRF that leads into a tunnel, whose own VRF
+ * that must be.  `address` is a word in network order.  It takes the place of another route to the
+ * prefix, and is in the chip while the tunnel is up.  Any thread; 0 or -1. */
+DPM_API int dpm_api_route_tunnel_pro(uint32_t oper, uint32_t vrf, uint32_t address,
+                                     uint32_t prefix_len, uint32_t tunnel_id);
+
+/* First tunnel, or port of tunnels, and the one after `entry`; null at the end.  Walkers. */
+DPM_API const struct dpm_tunnel_entry *dpm_api_get_tunnel_entry_first(void);
+DPM_API const struct dpm_tunnel_entry *
+dpm_api_get_tunnel_entry_next(const struct dpm_tunnel_entry *entry);
+DPM_API const struct dpm_tunnel_port_entry *dpm_api_get_tunnel_port_entry_first(void);
+DPM_API const struct dpm_tunnel_port_entry *
+dpm_api_get_tunnel_port_entry_next(const struct dpm_tunnel_port_entry *entry);
+
+DPM_API void dpm_tunnel_show(void);
+DPM_API void dpm_tunnel_port_show(void);
+
 /* ---- multicast ------------------------------------------------------------------------------- */
 
 /* Adds (oper DPM_OPER_ADD) or deletes (any other) a source of a group; an add replaces the outgoing
@@ -1000,6 +1079,12 @@ struct dpm_ipmc_settings {
     ROW(dpm_host_entry_add_sync_receive,         struct dpm_host_entry,     ENTRY)         \
     ROW(dpm_host_entry_del_sync_receive,         struct dpm_host_entry,     ENTRY)         \
     ROW(dpm_host_entry_sync_all_receive,         struct dpm_host_entry,     TABLE)         \
+    ROW(dpm_tunnel_port_entry_add_sync_receive,  struct dpm_tunnel_port_entry, ENTRY)      \
+    ROW(dpm_tunnel_port_entry_del_sync_receive,  struct dpm_tunnel_port_entry, ENTRY)      \
+    ROW(dpm_tunnel_port_entry_sync_all_receive,  struct dpm_tunnel_port_entry, TABLE)      \
+    ROW(dpm_tunnel_entry_add_sync_receive,       struct dpm_tunnel_entry,   ENTRY)         \
+    ROW(dpm_tunnel_entry_del_sync_receive,       struct dpm_tunnel_entry,   ENTRY)         \
+    ROW(dpm_tunnel_entry_sync_all_receive,       struct dpm_tunnel_entry,   TABLE)         \
     ROW(dpm_ecmp_entry_add_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
     ROW(dpm_ecmp_entry_del_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
     ROW(dpm_ecmp_entry_sync_all_receive,         struct dpm_ecmp_entry,     TABLE)         \

@@ -67,6 +67,13 @@ int give_way_below(destination_rank rank, std::uint32_t vrf, const dpm_prefix &d
     return result;
 }
 
+void claim_changed(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination) {
+    const bool is_claimed = is_claimed_by(rank, vrf, destination);
+    for (int below = static_cast<int>(rank) - 1; below >= 0; below--)
+        if (const auto claimed = owner_of(below).claimed)
+            claimed(vrf, destination, is_claimed);
+}
+
 void take_back_below(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination) {
     for (int below = static_cast<int>(rank) - 1; below >= 0; below--)
         if (const auto take_back = owner_of(below).take_back)

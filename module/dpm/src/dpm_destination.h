@@ -41,6 +41,8 @@ struct destination_owner {
                     const call_site &caller);
     // What the chip refuses waits, as after any refusal.
     void (*take_back)(std::uint32_t vrf, const dpm_prefix &destination);
+    // One above it claims the destination from now on, or no longer does; null: that is nothing to it.
+    void (*claimed)(std::uint32_t vrf, const dpm_prefix &destination, bool is_claimed) = nullptr;
 };
 
 // The row must live as long as the process.
@@ -56,6 +58,9 @@ bool taken_above(destination_rank rank, std::uint32_t vrf, const dpm_prefix &des
 // An owner comes: those below it give way.  0, or the last answer that is not.
 int give_way_below(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination, way how,
                    const call_site &caller);
+
+// An owner claims a destination that it did not, or claims it no longer: those below it hear of it.
+void claim_changed(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);
 
 // An owner has gone: those below it take back, the highest first.
 void take_back_below(destination_rank rank, std::uint32_t vrf, const dpm_prefix &destination);

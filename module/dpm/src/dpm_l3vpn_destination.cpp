@@ -96,6 +96,15 @@ int take_destination(dpm_ftn &tunnel) {
     return result;
 }
 
+bool is_claimed_by_label(const dpm_ftn &image) {
+    return claims(image.vrf_id, prefix_of(image));
+}
+
+void tell_of_claim(const dpm_ftn &image) {
+    if (image.vrf_id == 0)
+        claim_changed(destination_rank::label, 0, prefix_of(image));
+}
+
 void return_destination(dpm_ftn &tunnel) {
     if (keeps_route_out(tunnel) && find_other(tunnel, keeps_route_out) == nullptr)
         put_route_back(tunnel);

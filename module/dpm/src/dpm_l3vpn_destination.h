@@ -11,6 +11,10 @@ namespace dpm {
 // The route that points somewhere leaves the chip.  0, or the driver's answer when it would not.
 int take_destination(dpm_ftn &tunnel);
 
+// Whether there is a tunnel for the prefix of an image; those below are told when that has changed.
+bool is_claimed_by_label(const dpm_ftn &image);
+void tell_of_claim(const dpm_ftn &image);
+
 // The chip refused the tunnel: the route is put back, unless another tunnel keeps it out.
 void return_destination(dpm_ftn &tunnel);
 

@@ -208,6 +208,7 @@ int dpm_mpls_ftn_add_msg(const dpm_ftn_msg *request) {
     log_request(image, *request);
     if (is_vpn(image) && !take_tunnel(image, *request))
         return -1;
+    const bool is_claim = entry == nullptr && !dpm::is_claimed_by_label(image);
     if (entry == nullptr) {
         entry = dpm_mpls_ftn_add(image);
         if (entry == nullptr) {
@@ -225,6 +226,8 @@ int dpm_mpls_ftn_add_msg(const dpm_ftn_msg *request) {
     (void)dpm_mpls_ftn_add_sync_send(entry);
     if (is_ipv4_tunnel(*entry) && entry->flags == DPM_LABEL_PROGRAMMED)
         (void)dpm_l2vpn_respond_arp_or_route_or_ftn_add(entry->tunnel_nhop, entry->fec_prefix);
+    if (is_claim)
+        dpm::tell_of_claim(image);
     return result;
 }
 
@@ -257,7 +260,10 @@ int dpm_mpls_ftn_del_msg(const dpm_ftn_msg *request) {
     }
     dpm::leave_destination(*entry);
     (void)dpm_mpls_ftn_del_sync_send(entry);
-    return dpm_mpls_ftn_del(entry);
+    (void)dpm_mpls_ftn_del(entry);
+    if (!dpm::is_claimed_by_label(key))
+        dpm::tell_of_claim(key);
+    return 0;
 }
 
 int dpm_mpls_ftn_update_for_vpnv4_del(dpm_ftn *tunnel) {

@@ -20,6 +20,7 @@
 #include "dpm_msg.h"
 #include "dpm_policy_route.h"
 #include "dpm_route.h"
+#include "dpm_tunnel.h"
 #include "dpm_vpn.h"
 #include "dpm_vrf.h"
 #include "platform/hal.h"
@@ -87,6 +88,7 @@ void create_tables() {
     dpm::destination_register(dpm::destination_rank::route, dpm::route_owner);
     dpm::destination_register(dpm::destination_rank::host, dpm::host_owner);
     dpm::destination_register(dpm::destination_rank::label, dpm::label_owner);
+    dpm::route_notify_register(dpm_tunnel_route_notify);
     for (const dpm::if_follower *follower :
          {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
           &dpm::mpls_ifs_on_interfaces, &dpm::bfd_sessions_on_interfaces,

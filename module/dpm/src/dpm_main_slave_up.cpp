@@ -10,6 +10,7 @@
 #include "dpm.h"
 #include "dpm_bfd.h"
 #include "dpm_bridge.h"
+#include "dpm_ecmp.h"
 #include "dpm_host.h"
 #include "dpm_ipmc.h"
 #include "dpm_l3vpn.h"
@@ -20,6 +21,7 @@
 #include "dpm_route.h"
 #include "dpm_slot.h"
 #include "dpm_trace.h"
+#include "dpm_tunnel.h"
 #include "dpm_vrf.h"
 
 #include <cstring>
@@ -173,7 +175,11 @@ int dpm_slave_to_master_process() {
     g_dpm_global.slave_up = 0;
     (void)dpm_host_start_delete_time();
     dpm::hosts_left_over();
+    dpm::ecmp_groups_uncount();
+    dpm::tunnels_recount();
     (void)dpm_route_start_delete_time();
+    dpm::ecmp_groups_drop_uncounted();
+    dpm::tunnels_take_over();
     dpm::labels_ask();
     (void)dpm_bfd_slave_to_master_pro();
     dpm::policy_routes_ask();

@@ -86,7 +86,26 @@
     CALL(89, DPM_MSG_PROXY_TIMER,                                                 dpm_proxy_msg_timer,                                      signal)  \
     CALL(90, DPM_MSG_PROXY_SLAVE_SYNC,                                            dpm_proxy_msg_slave_sync,                                 owned)   \
     ROW (91, DPM_MSG_ADD_POLICY_ROUTE,     dpm_task_msg_add_policy_route_pro,     dpm_policy_route_add_msg,           dpm_policy_route_msg, rules)   \
-    ROW (92, DPM_MSG_DEL_POLICY_ROUTE,     dpm_task_msg_del_policy_route_pro,     dpm_policy_route_del_msg,           dpm_policy_route_msg, rules)
+    ROW (92, DPM_MSG_DEL_POLICY_ROUTE,     dpm_task_msg_del_policy_route_pro,     dpm_policy_route_del_msg,           dpm_policy_route_msg, rules) \
+    ROW (93, DPM_MSG_ADD_ROUTE_TUNNEL,      dpm_task_msg_add_route_tunnel_pro,     dpm_route_tunnel_add_msg,           dpm_route_tunnel_msg, body) \
+    ROW (94, DPM_MSG_DEL_ROUTE_TUNNEL,      dpm_task_msg_del_route_tunnel_pro,     dpm_route_tunnel_del_msg,           dpm_route_tunnel_msg, body) \
+    ROW (95, DPM_MSG_ADD_TUNNEL,            dpm_task_msg_add_tunnel_pro,           dpm_tunnel_create_msg,              dpm_tunnel_msg,       body) \
+    ROW (96, DPM_MSG_DEL_TUNNEL,            dpm_task_msg_del_tunnel_pro,           dpm_tunnel_delete_msg,              dpm_tunnel_msg,       body) \
+    ROW (97, DPM_MSG_UPDATE_TUNNEL_IPVRF,   dpm_task_msg_update_tunnel_ipvrf_pro,  dpm_tunnel_ipvrf_update_msg,        dpm_tunnel_value_msg, body) \
+    ROW (98, DPM_MSG_ADD_TUNNEL_IP,         dpm_task_msg_add_tunnel_ip_pro,        dpm_tunnel_ip_add_msg,              dpm_tunnel_ip_msg,    body) \
+    ROW (99, DPM_MSG_DEL_TUNNEL_IP,         dpm_task_msg_del_tunnel_ip_pro,        dpm_tunnel_ip_del_msg,              dpm_tunnel_ip_msg,    body) \
+    ROW (100, DPM_MSG_UPDATE_TUNNEL_MODE,    dpm_task_msg_update_tunnel_mode_pro,   dpm_tunnel_mode_update_msg,         dpm_tunnel_value_msg, body) \
+    ROW (101, DPM_MSG_UPDATE_TUNNEL_VRF,     dpm_task_msg_update_tunnel_vrf_pro,    dpm_tunnel_tunnelvrf_update_msg,    dpm_tunnel_value_msg, body) \
+    ROW (102, DPM_MSG_ADD_TUNNEL_SRC,        dpm_task_msg_add_tunnel_src_pro,       dpm_tunnel_source_add_msg,          dpm_tunnel_ip_msg,    body) \
+    ROW (103, DPM_MSG_DEL_TUNNEL_SRC,        dpm_task_msg_del_tunnel_src_pro,       dpm_tunnel_source_del_msg,          dpm_tunnel_ip_msg,    body) \
+    ROW (104, DPM_MSG_ADD_TUNNEL_DEST,       dpm_task_msg_add_tunnel_dest_pro,      dpm_tunnel_destination_add_msg,     dpm_tunnel_ip_msg,    body) \
+    ROW (105, DPM_MSG_DEL_TUNNEL_DEST,       dpm_task_msg_del_tunnel_dest_pro,      dpm_tunnel_destination_del_msg,     dpm_tunnel_ip_msg,    body) \
+    ROW (106, DPM_MSG_UPDATE_TUNNEL_CHECKSUM, dpm_task_msg_update_tunnel_checksum_pro, dpm_tunnel_checksum_update_msg,     dpm_tunnel_value_msg, body) \
+    ROW (107, DPM_MSG_UPDATE_TUNNEL_KEY,     dpm_task_msg_update_tunnel_key_pro,    dpm_tunnel_key_update_msg,          dpm_tunnel_key_msg,   body) \
+    ROW (108, DPM_MSG_SYNC_ADD_TUNNEL_PORT,  dpm_task_msg_sync_add_tunnel_port_pro, dpm_tunnel_port_entry_add_sync_process, dpm_tunnel_port_entry, body) \
+    ROW (109, DPM_MSG_SYNC_DEL_TUNNEL_PORT,  dpm_task_msg_sync_del_tunnel_port_pro, dpm_tunnel_port_entry_del_sync_process, dpm_tunnel_port_entry, body) \
+    ROW (110, DPM_MSG_SYNC_ADD_TUNNEL,       dpm_task_msg_sync_add_tunnel_pro,      dpm_tunnel_entry_add_sync_process,  dpm_tunnel_entry,     body) \
+    ROW (111, DPM_MSG_SYNC_DEL_TUNNEL,       dpm_task_msg_sync_del_tunnel_pro,      dpm_tunnel_entry_del_sync_process,  dpm_tunnel_entry,     body)
 // clang-format on
 
 // The owners of ROW messages, on the worker, under the DPM lock.  The worker does not look at their

@@ -26,10 +26,6 @@ namespace {
 constexpr dpm::call_site adding = {"dpm_route_add", __LINE__}; // also when a route is replaced
 constexpr std::uint32_t static_route_origin = 15;              // as the IP stack numbers it
 
-std::uint32_t occupied() {
-    return dpm::ipv4_routes().count() + 2 * dpm::ipv6_routes().count();
-}
-
 // Refusals about tunnels carry no function and line: the text is format and argument at once.
 int refuse(const char *text) {
     // deliberate: those who watch the logs know these two lines so
@@ -50,14 +46,6 @@ void fill_route(dpm_route_entry &route, const dpm_route_msg &body) {
             std::memcpy(route.np_ifname[i], route.np_ifname[i - 1], sizeof route.np_ifname[i]);
         else
             (void)dpm_if_get_ifnamebyindex(route.np_ifindex[i], route.np_ifname[i]);
-}
-
-// The address of a host on the route's interface: the host holds it, and the route is not added.
-bool is_address_of_host(const dpm_route_entry &route) {
-    const dpm_prefix &destination = route.destination;
-    return dpm::is_known_family(destination.family) &&
-           destination.prefix_len == dpm::host_bits(destination.family) &&
-           dpm_host_find_by_ip(route.vrf, &destination, route.np_ifindex[0]) != nullptr;
 }
 
 // What the chip shall point to for one gateway.
@@ -132,20 +120,9 @@ int add_route(dpm::route_block &record) {
         host[4], host[5], host[6], host[7]);
     put_into_chip(*record);
     dpm::link_route(*record.release());
+    dpm::tell_of_route(route, dpm::route_event::came);
     (void)dpm_route_entry_add_sync_send(&route);
     return 0;
-}
-
-std::uint32_t weight(const dpm_route_entry &route) {
-    return route.destination.family == DPM_FAMILY_IPV6 ? 2 : 1;
-}
-
-// `own_weight` is that of a route which the new one replaces.
-bool has_room(std::uint32_t own_weight, const dpm::call_site &caller) {
-    if (occupied() - own_weight < DPM_ROUTE_CAPACITY)
-        return true;
-    DPM_LOG_FROM(caller, "%s %d::route entry is full!!!\r\n");
-    return false;
 }
 
 // As if it had just come: its group had gone before the master could mirror the route.
@@ -212,7 +189,15 @@ void route_take_back(std::uint32_t vrf, const dpm_prefix &destination) {
     if (dpm::restore_chip_entry(record_of(*route), DPM_CALL_SITE) != 0) {
         dpm::unresolve(*route);
         (void)dpm_route_entry_add_sync_send(route);
+        dpm::tell_of_route(*route, dpm::route_event::went);
     }
+}
+
+// What a label entry claims leads no tunnel to its destination.
+void route_claimed(std::uint32_t vrf, const dpm_prefix &destination, bool is_claimed) {
+    const dpm_route_entry *route = dpm::find_route(vrf, destination);
+    if (route != nullptr && route->sdk_index > 0)
+        dpm::tell_of_route(*route, is_claimed ? dpm::route_event::went : dpm::route_event::came);
 }
 
 } // namespace
@@ -223,12 +208,24 @@ constexpr dpm::destination_owner dpm::route_owner = {
     .take_over = nullptr, // nothing stands below a route
     .give_way = route_give_way,
     .take_back = route_take_back,
+    .claimed = route_claimed,
 };
+
+bool dpm::is_address_of_host(const dpm_route_entry &route, const call_site &caller) {
+    const dpm_prefix &destination = route.destination;
+    if (!is_known_family(destination.family) ||
+        destination.prefix_len != host_bits(destination.family) ||
+        dpm_host_find_by_ip(route.vrf, &destination, route.np_ifindex[0]) == nullptr)
+        return false;
+    DPM_LOG_FROM(caller, "%s %d::ip_str %s exist in fib host\r\n",
+                 address_text(destination).c_str());
+    return true;
+}
 
 int dpm_route_add(const dpm_route_entry *entry) {
     if (entry == nullptr)
         return dpm::null_parameter();
-    if (!has_room(0, DPM_CALL_SITE))
+    if (!dpm::has_route_room(0, DPM_CALL_SITE))
         return -1;
     if (!dpm::is_known_family(entry->destination.family)) {
         DPM_TRACE("%s %d::ip_type = %d is err!\r\n", entry->destination.family);
@@ -264,6 +261,8 @@ int dpm_route_del(dpm_route_entry *entry) {
     (void)dpm_timer_stop(g_dpm_global.timer_list, &entry->delete_timer);
     (void)dpm_route_entry_del_sync_send(entry);
     dpm::unlink_route(record);
+    if (!record.is_tunnels)
+        dpm::tell_of_route(*entry, dpm::route_event::went);
     dpm::free_route(record);
     return 0;
 }
@@ -273,7 +272,8 @@ int dpm_route_update(dpm_route_entry *old_entry, const dpm_route_entry *new_entr
         return dpm::null_parameter();
     if (dpm_route_is_same(old_entry, new_entry)) // renewed: it outlives a switch-over
         return (void)dpm_timer_stop(g_dpm_global.timer_list, &old_entry->delete_timer), 0;
-    if (!dpm::is_sound(*new_entry, DPM_CALL_SITE) || !has_room(weight(*old_entry), DPM_CALL_SITE))
+    if (!dpm::is_sound(*new_entry, DPM_CALL_SITE) ||
+        !dpm::has_route_room(dpm::route_weight(*old_entry), DPM_CALL_SITE))
         return -1;
     dpm::route_block record(*new_entry); // taken before the old route goes
     if (!record)
@@ -293,11 +293,8 @@ int dpm_route_add_msg(const dpm_route_msg *body) {
         return -1;
     dpm_route_entry route = {};
     fill_route(route, *body);
-    if (is_address_of_host(route)) {
-        DPM_TRACE("%s %d::ip_str %s exist in fib host\r\n",
-                  dpm::address_text(route.destination).c_str());
+    if (dpm::is_address_of_host(route, DPM_CALL_SITE))
         return 0;
-    }
     dpm_route_entry *present = dpm_route_find_by_entry(&route);
     if (present == nullptr) {
         DPM_TRACE("%s %d::prefix not exit in route table.\r\n");
@@ -329,11 +326,9 @@ int dpm_route_start_delete_time() {
     if (dpm::ipv4_routes().empty())
         DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
     std::memset(g_dpm_index.cpu_default_due, 0, sizeof g_dpm_index.cpu_default_due);
-    dpm::ecmp_groups_uncount();
     for (dpm_route_entry &route : dpm::ipv4_routes())
         take_over(route);
     for (dpm_route_entry &route : dpm::ipv6_routes())
         take_over(route);
-    dpm::ecmp_groups_drop_uncounted();
     return 0;
 }

@@ -82,6 +82,21 @@ template <class Record> bool is_sound(const Record &record, const call_site &cal
     return true;
 }
 
+// A route came or grew, or went or shrank: the one who follows routes is told, tunnels.  Registered at
+// start-up.
+enum class route_event : std::uint32_t { came = 1, went = 2 };
+using route_notice = int (*)(const dpm_route_entry *route, std::uint32_t event);
+void route_notify_register(route_notice notice);
+void tell_of_route(const dpm_route_entry &route, route_event event);
+
+// Whether the table takes one route more; `own_weight` is that of a route which the new one replaces.
+// False, told in the log.
+std::uint32_t route_weight(const dpm_route_entry &route);
+bool has_route_room(std::uint32_t own_weight, const call_site &caller);
+
+// The address of a host on the route's interface: the host holds it, and the route is not added.
+bool is_address_of_host(const dpm_route_entry &route, const call_site &caller);
+
 // What routes do when interfaces change.
 extern const if_follower routes_on_interfaces;
 

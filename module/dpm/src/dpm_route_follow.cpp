@@ -101,8 +101,11 @@ bool gateway_went(const following &f, const dpm::call_site &caller) {
         caller, f,
         "%s %d::oper %d prefix %s prefixlen %d nexthop %s route_type %d ecmp_enable %d old_sdk_index %d new_sdk_index %d .\r\n");
     if (route.sdk_index == 0 && f.old_sdk_index > 0) {
-        if (dpm::withdraw_route(record_of(route), caller) != 0)
-            return false; // deliberate: not mirrored; the standby looks itself when it takes over
+        if (dpm::withdraw_route(record_of(route), caller) != 0) {
+            // deliberate: not mirrored; the standby looks itself when it takes over
+            dpm::tell_of_route(route, dpm::route_event::went);
+            return false;
+        }
         dpm::restore_cpu_default(route);
     }
     return true;
@@ -129,8 +132,11 @@ void fetch_ahead(const gateway_place *place) {
 void follow(dpm_route_entry &route, std::uint32_t position, const dpm_host_entry &host,
             std::uint32_t event, const dpm::call_site &caller) {
     const following f = {route, host, event, position, route.sdk_index};
-    if (event == DPM_HOST_ADDED ? gateway_came(f, caller) : gateway_went(f, caller))
-        (void)dpm_route_entry_add_sync_send(&route);
+    const bool is_there = event == DPM_HOST_ADDED;
+    if (!(is_there ? gateway_came(f, caller) : gateway_went(f, caller)))
+        return;
+    (void)dpm_route_entry_add_sync_send(&route);
+    dpm::tell_of_route(route, is_there ? dpm::route_event::came : dpm::route_event::went);
 }
 
 } // namespace
@@ -179,6 +185,8 @@ bool recount(dpm_route_entry &route, std::uint32_t i, dpm::ecmp_group &group) {
 } // namespace
 
 bool dpm::recount_gateways(dpm_route_entry &route) {
+    if (record_of(route).is_tunnels) // whose group is the tunnel's
+        return true;
     ecmp_group group(route.destination.family, route.sdk_index);
     bool has_host = false;
     for (std::uint32_t i = 0; i < route.np_num; i++)
@@ -220,7 +228,10 @@ bool name_gateways(dpm_route_entry &route, std::uint32_t ifindex) {
     for (std::uint32_t i = 0; i < route.np_num; i++)
         if (ifindex != 0 && route.np_ifindex[i] == ifindex && route.np_ifname[i][0] == '\0')
             has_changed = dpm_if_get_ifnamebyindex(ifindex, route.np_ifname[i]) == 0;
-    record_of(route).is_over_tunnel = dpm::is_over_tunnel(route);
+    if (has_changed && dpm::is_over_tunnel(route) && !record_of(route).is_over_tunnel) {
+        record_of(route).is_over_tunnel = true; // it leads to no tunnel's destination any more
+        dpm::tell_of_route(route, dpm::route_event::went);
+    }
     return has_changed;
 }
 

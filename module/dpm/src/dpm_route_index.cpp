@@ -216,6 +216,15 @@ bool is_candidate(const route_record &record) {
            !dpm::is_claimed_by(dpm::destination_rank::label, route.vrf, route.destination);
 }
 
+// --- by tunnel ---
+
+// No other route has a gateway with neither address nor next hop.
+bool is_tunnels_own(const route_record &record) {
+    const dpm_route_entry &route = record.entry;
+    return record.is_over_tunnel && route.np_num == 1 && route.ecmp_enable == DPM_ROUTE_SINGLE &&
+           route.np[0].family == DPM_FAMILY_NONE && route.host_index[0] == 0;
+}
+
 } // namespace
 
 namespace dpm {
@@ -223,6 +232,7 @@ namespace dpm {
 void route_indexes_create() {
     for (const std::uint32_t family : {DPM_FAMILY_IPV4, DPM_FAMILY_IPV6})
         by_gateway(family).create(), unmasked(family).create();
+    routes_of_tunnels().create();
     (void)getrandom(&g_dpm_index.hash_seed, sizeof g_dpm_index.hash_seed, GRND_NONBLOCK);
 }
 
@@ -259,15 +269,39 @@ void link_route(route_record &record) {
     index_of(destination.family).of_length[destination.prefix_len]++;
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
         link_place(record.gateways()[i]);
+    record.is_tunnels = is_tunnels_own(record);
+    if (record.is_tunnels)
+        (void)routes_of_tunnels().add(record);
 }
 
 void unlink_route(route_record &record) {
     const dpm_prefix &destination = record.entry.destination;
+    if (record.is_tunnels)
+        routes_of_tunnels().remove(record);
     for (std::uint32_t i = 0; i < record.entry.np_num; i++)
         unlink_place(record.gateways()[i]);
     index_of(destination.family).of_length[destination.prefix_len]--;
     unlink_network(record);
     routes_of(destination.family).remove(record.entry);
+}
+
+int tunnel_route_order(const route_record &a, const route_record &b) {
+    if (a.entry.vrf != b.entry.vrf)
+        return three_way(a.entry.vrf, b.entry.vrf);
+    const int order = std::strncmp(a.entry.np_ifname[0], b.entry.np_ifname[0], DPM_IFNAME_BYTES);
+    if (order != 0)
+        return three_way(order, 0);
+    if (a.entry.destination.family != b.entry.destination.family)
+        return three_way(a.entry.destination.family, b.entry.destination.family);
+    return dpm_prefix_compare(a.entry.destination, b.entry.destination);
+}
+
+tunnel_route_index routes_of_tunnels() {
+    return tunnel_route_index(g_dpm_index.route_by_tunnel);
+}
+
+bool is_best_route_candidate(const dpm_route_entry &route) {
+    return is_candidate(record_of(route));
 }
 
 bool has_default(std::uint32_t vrf, std::uint32_t family, const route_record *but) {

@@ -114,7 +114,8 @@ void unresolve(dpm_route_entry &route) {
     if (route.ecmp_enable == DPM_ROUTE_ECMP) {
         (void)dpm_ecmp_del_all(route.destination.family, &route.sdk_index);
     } else {
-        route.host_index[0] = DPM_ROUTE_UNRESOLVED;
+        if (!record_of(route).is_tunnels) // which has no gateway that could be resolved
+            route.host_index[0] = DPM_ROUTE_UNRESOLVED;
         route.sdk_index = 0;
     }
     restore_cpu_default(route);

@@ -44,9 +44,11 @@ struct route_record {
     std::uint32_t sync;      // that brought it
     bool is_mirrored;        // another card has programmed it: chip_index is what that card left
     bool is_over_tunnel;
+    bool is_tunnels;       // made by a tunnel's request: it leads where the tunnel does
     route_network network; // set while it is linked
     route_record *next;    // in its chain of the index by network, or
     dpm_avl_node unmasked; // among those with host bits set
+    dpm_avl_node of_tunnel; // among those of its tunnel
 
     gateway_place *gateways() { return reinterpret_cast<gateway_place *>(this + 1); }
     static constexpr std::size_t size_bytes(std::uint32_t gateway_count) {
@@ -93,6 +95,15 @@ bool has_default(std::uint32_t vrf, std::uint32_t family, const route_record *bu
 // elsewhere.
 void link_route(route_record &record);
 void unlink_route(route_record &record);
+
+// Routes that tunnels' requests made, by VRF, name of the tunnel, and destination.
+int tunnel_route_order(const route_record &a, const route_record &b);
+using tunnel_route_index =
+    avl_table<route_record, tunnel_route_order, offsetof(route_record, of_tunnel)>;
+tunnel_route_index routes_of_tunnels();
+
+// Whether a route may lead to a tunnel's destination: the longest of those that may does.
+bool is_best_route_candidate(const dpm_route_entry &route);
 
 // The places of a VRF's routes over a gateway, in the table's order; null when there are none.
 using gateway_places = list_view<gateway_place, &gateway_place::link>;

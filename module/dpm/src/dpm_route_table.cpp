@@ -4,6 +4,7 @@
 
 #include "dpm.h"
 #include "dpm_if.h"
+#include "dpm_state.h"
 #include "dpm_trace.h"
 
 #include <cstring>
@@ -11,6 +12,8 @@
 namespace {
 
 constexpr char tunnel_prefix[] = "tunnel";
+
+DPM_STATE dpm::route_notice g_dpm_route_notice;
 
 } // namespace
 
@@ -26,6 +29,27 @@ ipv6_route_table ipv6_routes() {
 ipv4_route_table routes_of(std::uint32_t family) {
     return ipv4_route_table(family == DPM_FAMILY_IPV4 ? g_dpm_global.route_ipv4_tree
                                                       : g_dpm_global.route_ipv6_tree);
+}
+
+void route_notify_register(route_notice notice) {
+    g_dpm_route_notice = notice;
+}
+
+void tell_of_route(const dpm_route_entry &route, route_event event) {
+    if (g_dpm_route_notice != nullptr)
+        (void)g_dpm_route_notice(&route, static_cast<std::uint32_t>(event));
+}
+
+std::uint32_t route_weight(const dpm_route_entry &route) {
+    return route.destination.family == DPM_FAMILY_IPV6 ? 2 : 1;
+}
+
+bool has_route_room(std::uint32_t own_weight, const call_site &caller) {
+    const std::uint32_t occupied = ipv4_routes().count() + 2 * ipv6_routes().count();
+    if (occupied - own_weight < DPM_ROUTE_CAPACITY)
+        return true;
+    DPM_LOG_FROM(caller, "%s %d::route entry is full!!!\r\n");
+    return false;
 }
 
 bool is_over_tunnel(const dpm_route_entry &route) {

@@ -20,6 +20,12 @@
         dpm_nexthop_entry_sync_all_send)                                                          \
     ROW(mirrored_hosts, dpm_host_entry,                                                           \
         dpm_host_entry_add_sync_send, dpm_host_entry_del_sync_send, dpm_host_entry_sync_all_send) \
+    ROW(mirrored_tunnel_ports, dpm_tunnel_port_entry,                                             \
+        dpm_tunnel_port_entry_add_sync_send, dpm_tunnel_port_entry_del_sync_send,                 \
+        dpm_tunnel_port_entry_sync_all_send)                                                      \
+    ROW(mirrored_tunnels, dpm_tunnel_entry,                                                       \
+        dpm_tunnel_entry_add_sync_send, dpm_tunnel_entry_del_sync_send,                           \
+        dpm_tunnel_entry_sync_all_send)                                                           \
     ROW(mirrored_groups, dpm_ecmp_entry,                                                          \
         dpm_ecmp_entry_add_sync_send, dpm_ecmp_entry_del_sync_send, dpm_ecmp_entry_sync_all_send) \
     ROW(mirrored_routes, dpm_route_entry,                                                         \
