@@ -98,6 +98,11 @@ ROWS(Bfd, ThePeerIsMissedForThreeSecondsBeforeItIsLost, .families = {4}, .roles 
      "bfd 100 state 3 diag 0 of 201"},
     {"bfd update 100 cc off"},
     {"switch-over", "lmep disc 100 cc on"}, // as after any switch-over
+    {"standby comes"},
+    {"bfd add 101 via {a} dev vlanif100"},
+    {"fault send 1 times 4"},
+    {"chip bfd up 101 remote 7", "error the report was not taken"},
+    {"switch-over", "rmep? disc 101 of 7; rmep disc 101 of 7; lmep disc 101 cc on"},
 };
 
 ROWS(Bfd, SessionsAreChangedInPlaceAndUpdatesTravelAsTheyAre, .families = {4},
@@ -263,7 +268,7 @@ ROWS(Bfd, SessionsFollowTheirInterfaceFromVrfToVrf, .families = {4}, .roles = ri
      "nexthop+ port 1 {m1} n3; mirror nexthop+ n3; entry+ {a} n3; mirror host+ {a}; "
      "lmep+ mep 2 disc 100 ...; rmep+ mep 2 disc 100 ...; mirror bfd+ 100; "
      "lmep+ mep 3 disc 101 ...; rmep+ mep 3 disc 101 ...; mirror bfd+ 101"},
-    {"switch-over", ""},
+    {"switch-over", "rmep? disc 100 of 0; rmep? disc 101 of 0"},
 };
 
 // The standby knows a session's interface by where its next hop is, and a new master by its host.

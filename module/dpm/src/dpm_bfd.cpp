@@ -263,7 +263,15 @@ void stand_over_hosts() {
         stand_over(host);
 }
 
-// As after a switch-over.
+// In the peer's packets; 0 when there are none, or the chip does not say.
+std::uint32_t heard_by_chip(const dpm_bfd_sess &session) {
+    std::uint32_t remote_disc = 0;
+    const int result = hw_driver_bfd_get_remote_disc(unit, dpm_bfd_mep_type_get(session.told.type),
+                                                     session.told.local_disc, &remote_disc);
+    return result == 0 ? remote_disc : 0;
+}
+
+// As after a switch-over.  The report that told of the peer may have died with the master.
 void take_over(dpm_bfd_sess &session) {
     if (dpm::is_resolved(session) && !record_of(session).has_host)
         withdraw(session);
@@ -273,9 +281,10 @@ void take_over(dpm_bfd_sess &session) {
         try_again(session);
     }
     if (session.debounce != 0)
-        dpm::bfd_debounce_start(session);
-    else
-        check_continuity(session);
+        return dpm::bfd_debounce_start(session);
+    if (dpm::is_installed(session) && session.told.remote_disc == 0)
+        (void)dpm_bfd_remoteid_update(&session, heard_by_chip(session));
+    check_continuity(session);
 }
 
 } // namespace
@@ -310,11 +319,8 @@ int dpm_bfd_sess_notify_msg(const dpm_bfd_notice *notice) {
     dpm_bfd_sess *const session = dpm_avl_bfd_sess_lookup(notice->local_disc);
     if (session == nullptr)
         return 0;
-    std::uint32_t remote_disc = notice->remote_disc;
-    if (remote_disc == 0 &&
-        hw_driver_bfd_get_remote_disc(unit, dpm_bfd_mep_type_get(session->told.type),
-                                      notice->local_disc, &remote_disc) != 0)
-        remote_disc = 0;
+    const std::uint32_t remote_disc =
+        notice->remote_disc != 0 ? notice->remote_disc : heard_by_chip(*session);
     const dpm::bfd_watch watch(*session);
     if (notice->state == DPM_BFD_ADMIN_DOWN || notice->state == DPM_BFD_DOWN)
         (void)dpm_bfd_remoteid_update(session, 0);
