@@ -304,3 +304,64 @@ ROWS(Bfd, InterfacesComeInTheirOwnTimeOnEitherCard, .families = {6}, .roles = ri
      "entry- {b} n1; nexthop- n1; entry- 2001:db8:1::99/64 cpu -> -1; entry- {gw} cpu -> -1; "
      "interface- vlan 100 02:00:00:00:00:0a"},
 };
+
+// A master that is killed between any two of the things that it lets out: suite and chip tell the
+// next one what they told the first, and it has the session as it should be.
+namespace {
+
+struct Killed : rig::Shelf {
+    void TestBody() override {}
+    using Shelf::TearDown;
+};
+
+constexpr struct Step {
+    const char *command;
+    bool is_installed, is_checked; // behind it
+} steps[] = {{"neigh add 10.1.1.2 port 1", false, false},
+             {"bfd add 100 via 10.1.1.2 dev vlanif100", true, false},
+             {"chip bfd up 100 remote 7", true, true},
+             {"neigh add 10.1.1.2 port 3", true, true},
+             {"bfd update 100 timers 1,2,3 state up", true, true},
+             {"chip bfd lost 100", true, true},
+             {"clock advance 3s", true, false},
+             {"chip bfd up 100 remote 8", true, true},
+             {"bfd del 100", false, false}};
+
+// False when it lived through all steps.
+bool is_killed_at(unsigned moment) {
+    Killed shelf;
+    shelf.run("if add vlanif100");
+    shelf.dies_behind(moment);
+    bool was_killed = false;
+    for (const Step &step : steps) {
+        SCOPED_TRACE("killed at " + std::to_string(moment) + ": " + step.command);
+        shelf.run(step.command);
+        if (shelf.is_dead()) {
+            was_killed = true;
+            shelf.switch_over();
+            if (step.is_installed)
+                shelf.run(steps[1].command);
+            shelf.run(step.command);
+            if (step.is_checked) {
+                shelf.run("chip bfd up 100 remote 7");
+                shelf.run(step.command);
+            }
+            shelf.standby_connects();
+        }
+        const auto &ends = shelf.master().chip.held<chassis::chip::kinds::bfd_local>();
+        EXPECT_EQ(!ends.empty(), step.is_installed);
+        EXPECT_EQ(!ends.empty() && ends.begin()->second.cc == 1, step.is_checked);
+        EXPECT_EQ(ends.size(), shelf.master().chip.held<chassis::chip::kinds::bfd_remote>().size());
+    }
+    shelf.TearDown();
+    return was_killed;
+}
+
+} // namespace
+
+TEST(Bfd, SessionsOutliveAMasterThatIsKilledAtAnyMoment) {
+    unsigned moment = 1;
+    while (is_killed_at(moment))
+        ++moment;
+    EXPECT_GT(moment, 30u);
+}
