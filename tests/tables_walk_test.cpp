@@ -21,6 +21,7 @@
 #include "support/walk.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <set>
 #include <sstream>
@@ -53,6 +54,21 @@ void wait_for_host(rig::RowShelf &, const Words &words) {
     (void)dpm_host_get_index_by_ip(0, 900, &ip);
 }
 const rig::Verb await{"await", wait_for_host};
+
+// "lead add|del PREFIX vrf N tunnelN": a route over a tunnel, which need not be there.
+void lead(rig::RowShelf &shelf, const Words &words) {
+    const dpm_prefix to = rig::prefix_of(words[2]);
+    std::uint32_t word;
+    std::memcpy(&word, to.address, sizeof word);
+    (void)dpm_api_route_tunnel_pro(words[1] == "add" ? DPM_OPER_ADD : DPM_OPER_DEL,
+                                   unsigned(std::stoul(words[4])), word, to.prefix_len,
+                                   unsigned(std::stoul(words[5].substr(6))));
+    shelf.settle();
+}
+const rig::Verb lead_verb{"lead", lead};
+bool is_over_tunnel(const std::string &told) {
+    return told.find(" dev tunnel") != told.npos;
+}
 
 // --- the model ---
 
@@ -188,12 +204,28 @@ void look_behind_route(TableWalk &walk, const Words &words, const std::string &t
         return;
     const std::string key = key_of(routes, told);
     const auto present = walk.model["routes"].find(key);
+    if (present != walk.model["routes"].end() && is_over_tunnel(present->second))
+        return expect(walk, routes, key, present->second); // the tunnels' alone
     if (words[1] == "del")
         expect(walk, routes, key, {});
     else if (present == walk.model["routes"].end() || compared(present->second) != compared(told))
         expect(walk, routes, key, told);
     const auto *const route = walk.route(walk.master(), words[2], unsigned(std::stoul(words[4])));
     if (!is_faulty(walk) || !route || route->delete_timer.expiry_sec == 0)
+        walk.expiring.erase(key);
+}
+// A route over a tunnel is there when the tunnel was in its VRF; else what was there stays.
+void look_behind_lead(TableWalk &walk, const Words &words) {
+    const std::string key = key_of(routes, text_of(words, 2));
+    const Entries found = read(walk, routes, words[2]);
+    const auto at = found.find(key);
+    const bool is_there = at != found.end() && is_over_tunnel(at->second);
+    const auto before = walk.model["routes"].find(key);
+    const bool was_there = before != walk.model["routes"].end();
+    if (is_faulty(walk) ||
+        (words[1] == "add" ? is_there : was_there && is_over_tunnel(before->second)))
+        expect(walk, routes, key, words[1] == "add" && is_there ? Told(at->second) : Told());
+    if (!is_faulty(walk) && is_there)
         walk.expiring.erase(key);
 }
 // The last request counts; of an interface and of a BFD session the first.  A VPN route is told with its remote last: it
@@ -224,6 +256,8 @@ void look_behind(TableWalk &walk, const std::string &command, bool is_accepted) 
         look_behind_host(walk, words, walk.vrf_of[words[4]]);
     else if (words[0] == "route")
         look_behind_route(walk, words, told);
+    else if (words[0] == "lead")
+        look_behind_lead(walk, words);
     else if (command.starts_with("if add vlanif1"))
         walk.vrf_of.try_emplace(words[2], "0");
     walk.now += words[0] == "clock" ? std::stoul(words[2]) : 0;
@@ -327,6 +361,10 @@ const struct {
     {"ilm", "", any_ilm},
     {"disc", "{100-107}"},
     {"session", "", any_session},
+    {"gre", "tunnel{1-4}"},
+    {"gre end", "{local 10.1.0.{1-2}|remote {in 4}|remote {in 4}|addr 10.99.0.{1-3}/24}"},
+    {"gre set", "{key {1-2}|nokey|csum {0-1}|vrf {0|0|5}|underlay {0|0|5}|mode {1-2}}"},
+    {"rule", "from 10.5.{0-1}.0/24 port {1-2} via 10.1.{0-3}.{2-8}"},
     {"from 4", "{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}"},
     {"from 6", "{| 2001:db8:9::{1-4}}{| 2001:db8:9::{1-4}}"},
     {"group", "{224.1.1.{1-2}{from 4}|224.1.1.{1-2}{from 4}|ff05::{1-2}{from 6}}"},
@@ -338,9 +376,10 @@ const struct {
                        "chip refuse {of host}{refused}}"},
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
     {"of session", "{local|remote}{|-del|-update}"},
+    {"of gre", "{port-key|gre|gre-del|gre-nexthop|gre-nexthop-update|gre-nexthop-del}"},
     {"fault",
      "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
-     "chip refuse default-route{refused}|"
+     "chip refuse default-route{refused}|chip refuse {of gre}{refused}|"
      "chip refuse {of label}{refused}|chip refuse bfd-{of session}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
 };
 
@@ -513,7 +552,8 @@ void compare_best_routes(TableWalk &walk) {
         const dpm_prefix ip = rig::prefix_of(text);
         const dpm_route_entry *wanted = nullptr;
         for (const dpm_route_entry &route : all)
-            if (route.vrf == vrf && route.sdk_index > 2 && tables::covers(route.destination, ip) &&
+            if (route.vrf == vrf && route.sdk_index > 2 && !dpm::is_over_tunnel(route) &&
+                tables::covers(route.destination, ip) &&
                 (!wanted || route.destination.prefix_len > wanted->destination.prefix_len) &&
                 !(vrf == 0 && fecs.contains(tables::prefix_text(route.destination))))
                 wanted = &route;
@@ -536,9 +576,14 @@ void check(TableWalk &walk) {
 
 // Everything is taken away, and what was adrift is sound again.
 void clear(TableWalk &walk) {
+    for (const char *id : {"1", "2", "3", "4"})
+        EXPECT_TRUE(walk.act(std::string("tunnel del tunnel") + id));
     for (const Modelled &row : modelled)
-        for (const auto &entry : &row == &hosts ? Entries() : read(walk, row))
-            EXPECT_TRUE(walk.act(std::string(row.verb) + " del " + entry.first)) << entry.first;
+        for (const auto &[key, told] : &row == &hosts ? Entries() : read(walk, row))
+            EXPECT_TRUE(walk.act(&row == &routes && is_over_tunnel(told)
+                                     ? "lead del " + key + " tunnel1"
+                                     : std::string(row.verb) + " del " + key))
+                << key;
     for (std::int32_t &index : std::exchange(walk.held, {}))
         EXPECT_EQ(dpm_ecmp_del_all(DPM_FAMILY_IPV4, &index), 0);
     perform(walk, "clock advance 30s"); // hosts that the chip kept leave their interfaces
@@ -612,6 +657,12 @@ constexpr struct Deed {
      "bfd update {disc}{| remote {0|0|{7-9}}}{| state {down|up}}{| cc {on|off}}"
      "{| timers {1-2},2,3}"},
     {40, faults_of_routes, "chip bfd {up {disc} remote {7-9}|lost {disc}|lost {disc}}"},
+    {40, faults_of_routes, "tunnel add {gre} local 10.1.0.{1-2} remote {in 4}"},
+    {40, faults_of_routes, "tunnel {set|set|set|del} {gre} {gre end}"},
+    {25, faults_of_routes, "tunnel set {gre} {gre set}"},
+    {10, faults_of_routes, "tunnel del {gre}"},
+    {45, faults_of_routes, "lead {add|add|del} {prefix 4} vrf {0|0|5} {gre}"},
+    {15, nothing, "pbr {add|add|del} {rule}"},
     {20, faults, "mpls {add|add|del} {any dev} space {1-3}"},
     {60, faults, "mroute {add|add|del} {mroute} {dev} {dev}{| {dev}}"},
     {150, faults, "hear {1-4} {100-103} {hears} {group}"},

@@ -231,44 +231,78 @@ ROWS(Tunnels, RoutesOverThemGiveWayAsOthersDo, .families = {4}, .see = "chip"){
 // not let go is tried again.
 ROWS(Tunnels, WhatTheChipRefusesIsGivenBackAndTriedAgain, .families = {4}, .roles = alone,
      .see = "chip"){
-    {"each {a} {b} do neigh add *"},
-    {"route add 10.9.0.0/16 via {a} via {b}"},
-    {"tunnel add tunnel1 local {gw}"},
-    {"route add {net} dev tunnel1"},
-    {"chip refuse gre-nexthop 1"},
-    {"tunnel set tunnel1 remote 10.9.1.1"},
-    {"tunnel del tunnel1 remote 10.9.1.1"},
-    {"chip refuse port-key 1"},
-    {"tunnel set tunnel1 remote 10.9.1.1"},
-    {"chip refuse gre-nexthop-update 1 skip 0"},
-    {"tunnel set tunnel1 key 9"}, // none is left
-    {"chip refuse gre 1"},
-    {"route add 10.9.0.0/16 via {a}"},
+    {"each {a} {b} do neigh add *",
+     "nexthop+ port 1 {m1} n1; entry+ {a} n1; nexthop+ port 1 {m2} n2; entry+ {b} n2"},
+    {"route add 10.9.0.0/16 via {a} via {b}",
+     "group+ g1; member+ g1 n1; member+ g1 n2; entry+ 10.9.0.0/16 g1"},
+    {"tunnel add tunnel1 local {gw}", ""},
+    {"route add {net} dev tunnel1", ""},
+    {"chip refuse gre-nexthop 1", ""},
+    {"tunnel set tunnel1 remote 10.9.1.1",
+     "port port 1 key 1; via+ port 1 {m1} source {gw} destination 10.9.1.1 0 -> -1; "
+     "port port 1 key 0; port port 1 key 1; "
+     "via+ port 1 {m2} source {gw} destination 10.9.1.1 v1; group+ g2; member+ g2 v1; "
+     "gre+ source {gw} destination 10.9.1.1 on; entry+ {net} g2"},
+    {"tunnel del tunnel1 remote 10.9.1.1",
+     "entry- {net} g2; member- g2 v1; group- g2; port port 1 key 0; via- v1; "
+     "gre- source {gw} destination 10.9.1.1"},
+    {"chip refuse port-key 1", ""},
+    {"tunnel set tunnel1 remote 10.9.1.1",
+     "port port 1 key 1 -> -1; port port 1 key 1; "
+     "via+ port 1 {m2} source {gw} destination 10.9.1.1 v2; group+ g3; member+ g3 v2; "
+     "gre+ source {gw} destination 10.9.1.1 on; entry+ {net} g3"},
+    {"chip refuse gre-nexthop-update 1 skip 0", ""},
+    {"tunnel set tunnel1 key 9",
+     "via port 1 {m2} source {gw} destination 10.9.1.1 key 9 v2 -> -1; entry- {net} g3; "
+     "member- g3 v2; group- g3; port port 1 key 0; via- v2; "
+     "gre- source {gw} destination 10.9.1.1"},
+    {"chip refuse gre 1", ""},
+    {"route add 10.9.0.0/16 via {a}",
+     "entry- 10.9.0.0/16 g1; member- g1 n1; member- g1 n2; group- g1; entry+ 10.9.0.0/16 n1; "
+     "port port 1 key 1; via+ port 1 {m1} source {gw} destination 10.9.1.1 key 9 v3; "
+     "gre+ source {gw} destination 10.9.1.1 key 9 on -> -1; port port 1 key 0; via- v3"},
     {"show tunnels --count", "= 1"},
-    {"route add 10.9.1.0/24 via {b}"},
-    {"chip refuse group-member 1 skip 2"}, // behind those of the route's own group
-    {"route add 10.9.1.0/24 via {a} via {b}"},
-    {"allow chip-differs"},
-    {"allow adrift"},
-    {"chip refuse gre-nexthop-del 1"},
-    {"chip refuse gre-del 1"},
-    {"chip refuse port-key 1"},
-    {"chip refuse route-del 1 skip 1"},
-    {"tunnel set tunnel1 mode 2"},
-    {"clock advance 30s"},
-    {"allow chip-differs 0"},
-    {"allow adrift 0"},
-    {"chip refuse route 1"},
-    {"tunnel set tunnel1 addr 10.7.0.1/24"},
-    {"tunnel set tunnel1 addr 10.7.0.1/24"},
+    {"route add 10.9.1.0/24 via {b}",
+     "entry+ {net1} n2; port port 1 key 1; "
+     "via+ port 1 {m2} source {gw} destination 10.9.1.1 key 9 v4; "
+     "gre+ source {gw} destination 10.9.1.1 key 9 on; entry+ {net} v4"},
+    {"chip refuse group-member 1 skip 2", ""}, // behind those of the route's own group
+    {"route add 10.9.1.0/24 via {a} via {b}",
+     "entry- {net1} n2; entry- {net} v4; port port 1 key 0; via- v4; "
+     "gre- source {gw} destination 10.9.1.1 key 9; port port 1 key 1; "
+     "via+ port 1 {m1} source {gw} destination 10.9.1.1 key 9 v5; "
+     "gre+ source {gw} destination 10.9.1.1 key 9 on; entry+ {net} v5; group+ g4; "
+     "member+ g4 n1; member+ g4 n2; entry+ {net1} g4; entry- {net} v5; port port 1 key 0; "
+     "via- v5; gre- source {gw} destination 10.9.1.1 key 9; port port 1 key 1; "
+     "via+ port 1 {m1} source {gw} destination 10.9.1.1 key 9 v6; group+ g5; "
+     "member+ g5 v6 -> -1; port port 1 key 0; via- v6; port port 1 key 1; "
+     "via+ port 1 {m2} source {gw} destination 10.9.1.1 key 9 v7; member+ g5 v7; "
+     "gre+ source {gw} destination 10.9.1.1 key 9 on; entry+ {net} g5"},
+    {"allow chip-differs", ""},
+    {"allow adrift", ""},
+    {"chip refuse gre-nexthop-del 1", ""},
+    {"chip refuse gre-del 1", ""},
+    {"chip refuse port-key 1", ""},
+    {"chip refuse route-del 1 skip 1", ""},
+    {"tunnel set tunnel1 mode 2",
+     "entry- {net} g5; member- g5 v7; group- g5; port port 1 key 0 -> -1; via- v7 -> -1; "
+     "gre- source {gw} destination 10.9.1.1 key 9 -> -1"},
+    {"clock advance 30s",
+     "port port 1 key 0; via- v7; gre- source {gw} destination 10.9.1.1 key 9"},
+    {"allow chip-differs 0", ""},
+    {"allow adrift 0", ""},
+    {"chip refuse route 1", ""},
+    {"tunnel set tunnel1 addr 10.7.0.1/24", "entry+ 10.7.0.1/24 cpu -> -1"},
+    {"tunnel set tunnel1 addr 10.7.0.1/24", "entry+ 10.7.0.1/24 cpu"},
     {"tunnel set tunnel1 addr 10.7.0.2/24", ""},
-    {"chip refuse route 1"},
-    {"tunnel set tunnel1 vrf 4"},
-    {"chip refuse route-del 1"},
-    {"tunnel set tunnel1 vrf 4"},
-    {"chip refuse route-del 1"},
-    {"tunnel del tunnel1"},
-    {"tunnel del tunnel1 addr 10.7.0.1/24"},
+    {"chip refuse route 1", ""},
+    {"tunnel set tunnel1 vrf 4", "entry+ vrf 4 10.7.0.1/24 cpu -> -1"},
+    {"chip refuse route-del 1", ""},
+    {"tunnel set tunnel1 vrf 4",
+     "entry+ vrf 4 10.7.0.1/24 cpu; entry- 10.7.0.1/24 cpu -> -1; entry- vrf 4 10.7.0.1/24 cpu"},
+    {"chip refuse route-del 1", ""},
+    {"tunnel del tunnel1", "entry- 10.7.0.1/24 cpu -> -1"},
+    {"tunnel del tunnel1 addr 10.7.0.1/24", "entry- 10.7.0.1/24 cpu"},
 };
 
 ROWS(Tunnels, RequestsThatDoNotFitAreRefused, .families = {4}, .roles = alone, .see = "chip log"){

@@ -21,6 +21,8 @@
 #include "dpm_trace.h"
 #include "platform/hal.h"
 
+#include <utility>
+
 namespace {
 
 constexpr dpm::call_site adding = {"dpm_route_add", __LINE__}; // also when a route is replaced
@@ -144,6 +146,14 @@ void take_over(dpm_route_entry &route) {
     if (dpm_route_dynamic_type_check(route.route_type))
         (void)dpm_timer_start(g_dpm_global.timer_list, &route.delete_timer, DPM_ROUTE_DELETE_SEC,
                               delete_expired, reinterpret_cast<std::uintptr_t>(&route), 0, 0);
+}
+
+// Routes over tunnels leave the chip with their tunnel, which may go down with the first route that is
+// taken over: what the chip holds of them must be known before.
+void adopt_routes_over_tunnels() {
+    for (route_record &record : dpm::routes_of_tunnels())
+        if (std::exchange(record.is_mirrored, false))
+            dpm::adopt_chip_entry(record);
 }
 
 // --- as an owner of destinations ---
@@ -326,6 +336,7 @@ int dpm_route_start_delete_time() {
     if (dpm::ipv4_routes().empty())
         DPM_TRACE("%s %d::ipv4 route table is null!\r\n");
     std::memset(g_dpm_index.cpu_default_due, 0, sizeof g_dpm_index.cpu_default_due);
+    adopt_routes_over_tunnels();
     for (dpm_route_entry &route : dpm::ipv4_routes())
         take_over(route);
     for (dpm_route_entry &route : dpm::ipv6_routes())
