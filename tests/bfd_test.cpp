@@ -305,6 +305,38 @@ ROWS(Bfd, InterfacesComeInTheirOwnTimeOnEitherCard, .families = {6}, .roles = ri
      "interface- vlan 100 02:00:00:00:00:0a"},
 };
 
+namespace {
+
+class BfdRequests : public rig::LoneShelf {};
+
+} // namespace
+
+// Of families that are none: no host is the next hop, and no bytes of addresses go to the chip.
+TEST_F(BfdRequests, OfUnknownFamiliesWaitOrTalkFromNowhere) {
+    run("if add vlanif100");
+    run("neigh add 10.1.1.2 port 3");
+    dpm_bfd_request request{};
+    request.told.type = 2;
+    request.told.family = 3;
+    request.told.local = request.told.peer = request.told.next_hop = rig::prefix_of("10.1.1.2");
+    for (const std::uint16_t family : {0, 9, 1}) {
+        request.told.local_disc = 10u + family;
+        request.told.next_hop.family = family;
+        request.told.next_hop.prefix_len = 7; // the bytes count
+        request.told.next_hop.address[4] = 1; // of IPv4 the first four
+        EXPECT_EQ(dpm_api_bfd_proc(&request, DPM_ENABLE), 0);
+    }
+    settle();
+    const auto sessions = all(master(), chassis::tables::bfd);
+    ASSERT_EQ(sessions.size(), 3u);
+    for (const dpm_bfd_sess &session : sessions)
+        EXPECT_EQ(session.hw_state == DPM_BFD_INSTALLED, session.told.local_disc == 11);
+    const auto &ends = master().chip.held<chassis::chip::kinds::bfd_local>();
+    ASSERT_EQ(ends.size(), 1u);
+    EXPECT_EQ(ends.begin()->second.record.peer[0], 0);
+    EXPECT_EQ(ends.begin()->second.record.port_id, 3u);
+}
+
 // A master that is killed between any two of the things that it lets out: suite and chip tell the
 // next one what they told the first, and it has the session as it should be.
 namespace {
