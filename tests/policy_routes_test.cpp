@@ -23,6 +23,10 @@ ROWS(PolicyRoutes, FollowTheirNextHopOnEitherCard, .families = {4}, .roles = rig
      "stream+ set 2 from {net1} to {net2} on 56 ports n1; "
      "standby: stream+ set 2 from {net1} to {net2} on 56 ports n1"},
     {"show pbr --count", "= 3"},
+    {"chip trace 10.7.7.7 port 3 from 10.9.1.7",
+     "= redirected by set 1 from {net1} on port 3; "
+     "= out of port 1 vlan 100 to {m1} with ip ttl 63 exp 0"},
+    {"chip trace 10.7.7.7 port 4 from 10.9.1.7", "= no entry, by default to the CPU"},
     {"neigh add {b}",
      "nexthop+ port 1 {m2} n2; entry+ {b} n2; stream+ set 1 from {net1} on port 3,4 n2; "
      "standby: stream+ set 1 from {net1} on port 3,4 n2"},

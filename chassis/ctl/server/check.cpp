@@ -8,7 +8,7 @@ namespace ctl::server {
 namespace {
 
 std::string plural(std::string_view name) {
-    const bool is_y = name.ends_with('y');
+    const bool is_y = name.ends_with('y') && !name.ends_with("ey"); // port keys
     return std::string(name.substr(0, name.size() - is_y)) + (is_y ? "ies" : "s");
 }
 
