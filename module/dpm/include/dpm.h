@@ -101,6 +101,7 @@ struct dpm_index {
     dpm_route_index ipv6_routes;
     std::uint32_t hash_seed;
     std::uint32_t nexthop_gone; // the chip's index of the last next hop that the master let go
+    std::int32_t group_gone;    // and of the last group
     // What the chip refused, each with the timer that tries it again.
     dpm_timer_node leaving_timer;         // hosts whose interface has gone, or moved
     dpm_timer_node cpu_default_timer;     // defaults of the CPU that it did not switch:

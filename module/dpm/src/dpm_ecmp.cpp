@@ -175,6 +175,7 @@ struct ecmp_mirror : dpm::mirror_defaults<dpm_ecmp_entry> {
         return present;
     }
     static void drop(entry &present) {
+        g_dpm_index.group_gone = present.sdk_index;
         dpm::ecmp_groups(present.ecmp_type).remove(present);
         dpm::free_zeroed(&record_of(present));
     }
@@ -278,9 +279,11 @@ std::uint32_t ecmp_group::count(std::uint32_t host_index) {
         std::count(entry_->host_sdk, entry_->host_sdk + DPM_ECMP_MEMBERS, host_index));
 }
 
-void ecmp_group::keep() {
-    if (sdk_index_ != 0 && is_found())
-        entry_->host_cnt = member_count(*entry_);
+bool ecmp_group::keep() {
+    if (sdk_index_ == 0 || !is_found())
+        return sdk_index_ == 0 || sdk_index_ != g_dpm_index.group_gone;
+    entry_->host_cnt = member_count(*entry_);
+    return true;
 }
 
 bool ecmp_group::recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]) {

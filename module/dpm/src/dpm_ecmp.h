@@ -46,7 +46,7 @@ public:
     int remove(std::uint32_t host_index);          // as dpm_ecmp_del
     bool is_empty();                               // there is a group, and it has no member
     std::uint32_t count(std::uint32_t host_index); // of members that are recorded so
-    void keep();                                   // its members are counted as they are recorded
+    bool keep(); // its members are counted as they are recorded; false: it has just gone
     // The members are these alone, those above 0; tables only.  False: no group, or no member.
     bool recount(const std::int32_t (&host_index)[DPM_ECMP_MEMBERS]);
 

@@ -182,13 +182,6 @@ bool recount(dpm_route_entry &route, std::uint32_t i, dpm::ecmp_group &group) {
     return true;
 }
 
-bool is_without_group(const dpm_route_entry &route) {
-    dpm_ecmp_entry key = {};
-    key.sdk_index = route.sdk_index;
-    return route.ecmp_enable == DPM_ROUTE_ECMP && route.sdk_index > 0 &&
-           dpm_ecmp_find_by_entry(route.destination.family, &key) == nullptr;
-}
-
 } // namespace
 
 bool dpm::recount_gateways(dpm_route_entry &route) {
@@ -199,7 +192,7 @@ bool dpm::recount_gateways(dpm_route_entry &route) {
     for (std::uint32_t i = 0; i < route.np_num; i++)
         has_host |= recount(route, i, group);
     if (!has_host) // its gateways may have no address, and its group have gone all the same
-        return group.keep(), !is_without_group(route);
+        return group.keep() || route.ecmp_enable != DPM_ROUTE_ECMP;
     if (route.ecmp_enable == DPM_ROUTE_ECMP)
         return route.sdk_index == 0 || group.recount(route.host_index);
     route.sdk_index = std::max(route.host_index[0], 0);
