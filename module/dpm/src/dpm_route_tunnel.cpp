@@ -94,7 +94,8 @@ void routes_rejoin_tunnels() {
     for (route_record &record : routes_of_tunnels()) {
         const dpm_tunnel_entry *tunnel = dpm_tunnel_find_by_tunnelname(record.entry.np_ifname[0]);
         const bool is_known = tunnel != nullptr && tunnel->ip_vrfid == record.entry.vrf;
-        const std::int32_t index = is_known ? tunnel->sdk_index : 0;
+        const bool is_whole = is_known && !record_of(*tunnel).is_torn; // else it comes up anew
+        const std::int32_t index = is_whole ? tunnel->sdk_index : 0;
         if (record.entry.sdk_index == index)
             continue;
         if (index > 0)
