@@ -18,17 +18,18 @@
 
 namespace {
 
-// The tunnel that a request is about; null, told in the log: the request ends with `result`.
+// Carries out a request by `change(tunnel, body, caller)`, which answers it.  0 on a standby card, -1
+// without a body or a tunnel of that id; told in the log, as all else, under the caller's name.
 template <class Body>
-dpm_tunnel_entry *asked_for(const Body *body, int &result, const dpm::call_site &caller) {
+int change_tunnel(const Body *body, const dpm::call_site &caller,
+                  int (*change)(dpm_tunnel_entry &, const Body &, const dpm::call_site &)) {
+    int result;
     if (!dpm::may_change(body, result, caller))
-        return nullptr;
-    dpm_tunnel_entry *tunnel = dpm_tunnel_find_by_tunnelid(body->tunnel_id);
-    if (tunnel != nullptr)
-        return tunnel;
+        return result;
+    if (dpm_tunnel_entry *tunnel = dpm_tunnel_find_by_tunnelid(body->tunnel_id))
+        return change(*tunnel, *body, caller);
     DPM_LOG_FROM(caller, "%s %d:tunnel %d is not exist!\r\n", body->tunnel_id);
-    result = -1;
-    return nullptr;
+    return -1;
 }
 
 // --- the tunnel's own address: what is sent to it goes to the CPU ---
@@ -128,58 +129,176 @@ constexpr end_kind destination = {
     .other_text = "%s %d::destination is not %x!\r\n",
 };
 
-int end_add(const end_kind &kind, const dpm_tunnel_ip_msg *body, const dpm::call_site &caller) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, caller);
-    if (tunnel == nullptr)
-        return result;
-    if (!is_tunnel_vrf(*tunnel, body->vrf, caller))
+template <const end_kind &kind>
+int end_add(dpm_tunnel_entry &tunnel, const dpm_tunnel_ip_msg &body, const dpm::call_site &caller) {
+    if (!is_tunnel_vrf(tunnel, body.vrf, caller))
         return -1;
-    const dpm_prefix wanted = dpm::host_prefix(DPM_FAMILY_IPV4, body->ip.address);
-    dpm_prefix &end = tunnel->*kind.end;
+    const dpm_prefix wanted = dpm::host_prefix(DPM_FAMILY_IPV4, body.ip.address);
+    dpm_prefix &end = tunnel.*kind.end;
     if (is_same(end, wanted)) {
         DPM_LOG_FROM(caller, kind.same_text);
         return 0;
     }
     if (end.family == DPM_FAMILY_NONE)
-        DPM_LOG_FROM(caller, kind.add_text, tunnel->tunnel_id, tunnel->tunnel_vrf,
+        DPM_LOG_FROM(caller, kind.add_text, tunnel.tunnel_id, tunnel.tunnel_vrf,
                      dpm::address_word(wanted.address));
     else
-        DPM_LOG_FROM(caller, kind.update_text, tunnel->tunnel_id, tunnel->tunnel_vrf,
+        DPM_LOG_FROM(caller, kind.update_text, tunnel.tunnel_id, tunnel.tunnel_vrf,
                      dpm::address_word(end.address), dpm::address_word(wanted.address));
-    const dpm::tunnel_work work(*tunnel);
-    (void)kind.leave(tunnel);
-    dpm::set_ends(*tunnel, [&] { end = wanted; });
-    (void)kind.join(tunnel);
+    const dpm::tunnel_work work(tunnel);
+    (void)kind.leave(&tunnel);
+    dpm::set_ends(tunnel, [&] { end = wanted; });
+    (void)kind.join(&tunnel);
     return 0;
 }
 
-int end_del(const end_kind &kind, const dpm_tunnel_ip_msg *body, const dpm::call_site &caller) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, caller);
-    if (tunnel == nullptr)
-        return result;
-    if (!is_tunnel_vrf(*tunnel, body->vrf, caller))
+template <const end_kind &kind>
+int end_del(dpm_tunnel_entry &tunnel, const dpm_tunnel_ip_msg &body, const dpm::call_site &caller) {
+    if (!is_tunnel_vrf(tunnel, body.vrf, caller))
         return -1;
-    dpm_prefix &end = tunnel->*kind.end;
-    if (!is_same(end, dpm::host_prefix(DPM_FAMILY_IPV4, body->ip.address))) {
-        DPM_LOG_FROM(caller, kind.other_text, dpm::address_word(body->ip.address));
+    dpm_prefix &end = tunnel.*kind.end;
+    if (!is_same(end, dpm::host_prefix(DPM_FAMILY_IPV4, body.ip.address))) {
+        DPM_LOG_FROM(caller, kind.other_text, dpm::address_word(body.ip.address));
         return -1;
     }
-    const dpm::tunnel_work work(*tunnel);
-    (void)kind.leave(tunnel);
-    dpm::set_ends(*tunnel, [&] { end = {}; });
+    const dpm::tunnel_work work(tunnel);
+    (void)kind.leave(&tunnel);
+    dpm::set_ends(tunnel, [&] { end = {}; });
     return 0;
 }
 
+// --- what requests change ---
+
 // The tunnel goes down and forgets where it led.
-template <class Set> void reset(dpm_tunnel_entry &tunnel, Set set) {
+template <class Set> int reset(dpm_tunnel_entry &tunnel, Set set) {
     const dpm::tunnel_work work(tunnel);
     (void)dpm_tunnel_destination_nexthop_del(&tunnel);
     dpm::set_ends(tunnel, [&] {
         tunnel.source = tunnel.destination = {};
         set();
     });
+    return 0;
+}
+
+int delete_tunnel(dpm_tunnel_entry &tunnel, const dpm_tunnel_msg &, const dpm::call_site &caller) {
+    DPM_LOG_FROM(caller, "%s %d::tunnelid %d name %s\r\n", tunnel.tunnel_id, tunnel.name);
+    if (has_address(tunnel) && delete_address(tunnel.ip_vrfid, tunnel.ip) != 0) {
+        DPM_LOG_FROM(caller, "%s %d::driver del ip failed!\r\n");
+        return -1;
+    }
+    const bool was_up = dpm::is_up(tunnel);
+    const dpm::tunnel_ends ends = dpm::ends_of(tunnel);
+    (void)dpm_tunnel_destination_nexthop_del(&tunnel);
+    (void)dpm_tunnel_entry_del_sync_send(&tunnel);
+    dpm::unlink_tunnel(record_of(tunnel));
+    dpm::free_zeroed(&record_of(tunnel));
+    if (was_up)
+        dpm::ends_are_free(ends, nullptr);
+    return 0;
+}
+
+int set_ip_vrf(dpm_tunnel_entry &tunnel, const dpm_tunnel_value_msg &body,
+               const dpm::call_site &caller) {
+    const std::uint32_t old_vrf = tunnel.ip_vrfid;
+    if (old_vrf == body.value)
+        return 0;
+    if (move_address(tunnel, body.value, caller) != 0)
+        return -1;
+    const dpm::tunnel_work work(tunnel);
+    const bool was_up = dpm::is_up(tunnel);
+    if (was_up)
+        (void)dpm_route_tunnel_notify(&tunnel, DPM_OPER_DEL);
+    dpm::set_ends(tunnel, [&] { tunnel.ip_vrfid = body.value; });
+    (void)dpm_tunnel_driver_update_ipvrf(old_vrf, &tunnel);
+    if (dpm::is_up(tunnel))
+        (void)dpm_route_tunnel_notify(&tunnel, DPM_OPER_ADD);
+    else if (!was_up)
+        (void)dpm_tunnel_driver_add(&tunnel); // one that waited for its ends may have them here
+    return 0;
+}
+
+int add_ip(dpm_tunnel_entry &tunnel, const dpm_tunnel_ip_msg &body, const dpm::call_site &caller) {
+    if (!dpm::is_known_family(body.ip.family)) {
+        DPM_LOG_FROM(caller, "%s %d::iptype %d is err!\r\n", body.ip.family);
+        return -1;
+    }
+    if (body.ip.prefix_len > dpm::host_bits(body.ip.family)) {
+        DPM_LOG_FROM(caller, "%s %d::masklen = %d is err!\r\n", body.ip.prefix_len);
+        return -1;
+    }
+    if (body.vrf != tunnel.ip_vrfid) {
+        DPM_LOG_FROM(caller, "%s %d::ip_vrfid not match! tunnel ip_vrfid %d ip_vrfid %d\r\n",
+                     tunnel.ip_vrfid, body.vrf);
+        return -1;
+    }
+    if (has_address(tunnel)) {
+        DPM_LOG_FROM(caller, "%s %d::exist tunnel_ip !\r\n");
+        return -1;
+    }
+    const dpm_prefix ip = trimmed(body.ip);
+    if (is_anothers(body.vrf, ip, tunnel, caller))
+        return -1;
+    if (add_address(body.vrf, ip) != 0) {
+        DPM_PLAIN("%s::driver add ip failed!\r\n", caller.function);
+        return -1;
+    }
+    const dpm::tunnel_work work(tunnel);
+    tunnel.ip = ip;
+    return 0;
+}
+
+int del_ip(dpm_tunnel_entry &tunnel, const dpm_tunnel_ip_msg &body, const dpm::call_site &caller) {
+    if (!has_address(tunnel) || body.vrf != tunnel.ip_vrfid || body.ip.family != tunnel.ip.family ||
+        !is_same(trimmed(body.ip), tunnel.ip)) {
+        DPM_LOG_FROM(caller, "%s %d::tunnel_ip not match!\r\n");
+        return -1;
+    }
+    if (delete_address(tunnel.ip_vrfid, tunnel.ip) != 0) {
+        DPM_LOG_FROM(caller, "%s %d::driver del ip failed!\r\n");
+        return -1;
+    }
+    const dpm::tunnel_work work(tunnel);
+    tunnel.ip = {};
+    return 0;
+}
+
+// deliberate: another mode, and the same again, ends what the old one was set to
+int set_mode(dpm_tunnel_entry &tunnel, const dpm_tunnel_value_msg &body, const dpm::call_site &) {
+    return reset(tunnel, [&] {
+        tunnel.tunnel_vrf = tunnel.checksum = tunnel.key_enable = tunnel.key = 0;
+        tunnel.mode = body.value;
+    });
+}
+
+int set_tunnel_vrf(dpm_tunnel_entry &tunnel, const dpm_tunnel_value_msg &body,
+                   const dpm::call_site &) {
+    return reset(tunnel, [&] { tunnel.tunnel_vrf = body.value; });
+}
+
+int set_checksum(dpm_tunnel_entry &tunnel, const dpm_tunnel_value_msg &body,
+                 const dpm::call_site &) {
+    if (tunnel.checksum == body.value)
+        return 0;
+    const dpm::tunnel_work work(tunnel);
+    const std::uint32_t old = std::exchange(tunnel.checksum, body.value);
+    (void)dpm_tunnel_driver_update(tunnel.key_enable, tunnel.key, old, &tunnel);
+    return 0;
+}
+
+int set_key(dpm_tunnel_entry &tunnel, const dpm_tunnel_key_msg &body, const dpm::call_site &) {
+    const std::uint32_t old_enable = tunnel.key_enable, old_key = tunnel.key;
+    if (old_enable == body.key_enable && old_key == body.key)
+        return 0;
+    const dpm::tunnel_work work(tunnel);
+    dpm::set_ends(tunnel, [&] {
+        tunnel.key_enable = body.key_enable;
+        tunnel.key = body.key;
+    });
+    if (dpm::is_up(tunnel))
+        (void)dpm_tunnel_driver_update(old_enable, old_key, tunnel.checksum, &tunnel);
+    else
+        (void)dpm_tunnel_driver_add(&tunnel); // one that waited for its ends may have them now
+    return 0;
 }
 
 } // namespace
@@ -205,165 +324,23 @@ int dpm_tunnel_create_msg(const dpm_tunnel_msg *body) {
     return 0;
 }
 
-int dpm_tunnel_delete_msg(const dpm_tunnel_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    DPM_TRACE("%s %d::tunnelid %d name %s\r\n", tunnel->tunnel_id, tunnel->name);
-    if (has_address(*tunnel) && delete_address(tunnel->ip_vrfid, tunnel->ip) != 0) {
-        DPM_TRACE("%s %d::driver del ip failed!\r\n");
-        return -1;
+// A request about a tunnel that is there: the owner of its message, what it gets, and what it does.
+#define DPM_TUNNEL_REQUEST(owner, body, change)                                                    \
+    int owner(const body *request) {                                                               \
+        return change_tunnel(request, DPM_CALL_SITE, change);                                      \
     }
-    const bool was_up = dpm::is_up(*tunnel);
-    const dpm::tunnel_ends ends = dpm::ends_of(*tunnel);
-    (void)dpm_tunnel_destination_nexthop_del(tunnel);
-    (void)dpm_tunnel_entry_del_sync_send(tunnel);
-    dpm::unlink_tunnel(record_of(*tunnel));
-    dpm::free_zeroed(&record_of(*tunnel));
-    if (was_up)
-        dpm::ends_are_free(ends, nullptr);
-    return 0;
-}
-
-int dpm_tunnel_ipvrf_update_msg(const dpm_tunnel_value_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    const std::uint32_t old_vrf = tunnel->ip_vrfid;
-    if (old_vrf == body->value)
-        return 0;
-    if (move_address(*tunnel, body->value, DPM_CALL_SITE) != 0)
-        return -1;
-    const dpm::tunnel_work work(*tunnel);
-    const bool was_up = dpm::is_up(*tunnel);
-    if (was_up)
-        (void)dpm_route_tunnel_notify(tunnel, DPM_OPER_DEL);
-    dpm::set_ends(*tunnel, [&] { tunnel->ip_vrfid = body->value; });
-    (void)dpm_tunnel_driver_update_ipvrf(old_vrf, tunnel);
-    if (dpm::is_up(*tunnel))
-        (void)dpm_route_tunnel_notify(tunnel, DPM_OPER_ADD);
-    else if (!was_up)
-        (void)dpm_tunnel_driver_add(tunnel); // one that waited for its ends may have them here
-    return 0;
-}
-
-int dpm_tunnel_ip_add_msg(const dpm_tunnel_ip_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    if (!dpm::is_known_family(body->ip.family)) {
-        DPM_TRACE("%s %d::iptype %d is err!\r\n", body->ip.family);
-        return -1;
-    }
-    if (body->ip.prefix_len > dpm::host_bits(body->ip.family)) {
-        DPM_TRACE("%s %d::masklen = %d is err!\r\n", body->ip.prefix_len);
-        return -1;
-    }
-    if (body->vrf != tunnel->ip_vrfid) {
-        DPM_TRACE("%s %d::ip_vrfid not match! tunnel ip_vrfid %d ip_vrfid %d\r\n", tunnel->ip_vrfid,
-                  body->vrf);
-        return -1;
-    }
-    if (has_address(*tunnel)) {
-        DPM_TRACE("%s %d::exist tunnel_ip !\r\n");
-        return -1;
-    }
-    const dpm_prefix ip = trimmed(body->ip);
-    if (is_anothers(body->vrf, ip, *tunnel, DPM_CALL_SITE))
-        return -1;
-    if (add_address(body->vrf, ip) != 0) {
-        DPM_PLAIN("%s::driver add ip failed!\r\n", __func__);
-        return -1;
-    }
-    const dpm::tunnel_work work(*tunnel);
-    tunnel->ip = ip;
-    return 0;
-}
-
-int dpm_tunnel_ip_del_msg(const dpm_tunnel_ip_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    if (!has_address(*tunnel) || body->vrf != tunnel->ip_vrfid ||
-        body->ip.family != tunnel->ip.family || !is_same(trimmed(body->ip), tunnel->ip)) {
-        DPM_TRACE("%s %d::tunnel_ip not match!\r\n");
-        return -1;
-    }
-    if (delete_address(tunnel->ip_vrfid, tunnel->ip) != 0) {
-        DPM_TRACE("%s %d::driver del ip failed!\r\n");
-        return -1;
-    }
-    const dpm::tunnel_work work(*tunnel);
-    tunnel->ip = {};
-    return 0;
-}
-
-// deliberate: another mode, and the same again, ends what the old one was set to
-int dpm_tunnel_mode_update_msg(const dpm_tunnel_value_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    reset(*tunnel, [&] {
-        tunnel->tunnel_vrf = tunnel->checksum = tunnel->key_enable = tunnel->key = 0;
-        tunnel->mode = body->value;
-    });
-    return 0;
-}
-
-int dpm_tunnel_tunnelvrf_update_msg(const dpm_tunnel_value_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    reset(*tunnel, [&] { tunnel->tunnel_vrf = body->value; });
-    return 0;
-}
-
-int dpm_tunnel_source_add_msg(const dpm_tunnel_ip_msg *body) {
-    return end_add(source, body, DPM_CALL_SITE);
-}
-int dpm_tunnel_source_del_msg(const dpm_tunnel_ip_msg *body) {
-    return end_del(source, body, DPM_CALL_SITE);
-}
-int dpm_tunnel_destination_add_msg(const dpm_tunnel_ip_msg *body) {
-    return end_add(destination, body, DPM_CALL_SITE);
-}
-int dpm_tunnel_destination_del_msg(const dpm_tunnel_ip_msg *body) {
-    return end_del(destination, body, DPM_CALL_SITE);
-}
-
-int dpm_tunnel_checksum_update_msg(const dpm_tunnel_value_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr || tunnel->checksum == body->value)
-        return tunnel == nullptr ? result : 0;
-    const dpm::tunnel_work work(*tunnel);
-    const std::uint32_t old = std::exchange(tunnel->checksum, body->value);
-    (void)dpm_tunnel_driver_update(tunnel->key_enable, tunnel->key, old, tunnel);
-    return 0;
-}
-
-int dpm_tunnel_key_update_msg(const dpm_tunnel_key_msg *body) {
-    int result;
-    dpm_tunnel_entry *tunnel = asked_for(body, result, DPM_CALL_SITE);
-    if (tunnel == nullptr)
-        return result;
-    const std::uint32_t old_enable = tunnel->key_enable, old_key = tunnel->key;
-    if (old_enable == body->key_enable && old_key == body->key)
-        return 0;
-    const dpm::tunnel_work work(*tunnel);
-    dpm::set_ends(*tunnel, [&] {
-        tunnel->key_enable = body->key_enable;
-        tunnel->key = body->key;
-    });
-    if (dpm::is_up(*tunnel))
-        (void)dpm_tunnel_driver_update(old_enable, old_key, tunnel->checksum, tunnel);
-    else
-        (void)dpm_tunnel_driver_add(tunnel); // one that waited for its ends may have them now
-    return 0;
-}
+// clang-format off
+DPM_TUNNEL_REQUEST(dpm_tunnel_delete_msg,           dpm_tunnel_msg,       delete_tunnel)
+DPM_TUNNEL_REQUEST(dpm_tunnel_ipvrf_update_msg,     dpm_tunnel_value_msg, set_ip_vrf)
+DPM_TUNNEL_REQUEST(dpm_tunnel_ip_add_msg,           dpm_tunnel_ip_msg,    add_ip)
+DPM_TUNNEL_REQUEST(dpm_tunnel_ip_del_msg,           dpm_tunnel_ip_msg,    del_ip)
+DPM_TUNNEL_REQUEST(dpm_tunnel_mode_update_msg,      dpm_tunnel_value_msg, set_mode)
+DPM_TUNNEL_REQUEST(dpm_tunnel_tunnelvrf_update_msg, dpm_tunnel_value_msg, set_tunnel_vrf)
+DPM_TUNNEL_REQUEST(dpm_tunnel_source_add_msg,       dpm_tunnel_ip_msg,    end_add<source>)
+DPM_TUNNEL_REQUEST(dpm_tunnel_source_del_msg,       dpm_tunnel_ip_msg,    end_del<source>)
+DPM_TUNNEL_REQUEST(dpm_tunnel_destination_add_msg,  dpm_tunnel_ip_msg,    end_add<destination>)
+DPM_TUNNEL_REQUEST(dpm_tunnel_destination_del_msg,  dpm_tunnel_ip_msg,    end_del<destination>)
+DPM_TUNNEL_REQUEST(dpm_tunnel_checksum_update_msg,  dpm_tunnel_value_msg, set_checksum)
+DPM_TUNNEL_REQUEST(dpm_tunnel_key_update_msg,       dpm_tunnel_key_msg,   set_key)
+// clang-format on
+#undef DPM_TUNNEL_REQUEST
