@@ -371,8 +371,6 @@ bool is_killed_at(unsigned moment) {
         if (shelf.is_dead()) {
             was_killed = true;
             shelf.switch_over();
-            if (step.is_installed)
-                shelf.run(steps[1].command);
             shelf.run(step.command);
             if (step.is_checked) {
                 shelf.run("chip bfd up 100 remote 7");

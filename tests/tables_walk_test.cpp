@@ -536,10 +536,6 @@ void perform_dying(TableWalk &walk, const std::string &command) {
     const bool is_accepted = walk.act(command);
     take_over(walk);
     look_behind(walk, command, is_accepted);
-    // A session that loses its next hop goes from the standby before it comes back as a waiting one: a
-    // defect of the order in which both are told.
-    for (const auto &[key, session] : Entries(walk.model["bfd"]))
-        expect(walk, sessions, key, session);
     walk.fault.clear();
 }
 

@@ -86,8 +86,9 @@ void give_index_back(dpm_bfd_end end, std::uint32_t &index) {
 }
 
 // Takes a session out of the chip; the record stays.  What the chip refuses to let go is no more
-// the session's.
-void dpm_bfd_sess_delete(dpm_bfd_sess &session) {
+// the session's.  The standby is told that it goes; where it waits from then on that says so, since
+// this card may die before it tells more.
+void dpm_bfd_sess_delete(dpm_bfd_sess &session, bool waits) {
     if (dpm::is_installed(session))
         dpm::bfd_chip_del(session);
     dpm::bfd_debounce_stop(session);
@@ -96,12 +97,15 @@ void dpm_bfd_sess_delete(dpm_bfd_sess &session) {
     session.cc_state = 0;
     give_index_back(DPM_BFD_LOCAL, session.local_mep);
     give_index_back(DPM_BFD_REMOTE, session.remote_mep);
-    (void)dpm_bfd_entry_del_sync_send(&session);
+    dpm_bfd_sess image = session;
+    image.timer = {};
+    image.timer.arg1 = waits ? DPM_BFD_WAITS : 0;
+    (void)dpm_bfd_entry_del_sync_send(&image);
 }
 
 // Its next hop has gone: it waits, in the VRF of its interface, on the standby too.
 void withdraw(dpm_bfd_sess &session) {
-    dpm_bfd_sess_delete(session);
+    dpm_bfd_sess_delete(session, true);
     if (const dpm_if_entry *interface = dpm_if_find_by_ifname(record_of(session).ifname))
         dpm::bfd_move_to_vrf(session, interface->vrf);
     (void)dpm_bfd_entry_add_sync_send(&session);
@@ -305,7 +309,7 @@ int dpm_bfd_sess_del_msg(const dpm_bfd_request *request) {
     if (!dpm::may_change(request, result, DPM_CALL_SITE))
         return result;
     if (dpm_bfd_sess *session = dpm_avl_bfd_sess_lookup(request->told.local_disc)) {
-        dpm_bfd_sess_delete(*session);
+        dpm_bfd_sess_delete(*session, false);
         dpm_avl_bfd_sess_del(session);
     }
     return 0;

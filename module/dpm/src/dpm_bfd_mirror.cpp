@@ -38,6 +38,7 @@ struct bfd_mirror : dpm::mirror_defaults<dpm_bfd_sess> {
         return session;
     }
     static void drop(entry &present) { dpm_avl_bfd_sess_del(&present); }
+    static bool stays(const entry &deleted) { return deleted.timer.arg1 == DPM_BFD_WAITS; }
     static std::uint32_t &sync_of(entry &present) { return record_of(present).sync; }
 };
 

@@ -36,6 +36,10 @@ inline constexpr std::uint32_t DPM_BFD_FIRST_MEP = 2; // 0 and 1 are never hande
 
 inline constexpr std::uint32_t DPM_BFD_DEBOUNCE_SEC = 3;
 
+// In a mirrored delete, as the first argument of the timer, which is card-local: the session has left
+// the chip and waits, an add follows.
+inline constexpr std::uintptr_t DPM_BFD_WAITS = 1;
+
 // The lowest free index, or -1 when all are used.  Reset marks one as used, free as free; 0, or -1
 // for one that is none, or is free already.
 std::int32_t dpm_bfd_alloc_mepindex(dpm_bfd_end end);

@@ -49,6 +49,8 @@ namespace dpm {
 //                     it became, or null without memory
 //   drop()            takes an entry out of the table and frees it
 //   sync_of()         what stands beside an entry: the number of the sync that brought it
+//   stays()           where there is one: a delete is of something else than the entry, which is kept
+//                     as the image says
 template <class Table>
 concept mirrored_table = requires(typename Table::entry &image, const typename Table::entry &entry,
                                   typename Table::entry *present, std::uint32_t slot_bits,
@@ -168,6 +170,9 @@ int mirror_del(const typename Table::entry *received, const call_site &caller) {
     if (received == nullptr)
         return null_parameter(caller.function, caller.line);
     typename Table::entry image = *received;
+    if constexpr (requires { Table::stays(image); })
+        if (Table::stays(image))
+            return mirror_add<Table>(received, caller);
     if (!Table::localise_key(image, caller))
         return -1;
     if (typename Table::entry *present = Table::find(image))
