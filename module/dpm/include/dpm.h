@@ -96,6 +96,10 @@ struct dpm_index {
     dpm_avl_tree ftn_waiting;
     dpm_avl_tree ilm_by_nexthop;
     dpm_avl_tree ilm_waiting;
+    dpm_avl_tree vpws_acif_by_vc;
+    dpm_avl_tree vpws_acif_by_port;
+    dpm_avl_tree vpws_vc_fib_by_peer;
+    dpm_avl_tree vpws_vc_fib_by_circuit;
     std::uint64_t label_waits; // label entries that came to wait so far
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;

@@ -81,6 +81,14 @@ int dpm_ilm_info_get_by_lbl(std::uint32_t in_label, std::uint32_t *out_ifindex,
 dpm_ftn *dpm_mpls_ftn_table_get(std::uint32_t vrf_id, const std::uint8_t *fec,
                                 std::uint32_t prefix_len, const std::uint8_t *tunnel_nhop);
 
+namespace dpm {
+
+// The label path to an IPv4 host that is in the chip, other than the one over the neighbour `but`
+// (null: none); both are four bytes.  Null when there is none.
+const dpm_ftn *label_path_to(const std::uint8_t *host, const std::uint8_t *but);
+
+} // namespace dpm
+
 // Netmask of a length in network order; 0 for a length above 32.
 std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len);
 

@@ -34,6 +34,16 @@ const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address) {
 
 } // namespace
 
+const dpm_ftn *dpm::label_path_to(const std::uint8_t *host, const std::uint8_t *but) {
+    const dpm_prefix end = host_prefix(DPM_FAMILY_IPV4, host);
+    for (dpm_ftn *tunnel = first_tunnel_to(DPM_FAMILY_IPV4, end.address); tunnel != nullptr;
+         tunnel = next_tunnel_to(*tunnel))
+        if (tunnel->prefixlen == DPM_IPV4_BITS && tunnel->flags == DPM_LABEL_PROGRAMMED &&
+            (but == nullptr || std::memcmp(tunnel->tunnel_nhop, but, 4) != 0))
+            return tunnel;
+    return nullptr;
+}
+
 std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len) {
     if (prefix_len == 0 || prefix_len > DPM_IPV4_BITS)
         return 0;

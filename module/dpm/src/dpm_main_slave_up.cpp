@@ -22,6 +22,7 @@
 #include "dpm_slot.h"
 #include "dpm_trace.h"
 #include "dpm_tunnel.h"
+#include "dpm_vpn_l2vpn.h"
 #include "dpm_vrf.h"
 
 #include <cstring>
@@ -76,7 +77,8 @@ int dpm_slave_up_process(std::uint32_t slot) {
     g_dpm_global.slave_up = 1;
     (void)dpm_main_entry_sync_all_send(slot);
     for (const dpm::mirrored *table : dpm_mirrored_tables)
-        (void)table->send_all(slot);
+        if (table->send_all != nullptr)
+            (void)table->send_all(slot);
     (void)dpm_slave_up_pro_over_sync_send(slot);
     return dpm_timer_start(g_dpm_global.timer_list, &g_dpm_global.peer_timer, first_peer_check_sec,
                            check_peer, 0, 0, 0);
@@ -181,6 +183,7 @@ int dpm_slave_to_master_process() {
     dpm::ecmp_groups_drop_uncounted();
     dpm::tunnels_take_over();
     dpm::labels_ask();
+    dpm::vpws_ask();
     (void)dpm_bfd_slave_to_master_pro();
     dpm::policy_routes_ask();
     (void)dpm_ipmc_slave_to_master_pro();

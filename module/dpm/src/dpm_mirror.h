@@ -301,18 +301,15 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &c
 
 } // namespace dpm
 
-// The named functions of a table's mirroring, made from its description, and its entry in the list
-// of tables.  The peer calls the receivers by name.
-#define DPM_MIRRORED_TABLE(description, table, add_send, add_receive, add_process, del_send,       \
-                           del_receive, del_process, all_send, all_receive)                        \
+// The named functions of a table's mirroring, made from its description.  The peer calls the
+// receivers by name.
+#define DPM_MIRRORED_ENTRIES(description, add_send, add_receive, add_process, del_send,            \
+                             del_receive, del_process, all_receive)                                \
     int add_send(const description::entry *entry) {                                                \
         return dpm::mirror_send(entry, sizeof *entry, #add_receive, DPM_CALL_SITE);                \
     }                                                                                              \
     int del_send(const description::entry *entry) {                                                \
         return dpm::mirror_send(entry, sizeof *entry, #del_receive, DPM_CALL_SITE);                \
-    }                                                                                              \
-    int all_send(std::uint32_t slot) {                                                             \
-        return dpm::mirror_send_all<description>(slot, #all_receive, DPM_CALL_SITE);               \
     }                                                                                              \
     int add_receive(const void *buffer, std::uint32_t length_bytes) {                              \
         return dpm::mirror_receive<description::entry>(description::add_code, buffer,              \
@@ -330,6 +327,15 @@ int mirror_send_all(std::uint32_t slot, const char *receiver, const call_site &c
     }                                                                                              \
     int del_process(const description::entry *entry) {                                             \
         return dpm::mirror_del<description>(entry, DPM_CALL_SITE);                                 \
+    }
+
+// The same, its whole-table sender, and its entry in the list of tables.
+#define DPM_MIRRORED_TABLE(description, table, add_send, add_receive, add_process, del_send,       \
+                           del_receive, del_process, all_send, all_receive)                        \
+    DPM_MIRRORED_ENTRIES(description, add_send, add_receive, add_process, del_send, del_receive,   \
+                         del_process, all_receive)                                                 \
+    int all_send(std::uint32_t slot) {                                                             \
+        return dpm::mirror_send_all<description>(slot, #all_receive, DPM_CALL_SITE);               \
     }                                                                                              \
     constexpr dpm::mirrored dpm::table = {description::create, all_send,                           \
                                           dpm::mirror_drop_old<description>};

@@ -64,6 +64,19 @@
     ROW (36, DPM_MSG_ILM_DEL,              dpm_task_msg_ilm_del_pro,              dpm_mpls_ilm_del_msg,               dpm_ilm_msg,          body)    \
     ROW (37, DPM_MSG_SYNC_ILM_ADD,         dpm_task_msg_sync_ilm_add_pro,         dpm_mpls_ilm_add_sync_process,      dpm_ilm,              body)    \
     ROW (38, DPM_MSG_SYNC_ILM_DEL,         dpm_task_msg_sync_ilm_del_pro,         dpm_mpls_ilm_del_sync_process,      dpm_ilm,              body)    \
+    ROW (40, DPM_MSG_VPWS_ACIF_BIND,        dpm_task_msg_vpws_acif_bind_pro,      dpm_mpls_vpws_acif_bind,            dpm_vpws_acif_msg,    body)    \
+    ROW (41, DPM_MSG_VPWS_ACIF_UNBIND,      dpm_task_msg_vpws_acif_unbind_pro,    dpm_mpls_vpws_acif_unbind,          dpm_vpws_acif_msg,    body)    \
+    ROW (42, DPM_MSG_SYNC_VPWS_ACIF_ADD,    dpm_task_msg_sync_vpws_acif_add_pro,  dpm_vpws_acif_add_sync_process,     dpm_vpws_acif,        body)    \
+    ROW (43, DPM_MSG_SYNC_VPWS_ACIF_DEL,    dpm_task_msg_sync_vpws_acif_del_pro,  dpm_vpws_acif_del_sync_process,     dpm_vpws_acif,        body)    \
+    ROW (44, DPM_MSG_VPWS_VCFIB_ADD,        dpm_task_msg_vpws_vcfib_add_pro,      dpm_mpls_vpws_vc_fib_add,           dpm_vpws_vc_fib_msg,  body)    \
+    ROW (45, DPM_MSG_VPWS_VCFIB_DEL,        dpm_task_msg_vpws_vcfib_del_pro,      dpm_mpls_vpws_vc_fib_del,           dpm_vpws_vc_fib_msg,  body)    \
+    ROW (46, DPM_MSG_SYNC_VPWS_VCFIB_ADD,   dpm_task_msg_sync_vpws_vcfib_add_pro, dpm_vpws_vc_fib_add_sync_process,   dpm_vpws_vc_fib,      body)    \
+    ROW (47, DPM_MSG_SYNC_VPWS_VCFIB_DEL,   dpm_task_msg_sync_vpws_vcfib_del_pro, dpm_vpws_vc_fib_del_sync_process,   dpm_vpws_vc_fib,      body)    \
+    ROW (48, DPM_MSG_VPWS_VCILM_ADD,        dpm_task_msg_vpws_vcilm_add_pro,      dpm_mpls_vpws_vc_ilm_add,           dpm_vpws_vc_ilm_msg,  body)    \
+    ROW (49, DPM_MSG_VPWS_VCILM_DEL,        dpm_task_msg_vpws_vcilm_del_pro,      dpm_mpls_vpws_vc_ilm_del,           dpm_vpws_vc_ilm_msg,  body)    \
+    ROW (50, DPM_MSG_SYNC_VPWS_VCILM_ADD,   dpm_task_msg_sync_vpws_vcilm_add_pro, dpm_vpws_vc_ilm_add_sync_process,   dpm_vpws_vc_ilm,      body)    \
+    ROW (51, DPM_MSG_SYNC_VPWS_VCILM_DEL,   dpm_task_msg_sync_vpws_vcilm_del_pro, dpm_vpws_vc_ilm_del_sync_process,   dpm_vpws_vc_ilm,      body)    \
+    ROW (68, DPM_MSG_PW_REDUNDANCY_GROUP_SWITCH,dpm_task_msg_pw_redundancy_group_switch_pro,dpm_pw_redundancy_group_switch,     dpm_pw_switch_msg,    body)    \
     CALL(69, DPM_MSG_PORT_DOWN,                                                   dpm_host_port_down,                                       port)    \
     CALL(70, DPM_MSG_PORT_UP,                                                     dpm_host_port_up,                                         port)    \
     ROW (71, DPM_MSG_BFD_ADD,               dpm_task_msg_bfd_add_pro,              dpm_bfd_sess_add_msg,               dpm_bfd_request,      body)    \

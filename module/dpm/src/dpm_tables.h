@@ -36,7 +36,13 @@
     ROW(mirrored_ftns, dpm_ftn,                                                                   \
         dpm_mpls_ftn_add_sync_send, dpm_mpls_ftn_del_sync_send, dpm_mpls_ftn_sync_all_send)       \
     ROW(mirrored_ilms, dpm_ilm,                                                                   \
-        dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_sync_all_send)
+        dpm_mpls_ilm_add_sync_send, dpm_mpls_ilm_del_sync_send, dpm_mpls_ilm_sync_all_send)       \
+    ROW(mirrored_vpws_acifs, dpm_vpws_acif,                                                       \
+        dpm_vpws_acif_add_sync_send, dpm_vpws_acif_del_sync_send, dpm_vpws_sync_all_send)         \
+    ROW(mirrored_vpws_vc_fibs, dpm_vpws_vc_fib,                                                   \
+        dpm_vpws_vc_fib_add_sync_send, dpm_vpws_vc_fib_del_sync_send, dpm_vpws_sync_all_send)     \
+    ROW(mirrored_vpws_vc_ilms, dpm_vpws_vc_ilm,                                                   \
+        dpm_vpws_vc_ilm_add_sync_send, dpm_vpws_vc_ilm_del_sync_send, dpm_vpws_sync_all_send)
 
 // Those behind the multicast groups.
 #define DPM_LAST_TABLES(ROW)                                                                      \
@@ -49,7 +55,7 @@ namespace dpm {
 // What a table does for those who know all tables.
 struct mirrored {
     void (*create)(); // its trees, indexes and lists are made; at start-up
-    int (*send_all)(std::uint32_t slot);
+    int (*send_all)(std::uint32_t slot); // null: the table travels with one before it
     std::uint32_t (*drop_old)(); // what a sync has not renewed; at its end, on the standby card
 };
 

@@ -14,3 +14,10 @@ int dpm_mpls_ftn_update_for_l2vpn_del(const std::uint8_t *nhop, const std::uint8
 
 // The members of a trunk changed.
 int dpm_vpn_trunk_func(std::uint32_t trunk_id);
+
+namespace dpm {
+
+// On a card that becomes master: pseudowires come to where the tables want them.
+void vpws_ask();
+
+} // namespace dpm

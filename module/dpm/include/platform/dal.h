@@ -133,7 +133,39 @@ int dal_driver_mpls_ilm_add(const void *request, uint32_t *nhid, uint32_t *tunne
                             uint32_t slot_bits);
 int dal_driver_mpls_ilm_del(const void *request, uint32_t slot_bits);
 
-/* Point-to-point pseudowires.  `vlans` are `vlan_count` VLAN ids. */
+/* Point-to-point pseudowires: frames of a circuit go to a peer with a label over the label path to
+ * it, and frames with the other label come back to the circuit. */
+struct dal_vpws_ac {
+    uint32_t port;  /* logical */
+    uint32_t vlan;  /* of the circuit's interface */
+    uint16_t svlan; /* tags of the circuit, as the routing suite tells them */
+    uint16_t svlan_tpid;
+    uint16_t cvlan;
+    uint16_t action_vlan;
+    uint32_t vlan_action;
+    uint32_t match_rule;
+};
+
+struct dal_vpws_pw {
+    uint32_t vc_id; /* key, with the peer */
+    uint8_t peer[16];
+    uint32_t in_label;
+    uint32_t out_label;
+    uint32_t nhid; /* the label path's, as dal_driver_mpls_ftn_add wrote them */
+    uint32_t tunnel_id;
+    uint16_t control_word;
+    uint16_t mode;
+    uint32_t is_protected; /* 1: the circuit has another pseudowire, in a group with this one */
+};
+
+#define DAL_PW_PRIMARY 0 /* `value`: which one of its circuit a pseudowire is */
+#define DAL_PW_STANDBY 1
+
+/* `ac` and `pw` are the two structs, `request` is the second.  The next hops towards circuit and peer
+ * are written; a protected pseudowire joins the group in `aps_id`, which is made and written when it
+ * is 0.  An update puts other values in the place of those of the key.  `vlans` are `vlan_count` VLAN
+ * ids, which take the place of the circuit's tags.  A switch sends a group's frames over its standby
+ * pseudowire (`protect` 1) or its primary one (0, as a new group does). */
 int dal_driver_vpws_entry_add(const void *ac, const void *pw, uint32_t *ac_nhid, uint32_t *pw_nhid,
                               uint32_t *aps_id, uint32_t value, uint32_t slot_bits);
 int dal_driver_vpws_entry_del(const void *request, uint32_t value, uint32_t slot_bits);

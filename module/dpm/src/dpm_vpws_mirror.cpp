@@ -1,0 +1,157 @@
+// Pseudowires on the standby card: three tables that travel together.
+#include "dpm_vpws.h"
+
+#include "dpm_mirror.h"
+#include "dpm_vpws_service.h"
+
+namespace {
+
+using dpm::vpws_acif_kind;
+using dpm::vpws_vc_fib_kind;
+using dpm::vpws_vc_ilm_kind;
+
+template <class Kind> struct vpws_mirror : dpm::mirror_defaults<typename Kind::entry> {
+    using entry = typename Kind::entry;
+    static bool reprogram(const entry &, std::uint32_t) { return true; }
+    static entry *find(const entry &image) { return Kind::table().find(image); }
+    static void drop(entry &present) { (void)Kind::del(&present); }
+    static std::uint32_t &sync_of(entry &present) { return dpm::record_of<Kind>(present).sync; }
+};
+
+struct acif_mirror : vpws_mirror<vpws_acif_kind> {
+    static constexpr auto add_code = DPM_MSG_SYNC_VPWS_ACIF_ADD,
+                          del_code = DPM_MSG_SYNC_VPWS_ACIF_DEL;
+    static constexpr const char *driver_sync_text =
+        "%s %d::slot_bit = %d, vpws acif driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, vpws acif table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.vpws_acif_tree};
+    static void create() {
+        dpm::vpws_acifs().create();
+        vpws_acif_kind::by_vc().create();
+        vpws_acif_kind::by_port().create();
+    }
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+    static bool localise_key(entry &image, const dpm::call_site &) {
+        image.ifname[sizeof image.ifname - 1] = '\0';
+        image.ifindex = dpm_if_get_ifindexbyname(image.ifname);
+        return true;
+    }
+    static entry *put(const entry &image, entry *) { return dpm_vpws_acif_add_for_slave(image); }
+};
+
+struct vc_fib_mirror : vpws_mirror<vpws_vc_fib_kind> {
+    static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCFIB_ADD,
+                          del_code = DPM_MSG_SYNC_VPWS_VCFIB_DEL;
+    static constexpr const char *driver_sync_text =
+        "%s %d::slot_bit = %d, vpws vc_fib driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, vpws vc_fib table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.vpws_vc_fib_tree};
+    static void create() {
+        dpm::vpws_vc_fibs().create();
+        vpws_vc_fib_kind::by_peer().create();
+        vpws_vc_fib_kind::by_circuit().create();
+    }
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+    static bool reprogram(const entry &entry, std::uint32_t slot_bits) {
+        dpm::vpws_reprogram(entry, slot_bits);
+        return true;
+    }
+    static entry *put(const entry &image, entry *) { return dpm_vpws_vc_fib_add_for_slave(image); }
+};
+
+struct vc_ilm_mirror : vpws_mirror<vpws_vc_ilm_kind> {
+    static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCILM_ADD,
+                          del_code = DPM_MSG_SYNC_VPWS_VCILM_DEL;
+    static constexpr const char *driver_sync_text =
+        "%s %d::slot_bit = %d, vpws vc_ilm driver sync.\r\n";
+    static constexpr const char *table_sync_text = "%s %d::slot %d, vpws vc_ilm table sync.\r\n";
+    static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.vpws_vc_ilm_tree};
+    static void create() { dpm::vpws_vc_ilms().create(); }
+    static std::span<dpm_avl_tree *const> trees() { return list; }
+    static entry *put(const entry &image, entry *) { return dpm_vpws_vc_ilm_add_for_slave(image); }
+};
+
+template <std::size_t Size> bool leads_to(const char (&name)[Size], const char *ifname) {
+    return std::strncmp(name, ifname, Size) == 0;
+}
+
+// The key of a circuit is its interface.  Of two that come to have one key the one that was there
+// stays.
+void renumber_circuit(dpm_vpws_acif &acif, std::uint32_t ifindex) {
+    auto &record = dpm::record_of<vpws_acif_kind>(acif);
+    vpws_acif_kind::unindex(record);
+    dpm::vpws_acifs().remove(acif);
+    acif.ifindex = ifindex;
+    const bool has_place = dpm::vpws_acifs().add(acif) == nullptr;
+    if (has_place)
+        vpws_acif_kind::index(record);
+    else
+        dpm::free_zeroed(&record);
+}
+
+void renumber(const char *ifname, std::uint32_t ifindex) {
+    for (dpm_vpws_acif &acif : dpm::vpws_acifs().erasable()) {
+        if (acif.ifindex == ifindex || !leads_to(acif.ifname, ifname))
+            continue;
+        const std::uint32_t vc_id = acif.vc_id;
+        renumber_circuit(acif, ifindex);
+        if (!dpm_bridge_self_is_slave())
+            (void)dpm::each_of_circuit(
+                vc_id, [](dpm_vpws_vc_fib &fib) { return (void)dpm::vpws_settle(fib), 0; });
+    }
+    for (dpm_vpws_vc_fib &fib : dpm::vpws_vc_fibs()) {
+        if (leads_to(fib.in_ifname, ifname))
+            fib.ac_ifindex = ifindex;
+        if (leads_to(fib.out_ifname, ifname))
+            fib.nw_ifindex = ifindex;
+    }
+    for (dpm_vpws_vc_ilm &ilm : dpm::vpws_vc_ilms()) {
+        if (leads_to(ilm.in_ifname, ifname))
+            ilm.in_ifindex = ifindex;
+        if (leads_to(ilm.out_ifname, ifname))
+            ilm.out_ifindex = ifindex;
+    }
+}
+
+} // namespace
+
+constexpr dpm::if_follower dpm::vpws_on_interfaces = {.renumber = renumber};
+
+// clang-format off
+DPM_MIRRORED_ENTRIES(acif_mirror,
+                     dpm_vpws_acif_add_sync_send, dpm_vpws_acif_add_sync_receive,
+                     dpm_vpws_acif_add_sync_process,
+                     dpm_vpws_acif_del_sync_send, dpm_vpws_acif_del_sync_receive,
+                     dpm_vpws_acif_del_sync_process, dpm_vpws_acif_sync_all_receive)
+DPM_MIRRORED_ENTRIES(vc_fib_mirror,
+                     dpm_vpws_vc_fib_add_sync_send, dpm_vpws_vc_fib_add_sync_receive,
+                     dpm_vpws_vc_fib_add_sync_process,
+                     dpm_vpws_vc_fib_del_sync_send, dpm_vpws_vc_fib_del_sync_receive,
+                     dpm_vpws_vc_fib_del_sync_process, dpm_vpws_vc_fib_sync_all_receive)
+DPM_MIRRORED_ENTRIES(vc_ilm_mirror,
+                     dpm_vpws_vc_ilm_add_sync_send, dpm_vpws_vc_ilm_add_sync_receive,
+                     dpm_vpws_vc_ilm_add_sync_process,
+                     dpm_vpws_vc_ilm_del_sync_send, dpm_vpws_vc_ilm_del_sync_receive,
+                     dpm_vpws_vc_ilm_del_sync_process, dpm_vpws_vc_ilm_sync_all_receive)
+// clang-format on
+
+// One whole-table sender for the three, so that a peer card has no circuit without its pseudowires.
+int dpm_vpws_sync_all_send(std::uint32_t slot) {
+    const int results[] = {
+        dpm::mirror_send_all<acif_mirror>(slot, "dpm_vpws_acif_sync_all_receive", DPM_CALL_SITE),
+        dpm::mirror_send_all<vc_fib_mirror>(slot, "dpm_vpws_vc_fib_sync_all_receive",
+                                            DPM_CALL_SITE),
+        dpm::mirror_send_all<vc_ilm_mirror>(slot, "dpm_vpws_vc_ilm_sync_all_receive",
+                                            DPM_CALL_SITE)};
+    for (const int result : results)
+        if (result != 0)
+            return result;
+    return 0;
+}
+
+constexpr dpm::mirrored dpm::mirrored_vpws_acifs = {acif_mirror::create, dpm_vpws_sync_all_send,
+                                                    dpm::mirror_drop_old<acif_mirror>};
+constexpr dpm::mirrored dpm::mirrored_vpws_vc_fibs = {vc_fib_mirror::create, nullptr,
+                                                      dpm::mirror_drop_old<vc_fib_mirror>};
+constexpr dpm::mirrored dpm::mirrored_vpws_vc_ilms = {vc_ilm_mirror::create, nullptr,
+                                                      dpm::mirror_drop_old<vc_ilm_mirror>};
