@@ -172,7 +172,7 @@ TEST_F(Driver, RequestsArriveNarrowedAndSlotsThatFailAreLoggedWithThem) {
                 "vpws_entry_del_test vlans 512"), // the first of them
         REQUEST(pw_group_switch(wide, 0, bits), "pw_group_switch group 2881552484 protect 0",
                 "\t pw_id -1413414812 protect_en disable "),
-        REQUEST(vpls_add(wide, out, bits), "vpls_add vpls 100 fid", "\t vpls_id 100 fid {0} "),
+        REQUEST(vpls_add(wide, 7, bits), "vpls_add vpls 100 fid 7", "\t vpls_id 100 fid 7 "),
         REQUEST(vpls_del(wide, bits), "vpls_del vpls 100"),
         REQUEST(mpls_ac_entry_add(record, out, out + 1, bits), "vpls_ac_entry_add nhid", port),
         REQUEST(mpls_ac_entry_del(record, bits), "vpls_ac_entry_del slots"),

@@ -45,7 +45,7 @@ int dal_driver_pw_group_switch(uint32_t group, uint32_t protect, uint32_t slot_b
 
 // --- multipoint pseudowires ------------------------------------------------------------------
 
-int dal_driver_vpls_add(uint16_t vpls_id, uint32_t *fid, uint32_t slot_bits) {
+int dal_driver_vpls_add(uint16_t vpls_id, uint32_t fid, uint32_t slot_bits) {
     return answer<Function::vpls_add>(Accepted({{"vpls", vpls_id}, {"fid", fid}}), vpls_id, fid,
                                       slot_bits);
 }

@@ -386,118 +386,6 @@ struct dpm_ilm {
     uint32_t port_type;
 } __attribute__((packed));
 
-#define DPM_VPWS_ACIF_MSG_BYTES 84    /* requests for pseudowires: the first bytes of the images, */
-#define DPM_VPWS_VC_FIB_MSG_BYTES 280 /* which stand behind the links of the entries */
-#define DPM_VPWS_VC_ILM_MSG_BYTES 218
-#define DPM_VPWS_VLAN_BYTES 512
-
-/* The customer's side of a point-to-point pseudowire.  Bytes without a meaning here are the routing
- * suite's own; they travel with the entry. */
-struct dpm_vpws_acif {
-    struct dpm_avl_node node;
-    uint32_t vc_id;
-    uint32_t ifindex; /* the key; card-local: another on the peer card, all ones where there is none */
-    uint16_t vlan_id;
-    uint16_t svlan_id;
-    uint16_t svlan_tpid;
-    uint16_t cvlan_id;
-    uint32_t vlan_action; /* the suite's number */
-    uint32_t matchRule;   /* the suite's number */
-    char ifname[DPM_IFNAME_BYTES]; /* terminated */
-    uint8_t flags;                 /* DPM_LABEL_* */
-    uint8_t opaque1;
-    uint16_t action_vlan;
-    uint8_t vlans[DPM_VPWS_VLAN_BYTES]; /* bitmap: bit N is VLAN N + 1; empty: the VLANs above */
-    int32_t sdk_result;                 /* last failure of the driver; 0: none */
-    uint16_t port;                      /* logical port where the chip has it; 0: not there */
-    uint8_t opaque2;
-} __attribute__((packed));
-
-/* The way out of a point-to-point pseudowire: to this peer, with this label, over the label path to
- * the peer.  Addresses are 16 bytes, IPv4 in the first four with the rest zero. */
-struct dpm_vpws_vc_fib {
-    struct dpm_avl_node node;
-    struct list_head pend; /* place on the pend list; linked to itself when on none */
-    uint32_t vc_id;        /* key, with the peer */
-    uint32_t vc_style;
-    uint32_t in_label;
-    uint32_t out_label;  /* pushed under the label path's own */
-    uint32_t ac_ifindex; /* card-local, of in_ifname */
-    uint32_t nw_ifindex; /* card-local, of out_ifname */
-    uint32_t opcode;
-    uint32_t pw_index;
-    uint32_t tunnel_label;
-    uint32_t opaque1[2];
-    uint16_t c_word; /* the peer wants a control word */
-    uint16_t pw_mode;
-    uint16_t svlan_id;
-    uint16_t svlan_tpid;
-    uint32_t vlan_id;
-    uint32_t opaque2;
-    uint8_t vc_peer[16];
-    uint8_t peer_nhop_addr[16];
-    uint8_t address[16]; /* a change of it is an update */
-    uint8_t fec_prefix[16];
-    char in_ifname[DPM_IFNAME_BYTES];  /* terminated */
-    char out_ifname[DPM_IFNAME_BYTES]; /* terminated */
-    uint32_t flags;                    /* DPM_LABEL_* */
-    uint32_t opaque3[2];
-    uint32_t vc_role;           /* DPM_VC_* */
-    uint32_t sibling_vc_id;     /* of the other pseudowire of the circuit; 0: none */
-    uint8_t sibling_vc_peer[4]; /* IPv4 */
-    uint32_t opaque4;
-    int32_t sdk_result; /* last failure of the driver; 0: none */
-    uint32_t switched;  /* 1: its group uses the standby pseudowire */
-    uint32_t path_nhid; /* of the label path over which it was programmed */
-    uint32_t path_id;
-    uint32_t ac_nhid; /* the chip's next hops and redundancy group; 0: not programmed */
-    uint32_t pw_nhid;
-    uint32_t aps_id;
-} __attribute__((packed));
-
-#define DPM_VC_PRIMARY 0 /* vc_role */
-#define DPM_VC_STANDBY 1
-
-/* The way in of a point-to-point pseudowire: the label with which its frames come. */
-struct dpm_vpws_vc_ilm {
-    struct dpm_avl_node node;
-    struct list_head pend;
-    uint32_t vpn_id; /* key, with the peer: the vc_id of the way out */
-    uint32_t opaque1;
-    uint32_t in_label;
-    uint32_t in_ifindex; /* card-local, of in_ifname */
-    char in_ifname[DPM_IFNAME_BYTES];
-    uint32_t out_label;
-    uint32_t out_ifindex; /* card-local, of out_ifname */
-    char out_ifname[DPM_IFNAME_BYTES];
-    uint32_t nhlfe_ix;
-    uint32_t tunnel_label;
-    uint8_t nexthop[16];
-    uint8_t vc_peer[16];
-    uint8_t fec_prefix[16];
-    uint8_t fec_prefixlen;
-    uint8_t opaque2[3];
-    uint8_t flags; /* DPM_LABEL_* */
-    uint8_t opaque3[5];
-} __attribute__((packed));
-
-/* Requests for the three. */
-struct dpm_vpws_acif_msg {
-    uint8_t image[DPM_VPWS_ACIF_MSG_BYTES];
-};
-struct dpm_vpws_vc_fib_msg {
-    uint8_t image[DPM_VPWS_VC_FIB_MSG_BYTES];
-};
-struct dpm_vpws_vc_ilm_msg {
-    uint8_t image[DPM_VPWS_VC_ILM_MSG_BYTES];
-};
-
-/* The request that switches a redundancy group to one of its pseudowires. */
-struct dpm_pw_switch_msg {
-    uint32_t group;       /* aps_id */
-    uint32_t use_standby; /* 1: the standby pseudowire, 0: the primary one */
-};
-
 /* A policy route: traffic that matches a rule on a set of ports goes to a next hop. */
 struct dpm_policy_route_entry {
     struct dpm_avl_node node;
@@ -1083,31 +971,7 @@ dpm_api_get_tunnel_port_entry_next(const struct dpm_tunnel_port_entry *entry);
 DPM_API void dpm_tunnel_show(void);
 DPM_API void dpm_tunnel_port_show(void);
 
-/* Pseudowires.  Adds (DPM_OPER_ADD) or deletes an attachment circuit, a way out, a way in: the first
- * bytes of the image behind the entry's link (DPM_VPWS_*_MSG_BYTES).  The three of one pseudowire
- * come in any order; it is programmed while all are there, the label path to its peer with them.  Any
- * thread; the request is copied, the caller keeps it.  0 when it was posted; -1 for a null pointer,
- * another operation, or without memory or room on the queue. */
-DPM_API int dpm_api_set_vpws_acif_proc(const void *request, uint32_t oper);
-DPM_API int dpm_api_set_vpws_vc_fib_proc(const void *request, uint32_t oper);
-DPM_API int dpm_api_set_vpws_vc_ilm_proc(const void *request, uint32_t oper);
-/* Switches a redundancy group: a struct dpm_pw_switch_msg; DPM_OPER_ADD alone.  As above. */
-DPM_API int dpm_api_set_pw_redundancy_switch_proc(const void *request, uint32_t oper);
-
-/* Walk the tables in order; null at the end.  Any thread that holds the DPM lock; the entries stay
- * the library's and are good while the lock is held. */
-DPM_API const struct dpm_vpws_acif *dpm_api_get_vpws_acif_first(void);
-DPM_API const struct dpm_vpws_acif *dpm_api_get_vpws_acif_next(const struct dpm_vpws_acif *entry);
-DPM_API const struct dpm_vpws_vc_fib *dpm_api_get_vpws_vc_fib_first(void);
-DPM_API const struct dpm_vpws_vc_fib *
-dpm_api_get_vpws_vc_fib_next(const struct dpm_vpws_vc_fib *entry);
-DPM_API const struct dpm_vpws_vc_ilm *dpm_api_get_vpws_vc_ilm_first(void);
-DPM_API const struct dpm_vpws_vc_ilm *
-dpm_api_get_vpws_vc_ilm_next(const struct dpm_vpws_vc_ilm *entry);
-/* Print the tables on standard output.  Any thread; they take the DPM lock. */
-DPM_API void dpm_vpws_acif_table_show(void);
-DPM_API void dpm_vpws_vc_fib_table_show(void);
-DPM_API void dpm_vpws_vc_ilm_table_show(void);
+#include "dpm_l2vpn_api.h"
 
 /* ---- multicast ------------------------------------------------------------------------------- */
 
@@ -1238,15 +1102,15 @@ struct dpm_ipmc_settings {
     ROW(dpm_mpls_ilm_add_sync_receive,           struct dpm_ilm,            ENTRY)         \
     ROW(dpm_mpls_ilm_del_sync_receive,           struct dpm_ilm,            ENTRY)         \
     ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)         \
-    ROW(dpm_vpws_acif_add_sync_receive,          struct dpm_vpws_acif,   ENTRY)            \
-    ROW(dpm_vpws_acif_del_sync_receive,          struct dpm_vpws_acif,   ENTRY)            \
-    ROW(dpm_vpws_acif_sync_all_receive,          struct dpm_vpws_acif,   TABLE)            \
-    ROW(dpm_vpws_vc_fib_add_sync_receive,        struct dpm_vpws_vc_fib, ENTRY)            \
-    ROW(dpm_vpws_vc_fib_del_sync_receive,        struct dpm_vpws_vc_fib, ENTRY)            \
-    ROW(dpm_vpws_vc_fib_sync_all_receive,        struct dpm_vpws_vc_fib, TABLE)            \
-    ROW(dpm_vpws_vc_ilm_add_sync_receive,        struct dpm_vpws_vc_ilm, ENTRY)            \
-    ROW(dpm_vpws_vc_ilm_del_sync_receive,        struct dpm_vpws_vc_ilm, ENTRY)            \
-    ROW(dpm_vpws_vc_ilm_sync_all_receive,        struct dpm_vpws_vc_ilm, TABLE)            \
+    ROW(dpm_vpws_acif_add_sync_receive,          struct dpm_vpws_acif,           ENTRY)    \
+    ROW(dpm_vpws_acif_del_sync_receive,          struct dpm_vpws_acif,           ENTRY)    \
+    ROW(dpm_vpws_acif_sync_all_receive,          struct dpm_vpws_acif,           TABLE)    \
+    ROW(dpm_vpws_vc_fib_add_sync_receive,        struct dpm_vpws_vc_fib,         ENTRY)    \
+    ROW(dpm_vpws_vc_fib_del_sync_receive,        struct dpm_vpws_vc_fib,         ENTRY)    \
+    ROW(dpm_vpws_vc_fib_sync_all_receive,        struct dpm_vpws_vc_fib,         TABLE)    \
+    ROW(dpm_vpws_vc_ilm_add_sync_receive,        struct dpm_vpws_vc_ilm,         ENTRY)    \
+    ROW(dpm_vpws_vc_ilm_del_sync_receive,        struct dpm_vpws_vc_ilm,         ENTRY)    \
+    ROW(dpm_vpws_vc_ilm_sync_all_receive,        struct dpm_vpws_vc_ilm,         TABLE)    \
     ROW(dpm_ipmc_api_slave_group_create,         struct dpm_ipmc_group_image,  ENTRY)      \
     ROW(dpm_ipmc_api_slave_group_destroy,        struct dpm_ipmc_group_image,  ENTRY)      \
     ROW(dpm_ipmc_api_slave_group_member_add,     struct dpm_ipmc_member_image, ENTRY)      \
@@ -1306,7 +1170,7 @@ DPM_API int dpm_driver_mpls_ftn_del_result(const void *request, uint32_t obj_bit
 DPM_API int dpm_driver_mpls_ilm_add_result(const void *request, const uint32_t *nhid,
                                            const uint32_t *tunnel_id, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_mpls_ilm_del_result(const void *request, uint32_t obj_bit, int result);
-DPM_API int dpm_driver_vpls_add_result(uint32_t vpls_id, const uint32_t *fid, uint32_t obj_bit,
+DPM_API int dpm_driver_vpls_add_result(uint32_t vpls_id, uint32_t fid, uint32_t obj_bit,
                                        int result);
 DPM_API int dpm_driver_vpls_del_result(uint32_t vpls_id, uint32_t obj_bit, int result);
 DPM_API int dpm_driver_vpls_ac_entry_add_result(const void *request, const uint32_t *nhid,

@@ -243,7 +243,7 @@ int dpm_driver_pw_group_switch(uint32_t group, uint32_t protect, uint32_t slot_b
     return dal_driver_pw_group_switch(group, protect, dpm_slot_obj_bit_check(slot_bits));
 }
 
-int dpm_driver_vpls_add(uint32_t vpls_id, uint32_t *fid, uint32_t slot_bits) {
+int dpm_driver_vpls_add(uint32_t vpls_id, uint32_t fid, uint32_t slot_bits) {
     return dal_driver_vpls_add(low16(vpls_id), fid, dpm_slot_obj_bit_check(slot_bits));
 }
 

@@ -78,7 +78,7 @@ int dpm_driver_vpws_entry_del_vlanlist(const void *request, std::uint32_t value,
                                        std::uint32_t slot_bits, const void *vlan_bitmap);
 int dpm_driver_pw_group_switch(std::uint32_t group, std::uint32_t protect, std::uint32_t slot_bits);
 
-int dpm_driver_vpls_add(std::uint32_t vpls_id, std::uint32_t *fid, std::uint32_t slot_bits);
+int dpm_driver_vpls_add(std::uint32_t vpls_id, std::uint32_t fid, std::uint32_t slot_bits);
 int dpm_driver_vpls_del(std::uint32_t vpls_id, std::uint32_t slot_bits);
 int dpm_driver_mpls_ac_entry_add(const void *request, std::uint32_t *nhid,
                                  std::uint32_t *logic_port, std::uint32_t slot_bits);

@@ -166,8 +166,8 @@ RESULT(dpm_driver_mpls_ilm_add_result,
 RESULT(dpm_driver_mpls_ilm_del_result, (const void *, uint32_t obj_bit, int result), )
 
 RESULT(dpm_driver_vpls_add_result,
-       (uint32_t vpls_id, const uint32_t *fid, uint32_t obj_bit, int result),
-       DPM_PLAIN("\t vpls_id %d fid %d \n\r", low16(vpls_id), read(fid)))
+       (uint32_t vpls_id, uint32_t fid, uint32_t obj_bit, int result),
+       DPM_PLAIN("\t vpls_id %d fid %d \n\r", low16(vpls_id), fid))
 
 RESULT(dpm_driver_vpls_del_result, (uint32_t, uint32_t obj_bit, int result), )
 

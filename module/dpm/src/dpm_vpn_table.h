@@ -1,5 +1,5 @@
-// What the tables of the VPN context have in common: label entries today, pseudowires and their
-// attachment circuits by the same steps.
+// What the tables of the VPN context have in common: label entries, pseudowires and their attachment
+// circuits.
 //
 // An entry is made from an image of its record, and may wait on a pend list (dpm_pend.h) until it
 // is programmed.
@@ -7,6 +7,7 @@
 
 #include "dpm_memory.h"
 #include "dpm_pend.h"
+#include "dpm_trace.h"
 
 #include <concepts>
 
@@ -58,6 +59,71 @@ template <vpn_table Kind> void vpn_remove(typename Kind::entry &entry) {
     Kind::unindex(record_of<Kind>(entry));
     Kind::table().remove(entry);
     free_zeroed(&record_of<Kind>(entry));
+}
+
+template <class Entry> void vpn_unpend(Entry &entry) {
+    if constexpr (requires { entry.pend; })
+        if (is_pending(entry))
+            list_del_init(pend_link(entry));
+}
+
+// The following are the operations of a layer-2 table, which tells besides
+//   added_text, deleted_text, mirrored_text   logged with the count, the second before and after
+//   pending()                                 the list of those that wait, if there is one
+// and whose flags are DPM_LABEL_*.
+
+template <vpn_table Kind> auto vpn_add(const typename Kind::entry &image) -> typename Kind::entry * {
+    auto *entry = vpn_insert<Kind>(image);
+    if (entry != nullptr)
+        DPM_PLAIN(Kind::added_text, Kind::table().count());
+    return entry;
+}
+
+template <vpn_table Kind> int vpn_del(typename Kind::entry *entry) {
+    if (entry == nullptr)
+        return -1;
+    vpn_unpend(*entry);
+    DPM_PLAIN(Kind::deleted_text, Kind::table().count());
+    vpn_remove<Kind>(*entry);
+    DPM_PLAIN(Kind::deleted_text, Kind::table().count());
+    return 0;
+}
+
+// One that is there already comes to stand as the newest.
+template <vpn_table Kind> int vpn_pend_add(typename Kind::entry *entry) {
+    if (entry == nullptr)
+        return -1;
+    vpn_unpend(*entry);
+    Kind::pending().add(*entry);
+    DPM_PLAIN("list_empty=%d\n\r", Kind::pending().empty());
+    return 0;
+}
+
+template <vpn_table Kind> int vpn_pend_del(typename Kind::entry *entry) {
+    if (entry == nullptr || Kind::pending().empty())
+        return -1;
+    vpn_unpend(*entry);
+    return 0;
+}
+
+// Keys are unique in the table, so the entry with the key is the only one that can wait with it.
+template <vpn_table Kind>
+auto vpn_find_pending(const typename Kind::entry &key) -> typename Kind::entry * {
+    auto *entry = Kind::table().find(key);
+    return entry != nullptr && is_pending(*entry) ? entry : nullptr;
+}
+
+// The entry that was there with the key goes, and with it its place on the pend list.
+template <vpn_table Kind> auto vpn_add_mirrored(const typename Kind::entry &image) ->
+    typename Kind::entry * {
+    auto *entry = vpn_insert<Kind>(image, true);
+    if (entry == nullptr)
+        return nullptr;
+    DPM_PLAIN(Kind::mirrored_text, Kind::table().count());
+    if constexpr (requires { entry->pend; })
+        if (entry->flags == DPM_LABEL_WAITING)
+            (void)vpn_pend_add<Kind>(entry);
+    return entry;
 }
 
 } // namespace dpm

@@ -14,65 +14,6 @@ using dpm::vpws_acif_kind;
 using dpm::vpws_vc_fib_kind;
 using dpm::vpws_vc_ilm_kind;
 
-template <class Kind> auto add(const typename Kind::entry &image) -> typename Kind::entry * {
-    auto *entry = dpm::vpn_insert<Kind>(image);
-    if (entry != nullptr)
-        DPM_PLAIN(Kind::added_text, Kind::table().count());
-    return entry;
-}
-
-template <class Entry> void unpend(Entry &entry) {
-    if constexpr (requires { entry.pend; })
-        if (dpm::is_pending(entry))
-            list_del_init(dpm::pend_link(entry));
-}
-
-template <class Kind> int del(typename Kind::entry *entry) {
-    if (entry == nullptr)
-        return -1;
-    unpend(*entry);
-    DPM_PLAIN(Kind::deleted_text, Kind::table().count());
-    dpm::vpn_remove<Kind>(*entry);
-    DPM_PLAIN(Kind::deleted_text, Kind::table().count());
-    return 0;
-}
-
-// One that is there already comes to stand as the newest.
-template <class Kind> int pend_add(typename Kind::entry *entry) {
-    if (entry == nullptr)
-        return -1;
-    unpend(*entry);
-    Kind::pending().add(*entry);
-    DPM_PLAIN("list_empty=%d\n\r", Kind::pending().empty());
-    return 0;
-}
-
-template <class Kind> int pend_del(typename Kind::entry *entry) {
-    if (entry == nullptr || Kind::pending().empty())
-        return -1;
-    unpend(*entry);
-    return 0;
-}
-
-// Keys are unique in the table, so the entry with the key is the only one that can wait with it.
-template <class Kind> auto find_pending(const typename Kind::entry &key) -> typename Kind::entry * {
-    auto *entry = Kind::table().find(key);
-    return entry != nullptr && dpm::is_pending(*entry) ? entry : nullptr;
-}
-
-// The entry that was there with the key goes, and with it its place on the pend list.
-template <class Kind> auto add_mirrored(typename Kind::entry image) -> typename Kind::entry * {
-    image.node = {};
-    auto *entry = dpm::vpn_insert<Kind>(image, true);
-    if (entry == nullptr)
-        return nullptr;
-    DPM_PLAIN(Kind::mirrored_text, Kind::table().count());
-    if constexpr (requires { entry->pend; })
-        if (entry->flags == DPM_LABEL_WAITING)
-            (void)pend_add<Kind>(entry);
-    return entry;
-}
-
 // Indexes are card-local; a name that this card has no interface of leads to DPM_IFINDEX_NONE.
 std::uint32_t index_of(char *ifname) {
     ifname[DPM_IFNAME_BYTES - 1] = '\0';
@@ -143,42 +84,42 @@ dpm_vpws_vc_ilm *dpm_vpws_vc_ilm_lookup(dpm_vpws_vc_ilm key) {
 }
 
 dpm_vpws_acif *dpm_vpws_acif_add(dpm_vpws_acif record) {
-    return add<vpws_acif_kind>(record);
+    return dpm::vpn_add<vpws_acif_kind>(record);
 }
 dpm_vpws_vc_fib *dpm_vpws_vc_fib_add(dpm_vpws_vc_fib record) {
-    return add<vpws_vc_fib_kind>(record);
+    return dpm::vpn_add<vpws_vc_fib_kind>(record);
 }
 dpm_vpws_vc_ilm *dpm_vpws_vc_ilm_add(dpm_vpws_vc_ilm record) {
-    return add<vpws_vc_ilm_kind>(record);
+    return dpm::vpn_add<vpws_vc_ilm_kind>(record);
 }
 
 int dpm_vpws_acif_del(dpm_vpws_acif *entry) {
-    return del<vpws_acif_kind>(entry);
+    return dpm::vpn_del<vpws_acif_kind>(entry);
 }
 int dpm_vpws_vc_fib_del(dpm_vpws_vc_fib *entry) {
-    return del<vpws_vc_fib_kind>(entry);
+    return dpm::vpn_del<vpws_vc_fib_kind>(entry);
 }
 int dpm_vpws_vc_ilm_del(dpm_vpws_vc_ilm *entry) {
-    return del<vpws_vc_ilm_kind>(entry);
+    return dpm::vpn_del<vpws_vc_ilm_kind>(entry);
 }
 
 int dpm_mpls_pend_vpws_vc_fib_add(dpm_vpws_vc_fib *entry) {
-    return pend_add<vpws_vc_fib_kind>(entry);
+    return dpm::vpn_pend_add<vpws_vc_fib_kind>(entry);
 }
 int dpm_mpls_pend_vpws_vc_ilm_add(dpm_vpws_vc_ilm *entry) {
-    return pend_add<vpws_vc_ilm_kind>(entry);
+    return dpm::vpn_pend_add<vpws_vc_ilm_kind>(entry);
 }
 int dpm_mpls_pend_vpws_vc_fib_del(dpm_vpws_vc_fib *entry) {
-    return pend_del<vpws_vc_fib_kind>(entry);
+    return dpm::vpn_pend_del<vpws_vc_fib_kind>(entry);
 }
 int dpm_mpls_pend_vpws_vc_ilm_del(dpm_vpws_vc_ilm *entry) {
-    return pend_del<vpws_vc_ilm_kind>(entry);
+    return dpm::vpn_pend_del<vpws_vc_ilm_kind>(entry);
 }
 dpm_vpws_vc_fib *dpm_mpls_pend_vpws_vc_fib_lookup(dpm_vpws_vc_fib key) {
-    return find_pending<vpws_vc_fib_kind>(key);
+    return dpm::vpn_find_pending<vpws_vc_fib_kind>(key);
 }
 dpm_vpws_vc_ilm *dpm_mpls_pend_vpws_vc_ilm_lookup(dpm_vpws_vc_ilm key) {
-    return find_pending<vpws_vc_ilm_kind>(key);
+    return dpm::vpn_find_pending<vpws_vc_ilm_kind>(key);
 }
 
 int dpm_vpws_vc_fib_same_or_update_compile(const dpm_vpws_vc_fib *entry,
@@ -202,17 +143,17 @@ std::uint32_t dpm_vpws_get_pwid_by_vcid(std::uint32_t vc_id) {
 
 dpm_vpws_acif *dpm_vpws_acif_add_for_slave(dpm_vpws_acif image) {
     image.ifindex = index_of(image.ifname);
-    return add_mirrored<vpws_acif_kind>(image);
+    return dpm::vpn_add_mirrored<vpws_acif_kind>(image);
 }
 
 dpm_vpws_vc_fib *dpm_vpws_vc_fib_add_for_slave(dpm_vpws_vc_fib image) {
     image.ac_ifindex = index_of(image.in_ifname);
     image.nw_ifindex = index_of(image.out_ifname);
-    return add_mirrored<vpws_vc_fib_kind>(image);
+    return dpm::vpn_add_mirrored<vpws_vc_fib_kind>(image);
 }
 
 dpm_vpws_vc_ilm *dpm_vpws_vc_ilm_add_for_slave(dpm_vpws_vc_ilm image) {
     image.in_ifindex = index_of(image.in_ifname);
     image.out_ifindex = index_of(image.out_ifname);
-    return add_mirrored<vpws_vc_ilm_kind>(image);
+    return dpm::vpn_add_mirrored<vpws_vc_ilm_kind>(image);
 }

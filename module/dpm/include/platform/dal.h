@@ -163,9 +163,10 @@ struct dal_vpws_pw {
 
 /* `ac` and `pw` are the two structs, `request` is the second.  The next hops towards circuit and peer
  * are written; a protected pseudowire joins the group in `aps_id`, which is made and written when it
- * is 0.  An update puts other values in the place of those of the key.  `vlans` are `vlan_count` VLAN
- * ids, which take the place of the circuit's tags.  A switch sends a group's frames over its standby
- * pseudowire (`protect` 1) or its primary one (0, as a new group does). */
+ * is 0.  An update puts other values, of the circuit too, in the place of those of the key; next hops
+ * and group stay.  `vlans` are `vlan_count` VLAN ids, outer tags of the circuit in the place of its
+ * own.  A switch sends a group's frames over its standby pseudowire (`protect` 1) or its primary one
+ * (0, as a new group does). */
 int dal_driver_vpws_entry_add(const void *ac, const void *pw, uint32_t *ac_nhid, uint32_t *pw_nhid,
                               uint32_t *aps_id, uint32_t value, uint32_t slot_bits);
 int dal_driver_vpws_entry_del(const void *request, uint32_t value, uint32_t slot_bits);
@@ -178,8 +179,34 @@ int dal_driver_vpws_entry_del_test(const void *request, uint32_t value, const ui
                                    uint32_t vlan_count, uint32_t slot_bits);
 int dal_driver_pw_group_switch(uint32_t group, uint32_t protect, uint32_t slot_bits);
 
-/* Multipoint pseudowires. */
-int dal_driver_vpls_add(uint16_t vpls_id, uint32_t *fid, uint32_t slot_bits);
+/* Multipoint pseudowires: a virtual bridge, whose circuits and pseudowires learn the addresses that
+ * frames come from, send frames to where their destination was learnt, and flood the others. */
+struct dal_vpls_ac {
+    uint32_t vpls_id;
+    uint32_t port;  /* logical */
+    uint32_t vlan;  /* of the circuit's interface */
+    uint16_t svlan; /* outer tag; 0: `vlan` */
+    uint16_t svlan_tpid;
+    uint16_t cvlan; /* inner tag; 0: any */
+    uint16_t zero;
+    uint32_t vlan_action;
+};
+
+struct dal_vpls_pw {
+    uint32_t vpls_id; /* key, with the peer */
+    uint8_t peer[16];
+    uint32_t in_label;
+    uint32_t out_label;
+    uint32_t nhid; /* the label path's, as dal_driver_mpls_ftn_add wrote them */
+    uint32_t tunnel_id;
+    uint16_t control_word;
+    uint16_t mode;
+    uint32_t is_spoke; /* 0: a frame from one such pseudowire does not leave over another */
+};
+
+/* An instance is made with the forwarding id `fid`.  `request` is one of the structs; a delete names
+ * the same circuit, or the key of the pseudowire.  Next hop and logical port are written. */
+int dal_driver_vpls_add(uint16_t vpls_id, uint32_t fid, uint32_t slot_bits);
 int dal_driver_vpls_del(uint16_t vpls_id, uint32_t slot_bits);
 int dal_driver_vpls_ac_entry_add(const void *request, uint32_t *nhid, uint32_t *logic_port,
                                  uint32_t slot_bits);
