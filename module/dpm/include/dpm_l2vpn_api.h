@@ -31,9 +31,9 @@ struct dpm_vpws_acif {
     uint8_t opaque1;
     uint16_t action_vlan;
     uint8_t vlans[DPM_VPWS_VLAN_BYTES]; /* bitmap: bit N is VLAN N + 1; empty: the VLANs above */
-    int32_t sdk_result;                 /* last failure of the driver; 0: none */
-    uint16_t port;                      /* logical port where the chip has it; 0: not there */
-    uint8_t opaque2;
+    uint16_t port;      /* logical port where the chip has it; 0: not there */
+    uint16_t port_vlan; /* VLAN of the interface, as the chip was told */
+    uint8_t opaque2[3];
 } __attribute__((packed));
 
 /* The way out of a point-to-point pseudowire: to this peer, with this label, over the label path to

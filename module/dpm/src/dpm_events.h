@@ -22,5 +22,8 @@ constexpr bool is_trunk(std::uint32_t port) {
 constexpr std::uint32_t trunk_id(std::uint32_t port) {
     return port - 90;
 }
+constexpr std::uint32_t trunk_port(std::uint32_t trunk_id) {
+    return trunk_id + 90;
+}
 
 } // namespace dpm

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t max_followers = 8;
+constexpr std::size_t max_followers = 12;
 
 struct follower_list {
     const dpm::if_follower *rows[max_followers];

@@ -2,36 +2,41 @@
 #include "dpm_vpn_l2vpn.h"
 
 #include "dpm_bridge.h"
+#include "dpm_events.h"
 #include "dpm_vpws_service.h"
 
 namespace {
 
 // The pseudowires to the far end of a path, an IPv4 address; a neighbour that leaves carries none.
-int settle_to(const std::uint8_t *fec, const dpm::vpws_leaving &leaving) {
+int settle_to(const std::uint8_t *fec, const std::uint8_t *leaving = nullptr) {
     if (fec == nullptr || dpm_bridge_self_is_slave())
         return 0;
-    return dpm::each_to_peer(
-        fec, [&](dpm_vpws_vc_fib &fib) { return (void)dpm::vpws_settle(fib, leaving), 0; });
+    dpm::each_to_peer(fec, [&](const dpm_vpws_vc_fib &fib) {
+        (void)dpm::vpws_settle(dpm::circuit_of(fib), {.neighbour = leaving});
+    });
+    return 0;
 }
 
 } // namespace
 
 int dpm_l2vpn_respond_arp_or_route_or_ftn_add(const std::uint8_t *, const std::uint8_t *fec) {
-    return settle_to(fec, {});
+    return settle_to(fec);
 }
 
 int dpm_l2vpn_respond_arp_or_route_or_ftn_del(const std::uint8_t *nhop, const std::uint8_t *fec) {
-    return settle_to(fec, {.neighbour = nhop});
+    return settle_to(fec, nhop);
 }
 
 int dpm_mpls_ftn_update_for_l2vpn_del(const std::uint8_t *nhop, const std::uint8_t *fec) {
-    return settle_to(fec, {.neighbour = nhop});
+    return settle_to(fec, nhop);
 }
 
 // Circuits on the trunk are told anew; those that had no port may have one now.
 int dpm_vpn_trunk_func(std::uint32_t trunk_id) {
     if (dpm_bridge_self_is_slave())
         return 0;
-    dpm::vpws_update_on_port(trunk_id);
+    for (const std::uint32_t port : {std::uint32_t{0}, dpm::trunk_port(trunk_id)})
+        dpm::each_on_port(port,
+                          [](const dpm_vpws_acif &acif) { (void)dpm::vpws_update(acif.vc_id); });
     return 0;
 }

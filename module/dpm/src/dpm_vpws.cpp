@@ -20,8 +20,8 @@ std::uint32_t index_of(char *ifname) {
     return dpm_if_get_ifindexbyname(ifname);
 }
 
-template <class Entry> int pseudowire_order(std::uint32_t a, std::uint32_t b, const Entry &x,
-                                            const Entry &y) {
+template <class Entry>
+int pseudowire_order(std::uint32_t a, std::uint32_t b, const Entry &x, const Entry &y) {
     return a != b ? dpm::three_way(a, b) : dpm_fec_addr_cmp(x.vc_peer, y.vc_peer);
 }
 

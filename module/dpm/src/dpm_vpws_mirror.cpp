@@ -1,8 +1,7 @@
 // Pseudowires on the standby card: three tables that travel together.
-#include "dpm_vpws.h"
+#include "dpm_vpws_chip.h"
 
 #include "dpm_mirror.h"
-#include "dpm_vpws_service.h"
 
 namespace {
 
@@ -71,51 +70,7 @@ struct vc_ilm_mirror : vpws_mirror<vpws_vc_ilm_kind> {
     static entry *put(const entry &image, entry *) { return dpm_vpws_vc_ilm_add_for_slave(image); }
 };
 
-template <std::size_t Size> bool leads_to(const char (&name)[Size], const char *ifname) {
-    return std::strncmp(name, ifname, Size) == 0;
-}
-
-// The key of a circuit is its interface.  Of two that come to have one key the one that was there
-// stays.
-void renumber_circuit(dpm_vpws_acif &acif, std::uint32_t ifindex) {
-    auto &record = dpm::record_of<vpws_acif_kind>(acif);
-    vpws_acif_kind::unindex(record);
-    dpm::vpws_acifs().remove(acif);
-    acif.ifindex = ifindex;
-    const bool has_place = dpm::vpws_acifs().add(acif) == nullptr;
-    if (has_place)
-        vpws_acif_kind::index(record);
-    else
-        dpm::free_zeroed(&record);
-}
-
-void renumber(const char *ifname, std::uint32_t ifindex) {
-    for (dpm_vpws_acif &acif : dpm::vpws_acifs().erasable()) {
-        if (acif.ifindex == ifindex || !leads_to(acif.ifname, ifname))
-            continue;
-        const std::uint32_t vc_id = acif.vc_id;
-        renumber_circuit(acif, ifindex);
-        if (!dpm_bridge_self_is_slave())
-            (void)dpm::each_of_circuit(
-                vc_id, [](dpm_vpws_vc_fib &fib) { return (void)dpm::vpws_settle(fib), 0; });
-    }
-    for (dpm_vpws_vc_fib &fib : dpm::vpws_vc_fibs()) {
-        if (leads_to(fib.in_ifname, ifname))
-            fib.ac_ifindex = ifindex;
-        if (leads_to(fib.out_ifname, ifname))
-            fib.nw_ifindex = ifindex;
-    }
-    for (dpm_vpws_vc_ilm &ilm : dpm::vpws_vc_ilms()) {
-        if (leads_to(ilm.in_ifname, ifname))
-            ilm.in_ifindex = ifindex;
-        if (leads_to(ilm.out_ifname, ifname))
-            ilm.out_ifindex = ifindex;
-    }
-}
-
 } // namespace
-
-constexpr dpm::if_follower dpm::vpws_on_interfaces = {.renumber = renumber};
 
 // clang-format off
 DPM_MIRRORED_ENTRIES(acif_mirror,

@@ -12,6 +12,8 @@
 #include "dpm_vpn_table.h"
 #include "dpm_vpws.h"
 
+#include <cstring>
+
 struct vpws_acif_record {
     dpm_vpws_acif entry; // first: the table sees this alone
     dpm_avl_node by_vc;
@@ -38,8 +40,11 @@ inline std::uint32_t circuit_of(const dpm_vpws_vc_fib &fib) {
     return fib.vc_role == DPM_VC_STANDBY ? fib.sibling_vc_id : fib.vc_id;
 }
 
+// By name, which is the same on both cards; of interfaces without one by index.
 inline int vc_order(const vpws_acif_record &a, const vpws_acif_record &b) {
-    const int order = three_way(a.entry.vc_id, b.entry.vc_id);
+    int order = three_way(a.entry.vc_id, b.entry.vc_id);
+    if (order == 0)
+        order = std::strncmp(a.entry.ifname, b.entry.ifname, sizeof a.entry.ifname);
     return order != 0 ? order : dpm_vpws_acif_compile(&a.entry, &b.entry);
 }
 

@@ -37,9 +37,8 @@ void dpm_vpws_acif_table_show() {
     for (const dpm_vpws_acif &acif : dpm::vpws_acifs())
         std::printf(
             "\n\r vc_id=%d flags=%d svlan_id=%d svlan_tpid=0x%x cvlan_id=%d vlan_action=%d \t\t\tifindex=%x ifname=%s matchRule=%d vlan_id=%d action_vlan=%d\n\r",
-            acif.vc_id, acif.flags, acif.svlan_id, acif.svlan_tpid, acif.cvlan_id,
-            acif.vlan_action, acif.ifindex, acif.ifname, acif.matchRule, acif.vlan_id,
-            acif.action_vlan);
+            acif.vc_id, acif.flags, acif.svlan_id, acif.svlan_tpid, acif.cvlan_id, acif.vlan_action,
+            acif.ifindex, acif.ifname, acif.matchRule, acif.vlan_id, acif.action_vlan);
     std::printf("\n\r vpws_acif table info end!");
 }
 

@@ -136,7 +136,7 @@ int dal_driver_mpls_ilm_del(const void *request, uint32_t slot_bits);
 /* Point-to-point pseudowires: frames of a circuit go to a peer with a label over the label path to
  * it, and frames with the other label come back to the circuit. */
 struct dal_vpws_ac {
-    uint32_t port;  /* logical */
+    uint32_t port;  /* logical; 91 to 106 are trunks 1 to 16 */
     uint32_t vlan;  /* of the circuit's interface */
     uint16_t svlan; /* tags of the circuit, as the routing suite tells them */
     uint16_t svlan_tpid;
@@ -183,7 +183,7 @@ int dal_driver_pw_group_switch(uint32_t group, uint32_t protect, uint32_t slot_b
  * frames come from, send frames to where their destination was learnt, and flood the others. */
 struct dal_vpls_ac {
     uint32_t vpls_id;
-    uint32_t port;  /* logical */
+    uint32_t port;  /* logical; 91 to 106 are trunks 1 to 16 */
     uint32_t vlan;  /* of the circuit's interface */
     uint16_t svlan; /* outer tag; 0: `vlan` */
     uint16_t svlan_tpid;
