@@ -1071,57 +1071,57 @@ struct dpm_ipmc_settings {
  *           CARD    one record, which is taken over at once
  *           SIGNAL  a word that nobody reads */
 /* clang-format off */
-#define DPM_RECEIVERS(ROW)                                                                 \
-    ROW(dpm_main_entry_sync_all_receive,         uint8_t[DPM_MAC_BYTES],    CARD)          \
-    ROW(dpm_slave_up_pro_over_sync_receive,      uint32_t,                  SIGNAL)        \
-    ROW(dpm_slave_up_pro_over_peercard_callback, uint32_t,                  SIGNAL)        \
-    ROW(dpm_nexthop_entry_add_sync_receive,      struct dpm_nexthop_entry,  ENTRY)         \
-    ROW(dpm_nexthop_entry_del_sync_receive,      struct dpm_nexthop_entry,  ENTRY)         \
-    ROW(dpm_nexthop_entry_sync_all_receive,      struct dpm_nexthop_entry,  TABLE)         \
-    ROW(dpm_host_entry_add_sync_receive,         struct dpm_host_entry,     ENTRY)         \
-    ROW(dpm_host_entry_del_sync_receive,         struct dpm_host_entry,     ENTRY)         \
-    ROW(dpm_host_entry_sync_all_receive,         struct dpm_host_entry,     TABLE)         \
-    ROW(dpm_tunnel_port_entry_add_sync_receive,  struct dpm_tunnel_port_entry, ENTRY)      \
-    ROW(dpm_tunnel_port_entry_del_sync_receive,  struct dpm_tunnel_port_entry, ENTRY)      \
-    ROW(dpm_tunnel_port_entry_sync_all_receive,  struct dpm_tunnel_port_entry, TABLE)      \
-    ROW(dpm_tunnel_entry_add_sync_receive,       struct dpm_tunnel_entry,   ENTRY)         \
-    ROW(dpm_tunnel_entry_del_sync_receive,       struct dpm_tunnel_entry,   ENTRY)         \
-    ROW(dpm_tunnel_entry_sync_all_receive,       struct dpm_tunnel_entry,   TABLE)         \
-    ROW(dpm_ecmp_entry_add_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
-    ROW(dpm_ecmp_entry_del_sync_receive,         struct dpm_ecmp_entry,     ENTRY)         \
-    ROW(dpm_ecmp_entry_sync_all_receive,         struct dpm_ecmp_entry,     TABLE)         \
-    ROW(dpm_route_entry_add_sync_receive,        struct dpm_route_entry,    ENTRY)         \
-    ROW(dpm_route_entry_del_sync_receive,        struct dpm_route_entry,    ENTRY)         \
-    ROW(dpm_route_entry_sync_all_receive,        struct dpm_route_entry,    TABLE)         \
-    ROW(dpm_mpls_if_add_sync_receive,            struct dpm_mpls_if,        ENTRY)         \
-    ROW(dpm_mpls_if_del_sync_receive,            struct dpm_mpls_if,        ENTRY)         \
-    ROW(dpm_mpls_if_sync_all_receive,            struct dpm_mpls_if,        TABLE)         \
-    ROW(dpm_mpls_ftn_add_sync_receive,           struct dpm_ftn,            ENTRY)         \
-    ROW(dpm_mpls_ftn_del_sync_receive,           struct dpm_ftn,            ENTRY)         \
-    ROW(dpm_mpls_ftn_sync_all_receive,           struct dpm_ftn,            TABLE)         \
-    ROW(dpm_mpls_ilm_add_sync_receive,           struct dpm_ilm,            ENTRY)         \
-    ROW(dpm_mpls_ilm_del_sync_receive,           struct dpm_ilm,            ENTRY)         \
-    ROW(dpm_mpls_ilm_sync_all_receive,           struct dpm_ilm,            TABLE)         \
-    ROW(dpm_vpws_acif_add_sync_receive,          struct dpm_vpws_acif,           ENTRY)    \
-    ROW(dpm_vpws_acif_del_sync_receive,          struct dpm_vpws_acif,           ENTRY)    \
-    ROW(dpm_vpws_acif_sync_all_receive,          struct dpm_vpws_acif,           TABLE)    \
-    ROW(dpm_vpws_vc_fib_add_sync_receive,        struct dpm_vpws_vc_fib,         ENTRY)    \
-    ROW(dpm_vpws_vc_fib_del_sync_receive,        struct dpm_vpws_vc_fib,         ENTRY)    \
-    ROW(dpm_vpws_vc_fib_sync_all_receive,        struct dpm_vpws_vc_fib,         TABLE)    \
-    ROW(dpm_vpws_vc_ilm_add_sync_receive,        struct dpm_vpws_vc_ilm,         ENTRY)    \
-    ROW(dpm_vpws_vc_ilm_del_sync_receive,        struct dpm_vpws_vc_ilm,         ENTRY)    \
-    ROW(dpm_vpws_vc_ilm_sync_all_receive,        struct dpm_vpws_vc_ilm,         TABLE)    \
-    ROW(dpm_ipmc_api_slave_group_create,         struct dpm_ipmc_group_image,  ENTRY)      \
-    ROW(dpm_ipmc_api_slave_group_destroy,        struct dpm_ipmc_group_image,  ENTRY)      \
-    ROW(dpm_ipmc_api_slave_group_member_add,     struct dpm_ipmc_member_image, ENTRY)      \
-    ROW(dpm_ipmc_api_slave_group_member_del,     struct dpm_ipmc_member_image, ENTRY)      \
-    ROW(dpm_driver_group_create_or_destroy_slave,  struct dpm_ipmc_echo,       CARD)       \
-    ROW(dpm_driver_group_member_add_or_del_slave,  struct dpm_ipmc_echo,       CARD)       \
-    ROW(dpm_api_set_unknown_ipmc_to_cpu_slave,   struct dpm_ipmc_settings,     CARD)       \
-    ROW(dpm_bfd_entry_add_sync_receive,          struct dpm_bfd_sess,       ENTRY)         \
-    ROW(dpm_bfd_entry_del_sync_receive,          struct dpm_bfd_sess,       ENTRY)         \
-    ROW(dpm_bfd_entry_update_sync_receive,       struct dpm_bfd_update,     ENTRY)         \
-    ROW(dpm_bfd_sync_all_receive,                struct dpm_bfd_sess,       TABLE)
+#define DPM_RECEIVERS(ROW)                                                              \
+    ROW(dpm_main_entry_sync_all_receive,          uint8_t[DPM_MAC_BYTES],       CARD)   \
+    ROW(dpm_slave_up_pro_over_sync_receive,       uint32_t,                     SIGNAL) \
+    ROW(dpm_slave_up_pro_over_peercard_callback,  uint32_t,                     SIGNAL) \
+    ROW(dpm_nexthop_entry_add_sync_receive,       struct dpm_nexthop_entry,     ENTRY)  \
+    ROW(dpm_nexthop_entry_del_sync_receive,       struct dpm_nexthop_entry,     ENTRY)  \
+    ROW(dpm_nexthop_entry_sync_all_receive,       struct dpm_nexthop_entry,     TABLE)  \
+    ROW(dpm_host_entry_add_sync_receive,          struct dpm_host_entry,        ENTRY)  \
+    ROW(dpm_host_entry_del_sync_receive,          struct dpm_host_entry,        ENTRY)  \
+    ROW(dpm_host_entry_sync_all_receive,          struct dpm_host_entry,        TABLE)  \
+    ROW(dpm_tunnel_port_entry_add_sync_receive,   struct dpm_tunnel_port_entry, ENTRY)  \
+    ROW(dpm_tunnel_port_entry_del_sync_receive,   struct dpm_tunnel_port_entry, ENTRY)  \
+    ROW(dpm_tunnel_port_entry_sync_all_receive,   struct dpm_tunnel_port_entry, TABLE)  \
+    ROW(dpm_tunnel_entry_add_sync_receive,        struct dpm_tunnel_entry,      ENTRY)  \
+    ROW(dpm_tunnel_entry_del_sync_receive,        struct dpm_tunnel_entry,      ENTRY)  \
+    ROW(dpm_tunnel_entry_sync_all_receive,        struct dpm_tunnel_entry,      TABLE)  \
+    ROW(dpm_ecmp_entry_add_sync_receive,          struct dpm_ecmp_entry,        ENTRY)  \
+    ROW(dpm_ecmp_entry_del_sync_receive,          struct dpm_ecmp_entry,        ENTRY)  \
+    ROW(dpm_ecmp_entry_sync_all_receive,          struct dpm_ecmp_entry,        TABLE)  \
+    ROW(dpm_route_entry_add_sync_receive,         struct dpm_route_entry,       ENTRY)  \
+    ROW(dpm_route_entry_del_sync_receive,         struct dpm_route_entry,       ENTRY)  \
+    ROW(dpm_route_entry_sync_all_receive,         struct dpm_route_entry,       TABLE)  \
+    ROW(dpm_mpls_if_add_sync_receive,             struct dpm_mpls_if,           ENTRY)  \
+    ROW(dpm_mpls_if_del_sync_receive,             struct dpm_mpls_if,           ENTRY)  \
+    ROW(dpm_mpls_if_sync_all_receive,             struct dpm_mpls_if,           TABLE)  \
+    ROW(dpm_mpls_ftn_add_sync_receive,            struct dpm_ftn,               ENTRY)  \
+    ROW(dpm_mpls_ftn_del_sync_receive,            struct dpm_ftn,               ENTRY)  \
+    ROW(dpm_mpls_ftn_sync_all_receive,            struct dpm_ftn,               TABLE)  \
+    ROW(dpm_mpls_ilm_add_sync_receive,            struct dpm_ilm,               ENTRY)  \
+    ROW(dpm_mpls_ilm_del_sync_receive,            struct dpm_ilm,               ENTRY)  \
+    ROW(dpm_mpls_ilm_sync_all_receive,            struct dpm_ilm,               TABLE)  \
+    ROW(dpm_vpws_acif_add_sync_receive,           struct dpm_vpws_acif,         ENTRY)  \
+    ROW(dpm_vpws_acif_del_sync_receive,           struct dpm_vpws_acif,         ENTRY)  \
+    ROW(dpm_vpws_acif_sync_all_receive,           struct dpm_vpws_acif,         TABLE)  \
+    ROW(dpm_vpws_vc_fib_add_sync_receive,         struct dpm_vpws_vc_fib,       ENTRY)  \
+    ROW(dpm_vpws_vc_fib_del_sync_receive,         struct dpm_vpws_vc_fib,       ENTRY)  \
+    ROW(dpm_vpws_vc_fib_sync_all_receive,         struct dpm_vpws_vc_fib,       TABLE)  \
+    ROW(dpm_vpws_vc_ilm_add_sync_receive,         struct dpm_vpws_vc_ilm,       ENTRY)  \
+    ROW(dpm_vpws_vc_ilm_del_sync_receive,         struct dpm_vpws_vc_ilm,       ENTRY)  \
+    ROW(dpm_vpws_vc_ilm_sync_all_receive,         struct dpm_vpws_vc_ilm,       TABLE)  \
+    ROW(dpm_ipmc_api_slave_group_create,          struct dpm_ipmc_group_image,  ENTRY)  \
+    ROW(dpm_ipmc_api_slave_group_destroy,         struct dpm_ipmc_group_image,  ENTRY)  \
+    ROW(dpm_ipmc_api_slave_group_member_add,      struct dpm_ipmc_member_image, ENTRY)  \
+    ROW(dpm_ipmc_api_slave_group_member_del,      struct dpm_ipmc_member_image, ENTRY)  \
+    ROW(dpm_driver_group_create_or_destroy_slave, struct dpm_ipmc_echo,         CARD)   \
+    ROW(dpm_driver_group_member_add_or_del_slave, struct dpm_ipmc_echo,         CARD)   \
+    ROW(dpm_api_set_unknown_ipmc_to_cpu_slave,    struct dpm_ipmc_settings,     CARD)   \
+    ROW(dpm_bfd_entry_add_sync_receive,           struct dpm_bfd_sess,          ENTRY)  \
+    ROW(dpm_bfd_entry_del_sync_receive,           struct dpm_bfd_sess,          ENTRY)  \
+    ROW(dpm_bfd_entry_update_sync_receive,        struct dpm_bfd_update,        ENTRY)  \
+    ROW(dpm_bfd_sync_all_receive,                 struct dpm_bfd_sess,          TABLE)
 /* clang-format on */
 #define DPM_RECEIVER(name, record, kind)                                                           \
     DPM_API int name(const void *buffer, uint32_t length_bytes);
