@@ -11,7 +11,7 @@ namespace {
 int settle_to(const std::uint8_t *fec, const std::uint8_t *leaving = nullptr) {
     if (fec == nullptr || dpm_bridge_self_is_slave())
         return 0;
-    dpm::each_to_peer(fec, [&](const dpm_vpws_vc_fib &fib) {
+    dpm::each_to_peer<dpm::vpws_vc_fib_kind>(fec, [&](const dpm_vpws_vc_fib &fib) {
         (void)dpm::vpws_settle(dpm::circuit_of(fib), {.neighbour = leaving});
     });
     return 0;
@@ -36,7 +36,7 @@ int dpm_vpn_trunk_func(std::uint32_t trunk_id) {
     if (dpm_bridge_self_is_slave())
         return 0;
     for (const std::uint32_t port : {std::uint32_t{0}, dpm::trunk_port(trunk_id)})
-        dpm::each_on_port(port,
-                          [](const dpm_vpws_acif &acif) { (void)dpm::vpws_update(acif.vc_id); });
+        dpm::each_on_port<dpm::vpws_acif_kind>(
+            port, [](const dpm_vpws_acif &acif) { (void)dpm::vpws_update(acif.vc_id); });
     return 0;
 }

@@ -14,17 +14,6 @@ using dpm::vpws_acif_kind;
 using dpm::vpws_vc_fib_kind;
 using dpm::vpws_vc_ilm_kind;
 
-// Indexes are card-local; a name that this card has no interface of leads to DPM_IFINDEX_NONE.
-std::uint32_t index_of(char *ifname) {
-    ifname[DPM_IFNAME_BYTES - 1] = '\0';
-    return dpm_if_get_ifindexbyname(ifname);
-}
-
-template <class Entry>
-int pseudowire_order(std::uint32_t a, std::uint32_t b, const Entry &x, const Entry &y) {
-    return a != b ? dpm::three_way(a, b) : dpm_fec_addr_cmp(x.vc_peer, y.vc_peer);
-}
-
 } // namespace
 
 namespace dpm {
@@ -53,22 +42,19 @@ int dpm_vpws_acif_compile(const dpm_vpws_acif *a, const dpm_vpws_acif *b) {
         return -1;
     if (b == nullptr)
         return 1;
-    if (a->ifindex != b->ifindex || a->ifindex != DPM_IFINDEX_NONE)
-        return dpm::three_way(a->ifindex, b->ifindex);
-    const int order = std::strncmp(a->ifname, b->ifname, sizeof a->ifname);
-    return order < 0 ? -1 : order > 0;
+    return dpm::circuit_order(*a, *b);
 }
 
 int dpm_vpws_vc_fib_compile(const dpm_vpws_vc_fib *a, const dpm_vpws_vc_fib *b) {
     if (a != nullptr && b != nullptr)
-        return pseudowire_order(a->vc_id, b->vc_id, *a, *b);
+        return dpm::pseudowire_order(a->vc_id, b->vc_id, *a, *b);
     DPM_PLAIN("dpm_vpws_vc_fib_compile::the input parameter is null!\r\n");
     return -1;
 }
 
 int dpm_vpws_vc_ilm_compile(const dpm_vpws_vc_ilm *a, const dpm_vpws_vc_ilm *b) {
     if (a != nullptr && b != nullptr)
-        return pseudowire_order(a->vpn_id, b->vpn_id, *a, *b);
+        return dpm::pseudowire_order(a->vpn_id, b->vpn_id, *a, *b);
     DPM_PLAIN("dpm_vpws_vc_ilm_compile::the input parameter is null!\r\n");
     return -1;
 }
@@ -142,18 +128,18 @@ std::uint32_t dpm_vpws_get_pwid_by_vcid(std::uint32_t vc_id) {
 }
 
 dpm_vpws_acif *dpm_vpws_acif_add_for_slave(dpm_vpws_acif image) {
-    image.ifindex = index_of(image.ifname);
+    image.ifindex = dpm::index_of(image.ifname);
     return dpm::vpn_add_mirrored<vpws_acif_kind>(image);
 }
 
 dpm_vpws_vc_fib *dpm_vpws_vc_fib_add_for_slave(dpm_vpws_vc_fib image) {
-    image.ac_ifindex = index_of(image.in_ifname);
-    image.nw_ifindex = index_of(image.out_ifname);
+    image.ac_ifindex = dpm::index_of(image.in_ifname);
+    image.nw_ifindex = dpm::index_of(image.out_ifname);
     return dpm::vpn_add_mirrored<vpws_vc_fib_kind>(image);
 }
 
 dpm_vpws_vc_ilm *dpm_vpws_vc_ilm_add_for_slave(dpm_vpws_vc_ilm image) {
-    image.in_ifindex = index_of(image.in_ifname);
-    image.out_ifindex = index_of(image.out_ifname);
+    image.in_ifindex = dpm::index_of(image.in_ifname);
+    image.out_ifindex = dpm::index_of(image.out_ifname);
     return dpm::vpn_add_mirrored<vpws_vc_ilm_kind>(image);
 }

@@ -1,6 +1,7 @@
 // Pseudowire requests of the routing suite, and readers of the tables.
 #include "dpm_vpws.h"
 
+#include "dpm_l2vpn.h"
 #include "dpm_msg.h"
 #include "dpm_trace.h"
 
@@ -30,18 +31,6 @@ int dpm_api_set_pw_redundancy_switch_proc(const void *request, std::uint32_t ope
         DPM_SEND_ERROR("%s %d::send msg err!\r\n"));
 }
 
-// Walkers: dpm_api_get_NAME_first and _next over a table.
-#define DPM_WALKERS(name, table)                                                                   \
-    const dpm_##name *dpm_api_get_##name##_first() {                                               \
-        return table.first();                                                                      \
-    }                                                                                              \
-    const dpm_##name *dpm_api_get_##name##_next(const dpm_##name *entry) {                         \
-        if (entry != nullptr)                                                                      \
-            return table.next(*entry);                                                             \
-        (void)dpm::null_parameter();                                                               \
-        return nullptr;                                                                            \
-    }
 DPM_WALKERS(vpws_acif, dpm::vpws_acifs())
 DPM_WALKERS(vpws_vc_fib, dpm::vpws_vc_fibs())
 DPM_WALKERS(vpws_vc_ilm, dpm::vpws_vc_ilms())
-#undef DPM_WALKERS

@@ -36,22 +36,6 @@ dpm_vpws_vc_ilm image_of(const dpm_vpws_vc_ilm_msg &request) {
     return image;
 }
 
-bool is_sound(const dpm_vpws_vc_fib &image, const dpm::call_site &caller) {
-    const bool is_sound = dpm::is_peer(image.vc_peer) && image.out_label <= dpm::max_label;
-    if (!is_sound)
-        DPM_LOG_FROM(caller, "%s %d::vc_id = %d out_label %d vc_peer %d.%d.%d.%d is err!\r\n",
-                     image.vc_id, image.out_label, DPM_IPV4_OF(image.vc_peer));
-    return is_sound;
-}
-
-bool is_sound(const dpm_vpws_vc_ilm &image, const dpm::call_site &caller) {
-    const bool is_sound = dpm::is_peer(image.vc_peer) && image.in_label <= dpm::max_label;
-    if (!is_sound)
-        DPM_LOG_FROM(caller, "%s %d::vpn_id = %d in_label %d vc_peer %d.%d.%d.%d is err!\r\n",
-                     image.vpn_id, image.in_label, DPM_IPV4_OF(image.vc_peer));
-    return is_sound;
-}
-
 // What this card and the chip know of an entry stays when a request replaces it.
 void keep_own(dpm_vpws_acif &image, const dpm_vpws_acif &entry) {
     std::memcpy(image.vlans, entry.vlans, sizeof image.vlans);
@@ -62,9 +46,7 @@ void keep_own(dpm_vpws_acif &image, const dpm_vpws_acif &entry) {
     image.port_vlan = entry.port_vlan;
 }
 void keep_own(dpm_vpws_vc_fib &image, const dpm_vpws_vc_fib &entry) {
-    constexpr std::size_t own = offsetof(dpm_vpws_vc_fib, sdk_result);
-    std::memcpy(reinterpret_cast<char *>(&image) + own,
-                reinterpret_cast<const char *>(&entry) + own, sizeof image - own);
+    dpm::keep_from(offsetof(dpm_vpws_vc_fib, sdk_result), image, entry);
     image.flags = entry.flags;
 }
 void keep_own(dpm_vpws_vc_ilm &image, const dpm_vpws_vc_ilm &entry) {
@@ -180,7 +162,7 @@ int dpm_mpls_vpws_vc_fib_add(const dpm_vpws_vc_fib_msg *request) {
     if (!dpm::may_change(request, result, DPM_CALL_SITE))
         return result;
     const dpm_vpws_vc_fib image = image_of(*request);
-    if (!is_sound(image, DPM_CALL_SITE))
+    if (!dpm::is_sound<vpws_vc_fib_kind>(image, DPM_CALL_SITE))
         return -1;
     dpm_vpws_vc_fib *fib = dpm::vpws_vc_fibs().find(image);
     if (fib == nullptr) {
@@ -219,7 +201,7 @@ int dpm_mpls_vpws_vc_ilm_add(const dpm_vpws_vc_ilm_msg *request) {
     if (!dpm::may_change(request, result, DPM_CALL_SITE))
         return result;
     const dpm_vpws_vc_ilm image = image_of(*request);
-    if (!is_sound(image, DPM_CALL_SITE))
+    if (!dpm::is_sound<vpws_vc_ilm_kind>(image, DPM_CALL_SITE))
         return -1;
     dpm_vpws_vc_ilm *ilm = dpm::vpws_vc_ilms().find(image);
     if (ilm == nullptr) {

@@ -65,21 +65,6 @@ pair pair_of(std::uint32_t circuit, const dpm_vpws_vc_fib *leaving) {
     return found;
 }
 
-// An interface that this card does not know has the port on which the chip has the circuit: it may
-// still come to a card that has just become master.
-void find_port(parts &found) {
-    const dpm_vpws_acif &acif = *found.acif;
-    std::uint32_t port = 0;
-    int vlan = 0;
-    if (acif.ifindex == DPM_IFINDEX_NONE) {
-        found.port = acif.port;
-        found.vlan = acif.port_vlan;
-    } else if (dpm_driver_ifindex_to_logical(acif.ifindex, &port, &vlan) == 0) {
-        found.port = static_cast<std::uint16_t>(port);
-        found.vlan = static_cast<std::uint16_t>(vlan);
-    }
-}
-
 bool is_protected(const dpm_vpws_vc_fib &fib, const parts &with) {
     return fib.sibling_vc_id != 0 || with.sibling != nullptr;
 }
@@ -91,8 +76,8 @@ std::uint32_t role_of(const dpm_vpws_vc_fib &fib) {
 }
 
 dal_vpws_ac ac_request(const parts &with) {
-    return {.port = with.port,
-            .vlan = with.vlan,
+    return {.port = with.at.port,
+            .vlan = with.at.vlan,
             .svlan = with.acif->svlan_id,
             .svlan_tpid = with.acif->svlan_tpid,
             .cvlan = with.acif->cvlan_id,
@@ -182,11 +167,10 @@ vpws_parts vpws_parts_of(const dpm_vpws_vc_fib &fib, const vpws_leaving &leaving
                         .ilm = but(vpws_ilm_of(fib), leaving.ilm),
                         .path = label_path_to(fib.vc_peer, leaving.neighbour),
                         .sibling = is_standby(fib) ? pair.primary : pair.standby,
-                        .port = 0,
-                        .vlan = 0,
+                        .at = {},
                         .has_circuit = &fib == (is_standby(fib) ? pair.standby : pair.primary)};
     if (found.acif != nullptr && found.acif != leaving.unplugged)
-        find_port(found);
+        found.at = place_of(*found.acif);
     return found;
 }
 
@@ -244,7 +228,7 @@ int vpws_withdraw(dpm_vpws_vc_fib &fib) {
 
 void vpws_reprogram(dpm_vpws_vc_fib fib, std::uint32_t slot_bits) {
     const vpws_parts now = vpws_parts_of(fib, {});
-    if (!is_in_chip(fib) || now.acif == nullptr || now.port == 0)
+    if (!is_in_chip(fib) || now.acif == nullptr || now.at.port == 0)
         return;
     (void)chip_add(fib, now, slot_bits);
     if (fib.switched != 0)

@@ -1,7 +1,7 @@
 // Pseudowires on the standby card: three tables that travel together.
 #include "dpm_vpws_chip.h"
 
-#include "dpm_mirror.h"
+#include "dpm_l2vpn_mirror.h"
 
 namespace {
 
@@ -9,15 +9,7 @@ using dpm::vpws_acif_kind;
 using dpm::vpws_vc_fib_kind;
 using dpm::vpws_vc_ilm_kind;
 
-template <class Kind> struct vpws_mirror : dpm::mirror_defaults<typename Kind::entry> {
-    using entry = typename Kind::entry;
-    static bool reprogram(const entry &, std::uint32_t) { return true; }
-    static entry *find(const entry &image) { return Kind::table().find(image); }
-    static void drop(entry &present) { (void)Kind::del(&present); }
-    static std::uint32_t &sync_of(entry &present) { return dpm::record_of<Kind>(present).sync; }
-};
-
-struct acif_mirror : vpws_mirror<vpws_acif_kind> {
+struct acif_mirror : dpm::circuit_mirror<vpws_acif_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPWS_ACIF_ADD,
                           del_code = DPM_MSG_SYNC_VPWS_ACIF_DEL;
     static constexpr const char *driver_sync_text =
@@ -30,15 +22,10 @@ struct acif_mirror : vpws_mirror<vpws_acif_kind> {
         vpws_acif_kind::by_port().create();
     }
     static std::span<dpm_avl_tree *const> trees() { return list; }
-    static bool localise_key(entry &image, const dpm::call_site &) {
-        image.ifname[sizeof image.ifname - 1] = '\0';
-        image.ifindex = dpm_if_get_ifindexbyname(image.ifname);
-        return true;
-    }
     static entry *put(const entry &image, entry *) { return dpm_vpws_acif_add_for_slave(image); }
 };
 
-struct vc_fib_mirror : vpws_mirror<vpws_vc_fib_kind> {
+struct vc_fib_mirror : dpm::service_mirror<vpws_vc_fib_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCFIB_ADD,
                           del_code = DPM_MSG_SYNC_VPWS_VCFIB_DEL;
     static constexpr const char *driver_sync_text =
@@ -58,7 +45,7 @@ struct vc_fib_mirror : vpws_mirror<vpws_vc_fib_kind> {
     static entry *put(const entry &image, entry *) { return dpm_vpws_vc_fib_add_for_slave(image); }
 };
 
-struct vc_ilm_mirror : vpws_mirror<vpws_vc_ilm_kind> {
+struct vc_ilm_mirror : dpm::service_mirror<vpws_vc_ilm_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCILM_ADD,
                           del_code = DPM_MSG_SYNC_VPWS_VCILM_DEL;
     static constexpr const char *driver_sync_text =

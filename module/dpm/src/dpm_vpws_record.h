@@ -7,9 +7,8 @@
 #pragma once
 
 #include "dpm.h"
-#include "dpm_address.h"
+#include "dpm_l2vpn.h"
 #include "dpm_vpn.h"
-#include "dpm_vpn_table.h"
 #include "dpm_vpws.h"
 
 #include <cstring>
@@ -18,7 +17,7 @@ struct vpws_acif_record {
     dpm_vpws_acif entry; // first: the table sees this alone
     dpm_avl_node by_vc;
     dpm_avl_node by_port;
-    std::uint32_t sync;   // that brought it
+    std::uint32_t sync; // that brought it
 };
 
 struct vpws_vc_fib_record {
@@ -40,37 +39,27 @@ inline std::uint32_t circuit_of(const dpm_vpws_vc_fib &fib) {
     return fib.vc_role == DPM_VC_STANDBY ? fib.sibling_vc_id : fib.vc_id;
 }
 
-// By name, which is the same on both cards; of interfaces without one by index.
 inline int vc_order(const vpws_acif_record &a, const vpws_acif_record &b) {
-    int order = three_way(a.entry.vc_id, b.entry.vc_id);
-    if (order == 0)
-        order = std::strncmp(a.entry.ifname, b.entry.ifname, sizeof a.entry.ifname);
-    return order != 0 ? order : dpm_vpws_acif_compile(&a.entry, &b.entry);
+    return service_order(a.entry.vc_id, b.entry.vc_id, a.entry, b.entry);
 }
 
-inline int port_order(const vpws_acif_record &a, const vpws_acif_record &b) {
-    const int order = three_way(a.entry.port, b.entry.port);
-    return order != 0 ? order : dpm_vpws_acif_compile(&a.entry, &b.entry);
+inline int far_end_order(const vpws_vc_fib_record &a, const vpws_vc_fib_record &b) {
+    return peer_order(a.entry.vc_id, b.entry.vc_id, a.entry, b.entry);
 }
 
-inline int peer_order(const vpws_vc_fib_record &a, const vpws_vc_fib_record &b) {
-    const int order = bytes_order(a.entry.vc_peer, b.entry.vc_peer, sizeof a.entry.vc_peer);
-    return order != 0 ? order : three_way(a.entry.vc_id, b.entry.vc_id);
-}
-
-inline int circuit_order(const vpws_vc_fib_record &a, const vpws_vc_fib_record &b) {
+// Ways out by the pseudowire of their circuit.
+inline int user_order(const vpws_vc_fib_record &a, const vpws_vc_fib_record &b) {
     const int order = three_way(circuit_of(a.entry), circuit_of(b.entry));
     return order != 0 ? order : dpm_vpws_vc_fib_compile(&a.entry, &b.entry);
 }
 
-using acif_by_vc_index =
-    avl_table<vpws_acif_record, vc_order, offsetof(vpws_acif_record, by_vc)>;
+using acif_by_vc_index = avl_table<vpws_acif_record, vc_order, offsetof(vpws_acif_record, by_vc)>;
 using acif_by_port_index =
-    avl_table<vpws_acif_record, port_order, offsetof(vpws_acif_record, by_port)>;
+    avl_table<vpws_acif_record, port_order<vpws_acif_record>, offsetof(vpws_acif_record, by_port)>;
 using fib_by_peer_index =
-    avl_table<vpws_vc_fib_record, peer_order, offsetof(vpws_vc_fib_record, by_peer)>;
+    avl_table<vpws_vc_fib_record, far_end_order, offsetof(vpws_vc_fib_record, by_peer)>;
 using fib_by_circuit_index =
-    avl_table<vpws_vc_fib_record, circuit_order, offsetof(vpws_vc_fib_record, by_circuit)>;
+    avl_table<vpws_vc_fib_record, user_order, offsetof(vpws_vc_fib_record, by_circuit)>;
 
 // The three tables (dpm_vpn_table.h), with their indexes.
 struct vpws_acif_kind {
@@ -99,6 +88,10 @@ struct vpws_vc_fib_kind {
     static constexpr const char *added_text = "dpm_vpws_vc_fib_add::avl_count=%d\r\n";
     static constexpr const char *deleted_text = "dpm_vpws_vc_fib_del::avl_count=%d\r\n";
     static constexpr const char *mirrored_text = "dpm_vpws_vc_fib_add_for_slave::avl_count=%d\r\n";
+    static constexpr const char *unsound_text =
+        "%s %d::vc_id = %d out_label %d vc_peer %d.%d.%d.%d is err!\r\n";
+    static std::uint32_t id_of(const entry &fib) { return fib.vc_id; }
+    static std::uint32_t label_of(const entry &fib) { return fib.out_label; }
     static vpws_vc_fib_table table() { return vpws_vc_fibs(); }
     static pend_list<entry> pending() { return pend_vpws_vc_fibs(); }
     static auto by_peer() { return fib_by_peer_index(g_dpm_index.vpws_vc_fib_by_peer); }
@@ -120,6 +113,10 @@ struct vpws_vc_ilm_kind {
     static constexpr const char *added_text = "dpm_vpws_vc_ilm_add::avl_count=%d\r\n";
     static constexpr const char *deleted_text = "dpm_vpws_vc_ilm_del::avl_count=%d\r\n";
     static constexpr const char *mirrored_text = "dpm_vpws_vc_ilm_add_for_slave::avl_count=%d\r\n";
+    static constexpr const char *unsound_text =
+        "%s %d::vpn_id = %d in_label %d vc_peer %d.%d.%d.%d is err!\r\n";
+    static std::uint32_t id_of(const entry &ilm) { return ilm.vpn_id; }
+    static std::uint32_t label_of(const entry &ilm) { return ilm.in_label; }
     static vpws_vc_ilm_table table() { return vpws_vc_ilms(); }
     static pend_list<entry> pending() { return pend_vpws_vc_ilms(); }
     static int del(entry *ilm) { return dpm_vpws_vc_ilm_del(ilm); }

@@ -10,44 +10,32 @@
 
 namespace {
 
+using dpm::circuit_place;
 using dpm::vpws_acif_kind;
 using dpm::vpws_leaving;
-
-// The flags of an entry; true when they were others.
-template <class Entry> bool mark(Entry &entry, std::uint8_t flags, int (*pend)(Entry *)) {
-    if (flags == DPM_LABEL_WAITING && !dpm::is_pending(entry))
-        (void)pend(&entry);
-    else if (flags != DPM_LABEL_WAITING)
-        dpm::vpn_unpend(entry);
-    if (entry.flags == flags)
-        return false;
-    entry.flags = flags;
-    return true;
-}
+using dpm::vpws_vc_fib_kind;
+using dpm::vpws_vc_ilm_kind;
 
 // What the chip has answered is in the records, and goes to the standby card.
 void keep(dpm_vpws_vc_fib &fib, const dpm_vpws_vc_fib &before, bool is_there) {
     const std::uint8_t flags = is_there ? DPM_LABEL_PROGRAMMED : DPM_LABEL_WAITING;
-    (void)mark(fib, flags, dpm_mpls_pend_vpws_vc_fib_add);
-    dpm_vpws_vc_fib linked = before; // the links are this card's
-    linked.node = fib.node;
-    linked.pend = fib.pend;
-    if (std::memcmp(&linked, &fib, sizeof fib) != 0)
+    (void)dpm::mark<vpws_vc_fib_kind>(fib, flags);
+    if (dpm::is_another(fib, before))
         (void)dpm_vpws_vc_fib_add_sync_send(&fib);
     dpm_vpws_vc_ilm *ilm = dpm::vpws_ilm_of(fib);
-    if (ilm != nullptr && mark(*ilm, flags, dpm_mpls_pend_vpws_vc_ilm_add))
+    if (ilm != nullptr && dpm::mark<vpws_vc_ilm_kind>(*ilm, flags))
         (void)dpm_vpws_vc_ilm_add_sync_send(ilm);
 }
 
-void stand_on(dpm_vpws_acif &acif, std::uint16_t port, std::uint16_t vlan) {
-    const std::uint8_t flags = port != 0 ? DPM_LABEL_PROGRAMMED : DPM_LABEL_WAITING;
-    if (acif.flags == flags && acif.port == port && acif.port_vlan == vlan)
+void stand_on(dpm_vpws_acif &acif, circuit_place at) {
+    const std::uint8_t flags = at.port != 0 ? DPM_LABEL_PROGRAMMED : DPM_LABEL_WAITING;
+    if (acif.flags == flags && acif.port == at.port && acif.port_vlan == at.vlan)
         return;
     auto &record = dpm::record_of<vpws_acif_kind>(acif);
     vpws_acif_kind::unindex(record);
     acif.flags = flags;
-    acif.port = port;
-    acif.port_vlan = vlan;
+    acif.port = at.port;
+    acif.port_vlan = at.vlan;
     vpws_acif_kind::index(record);
     (void)dpm_vpws_acif_add_sync_send(&acif);
 }
@@ -69,7 +57,7 @@ void mark_circuits(std::uint32_t circuit, const vpws_leaving &leaving) {
         in_chip != nullptr ? dpm::vpws_parts_of(*in_chip, leaving) : dpm::vpws_parts{};
     dpm::each_acif(circuit, [&](dpm_vpws_acif &acif) {
         const bool is_it = in_chip != nullptr && &acif == now.acif;
-        stand_on(acif, is_it ? now.port : std::uint16_t(0), is_it ? now.vlan : std::uint16_t(0));
+        stand_on(acif, is_it ? now.at : circuit_place{});
     });
 }
 
