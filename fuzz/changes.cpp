@@ -25,7 +25,7 @@ void apply(const std::vector<Change> &changes) {
 }
 
 Change change_of(fuzz::Input &input) {
-    Change change{input.byte() % 20u, input.byte() % 2u, 0, {}};
+    Change change{input.byte() % 32u, input.byte() % 2u, 0, {}};
     const auto bytes = std::as_bytes(input.bytes(input.byte()));
     change.size = std::uint32_t(bytes.size());
     std::ranges::copy(bytes, change.bytes.begin());

@@ -140,6 +140,168 @@ TEST_F(ChipTest, ANullChipTakesEverythingAndKeepsNothing) {
     EXPECT_EQ(chip.mistakes(), 0u);
 }
 
+namespace {
+
+// A path, services over it, and requests that are made of them with something changed.
+class L2vpn : public ChipTest {
+protected:
+    L2vpn() {
+        ftn.flag = 1;
+        ftn.tunnel_family = 1, ftn.tunnel_prefix_len = 32, ftn.tunnel_address[0] = 9;
+        ftn.labels[DAL_FTN_TUNNEL].label = 100, ftn.labels[DAL_FTN_VPN].label = DAL_NO_LABEL;
+        ftn.port_type = 2, ftn.port_id = 1, ftn.vlan = 10;
+        EXPECT_EQ(dal_driver_mpls_ftn_add(&ftn, &path.nhid, &path.tunnel_id, 0), 0);
+        ilm.lookup = 1, ilm.labels[DAL_ILM_TUNNEL_IN].label = 720;
+        ilm.labels[DAL_ILM_VPN_IN].label = ilm.labels[DAL_ILM_VPN_OUT].label = DAL_NO_LABEL;
+        EXPECT_EQ(add_ilm(720), 0);
+        EXPECT_EQ(add_vpws(1, 700, on(3, 100, 7)), 0);
+        EXPECT_EQ(add_vpws(2, 701, on(4, 0, 0), {10, 20}, DAL_PW_PRIMARY, &group), 0);
+        EXPECT_EQ(add_vpws(3, 702, on(4, 0, 0), {10, 20}, DAL_PW_STANDBY, &group), 0);
+        EXPECT_EQ(dal_driver_vpls_add(5, 5, 0), 0);
+        EXPECT_EQ(add_ac(3, 200), 0);
+        EXPECT_EQ(add_ac(5, 200), 0);
+        EXPECT_EQ(add_vpls_pw(1, 710), 0);
+        EXPECT_EQ(add_vpls_pw(2, 711), 0);
+        EXPECT_EQ(add_vpls_pw(3, 712, true), 0);
+    }
+    static dal_vpws_ac on(std::uint32_t port, std::uint32_t vlan, std::uint16_t inner) {
+        return {.port = port,
+                .vlan = vlan,
+                .svlan = 0,
+                .svlan_tpid = 0,
+                .cvlan = inner,
+                .action_vlan = 0,
+                .vlan_action = 0,
+                .match_rule = 0};
+    }
+    dal_vpws_pw vpws(std::uint32_t vc_id, std::uint32_t label) const {
+        return {vc_id, {9}, label, label + 100, path.nhid, path.tunnel_id, 0, 0, 0};
+    }
+    int add_vpws(std::uint32_t vc_id, std::uint32_t label, const dal_vpws_ac &ac,
+                 const std::vector<std::uint16_t> &vlans = {}, std::uint32_t role = 0,
+                 Index *aps_id = nullptr, std::uint32_t slots = 0) {
+        dal_vpws_pw pw = vpws(vc_id, label);
+        Index none = 0;
+        pw.is_protected = aps_id != nullptr;
+        if (aps_id == nullptr)
+            aps_id = &none;
+        return dal_driver_vpws_entry_add_test(&ac, &pw, &index, &index, aps_id, role, vlans.data(),
+                                              std::uint32_t(vlans.size()), slots);
+    }
+    int update_vpws(std::uint32_t vc_id, std::uint32_t label, const dal_vpws_ac &ac) {
+        const dal_vpws_pw pw = vpws(vc_id, label);
+        return dal_driver_vpws_entry_update(&ac, &pw, &index, &index, 0, 0);
+    }
+    int del_vpws(std::uint32_t vc_id) {
+        const dal_vpws_pw pw = vpws(vc_id, 0);
+        return dal_driver_vpws_entry_del(&pw, 0, 0);
+    }
+    int add_ilm(std::uint32_t label) {
+        ilm.labels[DAL_ILM_TUNNEL_IN].label = label;
+        return dal_driver_mpls_ilm_add(&ilm, &index, &index, 0);
+    }
+    int add_ac(std::uint32_t port, std::uint32_t vlan, std::uint32_t vpls_id = 5) {
+        const dal_vpls_ac ac{vpls_id, port, vlan, 0, 0, 0, 0, 0};
+        return dal_driver_vpls_ac_entry_add(&ac, &index, &index, 0);
+    }
+    int del_ac(std::uint32_t port, std::uint32_t vlan, std::uint32_t vpls_id = 5) {
+        const dal_vpls_ac ac{vpls_id, port, vlan, 0, 0, 0, 0, 0};
+        return dal_driver_vpls_ac_entry_del(&ac, 0);
+    }
+    dal_vpls_pw vpls_pw(std::uint8_t peer, std::uint32_t label, bool is_spoke) const {
+        return {5, {peer}, label, label + 100, path.nhid, path.tunnel_id, 0, 0, is_spoke};
+    }
+    int add_vpls_pw(std::uint8_t peer, std::uint32_t label, bool is_spoke = false) {
+        const dal_vpls_pw pw = vpls_pw(peer, label, is_spoke);
+        return dal_driver_vpls_pw_entry_add(&pw, &index, &index, 0);
+    }
+    int del_vpls_pw(std::uint8_t peer) {
+        const dal_vpls_pw pw = vpls_pw(peer, 0, false);
+        return dal_driver_vpls_pw_entry_del(&pw, 0);
+    }
+
+    dal_ftn_request ftn{};
+    dal_ilm_request ilm{};
+    LabelPath path{};
+    Index group = 0, index = 0;
+};
+
+} // namespace
+
+TEST_F(L2vpn, WhatMustNotBeIsAMistakeAndWhatIsTakenIsRefused) {
+    const auto before = chip.forwarding();
+    const LabelPath right = path;
+    Index no_group = 99;
+    const struct {
+        const char *what;
+        int code; // -1: a mistake
+        std::function<int()> make;
+    } requests[] = {
+        {"a pseudowire that is there", -1, [&] { return add_vpws(1, 709, on(9, 1, 0)); }},
+        {"update of none", -1, [&] { return update_vpws(9, 709, on(9, 1, 0)); }},
+        {"delete of none", -1, [&] { return del_vpws(9); }},
+        {"no such path", -1, [&] { return path.tunnel_id = 9, add_vpws(9, 709, on(9, 1, 0)); }},
+        {"a path in use", -1, [&] { return dal_driver_mpls_ftn_del(&ftn, 0); }},
+        {"no such group", -1, [&] { return add_vpws(9, 709, on(9, 1, 0), {}, 0, &no_group); }},
+        {"switch of none", -1, [&] { return dal_driver_pw_group_switch(99, 1, 0); }},
+        {"a slot's that is another", -1,
+         [&] { return add_vpws(1, 700, on(3, 100, 8), {}, 0, nullptr, slot_3); }},
+        {"no such vpls", -1, [&] { return add_ac(9, 1, 6); }},
+        {"a vpls in use", -1, [&] { return dal_driver_vpls_del(5, 0); }},
+        {"a vpls pseudowire that is there", -1, [&] { return add_vpls_pw(1, 719); }},
+        {"another vpls' circuit", -1, [&] { return del_ac(3, 200, 6); }},
+        {"a long label", -22, [&] { return add_vpws(9, 1 << 20, on(9, 1, 0)); }},
+        {"a VLAN that is none", -22, [&] { return add_vpws(9, 709, on(9, 1, 0), {4096}); }},
+        {"a third in the group", -17,
+         [&] { return add_vpws(9, 709, on(4, 0, 0), {10}, DAL_PW_STANDBY, &group); }},
+        {"a label of labels", -17, [&] { return add_vpws(9, 720, on(9, 1, 0)); }},
+        {"a label of a pseudowire", -17, [&] { return add_vpls_pw(9, 700); }},
+        {"a label of a vpls", -17, [&] { return update_vpws(1, 710, on(3, 100, 7)); }},
+        {"a label of either", -17, [&] { return add_ilm(701); }},
+        {"frames with this inner tag", -17, [&] { return add_vpws(9, 709, on(3, 100, 0)); }},
+        {"frames of a list", -17, [&] { return update_vpws(1, 700, on(4, 20, 7)); }},
+        {"a list with such frames", -17,
+         [&] {
+             return add_vpws(9, 709, on(3, 0, 0), {5, 200});
+         }},
+        {"frames of a circuit", -17, [&] { return add_ac(4, 10); }},
+        {"the same circuit", -17, [&] { return add_ac(3, 200); }},
+    };
+    std::uint64_t mistakes = 0;
+    for (const auto &[what, code, make] : requests) {
+        EXPECT_EQ(make(), code) << what;
+        EXPECT_EQ(chip.mistakes(), mistakes += code == -1) << what;
+        EXPECT_EQ(chip.forwarding(), before) << what;
+        path = right;
+    }
+}
+
+TEST_F(L2vpn, LineCardsHaveAllThatChangesUntilItIsGone) {
+    Chip line_cards;
+    for (const Change &change : chip.forwarding())
+        EXPECT_TRUE(line_cards.apply(change));
+    chip.observe([&](const Change &change) { EXPECT_TRUE(line_cards.apply(change)); });
+    const Vpws old = chip.held<kinds::vpws>().at({2, {9}});
+    EXPECT_EQ(update_vpws(2, 703, on(6, 0, 0)), 0);
+    const Vpws now = chip.held<kinds::vpws>().at({2, {9}});
+    EXPECT_EQ(now.wire.in_label, 703u);
+    EXPECT_EQ(std::tie(now.pw_nhid, now.aps_id, now.vlans),
+              std::tie(old.pw_nhid, old.aps_id, old.vlans));
+    EXPECT_EQ(add_vpws(2, 703, on(6, 0, 0), {10, 20}, 0, &group, slot_3), 0);
+    EXPECT_EQ(dal_driver_pw_group_switch(group, 1, 0), 0);
+    EXPECT_EQ(line_cards.forwarding(), chip.forwarding());
+    EXPECT_EQ(del_vpws(1) | del_vpws(2), 0);
+    EXPECT_EQ(chip.held<kinds::pw_group>().at(group), 1u) << "of the one that is left";
+    EXPECT_EQ(del_vpws(3), 0);
+    EXPECT_TRUE(chip.held<kinds::pw_group>().empty());
+    EXPECT_EQ(del_vpls_pw(1) | del_vpls_pw(2) | del_vpls_pw(3), 0);
+    EXPECT_EQ(del_ac(3, 200) | del_ac(5, 200) | dal_driver_vpls_del(5, 0), 0);
+    EXPECT_EQ(dal_driver_mpls_ftn_del(&ftn, 0), 0);
+    EXPECT_EQ(add_ilm(700), 0) << "its label is free";
+    EXPECT_EQ(line_cards.forwarding(), chip.forwarding());
+    EXPECT_EQ(chip.mistakes(), 0u);
+}
+
 // That changes make another chip forward alike is seen at every switch-over of the rig.
 TEST(Forwarding, TakesNoHarmFromChangesThatRepeatComeLateOrAreNone) {
     Chip chip;

@@ -17,7 +17,7 @@
 namespace chassis::chip {
 
 struct Change {
-    static constexpr std::size_t max_bytes = 512;
+    static constexpr std::size_t max_bytes = 640;
     std::uint32_t kind;  // its place in the list of kinds
     std::uint32_t there; // 1: set to what follows; 0: gone
     std::uint32_t size;  // of the bytes in use
@@ -50,6 +50,14 @@ template <class Part> void append(Change &to, const Part &part) {
 template <class Element> void append(Change &to, const std::vector<Element> &elements) {
     append(to, std::span<const Element>(elements));
 }
+// Of one that is told in parts the last may be as long as it likes.
+template <class Part>
+concept InParts = requires(Part part) {
+    part.parts();
+};
+template <InParts Part> void append(Change &to, const Part &part) {
+    std::apply([&](const auto &...each) { (append(to, each), ...); }, part.parts());
+}
 
 template <class Part> bool take(std::span<const std::byte> &from, Part &part) {
     if constexpr (std::is_empty_v<Part>)
@@ -72,6 +80,10 @@ bool take(std::span<const std::byte> &from, std::vector<Element> &elements) {
         else
             return false;
     return true;
+}
+
+template <InParts Part> bool take(std::span<const std::byte> &from, Part &part) {
+    return std::apply([&](auto &...each) { return (take(from, each) && ...); }, part.parts());
 }
 
 } // namespace change

@@ -7,6 +7,7 @@
 // slots programs again what is there; it changes nothing either.
 #pragma once
 
+#include "chassis/chip/beside.h"
 #include "chassis/chip/change.h"
 #include "chassis/chip/functions.h"
 
@@ -25,26 +26,10 @@ struct Answer { // of a lookup
     std::vector<std::uint32_t> members; // next hops: one, or those of the group
 };
 
-// What a kind keeps beside its objects, so that a request costs what it changes.
-template <class Kind> struct Beside {
-    void add(const typename Kind::Key &) {}
-    void remove(const typename Kind::Key &) {}
-};
-
-// Entries shorter than a host by network (the last one answers), and their number by length for
-// each VRF and family.
-template <> struct Beside<kinds::entry> {
-    void add(const Address &key);
-    void remove(const Address &key);
-
-    std::map<Address, std::vector<Address>> networks;
-    std::map<std::pair<std::int32_t, std::uint32_t>, std::array<unsigned, 129>> lengths;
-};
-
 template <class Kind> struct Objects {
     std::map<typename Kind::Key, typename Kind::Value> held;
-    std::map<typename Kind::Key, unsigned> users; // of a pinned kind: who names the object
-    std::set<typename Kind::Key> excused;         // a request was refused on order (chip.cpp)
+    std::map<NameOf<Kind>, unsigned> users; // of a pinned kind: who names the object
+    std::set<typename Kind::Key> excused;   // a request was refused on order (chip.cpp)
     Beside<Kind> beside;
 };
 
@@ -63,9 +48,12 @@ public:
         return objects<Kind>().held;
     }
     // How many objects name one of a pinned kind; nothing when none does.
-    template <class Kind> const std::map<typename Kind::Key, unsigned> &users() const {
+    template <class Kind> const std::map<NameOf<Kind>, unsigned> &users() const {
         return objects<Kind>().users;
     }
+    template <class Kind> const Beside<Kind> &beside() const { return objects<Kind>().beside; }
+    // The key of the object that has this name, if there is one.
+    template <class Kind> const typename Kind::Key *key_of(const NameOf<Kind> &name) const;
     // The same as held, for a test that breaks it; what is kept beside it is not told.
     template <class Kind> std::map<typename Kind::Key, typename Kind::Value> &tamper() {
         return objects<Kind>().held;
@@ -137,6 +125,13 @@ public:
     // A request about an object, or one that would free it for its delete, was refused on order.
     template <class Kind> void excuse(const typename Kind::Key &key) {
         objects<Kind>().excused.insert(key);
+    }
+    // The same by its name, when it is there.
+    template <class Kind> void excuse_named(const NameOf<Kind> &name) {
+        if constexpr (is_named_by_key<Kind>)
+            excuse<Kind>(name);
+        else if (const typename Kind::Key *const key = key_of<Kind>(name))
+            excuse<Kind>(*key);
     }
     template <class Kind> bool is_excused(const typename Kind::Key &key) const {
         return objects<Kind>().excused.contains(key);

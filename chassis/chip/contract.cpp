@@ -8,10 +8,6 @@ std::string text_of(std::uint32_t number) {
     return std::to_string(number);
 }
 
-std::string text_of(std::uint32_t *output) {
-    return output != nullptr ? std::to_string(*output) : "-1";
-}
-
 std::string text_of(Mac mac) {
     return mac_text(mac.bytes);
 }
@@ -74,10 +70,6 @@ Address entry_key(std::int32_t vrf, std::uint32_t family, const void *address,
 Members member_list(std::uint32_t count, const void *members) {
     const auto *const first = static_cast<const Index *>(members);
     return {first, first + std::min<std::uint32_t>(count, DAL_ECMP_MEMBER_BYTES / 4)};
-}
-
-Ipv4 ipv4(const std::uint8_t *address) {
-    return {address[0], address[1], address[2], address[3]};
 }
 
 // The id is handed out, and the interface's own.

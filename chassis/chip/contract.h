@@ -26,6 +26,13 @@ inline std::array<std::uint8_t, 6> mac_of(const std::uint8_t *mac) {
     return bytes;
 }
 
+inline Ipv4 ipv4(const std::uint8_t *address) {
+    return {address[0], address[1], address[2], address[3]};
+}
+
+// What is refused without being a mistake.
+inline constexpr int already_taken = -17, out_of_range = -22;
+
 // --- arguments that no kind tells of -----------------------------------------------------------
 
 struct Mac {
@@ -33,7 +40,6 @@ struct Mac {
 };
 
 std::string text_of(std::uint32_t number);
-std::string text_of(std::uint32_t *output);
 std::string text_of(Mac mac);
 std::string text_of(const hal_mac_match &match);
 
@@ -42,14 +48,10 @@ struct Argument {
     template <class Value>
     Argument(const char *argument, const Value &from)
         : name(argument), value(&from),
-          text([](const void *value) { return text_of(*static_cast<const Value *>(value)); }) {
-        if constexpr (std::is_same_v<Value, std::uint32_t *>)
-            output = from;
-    }
+          text([](const void *value) { return text_of(*static_cast<const Value *>(value)); }) {}
     const char *name;
     const void *value;
     std::string (*text)(const void *value);
-    Index *output = nullptr; // an index is written there
 };
 
 class Arguments {
@@ -57,11 +59,6 @@ public:
     Arguments(std::initializer_list<Argument> arguments = {})
         : list_(arguments.begin(), arguments.end()) {}
     std::string text() const; // each with a blank in front
-    template <class Visit> void each_output(Visit visit) const {
-        for (const Argument &argument : list_)
-            if (argument.output != nullptr)
-                visit(*argument.output);
-    }
 
 private:
     std::vector<Argument> list_;
@@ -141,8 +138,9 @@ template <class Kind> struct Drop : Operation {
         if (Kind::is_unheard(value.value_or(Value())))
             chip.excuse<Kind>(key);
         if (value)
-            Kind::uses(*value,
-                       [&]<class... Used>(Use<Used...> use) { (chip.excuse<Used>(use.key), ...); });
+            Kind::uses(*value, [&]<class... Used>(Use<Used...> use) {
+                (chip.excuse_named<Used>(use.key), ...);
+            });
     }
     const typename Kind::Key key;
     const std::optional<Value> value;
@@ -168,20 +166,11 @@ template <class Kind> struct Switch : Operation {
     const Arguments more;
 };
 
-// Not modelled: accepted, and the indexes that it hands out may be named from then on.
+// Not modelled: accepted.
 struct Accepted : Operation {
     Accepted(std::initializer_list<Argument> arguments = {}) : arguments(arguments) {}
-    Chip::Outcome act(Chip &chip, bool again) override {
-        if (again)
-            return {};
-        hand_out(chip);
-        arguments.each_output([&](Index index) { chip.keep<kinds::other>(index, Nothing()); });
-        return {};
-    }
+    Chip::Outcome act(Chip &, bool) override { return {}; }
     std::string text() const override { return arguments.text().erase(0, 1); }
-    void hand_out(Chip &chip) const override {
-        arguments.each_output([&](Index &index) { index = chip.new_index(); });
-    }
     const Arguments arguments;
 };
 

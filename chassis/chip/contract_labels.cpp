@@ -11,8 +11,6 @@ namespace {
 
 using Outcome = Chip::Outcome;
 
-constexpr int out_of_range = -22;
-
 Address prefix_of(std::uint32_t vrf, std::uint8_t family, std::uint8_t length,
                   const std::uint8_t *address) {
     return {std::int32_t(vrf), family, address_bytes(family, address), length};
@@ -145,6 +143,11 @@ bool is_well_formed(const dal_ilm_request &request) {
                unused, [&](unsigned slot) { return request.labels[slot].label == DAL_NO_LABEL; });
 }
 
+bool is_label_of_pseudowire(const Chip &chip, std::uint32_t label) {
+    return chip.beside<kinds::vpws>().in_labels.find(label) != nullptr ||
+           chip.beside<kinds::vpls_pw>().in_labels.find(label) != nullptr;
+}
+
 struct PutIlm : Operation {
     PutIlm(const void *request, Index *nhid, Index *tunnel_id)
         : request(*static_cast<const dal_ilm_request *>(request)), label(in_label(this->request)),
@@ -161,6 +164,8 @@ struct PutIlm : Operation {
             return is_there && found->second.is_same_path(value)
                        ? Outcome()
                        : mistake("no such ", kinds::ilm::name, " to program again");
+        if (!is_there && is_label_of_pseudowire(chip, label))
+            return {already_taken};
         if (!is_there) {
             hand_out(chip);
             value.nhid = *nhid, value.tunnel_id = *tunnel_id;

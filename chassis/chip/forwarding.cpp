@@ -17,14 +17,14 @@ Address network_of(Address key) {
 
 } // namespace
 
-void Beside<kinds::entry>::add(const Address &key) {
+void Beside<kinds::entry>::add(const Address &key, Index) {
     if (is_host(key))
         return;
     networks[network_of(key)].push_back(key);
     lengths[{key.vrf, key.family}][key.prefix_len]++;
 }
 
-void Beside<kinds::entry>::remove(const Address &key) {
+void Beside<kinds::entry>::remove(const Address &key, Index) {
     if (is_host(key))
         return;
     const auto same = networks.find(network_of(key));

@@ -53,10 +53,6 @@ std::string nexthop::value_text(const Value &value) {
 
 namespace {
 
-bool is_label(std::uint32_t label) {
-    return label < 1u << 20;
-}
-
 bool is_prefix(const Address &prefix) {
     return is_family(prefix.family) && prefix.prefix_len <= host_length(prefix.family);
 }

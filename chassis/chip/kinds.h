@@ -12,11 +12,29 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 namespace chassis::chip {
 
-// The object of one of these kinds that has this key.
-template <class Kind, class... Others> struct Use { typename Kind::Key key; };
+// What users call an object: its key, unless its kind has another name for them.
+template <class Kind> struct Naming { using Name = typename Kind::Key; };
+template <class Kind>
+requires requires {
+    typename Kind::Name;
+}
+struct Naming<Kind> {
+    using Name = typename Kind::Name;
+};
+template <class Kind> using NameOf = typename Naming<Kind>::Name;
+template <class Kind>
+inline constexpr bool is_named_by_key = std::is_same_v<NameOf<Kind>, typename Kind::Key>;
+
+// The object of one of these kinds that has this name.
+template <class Kind, class... Others> struct Use { NameOf<Kind> key; };
+
+constexpr bool is_label(std::uint32_t label) {
+    return label < 1u << 20;
+}
 
 namespace kinds {
 
@@ -116,8 +134,11 @@ struct mpls_vlan : OfVlan { // packets with labels are taken
 struct ftn : Kind { // prefix to labels
     using Key = FtnKey;
     using Value = Ftn;
+    using Name = LabelPath;
     static constexpr std::string_view name = "ftn";
     static constexpr bool is_ambiguous = true;
+    static constexpr bool is_pinned = true;
+    static Name name_of(const Value &value) { return {value.nhid, value.tunnel_id}; }
     static bool is_valid(const Key &key, const Value &);
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);
@@ -129,6 +150,70 @@ struct ilm : Kind { // incoming label
     static constexpr std::string_view name = "ilm";
     static bool is_valid(Key label, const Value &value);
     static std::string key_text(Key label) { return "label " + std::to_string(label); }
+    static std::string value_text(const Value &value);
+};
+
+// The redundancy of a circuit that has two pseudowires: made with the first of them, it goes with the
+// last.
+struct pw_group : Indexed {
+    using Value = std::uint32_t; // the role of the one that it uses: DAL_PW_*
+    static constexpr std::string_view name = "pw group";
+    static constexpr std::string_view index_name = "group";
+    static constexpr bool is_setting = true;
+    static constexpr bool is_pinned = true;
+    static constexpr bool may_differ = true;
+    static bool is_unheard(Value) { return true; } // a switch of one that is made again
+    static bool is_valid(Key index, Value role) {
+        return Indexed::is_valid(index, role) && role < 2;
+    }
+    static std::string value_text(Value role) { return role == 0 ? "primary" : "standby"; }
+};
+
+struct vpws : Kind { // a circuit's frames over a pseudowire, and back
+    using Key = Pseudowire;
+    using Value = Vpws;
+    static constexpr std::string_view name = "vpws";
+    static bool is_valid(const Key &, const Value &value);
+    static void uses(const Value &value, const auto &visit) {
+        visit(Use<ftn>{value.wire.path});
+        if (value.aps_id != 0)
+            visit(Use<pw_group>{value.aps_id});
+    }
+    static std::vector<Match> matches(const Key &, const Value &value);
+    static std::string key_text(const Key &key);
+    static std::string value_text(const Value &value);
+};
+
+struct vpls : Kind { // a virtual bridge
+    using Key = std::uint32_t;
+    using Value = std::uint32_t; // forwarding id
+    static constexpr std::string_view name = "vpls";
+    static constexpr bool is_pinned = true;
+    static std::string key_text(Key id) { return "vpls " + std::to_string(id); }
+    static std::string value_text(Value fid) { return "fid " + std::to_string(fid); }
+};
+
+struct vpls_ac : Kind { // its circuit
+    using Key = VplsCircuit;
+    using Value = VplsAc;
+    static constexpr std::string_view name = "vpls circuit";
+    static constexpr bool is_ambiguous = true;
+    static void uses(const Value &value, const auto &visit) { visit(Use<vpls>{value.vpls_id}); }
+    static std::vector<Match> matches(const Key &key, const Value &);
+    static std::string key_text(const Key &key);
+    static std::string value_text(const Value &value);
+};
+
+struct vpls_pw : Kind { // its pseudowire
+    using Key = Pseudowire;
+    using Value = VplsPw;
+    static constexpr std::string_view name = "vpls pw";
+    static bool is_valid(const Key &key, const Value &value);
+    static void uses(const Value &value, const auto &visit) {
+        visit(Use<vpls>{value.vpls_id});
+        visit(Use<ftn>{value.wire.path});
+    }
+    static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);
 };
 
@@ -153,11 +238,6 @@ struct gre_nexthop : Indexed { // packs what is sent to it
     static constexpr std::string_view name = "gre next hop";
     static constexpr bool is_pinned = true;
     static std::string value_text(const Value &value);
-};
-
-struct other : Indexed { // made by a request that is not modelled
-    using Value = Nothing;
-    static constexpr std::string_view name = "other object";
 };
 
 // What an entry or a member leads to, unless it is the CPU.
@@ -284,7 +364,7 @@ struct mcast_unknown : Mcast { // of a family: what no group knows goes to the C
 
 void uses_target(Index index, const auto &visit) {
     if (index != to_cpu)
-        visit(Use<nexthop, group, gre_nexthop, other>{index});
+        visit(Use<nexthop, group, gre_nexthop>{index});
 }
 
 } // namespace kinds
@@ -292,10 +372,11 @@ void uses_target(Index index, const auto &visit) {
 // Every kind, in the order in which objects can be put: what is used stands in front of its users.
 using Kinds =
     std::tuple<kinds::interface, kinds::arp_rule, kinds::ospf_rule, kinds::nd_rule,
-               kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::port_key, kinds::gre_tunnel,
-               kinds::gre_nexthop, kinds::nexthop, kinds::other, kinds::group, kinds::entry,
-               kinds::stream, kinds::cpu_default, kinds::hash_mode, kinds::mcast_group,
-               kinds::mcast_member, kinds::mcast_unknown, kinds::bfd_local, kinds::bfd_remote>;
+               kinds::mpls_vlan, kinds::ftn, kinds::ilm, kinds::pw_group, kinds::vpws, kinds::vpls,
+               kinds::vpls_ac, kinds::vpls_pw, kinds::port_key, kinds::gre_tunnel,
+               kinds::gre_nexthop, kinds::nexthop, kinds::group, kinds::entry, kinds::stream,
+               kinds::cpu_default, kinds::hash_mode, kinds::mcast_group, kinds::mcast_member,
+               kinds::mcast_unknown, kinds::bfd_local, kinds::bfd_remote>;
 
 // Calls `visit` with one of each.
 template <class Visit> void each_kind(const Visit &visit) {

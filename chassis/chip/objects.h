@@ -13,6 +13,24 @@ inline Chip::Outcome mistake(std::string_view what, std::string_view name,
     return {-1, std::string(what) + std::string(name) + std::string(how)};
 }
 
+// What users call an object that is held.
+template <class Kind>
+const NameOf<Kind> &name_in(const auto &object) requires is_named_by_key<Kind> {
+    return object.first;
+}
+template <class Kind> NameOf<Kind> name_in(const auto &object) {
+    return Kind::name_of(object.second);
+}
+
+template <class Kind> const typename Kind::Key *Chip::key_of(const NameOf<Kind> &name) const {
+    if constexpr (is_named_by_key<Kind>) {
+        const auto found = held<Kind>().find(name);
+        return found != held<Kind>().end() ? &found->first : nullptr;
+    } else {
+        return beside<Kind>().find(name);
+    }
+}
+
 template <class Kind>
 Chip::Outcome Chip::put(const typename Kind::Key &key, const typename Kind::Value &value,
                         bool again) {
@@ -63,7 +81,7 @@ Chip::Outcome Chip::drop(const typename Kind::Key &key,
         return is_blameless ? Outcome{-1} : mistake("no such ", Kind::name);
     if (value && found->second != *value)
         return is_blameless ? Outcome{-1} : mistake("the ", Kind::name, " is another");
-    if (own.users.contains(key))
+    if (own.users.contains(name_in<Kind>(*found)))
         return own.excused.contains(key) ? Outcome{-1} : mistake("the ", Kind::name, " is in use");
     forget<Kind>(key);
     return {};
@@ -72,7 +90,7 @@ Chip::Outcome Chip::drop(const typename Kind::Key &key,
 template <class Kind> std::string_view Chip::lacking(const typename Kind::Value &value) const {
     std::string_view name;
     Kind::uses(value, [&]<class First, class... Others>(Use<First, Others...> use) {
-        if (!held<First>().contains(use.key) && !(held<Others>().contains(use.key) || ...))
+        if (key_of<First>(use.key) == nullptr && !(key_of<Others>(use.key) || ...))
             name = First::name;
     });
     return name;
@@ -103,11 +121,11 @@ void Chip::keep(const typename Kind::Key &key, const typename Kind::Value &value
     const auto [place, is_new] = own.held.try_emplace(key, value);
     if (!is_new) {
         count_uses<Kind>(place->second, -1);
-        own.beside.remove(key);
+        own.beside.remove(key, place->second);
         place->second = value;
     }
     count_uses<Kind>(value, 1);
-    own.beside.add(key);
+    own.beside.add(key, value);
     tell<Kind>(key, &value);
 }
 
@@ -115,7 +133,7 @@ template <class Kind> void Chip::forget(const typename Kind::Key &key) {
     Objects<Kind> &own = objects<Kind>();
     const auto place = own.held.find(key);
     count_uses<Kind>(place->second, -1);
-    own.beside.remove(key);
+    own.beside.remove(key, place->second);
     own.excused.erase(key);
     tell<Kind>(key, nullptr);
     own.held.erase(place);

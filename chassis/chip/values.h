@@ -6,6 +6,8 @@
 
 #include <compare>
 #include <cstdint>
+#include <string>
+#include <tuple>
 #include <vector>
 
 namespace chassis::chip {
@@ -140,6 +142,82 @@ struct Mep {
     std::uint32_t cc;    // of a local one: 1, continuity is checked
     std::uint32_t heard; // of a remote one: the discriminator in the peer's packets
     bool operator==(const Mep &other) const; // in what requests told
+};
+
+// --- layer-2 services --------------------------------------------------------------------------
+
+struct LabelPath { // an FTN, by what the chip answered
+    Index nhid, tunnel_id;
+    auto operator<=>(const LabelPath &) const = default;
+};
+
+struct Pseudowire {   // key
+    std::uint32_t id; // of a multipoint one its VPLS
+    Ipv4 peer;
+    auto operator<=>(const Pseudowire &) const = default;
+};
+
+struct Wire { // what becomes of a pseudowire's frames
+    std::uint32_t in_label, out_label;
+    LabelPath path;
+    std::uint16_t control_word, mode;
+    auto operator<=>(const Wire &) const = default;
+};
+
+struct VlanSet {
+    std::vector<std::uint8_t> bits; // one for each VLAN, as many bytes as the last one needs
+
+    static constexpr std::size_t max_bytes = 512;
+    void add(std::uint16_t vlan);
+    bool has(std::uint32_t vlan) const;
+    std::string text() const; // "1,8-10"
+    auto operator<=>(const VlanSet &) const = default;
+};
+
+struct Circuit { // of a point-to-point pseudowire
+    std::uint32_t port, vlan;
+    std::uint16_t svlan, svlan_tpid, cvlan, action_vlan;
+    std::uint32_t action, match_rule;
+    auto operator<=>(const Circuit &) const = default;
+};
+
+struct Vpws {
+    Circuit circuit;
+    Wire wire;
+    std::uint32_t role;                            // DAL_PW_*
+    Index ac_nhid, pw_nhid, aps_id;                // group 0: none
+    VlanSet vlans;                                 // outer ones, in the place of the circuit's own
+    bool is_same_service(const Vpws &other) const; // whatever the chip answered
+    auto operator<=>(const Vpws &) const = default;
+    auto parts() { return std::tie(circuit, wire, role, ac_nhid, pw_nhid, aps_id, vlans.bits); }
+    auto parts() const {
+        return std::tie(circuit, wire, role, ac_nhid, pw_nhid, aps_id, vlans.bits);
+    }
+};
+
+struct VplsCircuit { // key
+    std::uint32_t port, vlan;
+    std::uint16_t svlan, cvlan;
+    auto operator<=>(const VplsCircuit &) const = default;
+};
+
+struct VplsAc {
+    std::uint32_t vpls_id, action, svlan_tpid;
+    Index nhid, logic_port;
+    auto operator<=>(const VplsAc &) const = default;
+};
+
+struct VplsPw {
+    std::uint32_t vpls_id; // the key's
+    Wire wire;
+    std::uint32_t is_spoke;
+    Index nhid, logic_port;
+    auto operator<=>(const VplsPw &) const = default;
+};
+
+struct Match {                        // the frames of a port with these tags
+    std::uint32_t port, outer, inner; // 0: no outer tag, any inner one
+    auto operator<=>(const Match &) const = default;
 };
 
 } // namespace chassis::chip

@@ -41,14 +41,21 @@ constexpr ChipWord chip_words[] = {
     {"bfd_lmep_add", "lmep+"},          {"bfd_lmep_del", "lmep-"},
     {"bfd_lmep_update", "lmep"},        {"bfd_rmep_add", "rmep+"},
     {"bfd_rmep_del", "rmep-"},          {"bfd_rmep_update", "rmep"},
-    {"bfd_get_remote_disc", "rmep?"},
+    {"bfd_get_remote_disc", "rmep?"},   {"pw_group_switch", "pw-group"},
+    {"vpws_entry_add", "vpws+"},        {"vpws_entry_add_test", "vpws+"},
+    {"vpws_entry_del", "vpws-"},        {"vpws_entry_del_test", "vpws-"},
+    {"vpws_entry_update", "vpws"},
+    {"vpls_add", "vpls+"},              {"vpls_del", "vpls-"},
+    {"vpls_ac_entry_add", "vpls-ac+"},  {"vpls_ac_entry_del", "vpls-ac-"},
+    {"vpls_pw_entry_add", "vpls-pw+"},  {"vpls_pw_entry_del", "vpls-pw-"},
 };
 
 constexpr std::string_view usual_pairs[] = {
     "slots 0x0", "slots 0xffffffff", "-> 0",    "vrf 0",    "svlan 100",  "cvlan 0",
     "vid 100",   "ivid 0",           "checksum 0",  "key 4294967295", "direction 0", "subport 0",
     "type 2",    "queue 10",         "rate 64",          "ttl 255", "ttl kept", "ttl less-1", "exp kept"};
-constexpr std::string_view unnamed_indexes[] = {"nhid", "tunnel"}; // of label entries
+constexpr std::string_view unnamed_indexes[] = {"nhid",    "tunnel", "ac-nhid",
+                                                "pw-nhid", "aps",    "logic-port"};
 constexpr std::string_view plain_words[] = {"nexthop", "index", "group", "members", "mac"};
 
 std::vector<std::string> words_of(const std::string &line) {

@@ -115,10 +115,10 @@ private:
 };
 
 // Objects that name another are counted there, so that it stays as long as they do.
-template <class Used> std::map<typename Used::Key, unsigned> users_of(const Chip &chip) {
-    std::map<typename Used::Key, unsigned> users;
+template <class Used> std::map<chip::NameOf<Used>, unsigned> users_of(const Chip &chip) {
+    std::map<chip::NameOf<Used>, unsigned> users;
     const auto count = [&]<class... Kinds>(chip::Use<Kinds...> use) {
-        if ((std::is_same_v<Kinds, Used> || ...)) // the indexes of all kinds are one row
+        if constexpr ((std::is_same_v<Kinds, Used> || ...)) // the indexes of all kinds are one row
             users[use.key]++;
     };
     chip::each_kind([&]<class Kind>(Kind) {
