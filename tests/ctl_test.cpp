@@ -413,6 +413,45 @@ ROWS(LabelCommands, TraceAPacketToItsPort, .families = {4}, .roles = alone, .see
                      "10.9.0.0/16 by neighbour {a}: waits for its neighbour {a} since 0 s"},
 };
 
+ROWS(PseudowireCommands, AskForWhatTheirWordsSayAndTellWhatIsMissing, .families = {4},
+     .roles = mirroring, .see = "mirror"){
+    {"l2vpn vpws bind vlanif300 vc-id 100", "error unknown interface 'vlanif300'"},
+    {"l2vpn vpws out add vc-id 100 peer 10.9.0.1 label 500 standby",
+     "error a standby pseudowire has a sibling"},
+    {"l2vpn vpws out add vc-id 100 peer fd00::1 label 500", "error column 35: unknown word..."},
+    {"why vpws 100", "= no table has it"},
+    {"l2vpn vpws out add vc-id 100 peer 10.9.0.1 label 500 control-word dev vlanif100 sibling 101 "
+     "10.9.0.2",
+     "mirror vpws-out+ 100 10.9.0.1 waits"},
+    {"why vpws 100", "= pseudowire 100 to 10.9.0.1 sends label 500: waits for an attachment "
+                     "circuit, its way in, a label path to 10.9.0.1"},
+    {"l2vpn vpws in add vc-id 100 peer 10.9.0.1 label 600", "mirror vpws-in+ 100 10.9.0.1 waits"},
+    {"l2vpn vpws bind vlanif200 vc-id 100 svlan 7 tpid 0x88a8", "mirror vpws-ac+ vlanif200 waits"},
+    {"why vpws 100 peer 10.9.0.2", "= vlanif200 is the circuit of pseudowire 100: waits for a port "
+                                   "of its circuit vlanif200, a label path to 10.9.0.1"},
+    {"vlan port 200 5"},
+    {"mpls ftn add 10.9.0.1/32 encap mpls 100 via {a}"},
+    {"clock advance 7s"},
+    {"why 10.9.0.1",
+     "= 10.9.0.1: label 100 leads to ...; = pseudowire 100 to 10.9.0.1 sends label 500: waits for "
+     "the label path to 10.9.0.1, which waits for its neighbour {a} since 7 s; "
+     "= pseudowire 100 from 10.9.0.1 comes with label 600: waits for the label path..."},
+    {"show vpws-ac", "= INTERFACE  VC ID  STATE  PORT  SVLAN  CVLAN; "
+                     "= vlanif200  100    waits  0     7      0"},
+    {"show vpws-out 10.9.0.1",
+     "= VC ID  PEER      STATE  LABEL  ROLE     SIBLING       GROUP  IN USE; "
+     "= 100    10.9.0.1  waits  500    primary  101 10.9.0.2  0      -"},
+    {"show vpws-in", "= VC ID  PEER      STATE  LABEL  INTERFACE; "
+                     "= 100    10.9.0.1  waits  600    -"},
+    {"show vpws-in 10.9.0.2 --count", "= 0"},
+    {"l2vpn switch 99 standby", ""},
+    {"l2vpn vpws unbind vlanif200", "mirror vpws-ac- vlanif200 waits"},
+    {"l2vpn vpws in del vc-id 100 peer 10.9.0.1", "mirror vpws-in- 100 10.9.0.1 waits"},
+    {"why vpws 100", "= pseudowire 100 to 10.9.0.1 sends label 500: waits for an attachment "
+                     "circuit, its way in, the label path..."},
+    {"l2vpn vpws out del vc-id 100 peer 10.9.0.1", "mirror vpws-out- 100 10.9.0.1 waits"},
+};
+
 ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){
     {"neigh add {a}"},
     {"route add {net} via {a}"},

@@ -30,7 +30,10 @@ protected:
               "ftn add 10.3.0.0/16 via 10.1.1.2", "ilm add 2000 via 10.1.1.2", "ilm add 2001",
               "mpls add vlanif100",
               "tunnel add tunnel1 addr 10.7.0.1/24 local 10.1.1.1 remote 10.2.0.9",
-              "route add 10.6.0.0/16 dev tunnel1", "bfd add 100 via 10.1.1.2 remote 200"})
+              "route add 10.6.0.0/16 dev tunnel1", "bfd add 100 via 10.1.1.2 remote 200",
+              "vlan port 100 5", "l2vpn vpws bind vlanif100 vc-id 7",
+              "l2vpn vpws out add vc-id 7 peer 10.9.0.1 label 500 dev vlanif100 ac vlanif100",
+              "l2vpn vpws in add vc-id 7 peer 10.9.0.1 label 600 dev vlanif100 ac vlanif100"})
             EXPECT_EQ(run(command).text, "") << command;
     }
 
@@ -80,7 +83,10 @@ TEST_F(Laws, CompareEveryByteOfAMirroredRecordButWhatIsTheCardsOwn) {
         {"mpls-if", 0},
         {"bfd", sizeof(dpm_timer_node) + sizeof(dpm_bfd_told::ifindex)},
         {"ftn", sizeof(list_head) + sizeof(dpm_ftn::stale) + sizeof(dpm_ftn::sdk_result)},
-        {"ilm", sizeof(list_head) + sizeof(dpm_ilm::sdk_result)}};
+        {"ilm", sizeof(list_head) + sizeof(dpm_ilm::sdk_result)},
+        {"vpws-ac", 0},
+        {"vpws-out", sizeof(list_head)},
+        {"vpws-in", sizeof(list_head)}};
     for (const tables::Table &table : tables::all()) {
         if (!table.is_mirrored || table.name.starts_with("mroute")) // made while they are read
             continue;

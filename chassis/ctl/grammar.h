@@ -43,6 +43,11 @@ enum class Kind {
     " [type NUMBER] [sub NUMBER] [id NUMBER] [fec PREFIX] [hold] [new] [admin-down]"
 #define CTL_ILM "LABEL [as LABEL] [via FAMILY IP] [dev NAME] [vrf VRF] [fec DEST] ..."
 
+#define CTL_PSEUDOWIRE "{vc-id VCID} {peer PEER}"
+#define CTL_VPWS_OUT                                                                               \
+    CTL_PSEUDOWIRE " {label LABEL} [control-word] [sibling VCID PEER] [standby] [ac NAME] "        \
+                   "[dev NAME] [mode NUMBER] [index NUMBER]"
+
 #define CTL_TUNNEL                                                                                 \
     "TUNNEL [vrf VRF] [mode NUMBER] [underlay VRF] [addr PREFIX] [local IP] [remote IP] "          \
     "[key NUMBER] [nokey] [csum NUMBER]"
@@ -65,6 +70,8 @@ enum class Kind {
     ROW(addr_del, "addr del", "PREFIX {dev NAME}", config, "Take an address from an interface")    \
     ROW(sub_add, "sub add", "SUPERVLAN VLAN", config, "Make a VLAN a sub-VLAN of a super-VLAN")    \
     ROW(sub_del, "sub del", "SUPERVLAN VLAN", config, "Take a sub-VLAN from its super-VLAN")       \
+    ROW(vlan_port, "vlan port", "VLAN [PORT] [trunk TRUNK]", config,                               \
+        "Tell the first member port of a VLAN; without one it has none")                           \
     ROW(vrf_enable, "vrf enable", "VRF", config, "Enable a VRF")                                   \
     ROW(vrf_disable, "vrf disable", "VRF", config, "Disable a VRF")                                \
     ROW(hash, "hash", "NUMBER", config, "Set the mode by which the chip spreads over a group")     \
@@ -106,6 +113,23 @@ enum class Kind {
     ROW(mpls_ilm_add, "mpls ilm add", CTL_ILM, change,                                             \
         "Swap an incoming label, pop it towards a next hop or, without via, look behind it")       \
     ROW(mpls_ilm_del, "mpls ilm del", CTL_ILM, change, "Withdraw an incoming label")               \
+    ROW(l2vpn_vpws_bind, "l2vpn vpws bind",                                                        \
+        "NAME {vc-id VCID} [svlan VLAN] [tpid TPID] [cvlan VLAN] [action NUMBER] [match NUMBER]",  \
+        change, "An interface becomes the attachment circuit of a pseudowire")                     \
+    ROW(l2vpn_vpws_unbind, "l2vpn vpws unbind", "NAME", change,                                    \
+        "An interface is an attachment circuit no more")                                           \
+    ROW(l2vpn_vpws_out_add, "l2vpn vpws out add", CTL_VPWS_OUT, change,                            \
+        "What a pseudowire sends to its peer gets this label; with sibling it is one of two of a " \
+        "circuit")                                                                                 \
+    ROW(l2vpn_vpws_out_del, "l2vpn vpws out del", CTL_PSEUDOWIRE, change,                          \
+        "Withdraw the outgoing label of a pseudowire")                                             \
+    ROW(l2vpn_vpws_in_add, "l2vpn vpws in add",                                                    \
+        CTL_PSEUDOWIRE " {label LABEL} [ac NAME] [dev NAME]", change,                              \
+        "What comes from a pseudowire's peer has this label")                                      \
+    ROW(l2vpn_vpws_in_del, "l2vpn vpws in del", CTL_PSEUDOWIRE, change,                            \
+        "Withdraw the incoming label of a pseudowire")                                             \
+    ROW(l2vpn_switch, "l2vpn switch", "NUMBER ROLE", change,                                       \
+        "A redundancy group uses its primary pseudowire, or the standby one")                      \
     ROW(mroute_add, "mroute add", "SOURCE GROUP NAME [NAME]* [vrf VRF]", change,                   \
         "Forward a source's packets, or everybody's (* or any), of a group from an interface to "  \
         "others")                                                                                  \
@@ -170,6 +194,8 @@ enum class Kind {
     ROW(why, "why", "SUBNET [vrf VRF]", read,                                                      \
         "Whether the chip has an address or a prefix, and if not what it waits for and since "     \
         "when")                                                                                    \
+    ROW(why_vpws, "why vpws", "VCID [peer PEER]", read,                                            \
+        "Whether the chip has a pseudowire, and if not what it waits for")                         \
     ROW(verify, "verify", "", local,                                                               \
         "Compare the two cards, and the master's tables and its chip")                             \
     ROW(import, "import",                                                                          \

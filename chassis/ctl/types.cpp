@@ -52,6 +52,11 @@ bool is_group(std::string_view text) {
     return address && is_multicast(*address);
 }
 
+bool is_peer(std::string_view text) {
+    const auto address = parse_address(text);
+    return address && address->family == 1;
+}
+
 bool is_dev_map(std::string_view text) {
     const std::size_t equals = text.find('=');
     return equals != text.npos && equals > 0 && equals + 1 < text.size();
@@ -79,6 +84,10 @@ const std::vector<Type> types = {
     {"DEST", "a prefix, an address or default", is_destination, {}},
     {"LABEL", "a label (0 to 1048575)", in_range<0, max_label>, {}},
     {"LABELS", "a label, or two with the outer one first, as 100/200", reads<parse_labels>, {}},
+    {"VCID", "the id of a pseudowire (1 to 4294967295)", in_range<1, 0xFFFFFFFF>, {}},
+    {"PEER", "the IPv4 address of a peer", is_peer, {}},
+    {"TPID", "an ethertype (1 to 65535)", in_range<1, 0xFFFF>, {}},
+    {"ROLE", "a role", nullptr, {"primary", "standby"}},
     {"TTL", "a time to live (1 to 255)", in_range<1, 255>, {}},
     {"EXP", "a class of service (0 to 7)", in_range<0, 7>, {}},
     {"FAMILY", "a family", nullptr, {"inet", "inet6"}},

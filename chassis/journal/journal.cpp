@@ -131,6 +131,20 @@ std::string key_of(const Journal &, const dpm_ilm &ilm) {
     return std::to_string(ilm.in_label) + state_of(ilm);
 }
 
+std::string vc_text(std::uint32_t id, const std::uint8_t *peer) {
+    return std::to_string(id) + " " + address_text(DPM_FAMILY_IPV4, peer);
+}
+std::string key_of(const Journal &, const dpm_vpws_acif &circuit) {
+    return circuit.ifname + state_of(circuit);
+}
+std::string key_of(const Journal &, const dpm_vpws_vc_fib &way) {
+    return vc_text(way.vc_id, way.vc_peer) + state_of(way) +
+           (way.switched != 0 ? " uses standby" : "");
+}
+std::string key_of(const Journal &, const dpm_vpws_vc_ilm &way) {
+    return vc_text(way.vpn_id, way.vc_peer) + state_of(way);
+}
+
 // Multicast: changes and settings; echoes stand for themselves.
 std::string source_text(const dpm_ipmc_group &group, const dpm_ipmc_source &source) {
     const bool is_any = source.source.family == DPM_FAMILY_NONE;
@@ -185,6 +199,9 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_mpls_if>("dpm_mpls_if", "mpls-if"),
     mirrored<dpm_ftn>("dpm_mpls_ftn", "ftn"),
     mirrored<dpm_ilm>("dpm_mpls_ilm", "ilm"),
+    mirrored<dpm_vpws_acif>("dpm_vpws_acif", "vpws-ac"),
+    mirrored<dpm_vpws_vc_fib>("dpm_vpws_vc_fib", "vpws-out"),
+    mirrored<dpm_vpws_vc_ilm>("dpm_vpws_vc_ilm", "vpws-in"),
     mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_create", "mroute+"),
     mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_destroy", "mroute-"),
     mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_add", "member+"),

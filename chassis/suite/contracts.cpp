@@ -32,13 +32,6 @@ struct Contract {
         });
     }
 
-    static unsigned vlan_port(unsigned vlan) {
-        Suite &own = suite();
-        std::lock_guard lock(own.mutex_);
-        const auto found = own.vlan_ports_.find(vlan);
-        return found == own.vlan_ports_.end() ? 0 : found->second;
-    }
-
     static std::uint32_t vlan_interface(unsigned vlan) {
         Suite &own = suite();
         std::lock_guard lock(own.mutex_);
@@ -183,7 +176,7 @@ void uv_unlock_outside() {
 }
 
 int uv_get_fst_vlan_port_cfg(uint32_t vlan, struct uv_vlan_port *port) {
-    const unsigned number = Contract::vlan_port(vlan);
+    const unsigned number = chassis::card().suite.vlan_port(vlan);
     if (!number)
         return -1;
     *port = {.logical_port = uint16_t(number), .tagged = 0};

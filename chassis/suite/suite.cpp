@@ -129,6 +129,12 @@ void Suite::set_vlan_port(unsigned vlan, unsigned port) {
     vlan_ports_[vlan] = port;
 }
 
+unsigned Suite::vlan_port(unsigned vlan) const {
+    std::lock_guard lock(mutex_);
+    const auto found = vlan_ports_.find(vlan);
+    return found == vlan_ports_.end() ? 0 : found->second;
+}
+
 std::vector<Suite::HalNotice> Suite::hal_notices() const {
     std::lock_guard lock(mutex_);
     return hal_notices_;

@@ -62,6 +62,7 @@ public:
 
     // First member port of a VLAN (uv_get_fst_vlan_port_cfg); 0: none.
     void set_vlan_port(unsigned vlan, unsigned port);
+    unsigned vlan_port(unsigned vlan) const;
 
     // Group membership interval of every VLAN's interface (mrib*_api_if_gmi_get).
     void set_membership_interval(int seconds);

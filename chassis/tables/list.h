@@ -43,6 +43,9 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, mpls_if,     dpm_mpls_if,           mirrored, "Interfaces that take labels")            \
     T(ROW, ftn,         dpm_ftn,               mirrored, "Label entries by prefix")                \
     T(ROW, ilm,         dpm_ilm,               mirrored, "Label entries by incoming label")        \
+    T(ROW, vpws_ac,     dpm_vpws_acif,         mirrored, "Attachment circuits of pseudowires")      \
+    T(ROW, vpws_out,    dpm_vpws_vc_fib,       mirrored, "Pseudowires, by peer: what they send")   \
+    T(ROW, vpws_in,     dpm_vpws_vc_ilm,       mirrored, "Pseudowires, by peer: what they take")   \
     T(ROW, pbr,         dpm_policy_route_entry, local,   "Policy routes, by rule and ports")       \
     T(ROW, mroutes,        Mroute,           mirrored, "Sources of multicast groups")              \
     T(ROW, mroute_members, MrouteMember,     mirrored, "Ports that get a source's packets")        \

@@ -54,10 +54,11 @@ private:
 };
 
 // Where a record is found: an address, with the host length, or a network of a VRF; or, without
-// either, the VRF alone.
+// either, the VRF alone.  Of a layer-2 service its number besides.
 struct Place {
     std::uint32_t vrf;
     std::optional<dpm_prefix> prefix = {};
+    std::uint32_t service = 0;
 };
 
 // Whether two are the same address or network, whatever host bits they were given with.

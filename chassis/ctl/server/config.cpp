@@ -137,6 +137,23 @@ Reply sub_add(Command &command) {
 Reply sub_del(Command &command) {
     return change_sub(command, DPM_OPER_DEL);
 }
+// The platform tells of the members of trunks alone.
+Reply vlan_port(Command &command) {
+    const Parsed &line = command.line;
+    const unsigned vlan = unsigned(line.number("VLAN")), trunk = unsigned(line.number("trunk"));
+    if (trunk != 0 && line.has("PORT"))
+        return refused("a port or a trunk, not both");
+    const unsigned port =
+        trunk != 0 ? chassis::hal::trunk_base + trunk : unsigned(line.number("PORT"));
+    const unsigned before = command.card.suite.vlan_port(vlan);
+    command.card.suite.set_vlan_port(vlan, port);
+    int result = 0;
+    for (const unsigned changed : {before, port})
+        if (changed > chassis::hal::trunk_base)
+            result |= command.card.hal.trunk_member(0, changed - chassis::hal::trunk_base, 0, 1);
+    return answer(result);
+}
+
 Reply vrf_enable(Command &command) {
     return change_vrf(command, true);
 }

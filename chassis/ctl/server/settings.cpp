@@ -15,7 +15,8 @@ std::string subject_of(const Parsed &line) {
     subject += line.command->verb == Verb::if_vrf ? " vrf" : "";
     for (const char *key : {"NAME", "PREFIX", "SUPERVLAN", "IP", "dev"})
         subject += line.has(key) ? " " + std::string(line.value(key)) : "";
-    const bool is_of_a_vlan = line.has("SUPERVLAN") || line.command->path.starts_with("vrf ");
+    const bool is_of_a_vlan = line.has("SUPERVLAN") || line.command->path.starts_with("vrf ") ||
+                               line.command->path.starts_with("vlan ");
     for (const char *key : {"VLAN", "VRF"})
         subject += is_of_a_vlan && line.has(key) ? " " + std::string(line.value(key)) : "";
     const bool is_of_a_rule = line.command->path.starts_with("pbr ");

@@ -43,6 +43,25 @@ std::optional<Place> covering(const Place &place, const Reading &reading) {
     return longest;
 }
 
+// What the tables of a kind of service tell of one, or of one pseudowire of it.
+Reply why_service(Command &command, std::string_view kind, std::string_view id) {
+    const std::uint32_t service = std::uint32_t(command.line.number(id));
+    const auto peer = parse_address(command.line.value("peer"));
+    const Reading reading(command.card);
+    std::string text;
+    const auto concerns = [&](const Place &place) {
+        return place.service == service &&
+               (!peer || !place.prefix || is_same(place, {0, record_of(*peer)}));
+    };
+    for (const tables::Table &table : tables::all())
+        if (table.name.starts_with(kind))
+            table.each(reading, [&](const tables::Row &row) {
+                if (std::ranges::any_of(row.places(), concerns))
+                    text += row.why();
+            });
+    return done(text.empty() ? "no table has it\n" : text);
+}
+
 bool is_address(const dpm_host_info &info, const Prefix &ip) {
     return info.family == ip.family && ip.length == host_length(ip.family) &&
            std::memcmp(info.address, ip.address.data(), ip.length / 8) == 0;
@@ -98,6 +117,10 @@ Reply why(Command &command) {
     if (text.empty())
         text = why_absent(vrf, ip, reading);
     return done(question + ": " + text);
+}
+
+Reply why_vpws(Command &command) {
+    return why_service(command, "vpws", "VCID");
 }
 
 } // namespace ctl::server
