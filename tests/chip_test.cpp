@@ -3,6 +3,7 @@
 #include "chassis/chassis.h"
 #include "chassis/chip/changes_file.h"
 #include "chassis/chip/objects.h"
+#include "chassis/chip/trace.h"
 #include "platform/dal.h"
 #include "platform/hal.h"
 
@@ -143,9 +144,9 @@ TEST_F(ChipTest, ANullChipTakesEverythingAndKeepsNothing) {
 namespace {
 
 // A path, services over it, and requests that are made of them with something changed.
-class L2vpn : public ChipTest {
+class ChipL2vpn : public ChipTest {
 protected:
-    L2vpn() {
+    ChipL2vpn() {
         ftn.flag = 1;
         ftn.tunnel_family = 1, ftn.tunnel_prefix_len = 32, ftn.tunnel_address[0] = 9;
         ftn.labels[DAL_FTN_TUNNEL].label = 100, ftn.labels[DAL_FTN_VPN].label = DAL_NO_LABEL;
@@ -228,7 +229,7 @@ protected:
 
 } // namespace
 
-TEST_F(L2vpn, WhatMustNotBeIsAMistakeAndWhatIsTakenIsRefused) {
+TEST_F(ChipL2vpn, WhatMustNotBeIsAMistakeAndWhatIsTakenIsRefused) {
     const auto before = chip.forwarding();
     const LabelPath right = path;
     Index no_group = 99;
@@ -276,7 +277,7 @@ TEST_F(L2vpn, WhatMustNotBeIsAMistakeAndWhatIsTakenIsRefused) {
     }
 }
 
-TEST_F(L2vpn, LineCardsHaveAllThatChangesUntilItIsGone) {
+TEST_F(ChipL2vpn, LineCardsHaveAllThatChangesUntilItIsGone) {
     Chip line_cards;
     for (const Change &change : chip.forwarding())
         EXPECT_TRUE(line_cards.apply(change));
@@ -300,6 +301,83 @@ TEST_F(L2vpn, LineCardsHaveAllThatChangesUntilItIsGone) {
     EXPECT_EQ(add_ilm(700), 0) << "its label is free";
     EXPECT_EQ(line_cards.forwarding(), chip.forwarding());
     EXPECT_EQ(chip.mistakes(), 0u);
+}
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr MacBytes a{2, 0, 0, 0, 0, 10}, b{2, 0, 0, 0, 0, 11}, c{2, 0, 0, 0, 0, 12},
+    all{255, 255, 255, 255, 255, 255};
+
+class ChipFrames : public ChipL2vpn {
+protected:
+    Lines on_port(std::uint32_t port, std::uint32_t outer, std::uint32_t inner,
+                  const MacBytes &from = a, const MacBytes &to = b) {
+        Packet packet{0, std::nullopt, {64, 0}, {}, port};
+        packet.frame = {from, to, outer, inner};
+        return trace(chip, packet);
+    }
+    Lines behind(std::vector<Label> labels, const MacBytes &from = a, const MacBytes &to = b) {
+        Packet packet{0, std::nullopt, {64, 0}, std::move(labels)};
+        packet.frame = {from, to, 0, 0};
+        return trace(chip, packet);
+    }
+    static Label label(std::uint32_t number) { return {{255, 0}, number}; }
+};
+
+std::ptrdiff_t copies(const Lines &lines) {
+    return std::ranges::count_if(
+        lines, [](const std::string &line) { return line.find("out of port") != line.npos; });
+}
+
+} // namespace
+
+TEST_F(ChipFrames, GoOverThePseudowireOfTheirCircuitAndComeBack) {
+    EXPECT_EQ(on_port(3, 100, 7),
+              (Lines{"vc 1 peer 9.0.0.0: push 800 ttl 255 exp 0",
+                     "label entry vrf 0 9.0.0.0/32: push 100 ttl 0 exp 0",
+                     "out of port 1 vlan 10 to 00:00:00:00:00:00 with label 100 ttl 0 exp 0, label "
+                     "800 ttl 255 exp 0, frame from 02:00:00:00:00:0a to 02:00:00:00:00:0b vlan "
+                     "100 inner 7"}));
+    EXPECT_EQ(on_port(3, 100, 8), Lines{"no circuit takes it"});
+    EXPECT_EQ(on_port(4, 20, 9)[1], "vc 2 peer 9.0.0.0: push 801 ttl 255 exp 0");
+    EXPECT_EQ(dal_driver_pw_group_switch(group, 1, 0), 0);
+    EXPECT_EQ(on_port(4, 20, 9)[1], "vc 3 peer 9.0.0.0: push 802 ttl 255 exp 0");
+    EXPECT_EQ(del_vpws(3), 0);
+    EXPECT_EQ(on_port(4, 20, 9).size(), 1u) << "dropped";
+    EXPECT_EQ(behind({label(700), label(720)}),
+              (Lines{"incoming label 720: pop, look up in vrf 0",
+                     "incoming label 700: pop, of vc 1 peer 9.0.0.0",
+                     "out of port 3 with frame from 02:00:00:00:00:0a to 02:00:00:00:00:0b vlan "
+                     "100 inner 7"}));
+    EXPECT_EQ(behind({label(720)}).size(), 2u) << "dropped";
+    EXPECT_EQ(trace(chip, {0, std::nullopt, {64, 0}, {label(701)}}).back(),
+              "out of port 4 with what is behind");
+}
+
+TEST_F(ChipFrames, AreFloodedUntilTheirAddressIsLearntButNotBackIntoTheMesh) {
+    EXPECT_EQ(copies(on_port(3, 200, 0, a, b)), 4) << "but where it came from";
+    EXPECT_EQ(behind({label(711)}, b, a),
+              (Lines{"incoming label 711: pop, of vpls 5 peer 2.0.0.0",
+                     "vpls 5: 02:00:00:00:00:0b is behind pseudowire to 2.0.0.0",
+                     "vpls 5: 02:00:00:00:00:0a is behind circuit port 3 vlan 200",
+                     "out of port 3 with frame from 02:00:00:00:00:0b to 02:00:00:00:00:0a vlan "
+                     "200"}));
+    EXPECT_EQ(on_port(5, 200, 0, a, b)[2], "pseudowire to 2.0.0.0: push 811 ttl 255 exp 0");
+    EXPECT_EQ(behind({label(710)}, c, a).back().substr(0, 13), "out of port 5") << "it moved";
+    EXPECT_EQ(copies(behind({label(710)}, c, b)), 0) << "b is behind the mesh, too";
+    EXPECT_EQ(copies(behind({label(710)}, c, all)), 3) << "circuits and the spoke";
+    EXPECT_EQ(copies(behind({label(712)}, c, all)), 4) << "circuits and the mesh";
+    EXPECT_EQ(on_port(3, 200, 0, a, c)[2], "pseudowire to 3.0.0.0: push 812 ttl 255 exp 0");
+    EXPECT_EQ(chip.learning.all().size(), 3u);
+    EXPECT_EQ(del_vpls_pw(2) | del_ac(3, 200), 0);
+    EXPECT_EQ(chip.learning.all().size(), 1u) << "c is left";
+    EXPECT_EQ(copies(on_port(5, 200, 0, a, b)), 2);
+    for (std::uint32_t number = 0; number < Learning::max_addresses; number++)
+        chip.learning.learn({6, {2, 1, 0, 0, std::uint8_t(number >> 8), std::uint8_t(number)}}, 1);
+    EXPECT_EQ(chip.learning.all().size(), Learning::max_addresses);
+    EXPECT_EQ(copies(on_port(5, 200, 0, c, a)), 0) << "what is known moves all the same";
 }
 
 // That changes make another chip forward alike is seen at every switch-over of the rig.

@@ -96,6 +96,7 @@ TEST(CommandLanguage, RefusesValuesOutOfBounds) {
 TEST(CommandLanguage, OffersTheWordsThatFit) {
     EXPECT_EQ(ctl::complete("chi"), words({"chip"}));
     EXPECT_EQ(ctl::complete("trunk "), words({"up", "down", "join", "leave"}));
+    EXPECT_EQ(ctl::complete("chip trace f"), words({"frame", "from"}));
     EXPECT_EQ(ctl::complete("neigh del 10.1.1.2 l"), words({"lladdr"}));
     EXPECT_EQ(ctl::complete("chip refuse nexthop"), words({"nexthop", "nexthop-del"}));
     EXPECT_EQ(ctl::complete("nonsense "), words({}));
@@ -390,6 +391,11 @@ ROWS(LabelCommands, TraceAPacketToItsPort, .families = {4}, .roles = alone, .see
     {"chip trace label 304",
      "= incoming label 304: pop, look up in vrf 0; = what stands behind is looked up..."},
     {"chip trace label 999", "= incoming label 999: no entry, dropped"},
+    {"chip trace frame from {m1} to {m2}", "error a frame comes in on a port or behind a label"},
+    {"chip trace frame port 3 vlan 100 from {m1} to {m2}", "= no circuit takes it"},
+    {"chip trace frame label 300 from {m1} to {m2}",
+     "= incoming label 300: swap for 301 ttl 63 exp 0; = out of port 1 vlan 100 to {m1} with "
+     "label 301 ttl 63 exp 0, frame from {m1} to {m2}"},
     {"neigh del {a}"},
     {"clock advance 7s"},
     {"why 10.9.0.1", "= 10.9.0.1: label 100 leads to 10.9.0.1/32 by neighbour {a}: waits for its "

@@ -10,6 +10,7 @@
 #include "chassis/chip/beside.h"
 #include "chassis/chip/change.h"
 #include "chassis/chip/functions.h"
+#include "chassis/chip/learning.h"
 
 #include <deque>
 #include <functional>
@@ -61,6 +62,9 @@ public:
 
     // The record of the last label request that was carried out, as it came.
     std::vector<std::uint8_t> label_record;
+
+    // What frames taught virtual bridges; traces are the only frames there are.
+    Learning learning;
 
     // Where states of BFD sessions are reported; null until the library asks for them.
     int (*bfd_handler)(std::uint32_t local_disc, std::uint32_t state, std::uint32_t diag) = nullptr;
@@ -155,6 +159,7 @@ private:
     template <class Kind> const Objects<Kind> &objects() const {
         return std::get<Objects<Kind>>(objects_);
     }
+    template <class Value> void lose(const Value &value);
     template <class Kind> void forget(const typename Kind::Key &key);
     template <class Kind> void count_uses(const typename Kind::Value &value, int change);
     template <class Kind>

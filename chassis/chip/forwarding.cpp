@@ -78,6 +78,7 @@ void Chip::take_over(const Chip &other) {
         return;
     const std::scoped_lock guard(mutex_, other.mutex_);
     next_index_ = std::max(next_index_, other.next_index_);
+    learning = {};
     each_kind([&]<class Kind>(Kind) {
         if (Kind::outlives_card)
             objects<Kind>() = other.objects<Kind>();

@@ -112,6 +112,12 @@ void Chip::tell(const typename Kind::Key &key, const typename Kind::Value *value
             observer_(change_of<Kind>(key, value));
 }
 
+// What stands on a value that goes.
+template <class Value> void Chip::lose(const Value &value) {
+    if constexpr (requires { value.logic_port; })
+        learning.forget(value.logic_port);
+}
+
 // A new object, or another value of one that is there.
 template <class Kind>
 void Chip::keep(const typename Kind::Key &key, const typename Kind::Value &value) {
@@ -121,6 +127,7 @@ void Chip::keep(const typename Kind::Key &key, const typename Kind::Value &value
     const auto [place, is_new] = own.held.try_emplace(key, value);
     if (!is_new) {
         count_uses<Kind>(place->second, -1);
+        lose(place->second);
         own.beside.remove(key, place->second);
         place->second = value;
     }
@@ -133,6 +140,7 @@ template <class Kind> void Chip::forget(const typename Kind::Key &key) {
     Objects<Kind> &own = objects<Kind>();
     const auto place = own.held.find(key);
     count_uses<Kind>(place->second, -1);
+    lose(place->second);
     own.beside.remove(key, place->second);
     own.excused.erase(key);
     tell<Kind>(key, nullptr);

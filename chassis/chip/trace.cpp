@@ -2,45 +2,43 @@
 // ends its way.  A step that does not know the place leaves it to the next in the list at the end.
 //
 // An IP packet that is sent on has one hop less; labels have what the modes of their entry say.
-#include "chassis/chip/trace.h"
+#include "chassis/chip/trace_steps.h"
 
 #include "platform/dal.h"
 
-#include <utility>
-
-namespace chassis::chip {
-
-namespace {
+namespace chassis::chip::tracing {
 
 using std::to_string;
 
+namespace {
+
 constexpr std::uint32_t implicit_null = 3; // no label at all
-
-struct Trace {
-    const Chip &chip;
-    Packet packet;
-    std::optional<Index> target = {}; // what an entry leads to
-    std::vector<std::string> lines = {};
-    bool is_coming_in = true;
-    bool has_ended = false;
-
-    void tell(std::string line) { lines.push_back(std::move(line)); }
-    bool end(std::string line) {
-        tell(std::move(line));
-        return has_ended = true;
-    }
-};
 
 std::string text_of(const Header &header) {
     return "ttl " + to_string(header.ttl) + " exp " + to_string(header.exp);
 }
 
+std::string frame_text(const Frame &frame) {
+    const auto tag = [](const char *name, std::uint32_t vlan) {
+        return vlan != 0 ? name + to_string(vlan) : "";
+    };
+    return " frame from " + mac_text(frame.source.data()) + " to " +
+           mac_text(frame.destination.data()) + tag(" vlan ", frame.outer) +
+           tag(" inner ", frame.inner);
+}
+
+} // namespace
+
 std::string packet_text(const Packet &packet) {
     std::string text = " with";
     for (auto label = packet.labels.rbegin(); label != packet.labels.rend(); label++)
         text += " label " + to_string(label->number) + " " + text_of(*label) + ",";
-    return text + (packet.destination ? " ip " + text_of(packet.ip) : " what is behind");
+    return text + (packet.destination ? " ip " + text_of(packet.ip)
+                   : packet.frame     ? frame_text(*packet.frame)
+                                      : " what is behind");
 }
+
+namespace {
 
 template <class Hop> std::string hop_text(const Hop &hop, std::uint16_t vlan) {
     return (hop.port_type == 1 ? "trunk " : "port ") + to_string(hop.port_id) + " vlan " +
@@ -81,6 +79,8 @@ bool takes_hop(Trace &trace) {
     return !trace.end("its ttl runs out: to the CPU");
 }
 
+} // namespace
+
 void push(Trace &trace, const std::string &entry, std::uint32_t number, const LabelRule &rule) {
     if (number == implicit_null)
         return trace.tell(entry + ": no label");
@@ -88,6 +88,14 @@ void push(Trace &trace, const std::string &entry, std::uint32_t number, const La
     trace.packet.labels.push_back(label);
     trace.tell(entry + ": push " + to_string(number) + " " + text_of(label));
 }
+
+bool leave_by(Trace &trace, const FtnKey &key, const Ftn &value) {
+    push(trace, "label entry " + kinds::entry::key_text(key.tunnel), key.tunnel_label,
+         value.tunnel);
+    return leave(trace, key.hop);
+}
+
+namespace {
 
 // --- steps -----------------------------------------------------------------------------------
 
@@ -210,17 +218,14 @@ bool by_label_entry(Trace &trace) {
         return false;
     if (!takes_hop(trace))
         return true;
-    const auto name = [](const Address &prefix) {
-        return "label entry " + kinds::entry::key_text(prefix);
-    };
     if (const FtnKey vpn = found->first; vpn.vpn.family != 0) {
-        push(trace, name(vpn.vpn), vpn.vpn_label, found->second.vpn);
+        push(trace, "label entry " + kinds::entry::key_text(vpn.vpn), vpn.vpn_label,
+             found->second.vpn);
         found = tunnel_of(ftns, vpn);
         if (found == ftns.end())
             return trace.end("no tunnel to " + kinds::entry::key_text(vpn.tunnel) + ": dropped");
     }
-    push(trace, name(found->first.tunnel), found->first.tunnel_label, found->second.tunnel);
-    return leave(trace, found->first.hop);
+    return leave_by(trace, found->first, found->second);
 }
 
 bool by_entry(Trace &trace) {
@@ -242,12 +247,18 @@ bool by_default(Trace &trace) {
 }
 
 // The first that knows the place where the packet is takes it; the last knows all.
-constexpr bool (*steps[])(Trace &) = {by_stream,      by_target, by_incoming_label, by_nothing,
-                                      by_label_entry, by_entry,  by_default};
+constexpr bool (*steps[])(Trace &) = {by_circuit,     by_stream,         by_target,
+                                      by_pseudowire,  by_incoming_label, by_nothing,
+                                      by_label_entry, by_entry,          by_default};
 
 } // namespace
+} // namespace chassis::chip::tracing
 
-std::vector<std::string> trace(const Chip &chip, const Packet &packet) {
+namespace chassis::chip {
+
+using namespace tracing;
+
+std::vector<std::string> trace(Chip &chip, const Packet &packet) {
     Trace trace{chip, packet};
     while (!trace.has_ended) { // each look-up has a label less, or ends it
         if (trace.packet.destination)

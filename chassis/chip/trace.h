@@ -18,6 +18,12 @@ struct Label : Header {
     std::uint32_t number;
 };
 
+// An Ethernet frame that no address is looked up for.
+struct Frame {
+    MacBytes source, destination;
+    std::uint32_t outer, inner; // VLAN tags; 0: none
+};
+
 struct Packet {
     std::int32_t vrf; // where its address is looked up
     // Host length; without it nothing is known of what stands behind the labels.
@@ -27,9 +33,10 @@ struct Packet {
     // Where it came in, and from whom; without a port no policy route is asked.
     std::optional<std::uint32_t> port = {};
     std::optional<Address> source = {};
+    std::optional<Frame> frame = {};
 };
 
-// A line a step.  The caller holds the chip's lock.
-std::vector<std::string> trace(const Chip &chip, const Packet &packet);
+// A line a step.  Virtual bridges learn where frames come from.  The caller holds the chip's lock.
+std::vector<std::string> trace(Chip &chip, const Packet &packet);
 
 } // namespace chassis::chip

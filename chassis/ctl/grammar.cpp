@@ -298,9 +298,12 @@ Parsed parse(std::string_view line) {
     const std::vector<Word> words = split_words(line);
     std::size_t at = 0;
     parsed.command = find_command(words, at, parsed);
-    if (parsed.command)
+    if (parsed.command) {
+        const std::vector<Expected> longer =
+            at == words.size() ? parsed.expected : std::vector<Expected>();
         Matcher(pattern_of(*parsed.command), line, words, parsed).match(at);
-    else if (at < words.size())
+        parsed.expected.insert(parsed.expected.begin(), longer.begin(), longer.end());
+    } else if (at < words.size())
         parsed.error = unexpected(words[at], parsed.expected);
     else if (!words.empty())
         parsed.error = incomplete(line, parsed.expected);

@@ -164,6 +164,9 @@ enum class Kind {
     ROW(chip_trace, "chip trace",                                                                  \
         "[IP] [label LABELS] [vrf VRF] [ttl TTL] [exp EXP] [port PORT] [from IP]", read,           \
         "What the chip does with a packet, step by step")                                          \
+    ROW(chip_trace_frame, "chip trace frame",                                                      \
+        "[port PORT] [vlan VLAN] [inner VLAN] [label LABELS] {from MAC} {to MAC}", read,           \
+        "What the chip does with an Ethernet frame; virtual bridges learn from it")                \
     ROW(chip_show, "chip show", "[--json]", read, "What the chip holds")                           \
     ROW(chip_check, "chip check", "", read, "Compare the tables with the chip")                    \
     ROW(journal, "journal", "[STATE] [CHANNEL]* [last COUNT]", read,                               \

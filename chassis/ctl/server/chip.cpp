@@ -106,11 +106,30 @@ Reply chip_lookup(Command &command) {
     return done(question + "no entry, " + (cpu ? "by default to the CPU" : "dropped") + "\n");
 }
 
+namespace {
+
+void push_labels(const Parsed &line, chassis::chip::Header header, chassis::chip::Packet &packet) {
+    const auto labels = parse_labels(line.value("label"));
+    if (labels)
+        packet.labels.push_back({header, labels->inner});
+    if (labels && labels->are_two)
+        packet.labels.push_back({header, labels->outer});
+}
+
+Reply traced(Command &command, const chassis::chip::Packet &packet) {
+    const auto lock = command.card.chip.lock();
+    std::string text;
+    for (const std::string &step : chassis::chip::trace(command.card.chip, packet))
+        text += step + "\n";
+    return done(text);
+}
+
+} // namespace
+
 Reply chip_trace(Command &command) {
     const Parsed &line = command.line;
     const auto ip = parse_address(line.value("IP"));
-    const auto labels = parse_labels(line.value("label"));
-    if (!ip && !labels)
+    if (!ip && !line.has("label"))
         return refused("a packet has an address or a label");
     const std::int32_t vrf = std::int32_t(line.number("vrf"));
     const chassis::chip::Header header{unsigned(line.number("ttl", usual_ttl)),
@@ -122,15 +141,21 @@ Reply chip_trace(Command &command) {
         packet.port = std::uint32_t(line.number("port"));
     if (const auto from = parse_address(line.value("from")))
         packet.source = tables::chip_key(std::uint32_t(vrf), record_of(*from));
-    if (labels)
-        packet.labels.push_back({header, labels->inner});
-    if (labels && labels->are_two)
-        packet.labels.push_back({header, labels->outer});
-    const auto lock = command.card.chip.lock();
-    std::string text;
-    for (const std::string &step : chassis::chip::trace(command.card.chip, packet))
-        text += step + "\n";
-    return done(text);
+    push_labels(line, header, packet);
+    return traced(command, packet);
+}
+
+Reply chip_trace_frame(Command &command) {
+    const Parsed &line = command.line;
+    if (line.has("port") == line.has("label"))
+        return refused("a frame comes in on a port or behind a label");
+    chassis::chip::Packet packet{0, std::nullopt, {usual_ttl, 0}, {}};
+    packet.frame = {*parse_mac(line.value("from")), *parse_mac(line.value("to")),
+                    std::uint32_t(line.number("vlan")), std::uint32_t(line.number("inner"))};
+    if (line.has("port"))
+        packet.port = std::uint32_t(line.number("port"));
+    push_labels(line, packet.ip, packet);
+    return traced(command, packet);
 }
 
 // What leads to an object says what that is.
@@ -146,6 +171,11 @@ Reply chip_show(Command &command) {
             table.row({std::string(Kind::name), Kind::key_text(key), text});
         }
     });
+    for (const auto &[address, logic_port] : chip.learning.all())
+        table.row(
+            {"learnt",
+             kinds::vpls::key_text(address.vpls_id) + " " + chassis::mac_text(address.mac.data()),
+             "logic-port " + std::to_string(logic_port)});
     return done(command.line.has("--json") ? table.json() : table.text());
 }
 
