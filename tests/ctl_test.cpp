@@ -450,12 +450,40 @@ ROWS(PseudowireCommands, AskForWhatTheirWordsSayAndTellWhatIsMissing, .families 
     {"show vpws-in", "= VC ID  PEER      STATE  LABEL  INTERFACE; "
                      "= 100    10.9.0.1  waits  600    -"},
     {"show vpws-in 10.9.0.2 --count", "= 0"},
+    {"neigh add {a}",
+     "mirror nexthop+ n1; mirror host+ {a}; mirror ftn+ 10.9.0.1; mirror vpws-out+ 100 10.9.0.1; "
+     "mirror vpws-in+ 100 10.9.0.1; mirror vpws-ac+ vlanif200"},
+    {"l2vpn vpws out add vc-id 101 peer 10.9.0.2 label 501 sibling 100 10.9.0.1 standby"},
+    {"l2vpn vpws in add vc-id 101 peer 10.9.0.2 label 601"},
+    {"mpls ftn add 10.9.0.2/32 encap mpls 101 via {a}"},
+    {"show vpws-ac", "= ...; = vlanif200  100    chip   5     7      0"},
+    {"chip check", "= chip and tables agree: arp rules 1, defaults 2, entries 2, ftns 2, "
+                   "interfaces 2, next hops 1, pw groups 1, vpws 2"},
+    {"l2vpn switch 23 standby",
+     "mirror vpws-out+ 100 10.9.0.1 uses standby; mirror vpws-out+ 101 10.9.0.2 uses standby"},
+    {"show vpws-out", "= ...; = 100    10.9.0.1  chip   500    primary  101 10.9.0.2  23     no; "
+                      "= 101    10.9.0.2  chip   501    standby  100 10.9.0.1  23     yes"},
+    {"l2vpn vpws out add vc-id 102 peer 10.9.0.2 label 502 sibling 100 10.9.0.1 standby"},
+    {"why vpws 102", "= pseudowire 102 to 10.9.0.2 sends label 502: waits for the place that "
+                     "pseudowire 101 to 10.9.0.2 has, its way in"},
+    {"vlan port 200 4 trunk 2", "error a port or a trunk, not both"},
+    {"why vpws 100", "= vlanif200 is the circuit of pseudowire 100: in the chip; = ...; = ..."},
+    {"neigh del {a}"},
+    {"chip refuse vpws 9 code 5"},
+    {"neigh add {a}"},
+    {"show vpws-out", "= ...; = 100    10.9.0.1  refused 5  500    primary...; = ...; = ..."},
+    {"why vpws 101",
+     "= pseudowire 101 to 10.9.0.2 sends label 501: waits for the chip, which refused it with 5; "
+     "= ..."},
     {"l2vpn switch 99 standby", ""},
-    {"l2vpn vpws unbind vlanif200", "mirror vpws-ac- vlanif200 waits"},
+    {"l2vpn vpws unbind vlanif200",
+     "mirror vpws-out+ 100 10.9.0.1 waits uses standby; "
+     "mirror vpws-out+ 101 10.9.0.2 waits uses standby; mirror vpws-ac- vlanif200 waits"},
     {"l2vpn vpws in del vc-id 100 peer 10.9.0.1", "mirror vpws-in- 100 10.9.0.1 waits"},
     {"why vpws 100", "= pseudowire 100 to 10.9.0.1 sends label 500: waits for an attachment "
-                     "circuit, its way in, the label path..."},
-    {"l2vpn vpws out del vc-id 100 peer 10.9.0.1", "mirror vpws-out- 100 10.9.0.1 waits"},
+                     "circuit, its way in"},
+    {"l2vpn vpws out del vc-id 100 peer 10.9.0.1",
+     "mirror vpws-out- 100 10.9.0.1 waits uses standby"},
 };
 
 ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){

@@ -33,7 +33,9 @@ protected:
               "route add 10.6.0.0/16 dev tunnel1", "bfd add 100 via 10.1.1.2 remote 200",
               "vlan port 100 5", "l2vpn vpws bind vlanif100 vc-id 7",
               "l2vpn vpws out add vc-id 7 peer 10.9.0.1 label 500 dev vlanif100 ac vlanif100",
-              "l2vpn vpws in add vc-id 7 peer 10.9.0.1 label 600 dev vlanif100 ac vlanif100"})
+              "l2vpn vpws in add vc-id 7 peer 10.9.0.1 label 600 dev vlanif100 ac vlanif100",
+              "l2vpn vpws out add vc-id 8 peer 10.9.0.1 label 501 sibling 7 10.9.0.1 standby",
+              "mpls ftn add 10.9.0.1/32 encap mpls 100 via 10.1.1.2"})
             EXPECT_EQ(run(command).text, "") << command;
     }
 
@@ -176,6 +178,11 @@ TEST_F(Laws, TellRecordsThatTheChipOrEachOtherContradict) {
     EXPECT_GE(broken(law, one.host_index[0], -1), 1u);
     EXPECT_GE(broken(law, one.sdk_index, int(host.sdk_index)), 2u);
     EXPECT_GE(broken(law, standard.sdk_index, 0), 1u) << "outside, and the CPU has not its place";
+    EXPECT_GE(broken(law, changeable(dpm_api_get_vpws_acif_first()).flags, 2), 1u);
+    auto &way = changeable(dpm_api_get_vpws_vc_fib_first());
+    auto &way_in = changeable(dpm_api_get_vpws_vc_ilm_first());
+    EXPECT_GE(broken(law, way.vc_peer[3], 9), 1u) << "no label path";
+    EXPECT_GE(broken(law, way_in.flags, 2), 2u) << "and not on its list";
     const auto &users = master().chip.users<chip::kinds::nexthop>();
     EXPECT_EQ(broken(law, changeable(&users.begin()->second), 9), 1u);
 

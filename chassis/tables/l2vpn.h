@@ -87,6 +87,19 @@ void compare_way_in(const auto &way_in, const WayOut *way_out, const std::string
         wanted.differ(name + " waits and is not on the list, or the other way round");
 }
 
+// What the chip has of a pseudowire, whose frames come with this label.
+chip::Wire wire_of(const auto &way_out, std::uint32_t in_label) {
+    return {in_label,
+            way_out.out_label,
+            {way_out.path_nhid, way_out.path_id},
+            way_out.c_word,
+            way_out.pw_mode};
+}
+inline chip::Ipv4 chip_peer(const auto &pseudowire) {
+    const std::uint8_t(&peer)[16] = pseudowire.vc_peer;
+    return {peer[0], peer[1], peer[2], peer[3]};
+}
+
 // What someone waits for who has all that he needs.
 inline std::string refusal_of(const auto &entry) {
     return entry.sdk_result != 0

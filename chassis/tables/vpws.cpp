@@ -6,6 +6,7 @@
 // group.
 
 #include "chassis/tables/l2vpn.h"
+#include "platform/dal.h"
 
 namespace chassis::tables {
 
@@ -25,6 +26,7 @@ struct Pseudowires {
 
     struct Circuit {
         const dpm_vpws_acif *acif = nullptr; // of several the first by name
+        const dpm_vpws_acif *in_chip = nullptr;
         const dpm_vpws_vc_fib *primary = nullptr, *standby = nullptr;
         std::vector<const dpm_vpws_vc_fib *> ways; // these, and what waits for their place
     };
@@ -55,9 +57,11 @@ bool names(const dpm_vpws_vc_fib &standby, const dpm_vpws_vc_fib &primary) {
 
 Pseudowires::Pseudowires(const Reading &) {
     vpws_ac.each([this](const dpm_vpws_acif &acif) {
-        const dpm_vpws_acif *&first = circuits[acif.vc_id].acif;
-        if (!first || std::string_view(acif.ifname) < first->ifname)
-            first = &acif;
+        Circuit &circuit = circuits[acif.vc_id];
+        if (!circuit.acif || std::string_view(acif.ifname) < circuit.acif->ifname)
+            circuit.acif = &acif;
+        if (is_programmed(acif))
+            circuit.in_chip = &acif;
     });
     vpws_out.each([this](const dpm_vpws_vc_fib &way) {
         out[{way.vc_id, address_bytes(DPM_FAMILY_IPV4, way.vc_peer)}] = &way;
@@ -152,6 +156,41 @@ void compare_circuit(const dpm_vpws_acif &acif, Wanted &wanted) {
         wanted.differ("circuit " + std::string(acif.ifname) + " is not where its pseudowires are");
 }
 
+chip::VlanSet vlans_of(const dpm_vpws_acif &acif) {
+    chip::VlanSet set;
+    for (unsigned bit = 0; bit < 8 * sizeof acif.vlans; bit++)
+        if (acif.vlans[bit / 8] >> bit % 8 & 1)
+            set.add(std::uint16_t(bit + 1));
+    return set;
+}
+
+chip::Circuit chip_circuit(const dpm_vpws_acif &acif) {
+    return {acif.port,     acif.port_vlan,   acif.svlan_id,    acif.svlan_tpid,
+            acif.cvlan_id, acif.action_vlan, acif.vlan_action, acif.matchRule};
+}
+
+std::uint32_t role_of(const dpm_vpws_vc_fib &way) {
+    return is_standby(way) ? DAL_PW_STANDBY : DAL_PW_PRIMARY;
+}
+
+// The chip has a pseudowire with its circuit and both its ways; a group uses one of two.
+void want_pseudowire(const dpm_vpws_vc_fib &way, Wanted &wanted) {
+    const Pseudowires &pseudowires = wanted.reading.made<Pseudowires>();
+    const dpm_vpws_acif *const acif = pseudowires.circuit(circuit_of(way)).in_chip;
+    const dpm_vpws_vc_ilm *const in = Pseudowires::find(pseudowires.in, way.vc_id, way.vc_peer);
+    if (!is_programmed(way))
+        return;
+    if (!acif || !in)
+        return wanted.differ(name_of(way) + " is in the chip without circuit or way in");
+    wanted.want<kinds::vpws>({way.vc_id, chip_peer(way)},
+                             chip::Vpws{chip_circuit(*acif), wire_of(way, in->in_label),
+                                        role_of(way), way.ac_nhid, way.pw_nhid, way.aps_id,
+                                        vlans_of(*acif)});
+    if (way.aps_id != 0)
+        wanted.want<kinds::pw_group>(way.aps_id,
+                                     way.switched != 0 ? DAL_PW_STANDBY : DAL_PW_PRIMARY);
+}
+
 std::vector<Place> place_of(const auto &way, std::uint32_t vc_id) {
     return {{0, peer_of(way), vc_id}};
 }
@@ -232,6 +271,7 @@ const TableOf<dpm_vpws_vc_fib> vpws_out{
     .in_chip =
         [](auto &way, Wanted &wanted) {
             compare_service(way, name_of(way), missing_of(way, wanted.reading), wanted);
+            want_pseudowire(way, wanted);
         },
     .waits_for = [](auto &way, auto &reading) { return waits_for(way, reading); },
     .why =

@@ -8,6 +8,8 @@ namespace ctl::server {
 namespace {
 
 std::string plural(std::string_view name) {
+    if (name.ends_with('s'))
+        return std::string(name);
     const bool is_y = name.ends_with('y') && !name.ends_with("ey"); // port keys
     return std::string(name.substr(0, name.size() - is_y)) + (is_y ? "ies" : "s");
 }
