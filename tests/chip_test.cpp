@@ -281,6 +281,7 @@ TEST_F(ChipL2vpn, LineCardsHaveAllThatChangesUntilItIsGone) {
     Chip line_cards;
     for (const Change &change : chip.forwarding())
         EXPECT_TRUE(line_cards.apply(change));
+    EXPECT_EQ(line_cards.new_index(), chip.new_index()) << "none is handed out twice";
     chip.observe([&](const Change &change) { EXPECT_TRUE(line_cards.apply(change)); });
     const Vpws old = chip.held<kinds::vpws>().at({2, {9}});
     EXPECT_EQ(update_vpws(2, 703, on(6, 0, 0)), 0);

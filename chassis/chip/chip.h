@@ -141,7 +141,9 @@ public:
         return objects<Kind>().excused.contains(key);
     }
     Index new_index() { return next_index_++; }
-    void take_index(Index index) { next_index_ = std::max(next_index_, index + 1); } // another's
+    void take_index(Index index) { // another's
+        next_index_ = std::max(next_index_, std::min(index, last_index) + 1);
+    }
     // The name of the kind of an object that the value names and that is not there, or nothing.
     template <class Kind> std::string_view lacking(const typename Kind::Value &value) const;
 

@@ -65,6 +65,8 @@ struct Kind {
     static bool is_valid(const auto &, const auto &) { return true; }
     // Calls `visit` with the Use of each object that a value names.
     static void uses(const auto &, const auto &) {}
+    // Calls `visit` with each index that the chip answered and that stands in a value.
+    static void indexes(const auto &, const auto &) {}
 
     static std::string value_text(Nothing) { return "on"; }
 };
@@ -95,6 +97,7 @@ struct interface : Kind { // of a VLAN
     static constexpr std::string_view name = "interface";
     static constexpr bool outlives_card = false;
     static bool is_unheard(const Value &) { return true; }
+    static void indexes(const Value &value, const auto &visit) { visit(value.id); }
     static std::string key_text(Key vlan) { return "vlan " + std::to_string(vlan); }
     static std::string value_text(const Value &value);
 };
@@ -140,6 +143,9 @@ struct ftn : Kind { // prefix to labels
     static constexpr bool is_pinned = true;
     static Name name_of(const Value &value) { return {value.nhid, value.tunnel_id}; }
     static bool is_valid(const Key &key, const Value &);
+    static void indexes(const Value &value, const auto &visit) {
+        visit(value.nhid), visit(value.tunnel_id);
+    }
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);
 };
@@ -149,6 +155,9 @@ struct ilm : Kind { // incoming label
     using Value = Ilm;
     static constexpr std::string_view name = "ilm";
     static bool is_valid(Key label, const Value &value);
+    static void indexes(const Value &value, const auto &visit) {
+        visit(value.nhid), visit(value.tunnel_id);
+    }
     static std::string key_text(Key label) { return "label " + std::to_string(label); }
     static std::string value_text(const Value &value);
 };
@@ -179,6 +188,9 @@ struct vpws : Kind { // a circuit's frames over a pseudowire, and back
         if (value.aps_id != 0)
             visit(Use<pw_group>{value.aps_id});
     }
+    static void indexes(const Value &value, const auto &visit) {
+        visit(value.ac_nhid), visit(value.pw_nhid);
+    }
     static std::vector<Match> matches(const Key &, const Value &value);
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);
@@ -199,6 +211,9 @@ struct vpls_ac : Kind { // its circuit
     static constexpr std::string_view name = "vpls circuit";
     static constexpr bool is_ambiguous = true;
     static void uses(const Value &value, const auto &visit) { visit(Use<vpls>{value.vpls_id}); }
+    static void indexes(const Value &value, const auto &visit) {
+        visit(value.nhid), visit(value.logic_port);
+    }
     static std::vector<Match> matches(const Key &key, const Value &);
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);
@@ -212,6 +227,9 @@ struct vpls_pw : Kind { // its pseudowire
     static void uses(const Value &value, const auto &visit) {
         visit(Use<vpls>{value.vpls_id});
         visit(Use<ftn>{value.wire.path});
+    }
+    static void indexes(const Value &value, const auto &visit) {
+        visit(value.nhid), visit(value.logic_port);
     }
     static std::string key_text(const Key &key);
     static std::string value_text(const Value &value);

@@ -122,7 +122,8 @@ template <class Value> void Chip::lose(const Value &value) {
 template <class Kind>
 void Chip::keep(const typename Kind::Key &key, const typename Kind::Value &value) {
     if constexpr (Kind::is_indexed)
-        next_index_ = std::max(next_index_, key + 1);
+        take_index(key);
+    Kind::indexes(value, [this](Index index) { take_index(index); });
     Objects<Kind> &own = objects<Kind>();
     const auto [place, is_new] = own.held.try_emplace(key, value);
     if (!is_new) {
