@@ -463,6 +463,13 @@ ROWS(PseudowireCommands, AskForWhatTheirWordsSayAndTellWhatIsMissing, .families 
      "mirror vpws-out+ 100 10.9.0.1 uses standby; mirror vpws-out+ 101 10.9.0.2 uses standby"},
     {"show vpws-out", "= ...; = 100    10.9.0.1  chip   500    primary  101 10.9.0.2  23     no; "
                       "= 101    10.9.0.2  chip   501    standby  100 10.9.0.1  23     yes"},
+    {"chip trace frame port 5 vlan 7 from {m1} to {m2}",
+     "= group 23 uses its standby; = vc 101 peer 10.9.0.2: push 501 ttl 255 exp 0; "
+     "= label entry vrf 0 10.9.0.2/32: push 101 ttl 255 exp 0; = out of port 1 vlan 100 to {m1} "
+     "with label 101 ttl 255 exp 0, label 501 ttl 255 exp 0, frame from {m1} to {m2} vlan 7"},
+    {"chip trace frame label 600 from {m2} to {m1}",
+     "= incoming label 600: pop, of vc 100 peer 10.9.0.1; "
+     "= out of port 5 with frame from {m2} to {m1} vlan 7"},
     {"l2vpn vpws out add vc-id 102 peer 10.9.0.2 label 502 sibling 100 10.9.0.1 standby"},
     {"why vpws 102", "= pseudowire 102 to 10.9.0.2 sends label 502: waits for the place that "
                      "pseudowire 101 to 10.9.0.2 has, its way in"},
