@@ -222,6 +222,10 @@ void check_trees(Lines &lines) {
         TREE(g_dpm_vpn.vpws_vc_ilm_tree), TREE(g_dpm_index.vpws_acif_by_vc),
         TREE(g_dpm_index.vpws_acif_by_port), TREE(g_dpm_index.vpws_vc_fib_by_peer),
         TREE(g_dpm_index.vpws_vc_fib_by_circuit),
+        TREE(g_dpm_vpn.vpls_vsi_tree), TREE(g_dpm_vpn.vpls_acif_tree),
+        TREE(g_dpm_vpn.vpls_vc_fib_tree), TREE(g_dpm_vpn.vpls_vc_ilm_tree),
+        TREE(g_dpm_index.vpls_acif_by_vsi), TREE(g_dpm_index.vpls_acif_by_port),
+        TREE(g_dpm_index.vpls_vc_fib_by_peer),
         TREE(g_dpm_index.ipv4_routes.by_gateway), TREE(g_dpm_index.ipv6_routes.by_gateway),
         TREE(g_ipmc_global.ipv4_tree), TREE(g_ipmc_global.ipv6_tree),
         TREE(g_ipmc_global.ipv4_rx_tree), TREE(g_ipmc_global.ipv6_rx_tree),
@@ -338,6 +342,9 @@ Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     std::size_t held = at_start + extra + blocks_of_interfaces() + dpm::if_announced_count();
     held += 3 * g_dpm_global.policy_route_tree.numnodes; // each with its buffers
     held += multicast::blocks();
+    held += g_dpm_vpn.vpls_vsi_tree.numnodes + g_dpm_vpn.vpls_acif_tree.numnodes +
+            g_dpm_vpn.vpls_vc_fib_tree.numnodes +
+            g_dpm_vpn.vpls_vc_ilm_tree.numnodes; // not among the shown tables yet
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
     for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
         held += index->by_gateway.numnodes + (index->by_network != nullptr);

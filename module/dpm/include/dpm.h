@@ -100,6 +100,9 @@ struct dpm_index {
     dpm_avl_tree vpws_acif_by_port;
     dpm_avl_tree vpws_vc_fib_by_peer;
     dpm_avl_tree vpws_vc_fib_by_circuit;
+    dpm_avl_tree vpls_acif_by_vsi;
+    dpm_avl_tree vpls_acif_by_port;
+    dpm_avl_tree vpls_vc_fib_by_peer;
     std::uint64_t label_waits; // label entries that came to wait so far
     dpm_route_index ipv4_routes;
     dpm_route_index ipv6_routes;

@@ -1111,6 +1111,18 @@ struct dpm_ipmc_settings {
     ROW(dpm_vpws_vc_ilm_add_sync_receive,         struct dpm_vpws_vc_ilm,       ENTRY)  \
     ROW(dpm_vpws_vc_ilm_del_sync_receive,         struct dpm_vpws_vc_ilm,       ENTRY)  \
     ROW(dpm_vpws_vc_ilm_sync_all_receive,         struct dpm_vpws_vc_ilm,       TABLE)  \
+    ROW(dpm_vpls_vsi_add_sync_receive,            struct dpm_vpls_vsi,          ENTRY)  \
+    ROW(dpm_vpls_vsi_del_sync_receive,            struct dpm_vpls_vsi,          ENTRY)  \
+    ROW(dpm_vpls_vsi_sync_all_receive,            struct dpm_vpls_vsi,          TABLE)  \
+    ROW(dpm_vpls_acif_add_sync_receive,           struct dpm_vpls_acif,         ENTRY)  \
+    ROW(dpm_vpls_acif_del_sync_receive,           struct dpm_vpls_acif,         ENTRY)  \
+    ROW(dpm_vpls_acif_sync_all_receive,           struct dpm_vpls_acif,         TABLE)  \
+    ROW(dpm_vpls_vc_fib_add_sync_receive,         struct dpm_vpls_vc_fib,       ENTRY)  \
+    ROW(dpm_vpls_vc_fib_del_sync_receive,         struct dpm_vpls_vc_fib,       ENTRY)  \
+    ROW(dpm_vpls_vc_fib_sync_all_receive,         struct dpm_vpls_vc_fib,       TABLE)  \
+    ROW(dpm_vpls_vc_ilm_add_sync_receive,         struct dpm_vpls_vc_ilm,       ENTRY)  \
+    ROW(dpm_vpls_vc_ilm_del_sync_receive,         struct dpm_vpls_vc_ilm,       ENTRY)  \
+    ROW(dpm_vpls_vc_ilm_sync_all_receive,         struct dpm_vpls_vc_ilm,       TABLE)  \
     ROW(dpm_ipmc_api_slave_group_create,          struct dpm_ipmc_group_image,  ENTRY)  \
     ROW(dpm_ipmc_api_slave_group_destroy,         struct dpm_ipmc_group_image,  ENTRY)  \
     ROW(dpm_ipmc_api_slave_group_member_add,      struct dpm_ipmc_member_image, ENTRY)  \

@@ -177,7 +177,8 @@ struct dpm_vpls_acif {
     uint16_t cvlan_id;    /* inner tag; 0: any */
     uint32_t vlan_action; /* the suite's number */
     uint8_t flags;        /* DPM_LABEL_* */
-    uint8_t opaque[6];
+    uint16_t port_vlan;   /* VLAN of the interface, as the chip was told; 0: not there */
+    uint8_t opaque[4];
     int32_t sdk_result;  /* last failure of the driver; 0: none */
     uint32_t nhid;       /* the chip's; 0: not programmed */
     uint32_t logic_port; /* the chip's */

@@ -22,6 +22,7 @@
 #include "dpm_route.h"
 #include "dpm_tunnel.h"
 #include "dpm_vpn.h"
+#include "dpm_vpls.h"
 #include "dpm_vpws.h"
 #include "dpm_vrf.h"
 #include "platform/hal.h"
@@ -92,7 +93,7 @@ void create_tables() {
     dpm::route_notify_register(dpm_tunnel_route_notify);
     for (const dpm::if_follower *follower :
          {&dpm::hosts_on_interfaces, &dpm::routes_on_interfaces, &dpm::labels_on_interfaces,
-          &dpm::mpls_ifs_on_interfaces, &dpm::vpws_on_interfaces,
+          &dpm::mpls_ifs_on_interfaces, &dpm::vpws_on_interfaces, &dpm::vpls_on_interfaces,
           &dpm::bfd_sessions_on_interfaces, &dpm::policy_routes_on_interfaces,
           &dpm::multicast_on_interfaces})
         dpm::if_follower_register(*follower);

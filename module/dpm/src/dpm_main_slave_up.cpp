@@ -22,6 +22,7 @@
 #include "dpm_slot.h"
 #include "dpm_trace.h"
 #include "dpm_tunnel.h"
+#include "dpm_vpls.h"
 #include "dpm_vpn_l2vpn.h"
 #include "dpm_vrf.h"
 
@@ -184,6 +185,7 @@ int dpm_slave_to_master_process() {
     dpm::tunnels_take_over();
     dpm::labels_ask();
     dpm::vpws_ask();
+    (void)dpm_vpls_acif_slave_to_master_process();
     (void)dpm_bfd_slave_to_master_pro();
     dpm::policy_routes_ask();
     (void)dpm_ipmc_slave_to_master_pro();

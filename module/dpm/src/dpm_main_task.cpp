@@ -11,6 +11,7 @@
 #include "dpm_ipmc_global.h"
 #include "dpm_locks.h"
 #include "dpm_msg.h"
+#include "dpm_vpls.h"
 #include "platform/host.h"
 #include "platform/uv.h"
 

@@ -76,6 +76,22 @@
     ROW ( 49, DPM_MSG_VPWS_VCILM_DEL,              dpm_task_msg_vpws_vcilm_del_pro,              dpm_mpls_vpws_vc_ilm_del,                dpm_vpws_vc_ilm_msg,   body)    \
     ROW ( 50, DPM_MSG_SYNC_VPWS_VCILM_ADD,         dpm_task_msg_sync_vpws_vcilm_add_pro,         dpm_vpws_vc_ilm_add_sync_process,        dpm_vpws_vc_ilm,       body)    \
     ROW ( 51, DPM_MSG_SYNC_VPWS_VCILM_DEL,         dpm_task_msg_sync_vpws_vcilm_del_pro,         dpm_vpws_vc_ilm_del_sync_process,        dpm_vpws_vc_ilm,       body)    \
+    CALL( 52, DPM_MSG_VPLS_VSI_ADD,                                                              dpm_mpls_vpls_vsi_add,                                          owned)   \
+    CALL( 53, DPM_MSG_VPLS_VSI_DEL,                                                              dpm_mpls_vpls_vsi_del,                                          owned)   \
+    ROW ( 54, DPM_MSG_SYNC_VPLS_VSI_ADD,           dpm_task_msg_sync_vpls_vsi_add_pro,           dpm_vpls_vsi_add_sync_process,           dpm_vpls_vsi,          body)    \
+    ROW ( 55, DPM_MSG_SYNC_VPLS_VSI_DEL,           dpm_task_msg_sync_vpls_vsi_del_pro,           dpm_vpls_vsi_del_sync_process,           dpm_vpls_vsi,          body)    \
+    ROW ( 56, DPM_MSG_VPLS_ACIF_BIND,              dpm_task_msg_vpls_acif_bind_pro,              dpm_mpls_vpls_acif_bind,                 dpm_vpls_acif_msg,     body)    \
+    ROW ( 57, DPM_MSG_VPLS_ACIF_UNBIND,            dpm_task_msg_vpls_acif_unbind_pro,            dpm_mpls_vpls_acif_unbind,               dpm_vpls_acif_msg,     body)    \
+    ROW ( 58, DPM_MSG_SYNC_VPLS_ACIF_ADD,          dpm_task_msg_sync_vpls_acif_add_pro,          dpm_vpls_acif_add_sync_process,          dpm_vpls_acif,         body)    \
+    ROW ( 59, DPM_MSG_SYNC_VPLS_ACIF_DEL,          dpm_task_msg_sync_vpls_acif_del_pro,          dpm_vpls_acif_del_sync_process,          dpm_vpls_acif,         body)    \
+    ROW ( 60, DPM_MSG_VPLS_VCFIB_ADD,              dpm_task_msg_vpls_vcfib_add_pro,              dpm_mpls_vpls_vc_fib_add,                dpm_vpls_vc_fib_msg,   body)    \
+    ROW ( 61, DPM_MSG_VPLS_VCFIB_DEL,              dpm_task_msg_vpls_vcfib_del_pro,              dpm_mpls_vpls_vc_fib_del,                dpm_vpls_vc_fib_msg,   body)    \
+    ROW ( 62, DPM_MSG_SYNC_VPLS_VCFIB_ADD,         dpm_task_msg_sync_vpls_vcfib_add_pro,         dpm_vpls_vc_fib_add_sync_process,        dpm_vpls_vc_fib,       body)    \
+    ROW ( 63, DPM_MSG_SYNC_VPLS_VCFIB_DEL,         dpm_task_msg_sync_vpls_vcfib_del_pro,         dpm_vpls_vc_fib_del_sync_process,        dpm_vpls_vc_fib,       body)    \
+    ROW ( 64, DPM_MSG_VPLS_VCILM_ADD,              dpm_task_msg_vpls_vcilm_add_pro,              dpm_mpls_vpls_vc_ilm_add,                dpm_vpls_vc_ilm_msg,   body)    \
+    ROW ( 65, DPM_MSG_VPLS_VCILM_DEL,              dpm_task_msg_vpls_vcilm_del_pro,              dpm_mpls_vpls_vc_ilm_del,                dpm_vpls_vc_ilm_msg,   body)    \
+    ROW ( 66, DPM_MSG_SYNC_VPLS_VCILM_ADD,         dpm_task_msg_sync_vpls_vcilm_add_pro,         dpm_vpls_vc_ilm_add_sync_process,        dpm_vpls_vc_ilm,       body)    \
+    ROW ( 67, DPM_MSG_SYNC_VPLS_VCILM_DEL,         dpm_task_msg_sync_vpls_vcilm_del_pro,         dpm_vpls_vc_ilm_del_sync_process,        dpm_vpls_vc_ilm,       body)    \
     ROW ( 68, DPM_MSG_PW_REDUNDANCY_GROUP_SWITCH,  dpm_task_msg_pw_redundancy_group_switch_pro,  dpm_pw_redundancy_group_switch,          dpm_pw_switch_msg,     body)    \
     CALL( 69, DPM_MSG_PORT_DOWN,                                                                 dpm_host_port_down,                                             port)    \
     CALL( 70, DPM_MSG_PORT_UP,                                                                   dpm_host_port_up,                                               port)    \

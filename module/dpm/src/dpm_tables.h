@@ -42,7 +42,15 @@
     ROW(mirrored_vpws_vc_fibs, dpm_vpws_vc_fib,                                                   \
         dpm_vpws_vc_fib_add_sync_send, dpm_vpws_vc_fib_del_sync_send, dpm_vpws_sync_all_send)     \
     ROW(mirrored_vpws_vc_ilms, dpm_vpws_vc_ilm,                                                   \
-        dpm_vpws_vc_ilm_add_sync_send, dpm_vpws_vc_ilm_del_sync_send, dpm_vpws_sync_all_send)
+        dpm_vpws_vc_ilm_add_sync_send, dpm_vpws_vc_ilm_del_sync_send, dpm_vpws_sync_all_send)     \
+    ROW(mirrored_vpls_vsis, dpm_vpls_vsi,                                                         \
+        dpm_vpls_vsi_add_sync_send, dpm_vpls_vsi_del_sync_send, dpm_vpls_vsi_sync_all_send)       \
+    ROW(mirrored_vpls_acifs, dpm_vpls_acif,                                                       \
+        dpm_vpls_acif_add_sync_send, dpm_vpls_acif_del_sync_send, dpm_vpls_acif_sync_all_send)    \
+    ROW(mirrored_vpls_vc_fibs, dpm_vpls_vc_fib,                                                   \
+        dpm_vpls_vc_fib_add_sync_send, dpm_vpls_vc_fib_del_sync_send, dpm_vpls_pw_sync_all_send)  \
+    ROW(mirrored_vpls_vc_ilms, dpm_vpls_vc_ilm,                                                   \
+        dpm_vpls_vc_ilm_add_sync_send, dpm_vpls_vc_ilm_del_sync_send, dpm_vpls_pw_sync_all_send)
 
 // Those behind the multicast groups.
 #define DPM_LAST_TABLES(ROW)                                                                      \

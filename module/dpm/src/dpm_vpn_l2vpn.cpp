@@ -3,6 +3,7 @@
 
 #include "dpm_bridge.h"
 #include "dpm_events.h"
+#include "dpm_vpls_service.h"
 #include "dpm_vpws_service.h"
 
 namespace {
@@ -14,6 +15,8 @@ int settle_to(const std::uint8_t *fec, const std::uint8_t *leaving = nullptr) {
     dpm::each_to_peer<dpm::vpws_vc_fib_kind>(fec, [&](const dpm_vpws_vc_fib &fib) {
         (void)dpm::vpws_settle(dpm::circuit_of(fib), {.neighbour = leaving});
     });
+    dpm::each_to_peer<dpm::vpls_vc_fib_kind>(
+        fec, [&](dpm_vpls_vc_fib &fib) { (void)dpm::vpls_settle(fib, {.neighbour = leaving}); });
     return 0;
 }
 
@@ -38,5 +41,9 @@ int dpm_vpn_trunk_func(std::uint32_t trunk_id) {
     for (const std::uint32_t port : {std::uint32_t{0}, dpm::trunk_port(trunk_id)})
         dpm::each_on_port<dpm::vpws_acif_kind>(
             port, [](const dpm_vpws_acif &acif) { (void)dpm::vpws_update(acif.vc_id); });
+    dpm::each_on_port<dpm::vpls_acif_kind>(
+        dpm::trunk_port(trunk_id), [](dpm_vpls_acif &acif) { (void)dpm::vpls_tell_anew(acif); });
+    dpm::each_on_port<dpm::vpls_acif_kind>(
+        0, [](dpm_vpls_acif &acif) { (void)dpm::vpls_settle(acif); });
     return 0;
 }
