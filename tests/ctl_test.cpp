@@ -493,6 +493,45 @@ ROWS(PseudowireCommands, AskForWhatTheirWordsSayAndTellWhatIsMissing, .families 
      "mirror vpws-out- 100 10.9.0.1 waits uses standby"},
 };
 
+ROWS(PseudowireCommands, MakeAVirtualBridgeAndTellWhatIsMissing, .families = {4},
+     .roles = mirroring, .see = "mirror"){
+    {"l2vpn vpls bind vlanif300 vpls 7", "error unknown interface 'vlanif300'"},
+    {"l2vpn vpls add 65536", "error column..."},
+    {"l2vpn vpls bind vlanif200 vpls 7 svlan 9", "mirror vpls-ac+ vlanif200 waits"},
+    {"l2vpn vpls out add vpls 7 peer 10.9.0.1 label 700 spoke vc-id 3 dev vlanif100",
+     "mirror vpls-out+ 7 10.9.0.1 waits"},
+    {"why vpls 7", "= vlanif200 is a circuit of vpls 7: waits for vpls 7, a port of vlanif200; "
+                   "= pseudowire of vpls 7 to 10.9.0.1 sends label 700: waits for vpls 7, its way "
+                   "in, a label path to 10.9.0.1"},
+    {"chip refuse vpls 1 code 5"},
+    {"l2vpn vpls add 7", "mirror vpls+ 7 waits; mirror vpls+ 7 waits"},
+    {"show vpls", "= VPLS  STATE      FID; = 7     refused 5  7"},
+    {"why vpls 7 peer 10.9.0.2",
+     "= vpls 7: waits for the chip, which refused it with 5; = vlanif200 is a circuit of vpls 7: "
+     "waits for vpls 7, which waits for the chip, which refused it with 5, a port of vlanif200"},
+    {"l2vpn vpls add 7", "mirror vpls+ 7"},
+    {"vlan port 200 trunk 5", "mirror vpls-ac+ vlanif200"},
+    {"l2vpn vpls in add vpls 7 peer 10.9.0.1 label 800", "mirror vpls-in+ 7 10.9.0.1 waits"},
+    {"mpls ftn add 10.9.0.1/32 encap mpls 100 via {a}"},
+    {"why vpls 7 peer 10.9.0.1",
+     "= vpls 7: in the chip; = vlanif200 is a circuit of vpls 7: in the chip; = pseudowire of vpls "
+     "7 to 10.9.0.1 sends label 700: waits for the label path to 10.9.0.1, which...; = ..."},
+    {"neigh add {a}", "mirror nexthop+ n1; mirror host+ {a}; mirror ftn+ 10.9.0.1; "
+                      "mirror vpls-out+ 7 10.9.0.1; mirror vpls-in+ 7 10.9.0.1"},
+    {"show vpls-ac", "= INTERFACE  VPLS  STATE  PORT  SVLAN  CVLAN; "
+                     "= vlanif200  7     chip   95    9      0"},
+    {"show vpls-out", "= VPLS  PEER      STATE  LABEL  SPOKE; = 7     10.9.0.1  chip   700    yes"},
+    {"show vpls-in", "= VPLS  PEER      STATE  LABEL  INTERFACE; "
+                     "= 7     10.9.0.1  chip   800    -"},
+    {"chip check", "= chip and tables agree: arp rules 1, defaults 2, entries 2, ftns 1, "
+                   "interfaces 2, next hops 1, vpls 1, vpls circuits 1, vpls pws 1"},
+    {"l2vpn vpls del 7", ""},
+    {"l2vpn vpls unbind vlanif200"},
+    {"l2vpn vpls out del vpls 7 peer 10.9.0.1"},
+    {"l2vpn vpls in del vpls 7 peer 10.9.0.1"},
+    {"l2vpn vpls del 7", "mirror vpls- 7 waits"},
+};
+
 ROWS(RouteCommands, SayWhatStandsInARoutesPlace, .roles = alone, .see = ""){
     {"neigh add {a}"},
     {"route add {net} via {a}"},

@@ -22,7 +22,7 @@ class Laws : public rig::Shelf {
 protected:
     void SetUp() override {
         for (const char *command :
-             {"vrf enable 7", "vrf disable 8", "if add vlanif100",
+             {"vrf enable 7", "vrf disable 8", "if add vlanif200", "if add vlanif100",
               "addr add 10.1.1.1/24 dev vlanif100", "neigh add 10.1.1.2 port 1",
               "neigh add 10.1.1.3 port 2", "neigh add 10.1.1.4 port 3", "neigh add fd00::2 port 1",
               "route add 10.2.0.0/16 via 10.1.1.2 via 10.1.1.3 via 10.1.1.9",
@@ -35,7 +35,10 @@ protected:
               "l2vpn vpws out add vc-id 7 peer 10.9.0.1 label 500 dev vlanif100 ac vlanif100",
               "l2vpn vpws in add vc-id 7 peer 10.9.0.1 label 600 dev vlanif100 ac vlanif100",
               "l2vpn vpws out add vc-id 8 peer 10.9.0.1 label 501 sibling 7 10.9.0.1 standby",
-              "mpls ftn add 10.9.0.1/32 encap mpls 100 via 10.1.1.2"})
+              "mpls ftn add 10.9.0.1/32 encap mpls 100 via 10.1.1.2",
+              "vlan port 200 6", "l2vpn vpls add 7", "l2vpn vpls bind vlanif200 vpls 7",
+              "l2vpn vpls out add vpls 7 peer 10.9.0.1 label 700 dev vlanif100",
+              "l2vpn vpls in add vpls 7 peer 10.9.0.1 label 800 dev vlanif100"})
             EXPECT_EQ(run(command).text, "") << command;
     }
 
@@ -88,7 +91,11 @@ TEST_F(Laws, CompareEveryByteOfAMirroredRecordButWhatIsTheCardsOwn) {
         {"ilm", sizeof(list_head) + sizeof(dpm_ilm::sdk_result)},
         {"vpws-ac", 0},
         {"vpws-out", sizeof(list_head)},
-        {"vpws-in", sizeof(list_head)}};
+        {"vpws-in", sizeof(list_head)},
+        {"vpls", 0},
+        {"vpls-ac", 0},
+        {"vpls-out", sizeof(list_head)},
+        {"vpls-in", sizeof(list_head)}};
     for (const tables::Table &table : tables::all()) {
         if (!table.is_mirrored || table.name.starts_with("mroute")) // made while they are read
             continue;
@@ -179,6 +186,9 @@ TEST_F(Laws, TellRecordsThatTheChipOrEachOtherContradict) {
     EXPECT_GE(broken(law, one.sdk_index, int(host.sdk_index)), 2u);
     EXPECT_GE(broken(law, standard.sdk_index, 0), 1u) << "outside, and the CPU has not its place";
     EXPECT_GE(broken(law, changeable(dpm_api_get_vpws_acif_first()).flags, 2), 1u);
+    EXPECT_GE(broken(law, changeable(dpm_api_get_vpls_vsi_first()).flags, 2), 3u) << "all of it";
+    EXPECT_GE(broken(law, changeable(dpm_api_get_vpls_acif_first()).flags, 2), 2u);
+    EXPECT_GE(broken(law, changeable(dpm_api_get_vpls_vc_ilm_first()).vc_peer[3], 9), 1u);
     auto &way = changeable(dpm_api_get_vpws_vc_fib_first());
     auto &way_in = changeable(dpm_api_get_vpws_vc_ilm_first());
     EXPECT_GE(broken(law, way.vc_peer[3], 9), 1u) << "no label path";

@@ -44,6 +44,7 @@ enum class Kind {
 #define CTL_ILM "LABEL [as LABEL] [via FAMILY IP] [dev NAME] [vrf VRF] [fec DEST] ..."
 
 #define CTL_PSEUDOWIRE "{vc-id VCID} {peer PEER}"
+#define CTL_BRIDGE_PW "{vpls VPLSID} {peer PEER}"
 #define CTL_VPWS_OUT                                                                               \
     CTL_PSEUDOWIRE " {label LABEL} [control-word] [sibling VCID PEER] [standby] [ac NAME] "        \
                    "[dev NAME] [mode NUMBER] [index NUMBER]"
@@ -128,6 +129,27 @@ enum class Kind {
         "What comes from a pseudowire's peer has this label")                                      \
     ROW(l2vpn_vpws_in_del, "l2vpn vpws in del", CTL_PSEUDOWIRE, change,                            \
         "Withdraw the incoming label of a pseudowire")                                             \
+    ROW(l2vpn_vpls_add, "l2vpn vpls add", "VPLSID", change, "Make a virtual bridge")               \
+    ROW(l2vpn_vpls_del, "l2vpn vpls del", "VPLSID", change,                                        \
+        "End a virtual bridge that has no circuits and pseudowires")                               \
+    ROW(l2vpn_vpls_bind, "l2vpn vpls bind",                                                        \
+        "NAME {vpls VPLSID} [svlan VLAN] [tpid TPID] [cvlan VLAN] [action NUMBER]", change,        \
+        "An interface becomes an attachment circuit of a virtual bridge")                          \
+    ROW(l2vpn_vpls_unbind, "l2vpn vpls unbind", "NAME", change,                                    \
+        "An interface is an attachment circuit no more")                                           \
+    ROW(l2vpn_vpls_out_add, "l2vpn vpls out add",                                                  \
+        CTL_BRIDGE_PW " {label LABEL} [spoke] [control-word] [vc-id VCID] [dev NAME] "             \
+                      "[mode NUMBER] [index NUMBER]",                                              \
+        change,                                                                                    \
+        "What a virtual bridge sends to a peer gets this label; without spoke nothing that came "  \
+        "from another peer")                                                                       \
+    ROW(l2vpn_vpls_out_del, "l2vpn vpls out del", CTL_BRIDGE_PW, change,                           \
+        "Withdraw the outgoing label of a virtual bridge's peer")                                  \
+    ROW(l2vpn_vpls_in_add, "l2vpn vpls in add",                                                    \
+        CTL_BRIDGE_PW " {label LABEL} [vc-id VCID] [dev NAME]", change,                            \
+        "What comes from a peer of a virtual bridge has this label")                               \
+    ROW(l2vpn_vpls_in_del, "l2vpn vpls in del", CTL_BRIDGE_PW, change,                             \
+        "Withdraw the incoming label of a virtual bridge's peer")                                  \
     ROW(l2vpn_switch, "l2vpn switch", "NUMBER ROLE", change,                                       \
         "A redundancy group uses its primary pseudowire, or the standby one")                      \
     ROW(mroute_add, "mroute add", "SOURCE GROUP NAME [NAME]* [vrf VRF]", change,                   \
@@ -199,6 +221,8 @@ enum class Kind {
         "when")                                                                                    \
     ROW(why_vpws, "why vpws", "VCID [peer PEER]", read,                                            \
         "Whether the chip has a pseudowire, and if not what it waits for")                         \
+    ROW(why_vpls, "why vpls", "VPLSID [peer PEER]", read,                                          \
+        "Whether the chip has a virtual bridge with all that belongs to it, and what is missing")  \
     ROW(verify, "verify", "", local,                                                               \
         "Compare the two cards, and the master's tables and its chip")                             \
     ROW(import, "import",                                                                          \

@@ -85,6 +85,7 @@ const std::vector<Type> types = {
     {"LABEL", "a label (0 to 1048575)", in_range<0, max_label>, {}},
     {"LABELS", "a label, or two with the outer one first, as 100/200", reads<parse_labels>, {}},
     {"VCID", "the id of a pseudowire (1 to 4294967295)", in_range<1, 0xFFFFFFFF>, {}},
+    {"VPLSID", "the id of a virtual bridge (1 to 65535)", in_range<1, 0xFFFF>, {}},
     {"PEER", "the IPv4 address of a peer", is_peer, {}},
     {"TPID", "an ethertype (1 to 65535)", in_range<1, 0xFFFF>, {}},
     {"ROLE", "a role", nullptr, {"primary", "standby"}},

@@ -144,6 +144,18 @@ std::string key_of(const Journal &, const dpm_vpws_vc_fib &way) {
 std::string key_of(const Journal &, const dpm_vpws_vc_ilm &way) {
     return vc_text(way.vpn_id, way.vc_peer) + state_of(way);
 }
+std::string key_of(const Journal &, const dpm_vpls_vsi &bridge) {
+    return std::to_string(bridge.vpls_id) + state_of(bridge);
+}
+std::string key_of(const Journal &, const dpm_vpls_acif &circuit) {
+    return circuit.ifname + state_of(circuit);
+}
+std::string key_of(const Journal &, const dpm_vpls_vc_fib &way) {
+    return vc_text(way.vpls_id, way.vc_peer) + state_of(way);
+}
+std::string key_of(const Journal &, const dpm_vpls_vc_ilm &way) {
+    return vc_text(way.vpls_id, way.vc_peer) + state_of(way);
+}
 
 // Multicast: changes and settings; echoes stand for themselves.
 std::string source_text(const dpm_ipmc_group &group, const dpm_ipmc_source &source) {
@@ -202,6 +214,10 @@ constexpr MirrorKind mirror_kinds[] = {
     mirrored<dpm_vpws_acif>("dpm_vpws_acif", "vpws-ac"),
     mirrored<dpm_vpws_vc_fib>("dpm_vpws_vc_fib", "vpws-out"),
     mirrored<dpm_vpws_vc_ilm>("dpm_vpws_vc_ilm", "vpws-in"),
+    mirrored<dpm_vpls_vsi>("dpm_vpls_vsi", "vpls"),
+    mirrored<dpm_vpls_acif>("dpm_vpls_acif", "vpls-ac"),
+    mirrored<dpm_vpls_vc_fib>("dpm_vpls_vc_fib", "vpls-out"),
+    mirrored<dpm_vpls_vc_ilm>("dpm_vpls_vc_ilm", "vpls-in"),
     mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_create", "mroute+"),
     mirrored<dpm_ipmc_group_image>("dpm_ipmc_api_slave_group_destroy", "mroute-"),
     mirrored<dpm_ipmc_member_image>("dpm_ipmc_api_slave_group_member_add", "member+"),

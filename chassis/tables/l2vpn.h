@@ -58,21 +58,26 @@ bool is_path(const dpm_prefix &peer, std::uint32_t nhid, std::uint32_t tunnel_id
 // The first member port of an interface's VLAN; 0: it has none, or the card has no such interface.
 std::uint32_t port_behind(std::uint32_t ifindex);
 
-// A pseudowire is in the chip if nothing is missing, unless the chip refused something, and over a
-// label path to its peer.  On the standby the tables follow the master's.
+// A service is in the chip if nothing is missing, unless the chip refused something.  On the standby
+// the tables follow the master's.
+void compare_need(const auto &entry, const std::string &name, const std::string &missing,
+                  Wanted &wanted) {
+    if (entry.sdk_result != 0 || wanted.reading.card.peer.role() != peer::Role::master)
+        return;
+    if (is_programmed(entry) && !missing.empty())
+        wanted.differ(name + " is in the chip without " + missing);
+    else if (!is_programmed(entry) && missing.empty())
+        wanted.differ(name + " waits for nothing");
+}
+
+// A pseudowire is over a label path to its peer besides.
 void compare_service(const auto &way_out, const std::string &name, const std::string &missing,
                      Wanted &wanted) {
-    const Reading &reading = wanted.reading;
     if (is_pending(way_out) != (way_out.flags == DPM_LABEL_WAITING))
         wanted.differ(name + " waits and is not on the list, or the other way round");
-    if (way_out.sdk_result != 0 || reading.card.peer.role() != peer::Role::master)
-        return;
-    if (is_programmed(way_out) && !missing.empty())
-        wanted.differ(name + " is in the chip without " + missing);
-    else if (!is_programmed(way_out) && missing.empty())
-        wanted.differ(name + " waits for nothing");
-    else if (is_programmed(way_out) &&
-             !is_path(peer_of(way_out), way_out.path_nhid, way_out.path_id, reading))
+    compare_need(way_out, name, missing, wanted);
+    if (way_out.sdk_result == 0 && is_programmed(way_out) &&
+        !is_path(peer_of(way_out), way_out.path_nhid, way_out.path_id, wanted.reading))
         wanted.differ(name + " is over another label path than those to its peer");
 }
 

@@ -46,6 +46,10 @@ template <NameText Name> constexpr std::string_view typed_name = Name.text;
     T(ROW, vpws_ac,     dpm_vpws_acif,         mirrored, "Attachment circuits of pseudowires")      \
     T(ROW, vpws_out,    dpm_vpws_vc_fib,       mirrored, "Pseudowires, by peer: what they send")   \
     T(ROW, vpws_in,     dpm_vpws_vc_ilm,       mirrored, "Pseudowires, by peer: what they take")   \
+    T(ROW, vpls,        dpm_vpls_vsi,          mirrored, "Virtual bridges (VPLS)")                 \
+    T(ROW, vpls_ac,     dpm_vpls_acif,         mirrored, "Attachment circuits of virtual bridges") \
+    T(ROW, vpls_out,    dpm_vpls_vc_fib,       mirrored, "Their pseudowires: what they send")      \
+    T(ROW, vpls_in,     dpm_vpls_vc_ilm,       mirrored, "Their pseudowires: what they take")      \
     T(ROW, pbr,         dpm_policy_route_entry, local,   "Policy routes, by rule and ports")       \
     T(ROW, mroutes,        Mroute,           mirrored, "Sources of multicast groups")              \
     T(ROW, mroute_members, MrouteMember,     mirrored, "Ports that get a source's packets")        \

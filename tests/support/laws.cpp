@@ -342,9 +342,6 @@ Lines heap_is_explained(Card &card, std::size_t at_start, std::size_t extra) {
     std::size_t held = at_start + extra + blocks_of_interfaces() + dpm::if_announced_count();
     held += 3 * g_dpm_global.policy_route_tree.numnodes; // each with its buffers
     held += multicast::blocks();
-    held += g_dpm_vpn.vpls_vsi_tree.numnodes + g_dpm_vpn.vpls_acif_tree.numnodes +
-            g_dpm_vpn.vpls_vc_fib_tree.numnodes +
-            g_dpm_vpn.vpls_vc_ilm_tree.numnodes; // not among the shown tables yet
     held += g_dpm_index.unreachable_by_address.numnodes + g_dpm_global.hold_count;
     for (const dpm_route_index *index : {&g_dpm_index.ipv4_routes, &g_dpm_index.ipv6_routes})
         held += index->by_gateway.numnodes + (index->by_network != nullptr);

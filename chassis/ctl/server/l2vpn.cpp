@@ -106,26 +106,60 @@ Reply change_vpws_in(Command &command, std::uint32_t oper) {
     return request<dpm_vpws_vc_ilm_msg>(dpm_api_set_vpws_vc_ilm_proc, way, oper);
 }
 
+Reply change_vpls(Command &command, std::uint32_t oper) {
+    dpm_vpls_vsi bridge{};
+    bridge.vpls_id = number(command, "VPLSID");
+    return request<dpm_vpls_vsi_msg>(dpm_api_set_vpls_vsi_proc, bridge, oper);
+}
+
+Reply change_vpls_ac(Command &command, std::uint32_t oper) {
+    if (const auto error = unknown_of(command, oper))
+        return *error;
+    auto circuit = circuit_of<dpm_vpls_acif>(command);
+    circuit.vpls_id = number(command, "vpls");
+    return request<dpm_vpls_acif_msg>(dpm_api_set_vpls_acif_proc, circuit, oper);
+}
+
+Reply change_vpls_out(Command &command, std::uint32_t oper) {
+    if (const auto error = unknown_of(command, oper))
+        return *error;
+    auto way = way_out_of<dpm_vpls_vc_fib>(command);
+    way.vpls_id = number(command, "vpls");
+    way.is_spoke = command.line.has("spoke");
+    return request<dpm_vpls_vc_fib_msg>(dpm_api_set_vpls_vc_fib_proc, way, oper);
+}
+
+Reply change_vpls_in(Command &command, std::uint32_t oper) {
+    if (const auto error = unknown_of(command, oper))
+        return *error;
+    dpm_vpls_vc_ilm way{};
+    way.vpls_id = number(command, "vpls");
+    way.vc_id = number(command, "vc-id");
+    put_peer(way.vc_peer, command.line.value("peer"));
+    way.in_label = number(command, "label");
+    way.in_ifindex = put_interface(way.in_ifname, command, "dev");
+    return request<dpm_vpls_vc_ilm_msg>(dpm_api_set_vpls_vc_ilm_proc, way, oper);
+}
+
 } // namespace
 
-Reply l2vpn_vpws_bind(Command &command) {
-    return change_vpws_ac(command, DPM_OPER_ADD);
-}
-Reply l2vpn_vpws_unbind(Command &command) {
-    return change_vpws_ac(command, DPM_OPER_DEL);
-}
-Reply l2vpn_vpws_out_add(Command &command) {
-    return change_vpws_out(command, DPM_OPER_ADD);
-}
-Reply l2vpn_vpws_out_del(Command &command) {
-    return change_vpws_out(command, DPM_OPER_DEL);
-}
-Reply l2vpn_vpws_in_add(Command &command) {
-    return change_vpws_in(command, DPM_OPER_ADD);
-}
-Reply l2vpn_vpws_in_del(Command &command) {
-    return change_vpws_in(command, DPM_OPER_DEL);
-}
+// Each request is an add and a delete.
+#define CTL_L2VPN(change, add, del)                                                                \
+    Reply add(Command &command) {                                                                  \
+        return change(command, DPM_OPER_ADD);                                                      \
+    }                                                                                              \
+    Reply del(Command &command) {                                                                  \
+        return change(command, DPM_OPER_DEL);                                                      \
+    }
+
+CTL_L2VPN(change_vpws_ac, l2vpn_vpws_bind, l2vpn_vpws_unbind)
+CTL_L2VPN(change_vpws_out, l2vpn_vpws_out_add, l2vpn_vpws_out_del)
+CTL_L2VPN(change_vpws_in, l2vpn_vpws_in_add, l2vpn_vpws_in_del)
+CTL_L2VPN(change_vpls, l2vpn_vpls_add, l2vpn_vpls_del)
+CTL_L2VPN(change_vpls_ac, l2vpn_vpls_bind, l2vpn_vpls_unbind)
+CTL_L2VPN(change_vpls_out, l2vpn_vpls_out_add, l2vpn_vpls_out_del)
+CTL_L2VPN(change_vpls_in, l2vpn_vpls_in_add, l2vpn_vpls_in_del)
+#undef CTL_L2VPN
 
 Reply l2vpn_switch(Command &command) {
     const dpm_pw_switch_msg message{.group = number(command, "NUMBER"),

@@ -122,5 +122,8 @@ Reply why(Command &command) {
 Reply why_vpws(Command &command) {
     return why_service(command, "vpws", "VCID");
 }
+Reply why_vpls(Command &command) {
+    return why_service(command, "vpls", "VPLSID");
+}
 
 } // namespace ctl::server
