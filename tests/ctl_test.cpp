@@ -451,8 +451,8 @@ ROWS(PseudowireCommands, AskForWhatTheirWordsSayAndTellWhatIsMissing, .families 
                      "= 100    10.9.0.1  waits  600    -"},
     {"show vpws-in 10.9.0.2 --count", "= 0"},
     {"neigh add {a}",
-     "mirror nexthop+ n1; mirror host+ {a}; mirror ftn+ 10.9.0.1; mirror vpws-out+ 100 10.9.0.1; "
-     "mirror vpws-in+ 100 10.9.0.1; mirror vpws-ac+ vlanif200"},
+     "mirror nexthop+ n1; mirror host+ {a}; mirror ftn+ 10.9.0.1; mirror vpws-ac+ vlanif200; "
+     "mirror vpws-out+ 100 10.9.0.1; mirror vpws-in+ 100 10.9.0.1"},
     {"l2vpn vpws out add vc-id 101 peer 10.9.0.2 label 501 sibling 100 10.9.0.1 standby"},
     {"l2vpn vpws in add vc-id 101 peer 10.9.0.2 label 601"},
     {"mpls ftn add 10.9.0.2/32 encap mpls 101 via {a}"},

@@ -321,6 +321,21 @@ std::string any_ftn(TableWalk &walk) { // "PREFIX via IP vrf N label N dev NAME 
            over[0] + drawn(walk, " vrf {0|0|0|0|5} label {1000-1001} dev ") + over[2] + " remote " +
            remote.substr(0, remote.find('/'));
 }
+// A label path to a peer of pseudowires.
+std::string any_path(TableWalk &walk) {
+    const Words over = words_of(drawn(walk, "{known neighbour}"));
+    return drawn(walk, "{peer}/32 via ") + over[0] + drawn(walk, " vrf 0 label {1000-1001} dev ") +
+           over[2] + " remote 10.9.0.1";
+}
+// A redundancy group that there is.
+std::string any_group(TableWalk &walk) {
+    Entries groups;
+    for (const dpm_vpws_vc_fib &way : walk.all(walk.master(), tables::vpws_out))
+        if (way.aps_id != 0)
+            groups[std::to_string(way.aps_id)];
+    const auto *const group = next_to(groups, drawn(walk, "{16-99}"));
+    return group ? group->first : "16";
+}
 // Mostly over a neighbour that there is, or was.
 std::string any_session(TableWalk &walk) {
     const Words over = words_of(drawn(walk, "{{known neighbour}|{known neighbour}|{neighbour}}"));
@@ -364,6 +379,10 @@ const struct {
     {"gre", "tunnel{1-4}"},
     {"gre end", "{local 10.1.0.{1-2}|remote {in 4}|remote {in 4}|addr 10.99.0.{1-3}/24}"},
     {"gre set", "{key {1-2}|nokey|csum {0-1}|vrf {0|0|5}|underlay {0|0|5}|mode {1-2}}"},
+    {"path", "", any_path},
+    {"peer", "10.30.0.{1-2}"},
+    {"pw", "vc-id {1-3} peer {peer}"},
+    {"group of pws", "", any_group},
     {"rule", "from 10.5.{0-1}.0/24 port {1-2} via 10.1.{0-3}.{2-8}"},
     {"from 4", "{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}"},
     {"from 6", "{| 2001:db8:9::{1-4}}{| 2001:db8:9::{1-4}}"},
@@ -376,11 +395,12 @@ const struct {
                        "chip refuse {of host}{refused}}"},
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
     {"of session", "{local|remote}{|-del|-update}"},
+    {"of pw", "{vpws|vpws-del|vpws-update|pw-switch}"},
     {"of gre", "{port-key|gre|gre-del|gre-nexthop|gre-nexthop-update|gre-nexthop-del}"},
     {"fault",
      "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
      "chip refuse default-route{refused}|chip refuse {of gre}{refused}|"
-     "chip refuse {of label}{refused}|chip refuse bfd-{of session}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
+     "chip refuse {of label}{refused}|chip refuse {of pw}{refused}|chip refuse bfd-{of session}{refused}|chip refuse mcast-{group|member}{|-del}{refused}}"},
 };
 
 // What stands in braces: a number, as in 3-9; one of several texts, as in a|b|c; or a word.
@@ -574,8 +594,24 @@ void check(TableWalk &walk) {
     compare_best_routes(walk);
 }
 
+void clear_pseudowires(TableWalk &walk) {
+    std::vector<std::string> commands;
+    const auto pw = [](unsigned vc, const std::uint8_t *peer) {
+        return "vc-id " + std::to_string(vc) + " peer " + chassis::address_text(1, peer);
+    };
+    for (const dpm_vpws_acif &acif : walk.all(walk.master(), tables::vpws_ac))
+        commands.push_back(std::string("unbind ") + acif.ifname);
+    for (const dpm_vpws_vc_fib &way : walk.all(walk.master(), tables::vpws_out))
+        commands.push_back("out del " + pw(way.vc_id, way.vc_peer));
+    for (const dpm_vpws_vc_ilm &way : walk.all(walk.master(), tables::vpws_in))
+        commands.push_back("in del " + pw(way.vpn_id, way.vc_peer));
+    for (const std::string &command : commands)
+        EXPECT_TRUE(walk.act("l2vpn vpws " + command)) << command;
+}
+
 // Everything is taken away, and what was adrift is sound again.
 void clear(TableWalk &walk) {
+    clear_pseudowires(walk);
     for (const char *id : {"1", "2", "3", "4"})
         EXPECT_TRUE(walk.act(std::string("tunnel del tunnel") + id));
     for (const Modelled &row : modelled)
@@ -651,6 +687,13 @@ constexpr struct Deed {
     {45, faults_of_routes, "ftn del {known ftn}"},
     {40, faults_of_routes, "ilm add {ilm}"},
     {20, faults_of_routes, "ilm del {100-119}"},
+    {60, faults_of_routes, "ftn {add|add|del} {path}"},
+    {40, faults_of_routes, "l2vpn vpws {bind {dev} vc-id {1-3}{| svlan {5-6}}|unbind {dev}}"},
+    {60, faults_of_routes,
+     "l2vpn vpws out {add|add|add|del} {pw} label {2000-2002}{|| sibling {1-3} {peer}{| standby}}"},
+    {50, faults_of_routes, "l2vpn vpws in {add|add|add|del} {pw} label {3000-3005}"},
+    {10, faults_of_routes, "l2vpn switch {group of pws} {primary|standby}"},
+    {10, nothing, "vlan port {100-103} {|1|2|trunk 1}"},
     {60, faults_of_routes, "bfd add {session}"},
     {15, faults_of_routes, "bfd del {disc}"},
     {40, faults_of_routes,
@@ -694,7 +737,8 @@ TableWalk::TableWalk() : RowShelf(4, rig::Role::mirroring, {.bare = true}) {
         deeds.emplace_back(deed.weight, [this, &deed] { do_deed(*this, deed); });
     for (const char *command :
          {"if add vlanif200 super", "if add vlanif100", "if add vlanif101", "if add vlanif102",
-          "if add vlanif103", "if vrf vlanif103 5", "mcast snoop on"})
+          "if add vlanif103", "if vrf vlanif103 5", "mcast snoop on", "vlan port 100 1",
+          "vlan port 101 2", "vlan port 102 2"})
         note(command), (void)run(command);
     vrf_of = {{"vlanif100", "0"}, {"vlanif101", "0"}, {"vlanif102", "0"}, {"vlanif103", "5"}};
 }

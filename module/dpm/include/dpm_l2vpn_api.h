@@ -20,20 +20,21 @@ struct dpm_vpws_acif {
     struct dpm_avl_node node;
     uint32_t vc_id;
     uint32_t ifindex; /* the key; card-local: another on the peer card, all ones where there is none */
-    uint16_t vlan_id;
-    uint16_t svlan_id;
+    uint16_t vlan_id;  /* the suite's; the chip is told the VLAN of the interface */
+    uint16_t svlan_id; /* outer tag of its frames; 0: the VLAN of the interface */
     uint16_t svlan_tpid;
-    uint16_t cvlan_id;
+    uint16_t cvlan_id;    /* inner tag; 0: any */
     uint32_t vlan_action; /* the suite's number */
     uint32_t matchRule;   /* the suite's number */
     char ifname[DPM_IFNAME_BYTES]; /* terminated */
     uint8_t flags;                 /* DPM_LABEL_* */
     uint8_t opaque1;
     uint16_t action_vlan;
-    uint8_t vlans[DPM_VPWS_VLAN_BYTES]; /* bitmap: bit N is VLAN N + 1; empty: the VLANs above */
+    uint8_t vlans[DPM_VPWS_VLAN_BYTES]; /* bitmap: bit N is VLAN N + 1; empty: the outer tag above */
     uint16_t port;      /* logical port where the chip has it; 0: not there */
     uint16_t port_vlan; /* VLAN of the interface, as the chip was told */
-    uint8_t opaque2[3];
+    uint8_t is_gone;    /* 1: the interface went while the chip kept the circuit */
+    uint8_t opaque2[2];
 } __attribute__((packed));
 
 /* The way out of a point-to-point pseudowire: to this peer, with this label, over the label path to
@@ -178,7 +179,8 @@ struct dpm_vpls_acif {
     uint32_t vlan_action; /* the suite's number */
     uint8_t flags;        /* DPM_LABEL_* */
     uint16_t port_vlan;   /* VLAN of the interface, as the chip was told; 0: not there */
-    uint8_t opaque[4];
+    uint8_t is_gone;      /* 1: the interface went while the chip kept the circuit */
+    uint8_t opaque[3];
     int32_t sdk_result;  /* last failure of the driver; 0: none */
     uint32_t nhid;       /* the chip's; 0: not programmed */
     uint32_t logic_port; /* the chip's */

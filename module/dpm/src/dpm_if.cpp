@@ -231,7 +231,7 @@ int dpm_if_vrf_pro(const dpm_if_vrf_msg *body) {
     return 0;
 }
 
-// The L2VPN tables re-program the pseudowires that ride on the trunk; there are none yet.
+// Pseudowires whose circuits ride on the trunk are programmed anew.
 int dpm_trunk_member_change_notify(const dpm_trunk_member_msg *body, std::uint32_t oper) {
     if (body == nullptr)
         return dpm::null_parameter();

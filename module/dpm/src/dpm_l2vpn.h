@@ -200,10 +200,10 @@ struct circuit_place {
 };
 
 // An interface that this card does not know has the port on which the chip has the circuit: it may
-// still come to a card that has just become master.
+// still come to a card that has just become master.  One that has gone has none.
 template <class Circuit> circuit_place place_of(const Circuit &circuit) {
     if (circuit.ifindex == DPM_IFINDEX_NONE)
-        return {circuit.port, circuit.port_vlan};
+        return circuit.is_gone ? circuit_place{} : circuit_place{circuit.port, circuit.port_vlan};
     std::uint32_t port = 0;
     int vlan = 0;
     if (dpm_driver_ifindex_to_logical(circuit.ifindex, &port, &vlan) != 0)
@@ -219,32 +219,39 @@ inline std::uint32_t index_of(char *ifname) {
     return dpm_if_get_ifindexbyname(ifname);
 }
 
+// The index of an interface that a request names and tells the index of: the name decides where this
+// card knows it.
+inline std::uint32_t index_told(char *ifname, std::uint32_t told) {
+    const std::uint32_t known = index_of(ifname);
+    return known != DPM_IFINDEX_NONE ? known : told;
+}
+
 // A request may carry the beginning of a name alone: one that has no end in it is that of its index.
-// An index is this card's own, so the name decides where it is known.  False, told in the log: there
-// is no name, by which the standby card could know the circuit.
+// False, told in the log: there is no name, by which the standby card could know the circuit.
 template <class Circuit>
 bool name_circuit(Circuit &image, std::size_t carried, const call_site &caller) {
     char name[DPM_IFNAME_BYTES] = {};
     const std::size_t length = strnlen(image.ifname, carried);
     if ((length == 0 || length == carried) && dpm_if_get_ifnamebyindex(image.ifindex, name) == 0)
         std::memcpy(image.ifname, name, sizeof image.ifname);
-    end_name(image.ifname);
-    const std::uint32_t known = dpm_if_get_ifindexbyname(image.ifname);
-    if (known != DPM_IFINDEX_NONE)
-        image.ifindex = known;
+    image.ifindex = index_told(image.ifname, image.ifindex);
+    if (dpm_if_get_ifnamebyindex(image.ifindex, name) == 0 && std::strcmp(name, image.ifname) != 0)
+        image.ifindex = DPM_IFINDEX_NONE; // that of another one
     if (image.ifname[0] == '\0')
         DPM_LOG_FROM(caller, "%s %d::ifindex = %d, can not find the interface!\r\n",
                      +image.ifindex);
     return image.ifname[0] != '\0';
 }
 
-// The circuit of an interface: by its index, or by its name where the index is another by now.
+// The circuit of an interface: by its name, which stands under its index where this card knows it.
 template <class Kind> typename Kind::entry *find_circuit(const typename Kind::entry &image) {
-    if (auto *present = Kind::table().find(image))
+    auto *present = Kind::table().find(image);
+    if (present != nullptr && std::strcmp(present->ifname, image.ifname) == 0)
         return present;
-    for (auto &circuit : Kind::table())
-        if (image.ifname[0] != '\0' && std::strcmp(circuit.ifname, image.ifname) == 0)
-            return &circuit;
+    if (dpm_if_get_ifindexbyname(image.ifname) == DPM_IFINDEX_NONE)
+        for (auto &circuit : Kind::table())
+            if (std::strcmp(circuit.ifname, image.ifname) == 0)
+                return &circuit;
     return nullptr;
 }
 
@@ -257,23 +264,29 @@ template <class Kind> void move_circuit(typename Kind::entry &circuit, std::uint
     Kind::index(record);
 }
 
-// The circuit of an interface takes its index; another one that stood under it has lost it.  Calls
-// `moved(circuit)` for each.
+// A circuit of another name that stands under the index of an image has lost it: it stands under its
+// name alone.  Calls `moved(circuit)` for it.
+template <class Kind, class Moved> void make_way(const typename Kind::entry &image, Moved moved) {
+    auto *present = image.ifindex != DPM_IFINDEX_NONE ? Kind::table().find(image) : nullptr;
+    if (present == nullptr || std::strcmp(present->ifname, image.ifname) == 0)
+        return;
+    move_circuit<Kind>(*present, DPM_IFINDEX_NONE);
+    moved(*present);
+}
+
+// The circuit of an interface takes its index.  Calls `moved(circuit)` for it, and for one that had
+// that index.
 template <class Kind, class Moved>
 void renumber_circuit(const char *ifname, std::uint32_t ifindex, Moved moved) {
     typename Kind::entry key = {};
     key.ifindex = ifindex;
-    auto *other = ifindex != DPM_IFINDEX_NONE ? Kind::table().find(key) : nullptr;
+    std::strncpy(key.ifname, ifname, sizeof key.ifname - 1);
+    make_way<Kind>(key, moved);
     for (auto &circuit : Kind::table()) {
         if (std::strcmp(circuit.ifname, ifname) != 0)
             continue;
-        if (&circuit == other || circuit.ifindex == ifindex)
-            return;
-        if (other != nullptr) {
-            move_circuit<Kind>(*other, DPM_IFINDEX_NONE);
-            moved(*other);
-        }
-        move_circuit<Kind>(circuit, ifindex);
+        if (circuit.ifindex != ifindex)
+            move_circuit<Kind>(circuit, ifindex);
         return moved(circuit);
     }
 }

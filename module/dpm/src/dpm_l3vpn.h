@@ -83,9 +83,10 @@ dpm_ftn *dpm_mpls_ftn_table_get(std::uint32_t vrf_id, const std::uint8_t *fec,
 
 namespace dpm {
 
-// The label path to an IPv4 host that is in the chip, other than the one over the neighbour `but`
-// (null: none); both are four bytes.  Null when there is none.
-const dpm_ftn *label_path_to(const std::uint8_t *host, const std::uint8_t *but);
+// The label path to an IPv4 host (four bytes) that is in the chip, other than the one over the next
+// hop `but` (null: none; 16 bytes); the one that the chip knows as `nhid` before others.  Null when
+// there is none.
+const dpm_ftn *label_path_to(const std::uint8_t *host, const std::uint8_t *but, std::uint32_t nhid);
 
 } // namespace dpm
 

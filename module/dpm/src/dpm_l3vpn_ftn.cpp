@@ -190,6 +190,12 @@ void restore_carried(dpm_ftn &tunnel) {
         (void)label_program(vpn);
         (void)dpm_mpls_ftn_add_sync_send(&vpn);
     });
+    settle_pseudowires(tunnel);
+}
+
+void settle_pseudowires(const dpm_ftn &tunnel) {
+    if (is_ipv4_tunnel(tunnel))
+        (void)dpm_l2vpn_respond_arp_or_route_or_ftn_add(tunnel.tunnel_nhop, tunnel.fec_prefix);
 }
 
 } // namespace dpm
@@ -224,8 +230,8 @@ int dpm_mpls_ftn_add_msg(const dpm_ftn_msg *request) {
     const int result = is_vpn(*entry) ? program_vpn(*entry)
                                       : program_tunnel(*entry, request->ifindex, DPM_CALL_SITE);
     (void)dpm_mpls_ftn_add_sync_send(entry);
-    if (is_ipv4_tunnel(*entry) && entry->flags == DPM_LABEL_PROGRAMMED)
-        (void)dpm_l2vpn_respond_arp_or_route_or_ftn_add(entry->tunnel_nhop, entry->fec_prefix);
+    if (entry->flags == DPM_LABEL_PROGRAMMED)
+        dpm::settle_pseudowires(*entry);
     if (is_claim)
         dpm::tell_of_claim(image);
     return result;
@@ -261,6 +267,7 @@ int dpm_mpls_ftn_del_msg(const dpm_ftn_msg *request) {
     dpm::leave_destination(*entry);
     (void)dpm_mpls_ftn_del_sync_send(entry);
     (void)dpm_mpls_ftn_del(entry);
+    dpm::settle_pseudowires(key); // a tunnel of another length may end there as well
     if (!dpm::is_claimed_by_label(key))
         dpm::tell_of_claim(key);
     return 0;

@@ -9,7 +9,10 @@ int dpm_mpls_ftn_update_for_vpnv4_del(dpm_ftn *tunnel);
 
 namespace dpm {
 
-// The tunnel stays after all: the VPN routes that left for it are programmed again.
+// The tunnel stays after all: the VPN routes and pseudowires that left for it are programmed again.
 void restore_carried(dpm_ftn &tunnel);
+
+// The pseudowires to the far end of a tunnel come to where the tables want them.
+void settle_pseudowires(const dpm_ftn &tunnel);
 
 } // namespace dpm

@@ -32,16 +32,24 @@ const dpm_ftn *longest_match(std::uint32_t vrf_id, std::uint32_t address) {
     return best;
 }
 
+// Null is no next hop.
+bool is_over(const dpm_ftn &tunnel, const std::uint8_t *nexthop) {
+    const std::size_t length_bytes = tunnel.tunnel_ip_type == DPM_FAMILY_IPV4 ? 4 : 16;
+    return nexthop != nullptr && std::memcmp(tunnel.tunnel_nhop, nexthop, length_bytes) == 0;
+}
+
 } // namespace
 
-const dpm_ftn *dpm::label_path_to(const std::uint8_t *host, const std::uint8_t *but) {
+const dpm_ftn *dpm::label_path_to(const std::uint8_t *host, const std::uint8_t *but,
+                                  std::uint32_t nhid) {
     const dpm_prefix end = host_prefix(DPM_FAMILY_IPV4, host);
+    const dpm_ftn *first = nullptr;
     for (dpm_ftn *tunnel = first_tunnel_to(DPM_FAMILY_IPV4, end.address); tunnel != nullptr;
          tunnel = next_tunnel_to(*tunnel))
         if (tunnel->prefixlen == DPM_IPV4_BITS && tunnel->flags == DPM_LABEL_PROGRAMMED &&
-            (but == nullptr || std::memcmp(tunnel->tunnel_nhop, but, 4) != 0))
-            return tunnel;
-    return nullptr;
+            !is_over(*tunnel, but) && (first == nullptr || tunnel->nhid == nhid))
+            first = tunnel;
+    return first;
 }
 
 std::uint32_t dpm_get_netmask_addr(std::uint32_t prefix_len) {

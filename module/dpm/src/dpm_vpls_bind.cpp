@@ -62,6 +62,7 @@ void keep_own(dpm_vpls_acif &image, const dpm_vpls_acif &entry) {
     image.ifindex = entry.ifindex;
     image.flags = entry.flags;
     image.port_vlan = entry.port_vlan;
+    image.is_gone = entry.is_gone;
 }
 void keep_own(dpm_vpls_vc_fib &image, const dpm_vpls_vc_fib &entry) {
     dpm::keep_from(offsetof(dpm_vpls_vc_fib, sdk_result), image, entry);
@@ -120,19 +121,19 @@ template <class Kind> int remove(const typename Kind::entry &image, const call_s
 // The circuit that a request tells of; false, told in the log: there can be none.
 bool circuit_of(const dpm_vpls_acif_msg &request, dpm_vpls_acif &image, const call_site &caller) {
     image = dpm::image_of<dpm_vpls_acif>(request);
-    image.port_vlan = 0;
+    image.port_vlan = image.is_gone = 0;
     return dpm::name_circuit(image, sizeof image.ifname, caller);
 }
 
 dpm_vpls_vc_fib image_of(const dpm_vpls_vc_fib_msg &request) {
     auto image = dpm::image_of<dpm_vpls_vc_fib>(request);
-    dpm::end_name(image.out_ifname);
+    image.nw_ifindex = dpm::index_told(image.out_ifname, image.nw_ifindex);
     return image;
 }
 
 dpm_vpls_vc_ilm image_of(const dpm_vpls_vc_ilm_msg &request) {
     auto image = dpm::image_of<dpm_vpls_vc_ilm>(request);
-    dpm::end_name(image.in_ifname);
+    image.in_ifindex = dpm::index_told(image.in_ifname, image.in_ifindex);
     return image;
 }
 
@@ -208,6 +209,8 @@ int dpm_mpls_vpls_acif_bind(const dpm_vpls_acif_msg *request) {
         return -1;
     if (dpm_vpls_acif *acif = present<vpls_acif_kind>(image))
         return take_again<vpls_acif_kind>(*acif, image);
+    dpm::make_way<vpls_acif_kind>(image,
+                                  [](dpm_vpls_acif &other) { (void)dpm::vpls_settle(other); });
     return take_new<vpls_acif_kind>(image);
 }
 

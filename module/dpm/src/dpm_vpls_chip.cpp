@@ -57,6 +57,7 @@ void is_out(dpm_vpls_acif &acif) {
     acif.flags = DPM_LABEL_WAITING;
     acif.nhid = acif.logic_port = 0;
     acif.port = acif.port_vlan = 0;
+    acif.is_gone = 0;
 }
 
 void is_out(dpm_vpls_vc_fib &fib) {

@@ -13,8 +13,10 @@ void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     dpm_vpls_acif key = {};
     key.ifindex = entry.if_index;
     dpm_vpls_acif *acif = dpm::vpls_acifs().find(key);
-    if (acif != nullptr && vrf == DPM_VRF_NONE)
-        (void)dpm::vpls_settle(*acif, {.entry = acif});
+    if (acif == nullptr || vrf != DPM_VRF_NONE || dpm::vpls_settle(*acif, {.entry = acif}) == 0)
+        return;
+    acif->is_gone = 1;
+    (void)dpm_vpls_acif_add_sync_send(acif);
 }
 
 void renumber(const char *ifname, std::uint32_t ifindex) {

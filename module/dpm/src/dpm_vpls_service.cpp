@@ -32,7 +32,7 @@ parts parts_of(const dpm_vpls_vc_fib &fib, const vpls_leaving &leaving) {
         return {};
     const dpm_vpls_vc_ilm *ilm = dpm::vpls_ilm_of(fib);
     return {.ilm = ilm != leaving.entry ? ilm : nullptr,
-            .path = dpm::label_path_to(fib.vc_peer, leaving.neighbour)};
+            .path = dpm::label_path_to(fib.vc_peer, leaving.nexthop, fib.path_nhid)};
 }
 
 bool is_over(const dpm_vpls_vc_fib &fib, const dpm_ftn &path) {
@@ -45,6 +45,8 @@ int settle(dpm_vpls_acif &acif, const vpls_leaving &leaving, bool tells_anew) {
     const bool stays = at.port == acif.port && at.vlan == acif.port_vlan && !tells_anew;
     dpm_vpls_acif now = acif; // the indexes go by what changes
     now.sdk_result = 0;
+    if (at.port != 0)
+        now.is_gone = 0;
     if (dpm::is_in_chip(now) && !stays)
         now.sdk_result = dpm::vpls_withdraw(now);
     if (!dpm::is_in_chip(now) && at.port != 0)
@@ -115,5 +117,8 @@ int dpm_vpls_acif_slave_to_master_process() {
         (void)dpm::vpls_settle(acif);
     for (dpm_vpls_vc_fib &fib : dpm::vpls_vc_fibs())
         (void)dpm::vpls_settle(fib);
+    for (dpm_vpls_vc_ilm &ilm : dpm::vpls_vc_ilms())
+        if (dpm::vpls_fib_of(ilm) == nullptr && dpm::mark<vpls_vc_ilm_kind>(ilm, DPM_LABEL_WAITING))
+            (void)dpm_vpls_vc_ilm_add_sync_send(&ilm);
     return 0;
 }

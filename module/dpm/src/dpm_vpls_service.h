@@ -8,8 +8,8 @@ namespace dpm {
 
 // What is about to go, and counts as gone already.
 struct vpls_leaving {
-    const std::uint8_t *neighbour = nullptr; // of a label path, four bytes
-    const void *entry = nullptr;             // a circuit, a way out or a way in
+    const std::uint8_t *nexthop = nullptr; // of a label path, 16 bytes
+    const void *entry = nullptr;           // a circuit, a way out or a way in
 };
 
 // Bring an entry to where the tables want it: a bridge into the chip, with all that waited for it; a

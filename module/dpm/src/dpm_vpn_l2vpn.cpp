@@ -8,15 +8,16 @@
 
 namespace {
 
-// The pseudowires to the far end of a path, an IPv4 address; a neighbour that leaves carries none.
+// The pseudowires to the far end of a path, an IPv4 address; the path over a next hop that leaves
+// carries none.
 int settle_to(const std::uint8_t *fec, const std::uint8_t *leaving = nullptr) {
     if (fec == nullptr || dpm_bridge_self_is_slave())
         return 0;
     dpm::each_to_peer<dpm::vpws_vc_fib_kind>(fec, [&](const dpm_vpws_vc_fib &fib) {
-        (void)dpm::vpws_settle(dpm::circuit_of(fib), {.neighbour = leaving});
+        dpm::vpws_settle(dpm::circuit_of(fib), {.fec = fec, .nexthop = leaving});
     });
     dpm::each_to_peer<dpm::vpls_vc_fib_kind>(
-        fec, [&](dpm_vpls_vc_fib &fib) { (void)dpm::vpls_settle(fib, {.neighbour = leaving}); });
+        fec, [&](dpm_vpls_vc_fib &fib) { (void)dpm::vpls_settle(fib, {.nexthop = leaving}); });
     return 0;
 }
 
@@ -40,7 +41,7 @@ int dpm_vpn_trunk_func(std::uint32_t trunk_id) {
         return 0;
     for (const std::uint32_t port : {std::uint32_t{0}, dpm::trunk_port(trunk_id)})
         dpm::each_on_port<dpm::vpws_acif_kind>(
-            port, [](const dpm_vpws_acif &acif) { (void)dpm::vpws_update(acif.vc_id); });
+            port, [](const dpm_vpws_acif &acif) { dpm::vpws_update(acif.vc_id); });
     dpm::each_on_port<dpm::vpls_acif_kind>(
         dpm::trunk_port(trunk_id), [](dpm_vpls_acif &acif) { (void)dpm::vpls_tell_anew(acif); });
     dpm::each_on_port<dpm::vpls_acif_kind>(

@@ -24,15 +24,15 @@ constexpr std::size_t name_bytes = DPM_VPWS_ACIF_MSG_BYTES - (offsetof(dpm_vpws_
 
 dpm_vpws_vc_fib image_of(const dpm_vpws_vc_fib_msg &request) {
     auto image = dpm::image_of<dpm_vpws_vc_fib>(request);
-    dpm::end_name(image.in_ifname);
-    dpm::end_name(image.out_ifname);
+    image.ac_ifindex = dpm::index_told(image.in_ifname, image.ac_ifindex);
+    image.nw_ifindex = dpm::index_told(image.out_ifname, image.nw_ifindex);
     return image;
 }
 
 dpm_vpws_vc_ilm image_of(const dpm_vpws_vc_ilm_msg &request) {
     auto image = dpm::image_of<dpm_vpws_vc_ilm>(request);
-    dpm::end_name(image.in_ifname);
-    dpm::end_name(image.out_ifname);
+    image.in_ifindex = dpm::index_told(image.in_ifname, image.in_ifindex);
+    image.out_ifindex = dpm::index_told(image.out_ifname, image.out_ifindex);
     return image;
 }
 
@@ -53,33 +53,70 @@ void keep_own(dpm_vpws_vc_ilm &image, const dpm_vpws_vc_ilm &entry) {
     image.flags = entry.flags;
 }
 
-// The image takes the place of the entry; `tell` tells the chip.  Refused, everything is as before.
+// The request tells nothing new of the entry.
+template <class Entry> bool is_repeated(const Entry &entry, Entry image) {
+    keep_own(image, entry);
+    constexpr std::size_t links = dpm::image_offset<Entry>();
+    return std::memcmp(reinterpret_cast<const char *>(&entry) + links,
+                       reinterpret_cast<const char *>(&image) + links, sizeof image - links) == 0;
+}
+
+// The image takes the place of the entry; `tell` tells the chip, and answers what the chip said of
+// it.  What the chip has stays as it was when it refuses.
 template <class Kind, class Tell>
 int replace(typename Kind::entry &entry, typename Kind::entry image, Tell tell) {
-    const typename Kind::entry before = entry;
+    typename Kind::entry before = entry;
     keep_own(image, entry);
     dpm::put<Kind>(entry, image);
     const int result = tell();
-    if (result != 0) {
+    if (result != 0 && dpm::is_in_chip(entry)) {
+        keep_own(before, entry);
         dpm::put<Kind>(entry, before);
         (void)tell();
     }
+    (void)Kind::add_send(&entry);
     return result;
+}
+
+// What the chip would not change of a circuit's pseudowires.
+int refusal_of(std::uint32_t circuit) {
+    int refusal = 0;
+    dpm::each_of_circuit(circuit, [&](const dpm_vpws_vc_fib &fib) {
+        if (dpm::is_in_chip(fib) && refusal == 0)
+            refusal = fib.sdk_result;
+    });
+    return refusal;
+}
+
+// The circuit counts no more; the driver's answer when the chip keeps it: then it stays.
+int unplug(dpm_vpws_acif &acif) {
+    dpm::vpws_settle(acif.vc_id, {.acif = &acif});
+    if (!dpm::is_in_chip(acif))
+        return 0;
+    const int refusal = refusal_of(acif.vc_id);
+    dpm::vpws_settle(acif.vc_id);
+    return refusal;
 }
 
 // A circuit that changes its pseudowire leaves the chip in between.
 int rebind(dpm_vpws_acif &acif, const dpm_vpws_acif &image) {
-    if (acif.vc_id == image.vc_id)
-        return replace<vpws_acif_kind>(acif, image, [&] { return dpm::vpws_update(image.vc_id); });
-    const std::uint32_t before = acif.vc_id;
-    if (const int result = dpm::vpws_settle(before, {.acif = &acif})) {
-        (void)dpm::vpws_settle(before);
-        return result;
+    if (is_repeated(acif, image)) {
+        dpm::vpws_settle(acif.vc_id);
+        return 0;
     }
+    if (acif.vc_id == image.vc_id)
+        return replace<vpws_acif_kind>(acif, image, [&] {
+            dpm::vpws_update(image.vc_id);
+            return refusal_of(image.vc_id);
+        });
+    if (const int refusal = unplug(acif))
+        return refusal;
     dpm_vpws_acif bound = image;
     keep_own(bound, acif);
     dpm::put<vpws_acif_kind>(acif, bound);
-    return dpm::vpws_settle(image.vc_id);
+    (void)dpm_vpws_acif_add_sync_send(&acif);
+    dpm::vpws_settle(image.vc_id);
+    return 0;
 }
 
 bool is_regrouped(const dpm_vpws_vc_fib &a, const dpm_vpws_vc_fib &b) {
@@ -87,33 +124,64 @@ bool is_regrouped(const dpm_vpws_vc_fib &a, const dpm_vpws_vc_fib &b) {
            std::memcmp(a.sibling_vc_peer, b.sibling_vc_peer, sizeof a.sibling_vc_peer) != 0;
 }
 
+// The way out counts no more; false when the chip keeps it: then it stays.
+bool release(dpm_vpws_vc_fib &fib) {
+    dpm::vpws_settle(dpm::circuit_of(fib), {.fib = &fib});
+    if (!dpm::is_in_chip(fib))
+        return true;
+    dpm::vpws_settle(dpm::circuit_of(fib));
+    return false;
+}
+
 // A pseudowire that changes its circuit or its role leaves the chip in between.
 int regroup(dpm_vpws_vc_fib &fib, const dpm_vpws_vc_fib &image) {
     const std::uint32_t before = dpm::circuit_of(fib);
-    if (const int result = dpm::vpws_settle(before, {.fib = &fib})) {
-        (void)dpm::vpws_settle(before);
-        return result;
-    }
+    if (!release(fib))
+        return -1;
     dpm_vpws_vc_fib regrouped = image;
     keep_own(regrouped, fib);
+    regrouped.switched = 0; // of the group that it was in
     dpm::put<vpws_vc_fib_kind>(fib, regrouped);
-    if (dpm::circuit_of(fib) != before)
-        (void)dpm::vpws_settle(before);
-    return dpm::vpws_settle(dpm::circuit_of(fib));
+    (void)dpm_vpws_vc_fib_add_sync_send(&fib);
+    for (const std::uint32_t circuit : {before, dpm::circuit_of(fib)})
+        dpm::vpws_settle(circuit);
+    return fib.sdk_result;
 }
 
+// A repeated request asks again for one that the chip refused; one that waits takes it whole.
 int retell(dpm_vpws_vc_fib &fib, const dpm_vpws_vc_fib &image) {
     if (is_regrouped(fib, image))
         return regroup(fib, image);
     const std::uint32_t circuit = dpm::circuit_of(fib);
-    if (dpm_vpws_vc_fib_same_or_update_compile(&fib, &image) == 0)
-        return dpm::vpws_settle(circuit); // one that the chip refused is asked for again
-    return replace<vpws_vc_fib_kind>(fib, image, [&] { return dpm::vpws_update(circuit); });
+    const bool is_same = dpm_vpws_vc_fib_same_or_update_compile(&fib, &image) == 0;
+    if (is_repeated(fib, image) || (is_same && dpm::is_in_chip(fib))) {
+        dpm::vpws_settle(circuit);
+        return fib.sdk_result;
+    }
+    return replace<vpws_vc_fib_kind>(fib, image, [&] {
+        dpm::vpws_update(circuit);
+        return +fib.sdk_result;
+    });
 }
 
-int update_other_half(const dpm_vpws_vc_ilm &ilm) {
+// Does something for the circuit of a way in, when its way out is there: what the chip said of that.
+template <class Do> int for_circuit_of(const dpm_vpws_vc_ilm &ilm, Do act) {
     const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(ilm);
-    return fib != nullptr ? dpm::vpws_update(dpm::circuit_of(*fib)) : 0;
+    if (fib == nullptr)
+        return 0;
+    act(dpm::circuit_of(*fib));
+    return fib->sdk_result;
+}
+
+int settle_other_half(const dpm_vpws_vc_ilm &ilm, const dpm::vpws_leaving &leaving = {}) {
+    return for_circuit_of(ilm, [&](std::uint32_t circuit) { dpm::vpws_settle(circuit, leaving); });
+}
+
+int retell(dpm_vpws_vc_ilm &ilm, const dpm_vpws_vc_ilm &image) {
+    if (is_repeated(ilm, image))
+        return settle_other_half(ilm);
+    return replace<vpws_vc_ilm_kind>(ilm, image,
+                                     [&] { return for_circuit_of(ilm, dpm::vpws_update); });
 }
 
 } // namespace
@@ -126,16 +194,16 @@ int dpm_mpls_vpws_acif_bind(const dpm_vpws_acif_msg *request) {
     if (!dpm::name_circuit(image, name_bytes, DPM_CALL_SITE))
         return -1;
     dpm_vpws_acif *acif = dpm::find_circuit<vpws_acif_kind>(image);
-    if (acif == nullptr) {
-        acif = dpm_vpws_acif_add(image);
-        if (acif == nullptr)
-            return -1;
-        (void)dpm_vpws_acif_add_sync_send(acif);
-        return dpm::vpws_settle(acif->vc_id);
-    }
-    result = rebind(*acif, image);
+    if (acif != nullptr)
+        return rebind(*acif, image);
+    dpm::make_way<vpws_acif_kind>(
+        image, [](const dpm_vpws_acif &other) { dpm::vpws_settle(other.vc_id); });
+    acif = dpm_vpws_acif_add(image);
+    if (acif == nullptr)
+        return -1;
     (void)dpm_vpws_acif_add_sync_send(acif);
-    return result;
+    dpm::vpws_settle(acif->vc_id);
+    return 0;
 }
 
 int dpm_mpls_vpws_acif_unbind(const dpm_vpws_acif_msg *request) {
@@ -148,11 +216,8 @@ int dpm_mpls_vpws_acif_unbind(const dpm_vpws_acif_msg *request) {
     dpm_vpws_acif *acif = dpm::find_circuit<vpws_acif_kind>(image);
     if (acif == nullptr)
         return dpm::not_there(image.vc_id, DPM_CALL_SITE);
-    result = dpm::vpws_settle(acif->vc_id, {.acif = acif});
-    if (result != 0) {
-        (void)dpm::vpws_settle(acif->vc_id);
-        return result;
-    }
+    if (const int refusal = unplug(*acif))
+        return refusal;
     (void)dpm_vpws_acif_del_sync_send(acif);
     return dpm_vpws_acif_del(acif);
 }
@@ -165,17 +230,15 @@ int dpm_mpls_vpws_vc_fib_add(const dpm_vpws_vc_fib_msg *request) {
     if (!dpm::is_sound<vpws_vc_fib_kind>(image, DPM_CALL_SITE))
         return -1;
     dpm_vpws_vc_fib *fib = dpm::vpws_vc_fibs().find(image);
-    if (fib == nullptr) {
-        fib = dpm::has_pseudowire_room() ? dpm_vpws_vc_fib_add(image) : nullptr;
-        if (fib == nullptr)
-            return -1;
-        (void)dpm_mpls_pend_vpws_vc_fib_add(fib);
-        (void)dpm_vpws_vc_fib_add_sync_send(fib);
-        return dpm::vpws_settle(dpm::circuit_of(*fib));
-    }
-    result = retell(*fib, image);
+    if (fib != nullptr)
+        return retell(*fib, image);
+    fib = dpm::has_pseudowire_room() ? dpm_vpws_vc_fib_add(image) : nullptr;
+    if (fib == nullptr)
+        return -1;
+    (void)dpm_mpls_pend_vpws_vc_fib_add(fib);
     (void)dpm_vpws_vc_fib_add_sync_send(fib);
-    return result;
+    dpm::vpws_settle(dpm::circuit_of(*fib));
+    return fib->sdk_result;
 }
 
 int dpm_mpls_vpws_vc_fib_del(const dpm_vpws_vc_fib_msg *request) {
@@ -186,12 +249,8 @@ int dpm_mpls_vpws_vc_fib_del(const dpm_vpws_vc_fib_msg *request) {
     dpm_vpws_vc_fib *fib = dpm::vpws_vc_fibs().find(key);
     if (fib == nullptr)
         return dpm::not_there(key.vc_id, DPM_CALL_SITE);
-    const std::uint32_t circuit = dpm::circuit_of(*fib);
-    result = dpm::vpws_settle(circuit, {.fib = fib});
-    if (dpm::is_in_chip(*fib)) {
-        (void)dpm::vpws_settle(circuit);
-        return result;
-    }
+    if (!release(*fib))
+        return -1;
     (void)dpm_vpws_vc_fib_del_sync_send(fib);
     return dpm_vpws_vc_fib_del(fib);
 }
@@ -204,18 +263,14 @@ int dpm_mpls_vpws_vc_ilm_add(const dpm_vpws_vc_ilm_msg *request) {
     if (!dpm::is_sound<vpws_vc_ilm_kind>(image, DPM_CALL_SITE))
         return -1;
     dpm_vpws_vc_ilm *ilm = dpm::vpws_vc_ilms().find(image);
-    if (ilm == nullptr) {
-        ilm = dpm::has_pseudowire_room() ? dpm_vpws_vc_ilm_add(image) : nullptr;
-        if (ilm == nullptr)
-            return -1;
-        (void)dpm_mpls_pend_vpws_vc_ilm_add(ilm);
-        (void)dpm_vpws_vc_ilm_add_sync_send(ilm);
-        const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(*ilm);
-        return fib != nullptr ? dpm::vpws_settle(dpm::circuit_of(*fib)) : 0;
-    }
-    result = replace<vpws_vc_ilm_kind>(*ilm, image, [&] { return update_other_half(*ilm); });
+    if (ilm != nullptr)
+        return retell(*ilm, image);
+    ilm = dpm::has_pseudowire_room() ? dpm_vpws_vc_ilm_add(image) : nullptr;
+    if (ilm == nullptr)
+        return -1;
+    (void)dpm_mpls_pend_vpws_vc_ilm_add(ilm);
     (void)dpm_vpws_vc_ilm_add_sync_send(ilm);
-    return result;
+    return settle_other_half(*ilm);
 }
 
 int dpm_mpls_vpws_vc_ilm_del(const dpm_vpws_vc_ilm_msg *request) {
@@ -226,12 +281,11 @@ int dpm_mpls_vpws_vc_ilm_del(const dpm_vpws_vc_ilm_msg *request) {
     dpm_vpws_vc_ilm *ilm = dpm::vpws_vc_ilms().find(key);
     if (ilm == nullptr)
         return dpm::not_there(key.vpn_id, DPM_CALL_SITE);
-    if (const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(*ilm)) {
-        result = dpm::vpws_settle(dpm::circuit_of(*fib), {.ilm = ilm});
-        if (dpm::is_in_chip(*fib)) {
-            (void)dpm::vpws_settle(dpm::circuit_of(*fib));
-            return result;
-        }
+    result = settle_other_half(*ilm, {.ilm = ilm});
+    const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(*ilm);
+    if (fib != nullptr && dpm::is_in_chip(*fib)) {
+        (void)settle_other_half(*ilm);
+        return result;
     }
     (void)dpm_vpws_vc_ilm_del_sync_send(ilm);
     return dpm_vpws_vc_ilm_del(ilm);
@@ -253,10 +307,10 @@ int dpm_pw_redundancy_group_switch(const dpm_pw_switch_msg *request) {
     result = dpm_driver_pw_group_switch(request->group, use_standby, DPM_SLOT_ALL_BITS);
     if (result != 0)
         return result;
-    // the primary one first: a new master goes by it
+    // Both of the circuit, also one that waits; the primary one first: a new master goes by it.
     for (const bool is_standby : {false, true})
         dpm::each_of_circuit(dpm::circuit_of(*member), [&](dpm_vpws_vc_fib &fib) {
-            if (fib.aps_id != request->group || dpm::is_standby(fib) != is_standby)
+            if (!dpm::vpws_parts_of(fib, {}).has_circuit || dpm::is_standby(fib) != is_standby)
                 return;
             fib.switched = use_standby;
             (void)dpm_vpws_vc_fib_add_sync_send(&fib);

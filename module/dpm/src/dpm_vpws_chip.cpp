@@ -59,7 +59,8 @@ pair pair_of(std::uint32_t circuit, const dpm_vpws_vc_fib *leaving) {
         const bool is_named =
             found.primary == nullptr || std::memcmp(fib.sibling_vc_peer, found.primary->vc_peer,
                                                     sizeof fib.sibling_vc_peer) == 0;
-        if (found.standby == nullptr && &fib != leaving && dpm::is_standby(fib) && is_named)
+        if (found.standby == nullptr && &fib != leaving && dpm::is_standby(fib) &&
+            fib.sibling_vc_id != 0 && is_named)
             found.standby = &fib;
     });
     return found;
@@ -100,9 +101,11 @@ dal_vpws_pw pw_request(const dpm_vpws_vc_fib &fib, const parts &with) {
     return request;
 }
 
+// Of 4,094 VLANs: the last two bits are none.
 bool has_vlan_list(const dpm_vpws_acif &acif) {
-    return std::any_of(acif.vlans, acif.vlans + sizeof acif.vlans,
-                       [](std::uint8_t byte) { return byte != 0; });
+    const std::uint8_t *last = acif.vlans + sizeof acif.vlans - 1;
+    return (*last & 0x3F) != 0 ||
+           std::any_of(acif.vlans, last, [](std::uint8_t byte) { return byte != 0; });
 }
 
 int chip_add(dpm_vpws_vc_fib &fib, const parts &with, std::uint32_t slot_bits) {
@@ -163,19 +166,26 @@ dpm_vpws_vc_ilm *vpws_ilm_of(const dpm_vpws_vc_fib &fib) {
 vpws_parts vpws_parts_of(const dpm_vpws_vc_fib &fib, const vpws_leaving &leaving) {
     const std::uint32_t circuit = circuit_of(fib);
     const pair pair = pair_of(circuit, leaving.fib);
-    vpws_parts found = {.acif = acif_of(circuit, leaving.acif),
-                        .ilm = but(vpws_ilm_of(fib), leaving.ilm),
-                        .path = label_path_to(fib.vc_peer, leaving.neighbour),
-                        .sibling = is_standby(fib) ? pair.primary : pair.standby,
-                        .at = {},
-                        .has_circuit = &fib == (is_standby(fib) ? pair.standby : pair.primary)};
+    const bool leaves = leaving.fec != nullptr && std::memcmp(leaving.fec, fib.vc_peer, 4) == 0;
+    vpws_parts found = {
+        .acif = acif_of(circuit, leaving.acif),
+        .ilm = but(vpws_ilm_of(fib), leaving.ilm),
+        .path = label_path_to(fib.vc_peer, leaves ? leaving.nexthop : nullptr, fib.path_nhid),
+        .sibling = is_standby(fib) ? pair.primary : pair.standby,
+        .at = {},
+        .has_circuit = &fib == (is_standby(fib) ? pair.standby : pair.primary)};
     if (found.acif != nullptr && found.acif != leaving.unplugged)
         found.at = place_of(*found.acif);
     return found;
 }
 
-bool vpws_is_another(const dpm_vpws_vc_fib &fib, const vpws_parts &now) {
-    if (is_protected(fib, now) && fib.aps_id == 0)
+bool vpws_is_another(const dpm_vpws_vc_fib &fib, const vpws_parts &now,
+                     const vpws_leaving &leaving) {
+    const bool comes_to_be_protected =
+        fib.aps_id == 0 &&
+        (fib.sibling_vc_id != 0 ||
+         (now.sibling != nullptr && vpws_parts_of(*now.sibling, leaving).are_complete()));
+    if (comes_to_be_protected)
         return true;
     const dpm_vpws_acif *before = programmed_acif_of(circuit_of(fib));
     const bool has_list = has_vlan_list(*now.acif) || (before != nullptr && has_vlan_list(*before));
@@ -187,17 +197,19 @@ bool vpws_is_another(const dpm_vpws_vc_fib &fib, const vpws_parts &now) {
 int vpws_program(dpm_vpws_vc_fib &fib, const vpws_parts &with) {
     clear_ids(fib);
     take_path(fib, *with.path);
-    if (with.sibling != nullptr && is_in_chip(*with.sibling)) {
-        fib.aps_id = with.sibling->aps_id;
+    if (with.sibling != nullptr && (is_in_chip(*with.sibling) || is_standby(fib)))
         fib.switched = with.sibling->switched;
-    }
+    if (with.sibling != nullptr && is_in_chip(*with.sibling))
+        fib.aps_id = with.sibling->aps_id;
     const bool makes_group = fib.aps_id == 0;
     if (const int result = chip_add(fib, with, DPM_SLOT_ALL_BITS)) {
         clear_ids(fib);
         return result;
     }
-    if (makes_group && fib.aps_id != 0 && fib.switched != 0)
-        (void)dpm_driver_pw_group_switch(fib.aps_id, fib.switched, DPM_SLOT_ALL_BITS);
+    const bool is_switched =
+        fib.switched != 0 && fib.aps_id != 0 &&
+        (!makes_group || dpm_driver_pw_group_switch(fib.aps_id, 1, DPM_SLOT_ALL_BITS) == 0);
+    fib.switched = is_switched;
     return 0;
 }
 
@@ -226,11 +238,15 @@ int vpws_withdraw(dpm_vpws_vc_fib &fib) {
     return result;
 }
 
-void vpws_reprogram(dpm_vpws_vc_fib fib, std::uint32_t slot_bits) {
-    const vpws_parts now = vpws_parts_of(fib, {});
-    if (!is_in_chip(fib) || now.acif == nullptr || now.at.port == 0)
+void vpws_reprogram(const dpm_vpws_vc_fib &entry, std::uint32_t slot_bits) {
+    dpm_vpws_acif *acif = programmed_acif_of(circuit_of(entry));
+    if (!is_in_chip(entry) || acif == nullptr)
         return;
-    (void)chip_add(fib, now, slot_bits);
+    vpws_parts told = vpws_parts_of(entry, {});
+    told.acif = acif;
+    told.at = {acif->port, acif->port_vlan};
+    dpm_vpws_vc_fib fib = entry; // what one slot answers is not kept
+    (void)chip_add(fib, told, slot_bits);
     if (fib.switched != 0)
         (void)dpm_driver_pw_group_switch(fib.aps_id, fib.switched, slot_bits);
 }

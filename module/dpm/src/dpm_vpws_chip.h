@@ -8,7 +8,8 @@ namespace dpm {
 
 // What is about to go, and counts as gone already.
 struct vpws_leaving {
-    const std::uint8_t *neighbour = nullptr; // of a label path, four bytes
+    const std::uint8_t *fec = nullptr;     // a label path to this peer, four bytes,
+    const std::uint8_t *nexthop = nullptr; // over this next hop, 16 bytes
     const dpm_vpws_acif *acif = nullptr;
     const dpm_vpws_acif *unplugged = nullptr; // its interface is
     const dpm_vpws_vc_fib *fib = nullptr;
@@ -45,7 +46,8 @@ dpm_vpws_vc_fib *vpws_fib_of(const dpm_vpws_vc_ilm &ilm);
 dpm_vpws_vc_ilm *vpws_ilm_of(const dpm_vpws_vc_fib &fib);
 
 // What an update cannot tell the chip: a group that it was not in, circuits with VLAN lists.
-bool vpws_is_another(const dpm_vpws_vc_fib &fib, const vpws_parts &now);
+bool vpws_is_another(const dpm_vpws_vc_fib &fib, const vpws_parts &now,
+                     const vpws_leaving &leaving);
 
 // Put a pseudowire into the chip, tell it anew of one that is there, take it out.  The driver's
 // answer; what the chip gave is in the record, and goes from it when it is out.
@@ -53,8 +55,8 @@ int vpws_program(dpm_vpws_vc_fib &fib, const vpws_parts &with);
 int vpws_program_anew(dpm_vpws_vc_fib &fib, const vpws_parts &with);
 int vpws_withdraw(dpm_vpws_vc_fib &fib);
 
-// Programs a slot with a pseudowire that is in the chip.
-void vpws_reprogram(dpm_vpws_vc_fib fib, std::uint32_t slot_bits);
+// Programs a slot with a pseudowire as the chip has it.
+void vpws_reprogram(const dpm_vpws_vc_fib &entry, std::uint32_t slot_bits);
 
 // Calls `visit(fib)` for the pseudowires of a circuit.
 template <class Visit> void each_of_circuit(std::uint32_t circuit, Visit visit) {

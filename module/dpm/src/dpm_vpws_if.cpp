@@ -13,15 +13,20 @@ using dpm::vpws_acif_kind;
 void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     dpm_vpws_acif key = {};
     key.ifindex = entry.if_index;
-    const dpm_vpws_acif *acif = dpm::vpws_acifs().find(key);
-    if (acif != nullptr && vrf == DPM_VRF_NONE)
-        (void)dpm::vpws_settle(acif->vc_id, {.unplugged = acif});
+    dpm_vpws_acif *acif = dpm::vpws_acifs().find(key);
+    if (acif == nullptr || vrf != DPM_VRF_NONE)
+        return;
+    dpm::vpws_settle(acif->vc_id, {.unplugged = acif});
+    if (!dpm::is_in_chip(*acif))
+        return;
+    acif->is_gone = 1;
+    (void)dpm_vpws_acif_add_sync_send(acif);
 }
 
 void renumber(const char *ifname, std::uint32_t ifindex) {
     dpm::renumber_circuit<vpws_acif_kind>(ifname, ifindex, [](const dpm_vpws_acif &acif) {
         if (!dpm_bridge_self_is_slave())
-            (void)dpm::vpws_settle(acif.vc_id);
+            dpm::vpws_settle(acif.vc_id);
     });
     for (dpm_vpws_vc_fib &fib : dpm::vpws_vc_fibs()) {
         fib.ac_ifindex = dpm::renumbered(fib.ac_ifindex, fib.in_ifname, ifname, ifindex);

@@ -79,12 +79,15 @@ DPM_MIRRORED_ENTRIES(vc_ilm_mirror,
 
 // One whole-table sender for the three, so that a peer card has no circuit without its pseudowires.
 int dpm_vpws_sync_all_send(std::uint32_t slot) {
-    const int results[] = {
-        dpm::mirror_send_all<acif_mirror>(slot, "dpm_vpws_acif_sync_all_receive", DPM_CALL_SITE),
-        dpm::mirror_send_all<vc_fib_mirror>(slot, "dpm_vpws_vc_fib_sync_all_receive",
-                                            DPM_CALL_SITE),
-        dpm::mirror_send_all<vc_ilm_mirror>(slot, "dpm_vpws_vc_ilm_sync_all_receive",
-                                            DPM_CALL_SITE)};
+    const int first =
+        dpm::mirror_send_all<acif_mirror>(slot, "dpm_vpws_acif_sync_all_receive", DPM_CALL_SITE);
+    if (dpm_bridge_self_is_slave())
+        return first;
+    const int results[] = {first,
+                           dpm::mirror_send_all<vc_fib_mirror>(
+                               slot, "dpm_vpws_vc_fib_sync_all_receive", DPM_CALL_SITE),
+                           dpm::mirror_send_all<vc_ilm_mirror>(
+                               slot, "dpm_vpws_vc_ilm_sync_all_receive", DPM_CALL_SITE)};
     for (const int result : results)
         if (result != 0)
             return result;

@@ -72,6 +72,7 @@ struct vpws_acif_kind {
     static auto by_vc() { return acif_by_vc_index(g_dpm_index.vpws_acif_by_vc); }
     static auto by_port() { return acif_by_port_index(g_dpm_index.vpws_acif_by_port); }
     static int del(entry *acif) { return dpm_vpws_acif_del(acif); }
+    static int add_send(const entry *changed) { return dpm_vpws_acif_add_sync_send(changed); }
     static void index(record &record) {
         (void)by_vc().add(record);
         (void)by_port().add(record);
@@ -97,6 +98,7 @@ struct vpws_vc_fib_kind {
     static auto by_peer() { return fib_by_peer_index(g_dpm_index.vpws_vc_fib_by_peer); }
     static auto by_circuit() { return fib_by_circuit_index(g_dpm_index.vpws_vc_fib_by_circuit); }
     static int del(entry *fib) { return dpm_vpws_vc_fib_del(fib); }
+    static int add_send(const entry *changed) { return dpm_vpws_vc_fib_add_sync_send(changed); }
     static void index(record &record) {
         (void)by_peer().add(record);
         (void)by_circuit().add(record);
@@ -120,6 +122,7 @@ struct vpws_vc_ilm_kind {
     static vpws_vc_ilm_table table() { return vpws_vc_ilms(); }
     static pend_list<entry> pending() { return pend_vpws_vc_ilms(); }
     static int del(entry *ilm) { return dpm_vpws_vc_ilm_del(ilm); }
+    static int add_send(const entry *changed) { return dpm_vpws_vc_ilm_add_sync_send(changed); }
     static void index(record &) {}
     static void unindex(record &) {}
 };

@@ -29,13 +29,15 @@ void keep(dpm_vpws_vc_fib &fib, const dpm_vpws_vc_fib &before, bool is_there) {
 
 void stand_on(dpm_vpws_acif &acif, circuit_place at) {
     const std::uint8_t flags = at.port != 0 ? DPM_LABEL_PROGRAMMED : DPM_LABEL_WAITING;
-    if (acif.flags == flags && acif.port == at.port && acif.port_vlan == at.vlan)
+    if (acif.flags == flags && acif.port == at.port && acif.port_vlan == at.vlan &&
+        acif.is_gone == 0)
         return;
     auto &record = dpm::record_of<vpws_acif_kind>(acif);
     vpws_acif_kind::unindex(record);
     acif.flags = flags;
     acif.port = at.port;
     acif.port_vlan = at.vlan;
+    acif.is_gone = 0;
     vpws_acif_kind::index(record);
     (void)dpm_vpws_acif_add_sync_send(&acif);
 }
@@ -61,26 +63,36 @@ void mark_circuits(std::uint32_t circuit, const vpws_leaving &leaving) {
     });
 }
 
-int withdraw(dpm_vpws_vc_fib &fib) {
+void withdraw(dpm_vpws_vc_fib &fib) {
     const dpm_vpws_vc_fib before = fib;
     fib.sdk_result = dpm::vpws_withdraw(fib);
     keep(fib, before, fib.sdk_result != 0);
-    return fib.sdk_result;
 }
 
-// One that stays in the chip, or comes there.
-int bring(dpm_vpws_vc_fib &fib, const dpm::vpws_parts &now, bool tells_anew) {
+bool is_over(const dpm_vpws_vc_fib &fib, const dpm_ftn &path) {
+    return fib.path_nhid == path.nhid && fib.path_id == path.tunnel_id;
+}
+
+// True when the pseudowire is in the chip behind it.  It does not stay over a path that may be gone.
+bool tell_anew(dpm_vpws_vc_fib &fib, const dpm::vpws_parts &now) {
+    fib.sdk_result = dpm::vpws_program_anew(fib, now);
+    return fib.sdk_result == 0 || is_over(fib, *now.path) || dpm::vpws_withdraw(fib) != 0;
+}
+
+// One that stays in the chip, or comes there.  Its circuit travels before it, so that a new master
+// knows the port of each that is in the chip.
+void bring(dpm_vpws_vc_fib &fib, const dpm::vpws_parts &now, bool tells_anew) {
     const dpm_vpws_vc_fib before = fib;
-    const bool is_changed = tells_anew || fib.sdk_result != 0 || now.have_moved() ||
-                            now.path->nhid != fib.path_nhid || now.path->tunnel_id != fib.path_id;
-    if (!dpm::is_in_chip(fib))
-        fib.sdk_result = dpm::vpws_program(fib, now);
-    else if (is_changed)
-        fib.sdk_result = dpm::vpws_program_anew(fib, now);
+    bool is_there = dpm::is_in_chip(fib);
+    if (!is_there)
+        is_there = (fib.sdk_result = dpm::vpws_program(fib, now)) == 0;
+    else if (tells_anew || fib.sdk_result != 0 || !is_over(fib, *now.path))
+        is_there = tell_anew(fib, now);
     if (dpm::is_standby(fib) && now.sibling != nullptr && now.sibling->aps_id == fib.aps_id)
         fib.switched = now.sibling->switched; // the primary one tells, when a switch was cut short
-    keep(fib, before, dpm::is_in_chip(before) || fib.sdk_result == 0);
-    return fib.sdk_result;
+    if (is_there && fib.sdk_result == 0)
+        stand_on(*now.acif, now.at);
+    keep(fib, before, is_there);
 }
 
 void rest(dpm_vpws_vc_fib &fib) {
@@ -89,44 +101,48 @@ void rest(dpm_vpws_vc_fib &fib) {
     keep(fib, before, false);
 }
 
+bool may_stay(const dpm_vpws_vc_fib &fib, const dpm::vpws_parts &now, const vpws_leaving &leaving) {
+    return now.are_complete() && !dpm::vpws_is_another(fib, now, leaving);
+}
+
 // What leaves the circuit makes room first.
-int settle(std::uint32_t circuit, const vpws_leaving &leaving, bool tells_anew) {
-    int refusal = 0;
+void settle(std::uint32_t circuit, const vpws_leaving &leaving, bool tells_anew) {
     dpm::each_of_circuit(circuit, [&](dpm_vpws_vc_fib &fib) {
         const dpm::vpws_parts now = dpm::vpws_parts_of(fib, leaving);
-        int result = 0;
-        if (dpm::is_in_chip(fib) && (!now.are_complete() || dpm::vpws_is_another(fib, now)))
-            result = withdraw(fib);
-        refusal = refusal != 0 ? refusal : result;
+        if (dpm::is_in_chip(fib) && !may_stay(fib, now, leaving))
+            withdraw(fib);
+        else if (dpm::is_in_chip(fib))
+            tells_anew = tells_anew || now.have_moved();
     });
     dpm::each_of_circuit(circuit, [&](dpm_vpws_vc_fib &fib) {
         const dpm::vpws_parts now = dpm::vpws_parts_of(fib, leaving);
-        const int result = now.are_complete()     ? bring(fib, now, tells_anew)
-                           : dpm::is_in_chip(fib) ? 0 // the chip would not let it go
-                                                  : (rest(fib), 0);
-        refusal = refusal != 0 ? refusal : result;
+        if (dpm::is_in_chip(fib) && !may_stay(fib, now, leaving))
+            return; // the chip would not let it go
+        now.are_complete() ? bring(fib, now, tells_anew) : rest(fib);
     });
     mark_circuits(circuit, leaving);
-    return refusal;
 }
 
 } // namespace
 
 namespace dpm {
 
-int vpws_settle(std::uint32_t circuit, const vpws_leaving &leaving) {
-    return settle(circuit, leaving, false);
+void vpws_settle(std::uint32_t circuit, const vpws_leaving &leaving) {
+    settle(circuit, leaving, false);
 }
 
-int vpws_update(std::uint32_t circuit) {
-    return settle(circuit, {}, true);
+void vpws_update(std::uint32_t circuit) {
+    settle(circuit, {}, true);
 }
 
 void vpws_ask() {
     for (const dpm_vpws_vc_fib &fib : vpws_vc_fibs())
-        (void)vpws_settle(circuit_of(fib));
+        vpws_settle(circuit_of(fib));
     for (const dpm_vpws_acif &acif : vpws_acifs()) // of those without pseudowires the flags
-        (void)vpws_settle(acif.vc_id);
+        vpws_settle(acif.vc_id);
+    for (dpm_vpws_vc_ilm &ilm : vpws_vc_ilms())
+        if (vpws_fib_of(ilm) == nullptr && mark<vpws_vc_ilm_kind>(ilm, DPM_LABEL_WAITING))
+            (void)dpm_vpws_vc_ilm_add_sync_send(&ilm);
 }
 
 } // namespace dpm
