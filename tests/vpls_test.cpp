@@ -220,7 +220,8 @@ TEST_F(Vpls, WhatIsToldAnewLeavesTheChipInBetweenAndWhatIsRepeatedDoesNot) {
     do_command("card slot-up 3"); // programmed again: what the chip has
     EXPECT_EQ(asked(Function::vpls_add), 4u);
     EXPECT_EQ(asked(Function::vpls_ac_entry_add) + asked(Function::vpls_pw_entry_add), 9u);
-    standby_lost();
+    switch_over();
+    EXPECT_EQ(asked(Function::vpls_ac_entry_add) + asked(Function::vpls_pw_entry_add), 0u);
     standby_connects();
     expect_state("bridge 1 bridge 1 circuit 1 out 1 in 1");
     do_command("ftn del 10.9.0.1/32 via 10.1.1.3");
@@ -232,6 +233,13 @@ TEST_F(Vpls, WhatIsToldAnewLeavesTheChipInBetweenAndWhatIsRepeatedDoesNot) {
 }
 
 TEST_F(Vpls, WhatTheChipRefusesStaysAndIsAskedForAgain) {
+    refuse(Function::vpls_add);
+    bridge()(come);
+    expect_state("bridge 2!");
+    switch_over();
+    EXPECT_EQ(state(master()), "bridge 1") << "a new master asks";
+    standby_connects();
+    bridge()(go);
     refuse(Function::vpls_add, 2, -5);
     bridge()(come);
     circuit()(come);
