@@ -383,6 +383,7 @@ const struct {
     {"peer", "10.30.0.{1-2}"},
     {"pw", "vc-id {1-3} peer {peer}"},
     {"group of pws", "", any_group},
+    {"bridge pw", "vpls {1-2} peer {peer}"},
     {"rule", "from 10.5.{0-1}.0/24 port {1-2} via 10.1.{0-3}.{2-8}"},
     {"from 4", "{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}{| 10.9.9.{1-4}}"},
     {"from 6", "{| 2001:db8:9::{1-4}}{| 2001:db8:9::{1-4}}"},
@@ -395,7 +396,7 @@ const struct {
                        "chip refuse {of host}{refused}}"},
     {"of label", "{ftn|ftn-del|ilm|ilm-del|mpls}"},
     {"of session", "{local|remote}{|-del|-update}"},
-    {"of pw", "{vpws|vpws-del|vpws-update|pw-switch}"},
+    {"of pw", "{vpws{|-del|-update}|pw-switch|vpls{|-ac|-pw}{|-del}}"},
     {"of gre", "{port-key|gre|gre-del|gre-nexthop|gre-nexthop-update|gre-nexthop-del}"},
     {"fault",
      "{{fault of hosts}|{fault of hosts}|chip refuse group{|-member|-del}{refused}|"
@@ -596,17 +597,25 @@ void check(TableWalk &walk) {
 
 void clear_pseudowires(TableWalk &walk) {
     std::vector<std::string> commands;
-    const auto pw = [](unsigned vc, const std::uint8_t *peer) {
-        return "vc-id " + std::to_string(vc) + " peer " + chassis::address_text(1, peer);
+    const auto peer = [](unsigned id, const std::uint8_t *address) {
+        return std::to_string(id) + " peer " + chassis::address_text(1, address);
     };
     for (const dpm_vpws_acif &acif : walk.all(walk.master(), tables::vpws_ac))
-        commands.push_back(std::string("unbind ") + acif.ifname);
+        commands.push_back(std::string("vpws unbind ") + acif.ifname);
     for (const dpm_vpws_vc_fib &way : walk.all(walk.master(), tables::vpws_out))
-        commands.push_back("out del " + pw(way.vc_id, way.vc_peer));
+        commands.push_back("vpws out del vc-id " + peer(way.vc_id, way.vc_peer));
     for (const dpm_vpws_vc_ilm &way : walk.all(walk.master(), tables::vpws_in))
-        commands.push_back("in del " + pw(way.vpn_id, way.vc_peer));
+        commands.push_back("vpws in del vc-id " + peer(way.vpn_id, way.vc_peer));
+    for (const dpm_vpls_acif &acif : walk.all(walk.master(), tables::vpls_ac))
+        commands.push_back(std::string("vpls unbind ") + acif.ifname);
+    for (const dpm_vpls_vc_fib &way : walk.all(walk.master(), tables::vpls_out))
+        commands.push_back("vpls out del vpls " + peer(way.vpls_id, way.vc_peer));
+    for (const dpm_vpls_vc_ilm &way : walk.all(walk.master(), tables::vpls_in))
+        commands.push_back("vpls in del vpls " + peer(way.vpls_id, way.vc_peer));
+    for (const dpm_vpls_vsi &bridge : walk.all(walk.master(), tables::vpls))
+        commands.push_back("vpls del " + std::to_string(bridge.vpls_id));
     for (const std::string &command : commands)
-        EXPECT_TRUE(walk.act("l2vpn vpws " + command)) << command;
+        EXPECT_TRUE(walk.act("l2vpn " + command)) << command;
 }
 
 // Everything is taken away, and what was adrift is sound again.
@@ -692,8 +701,13 @@ constexpr struct Deed {
     {60, faults_of_routes,
      "l2vpn vpws out {add|add|add|del} {pw} label {2000-2002}{|| sibling {1-3} {peer}{| standby}}"},
     {50, faults_of_routes, "l2vpn vpws in {add|add|add|del} {pw} label {3000-3005}"},
+    {15, faults_of_routes, "l2vpn vpls {add|add|add|del} {1-2}"},
+    {30, faults_of_routes, "l2vpn vpls {bind {dev} vpls {1-2}{| svlan {5-6}}|unbind {dev}}"},
+    {40, faults_of_routes,
+     "l2vpn vpls out {add|add|add|del} {bridge pw} label {2000-2002}{| spoke}"},
+    {40, faults_of_routes, "l2vpn vpls in {add|add|add|del} {bridge pw} label {3004-3009}"},
     {10, faults_of_routes, "l2vpn switch {group of pws} {primary|standby}"},
-    {10, nothing, "vlan port {100-103} {|1|2|trunk 1}"},
+    {10, nothing, "vlan port {100-103} trunk {1-2}"},
     {60, faults_of_routes, "bfd add {session}"},
     {15, faults_of_routes, "bfd del {disc}"},
     {40, faults_of_routes,
