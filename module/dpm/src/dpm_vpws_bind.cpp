@@ -14,6 +14,7 @@
 
 namespace {
 
+using dpm::call_site;
 using dpm::vpws_acif_kind;
 using dpm::vpws_vc_fib_kind;
 using dpm::vpws_vc_ilm_kind;
@@ -44,6 +45,7 @@ void keep_own(dpm_vpws_acif &image, const dpm_vpws_acif &entry) {
     image.flags = entry.flags;
     image.port = entry.port;
     image.port_vlan = entry.port_vlan;
+    image.is_gone = entry.is_gone;
 }
 void keep_own(dpm_vpws_vc_fib &image, const dpm_vpws_vc_fib &entry) {
     dpm::keep_from(offsetof(dpm_vpws_vc_fib, sdk_result), image, entry);
@@ -173,15 +175,63 @@ template <class Do> int for_circuit_of(const dpm_vpws_vc_ilm &ilm, Do act) {
     return fib->sdk_result;
 }
 
-int settle_other_half(const dpm_vpws_vc_ilm &ilm, const dpm::vpws_leaving &leaving = {}) {
-    return for_circuit_of(ilm, [&](std::uint32_t circuit) { dpm::vpws_settle(circuit, leaving); });
+int settle(const dpm_vpws_vc_fib &fib) {
+    dpm::vpws_settle(dpm::circuit_of(fib));
+    return fib.sdk_result;
+}
+int settle(const dpm_vpws_vc_ilm &ilm) {
+    return for_circuit_of(ilm, [](std::uint32_t circuit) { dpm::vpws_settle(circuit); });
 }
 
 int retell(dpm_vpws_vc_ilm &ilm, const dpm_vpws_vc_ilm &image) {
     if (is_repeated(ilm, image))
-        return settle_other_half(ilm);
+        return settle(ilm);
     return replace<vpws_vc_ilm_kind>(ilm, image,
                                      [&] { return for_circuit_of(ilm, dpm::vpws_update); });
+}
+
+// The way in counts no more; false when the chip keeps its pseudowire: then it stays.
+bool release(const dpm_vpws_vc_ilm &ilm) {
+    (void)for_circuit_of(ilm,
+                         [&](std::uint32_t circuit) { dpm::vpws_settle(circuit, {.ilm = &ilm}); });
+    const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(ilm);
+    if (fib == nullptr || !dpm::is_in_chip(*fib))
+        return true;
+    (void)settle(ilm);
+    return false;
+}
+
+// One half of a pseudowire is told, or goes.
+template <class Kind, class Request> int take(const Request *request, const call_site &caller) {
+    int result = 0;
+    if (!dpm::may_change(request, result, caller))
+        return result;
+    const typename Kind::entry image = image_of(*request);
+    if (!dpm::is_sound<Kind>(image, caller))
+        return -1;
+    auto *entry = Kind::table().find(image);
+    if (entry != nullptr)
+        return retell(*entry, image);
+    entry = dpm::has_pseudowire_room() ? dpm::vpn_add<Kind>(image) : nullptr;
+    if (entry == nullptr)
+        return -1;
+    (void)dpm::vpn_pend_add<Kind>(entry);
+    (void)Kind::add_send(entry);
+    return settle(*entry);
+}
+
+template <class Kind, class Request> int remove(const Request *request, const call_site &caller) {
+    int result = 0;
+    if (!dpm::may_change(request, result, caller))
+        return result;
+    const typename Kind::entry key = image_of(*request);
+    auto *entry = Kind::table().find(key);
+    if (entry == nullptr)
+        return dpm::not_there(Kind::id_of(key), caller);
+    if (!release(*entry))
+        return -1;
+    (void)Kind::del_send(entry);
+    return Kind::del(entry);
 }
 
 } // namespace
@@ -223,72 +273,16 @@ int dpm_mpls_vpws_acif_unbind(const dpm_vpws_acif_msg *request) {
 }
 
 int dpm_mpls_vpws_vc_fib_add(const dpm_vpws_vc_fib_msg *request) {
-    int result = 0;
-    if (!dpm::may_change(request, result, DPM_CALL_SITE))
-        return result;
-    const dpm_vpws_vc_fib image = image_of(*request);
-    if (!dpm::is_sound<vpws_vc_fib_kind>(image, DPM_CALL_SITE))
-        return -1;
-    dpm_vpws_vc_fib *fib = dpm::vpws_vc_fibs().find(image);
-    if (fib != nullptr)
-        return retell(*fib, image);
-    fib = dpm::has_pseudowire_room() ? dpm_vpws_vc_fib_add(image) : nullptr;
-    if (fib == nullptr)
-        return -1;
-    (void)dpm_mpls_pend_vpws_vc_fib_add(fib);
-    (void)dpm_vpws_vc_fib_add_sync_send(fib);
-    dpm::vpws_settle(dpm::circuit_of(*fib));
-    return fib->sdk_result;
+    return take<vpws_vc_fib_kind>(request, DPM_CALL_SITE);
 }
-
 int dpm_mpls_vpws_vc_fib_del(const dpm_vpws_vc_fib_msg *request) {
-    int result = 0;
-    if (!dpm::may_change(request, result, DPM_CALL_SITE))
-        return result;
-    const dpm_vpws_vc_fib key = image_of(*request);
-    dpm_vpws_vc_fib *fib = dpm::vpws_vc_fibs().find(key);
-    if (fib == nullptr)
-        return dpm::not_there(key.vc_id, DPM_CALL_SITE);
-    if (!release(*fib))
-        return -1;
-    (void)dpm_vpws_vc_fib_del_sync_send(fib);
-    return dpm_vpws_vc_fib_del(fib);
+    return remove<vpws_vc_fib_kind>(request, DPM_CALL_SITE);
 }
-
 int dpm_mpls_vpws_vc_ilm_add(const dpm_vpws_vc_ilm_msg *request) {
-    int result = 0;
-    if (!dpm::may_change(request, result, DPM_CALL_SITE))
-        return result;
-    const dpm_vpws_vc_ilm image = image_of(*request);
-    if (!dpm::is_sound<vpws_vc_ilm_kind>(image, DPM_CALL_SITE))
-        return -1;
-    dpm_vpws_vc_ilm *ilm = dpm::vpws_vc_ilms().find(image);
-    if (ilm != nullptr)
-        return retell(*ilm, image);
-    ilm = dpm::has_pseudowire_room() ? dpm_vpws_vc_ilm_add(image) : nullptr;
-    if (ilm == nullptr)
-        return -1;
-    (void)dpm_mpls_pend_vpws_vc_ilm_add(ilm);
-    (void)dpm_vpws_vc_ilm_add_sync_send(ilm);
-    return settle_other_half(*ilm);
+    return take<vpws_vc_ilm_kind>(request, DPM_CALL_SITE);
 }
-
 int dpm_mpls_vpws_vc_ilm_del(const dpm_vpws_vc_ilm_msg *request) {
-    int result = 0;
-    if (!dpm::may_change(request, result, DPM_CALL_SITE))
-        return result;
-    const dpm_vpws_vc_ilm key = image_of(*request);
-    dpm_vpws_vc_ilm *ilm = dpm::vpws_vc_ilms().find(key);
-    if (ilm == nullptr)
-        return dpm::not_there(key.vpn_id, DPM_CALL_SITE);
-    result = settle_other_half(*ilm, {.ilm = ilm});
-    const dpm_vpws_vc_fib *fib = dpm::vpws_fib_of(*ilm);
-    if (fib != nullptr && dpm::is_in_chip(*fib)) {
-        (void)settle_other_half(*ilm);
-        return result;
-    }
-    (void)dpm_vpws_vc_ilm_del_sync_send(ilm);
-    return dpm_vpws_vc_ilm_del(ilm);
+    return remove<vpws_vc_ilm_kind>(request, DPM_CALL_SITE);
 }
 
 int dpm_pw_redundancy_group_switch(const dpm_pw_switch_msg *request) {

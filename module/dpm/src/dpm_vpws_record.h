@@ -99,6 +99,7 @@ struct vpws_vc_fib_kind {
     static auto by_circuit() { return fib_by_circuit_index(g_dpm_index.vpws_vc_fib_by_circuit); }
     static int del(entry *fib) { return dpm_vpws_vc_fib_del(fib); }
     static int add_send(const entry *changed) { return dpm_vpws_vc_fib_add_sync_send(changed); }
+    static int del_send(const entry *gone) { return dpm_vpws_vc_fib_del_sync_send(gone); }
     static void index(record &record) {
         (void)by_peer().add(record);
         (void)by_circuit().add(record);
@@ -123,6 +124,7 @@ struct vpws_vc_ilm_kind {
     static pend_list<entry> pending() { return pend_vpws_vc_ilms(); }
     static int del(entry *ilm) { return dpm_vpws_vc_ilm_del(ilm); }
     static int add_send(const entry *changed) { return dpm_vpws_vc_ilm_add_sync_send(changed); }
+    static int del_send(const entry *gone) { return dpm_vpws_vc_ilm_del_sync_send(gone); }
     static void index(record &) {}
     static void unindex(record &) {}
 };
