@@ -197,7 +197,11 @@ TEST_F(Vpws, ARefusalLeavesWhatTheChipHasAndIsAskedForAgain) {
     EXPECT_EQ(tell(DPM_OPER_ADD, way_out()), 0);
     EXPECT_EQ(ways_out(master())[0].sdk_result, -5);
     EXPECT_EQ(flags(standby()), " circuit 2 out 2 in 2");
+    refuse(Function::vpws_entry_add, 1, -5);
+    advance(29);
     EXPECT_EQ(tell(DPM_OPER_ADD, way_out()), 0);
+    EXPECT_EQ(flags(standby()), " circuit 2 out 2 in 2");
+    advance(1);
     EXPECT_EQ(flags(standby()), " circuit 1 out 1 in 1");
     const auto expect_kept = [&](Function function, auto request) {
         refuse(function, 1, -6);
@@ -224,9 +228,11 @@ TEST_F(Vpws, CircuitsFollowTheirInterfaceOnEachCard) {
     EXPECT_EQ(tell(DPM_OPER_ADD, way_out()), 0);
     EXPECT_EQ(circuit(DPM_OPER_ADD, 7, "vlanif300"), 0); // which is not there yet
     EXPECT_EQ(flags(master()), " circuit 2 out 2 in 2");
-    for (rig::Card *card : cards())
-        card->suite.set_vlan_port(300, 6);
     expect_ok("if add vlanif300");
+    EXPECT_EQ(flags(standby()), " circuit 2 out 2 in 2");
+    for (rig::Card *card : cards())
+        card->suite.set_vlan_port(300, 6); // without an event
+    advance(30);
     EXPECT_EQ(flags(standby()), " circuit 1 out 1 in 1");
     {
         const auto scope = as(standby());

@@ -268,6 +268,8 @@ void check_lists(Lines &lines) {
                      (g_dpm_index.cpu_default_timer.expiry_sec != 0) +
                      (g_dpm_index.kept_group_timer.expiry_sec != 0) +
                      (g_dpm_index.kept_gre_timer.expiry_sec != 0) +
+                     (g_dpm_index.vpws_timer.expiry_sec != 0) +
+                     (g_dpm_index.vpls_timer.expiry_sec != 0) +
                      (g_dpm_index.left_port_timer.expiry_sec != 0),
                  lines);
     const dpm_timer_node *previous = nullptr;

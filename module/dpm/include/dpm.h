@@ -117,6 +117,8 @@ struct dpm_index {
     dpm_kept_group kept_groups[32];       // more are forgotten
     dpm_timer_node kept_gre_timer;        // GRE objects of no tunnel, and what leads to them:
     dpm_kept_gre kept_gre[64];            // more are forgotten
+    dpm_timer_node vpws_timer;            // pseudowires, and their circuits without a port:
+    dpm_timer_node vpls_timer;            // of its coming no event tells; the same of bridges
     dpm_timer_node left_port_timer;       // ports without GRE next hops on which it goes on looking
 };
 

@@ -8,9 +8,11 @@
 #pragma once
 
 #include "dpm_address.h"
+#include "dpm_bridge.h"
 #include "dpm_driver.h"
 #include "dpm_if.h"
 #include "dpm_l3vpn_chip.h"
+#include "dpm_retry.h"
 #include "dpm_trace.h"
 #include "dpm_vpn_table.h"
 
@@ -211,12 +213,27 @@ template <class Circuit> circuit_place place_of(const Circuit &circuit) {
     return {static_cast<std::uint16_t>(port), static_cast<std::uint16_t>(vlan)};
 }
 
+// What the chip refused, and what waits for a port, is settled again in a while; a time that runs is
+// not put off.
+inline void ask_later(dpm_timer_node &timer, void (*ask)()) {
+    if (timer.expiry_sec == 0)
+        retry_later(timer, ask);
+}
+
 // --- interfaces ------------------------------------------------------------------------------
 
 // Indexes are card-local; a name that this card has no interface of leads to DPM_IFINDEX_NONE.
 inline std::uint32_t index_of(char *ifname) {
     end_name(ifname);
     return dpm_if_get_ifindexbyname(ifname);
+}
+
+// The same for the key of a circuit: an index is that of one interface alone.
+inline std::uint32_t circuit_index(char *ifname, std::uint32_t told) {
+    char name[DPM_IFNAME_BYTES] = {};
+    const bool is_anothers =
+        dpm_if_get_ifnamebyindex(told, name) == 0 && std::strcmp(name, ifname) != 0;
+    return is_anothers ? DPM_IFINDEX_NONE : told;
 }
 
 // The index of an interface that a request names and tells the index of: the name decides where this
@@ -234,34 +251,57 @@ bool name_circuit(Circuit &image, std::size_t carried, const call_site &caller) 
     const std::size_t length = strnlen(image.ifname, carried);
     if ((length == 0 || length == carried) && dpm_if_get_ifnamebyindex(image.ifindex, name) == 0)
         std::memcpy(image.ifname, name, sizeof image.ifname);
-    image.ifindex = index_told(image.ifname, image.ifindex);
-    if (dpm_if_get_ifnamebyindex(image.ifindex, name) == 0 && std::strcmp(name, image.ifname) != 0)
-        image.ifindex = DPM_IFINDEX_NONE; // that of another one
+    image.ifindex = circuit_index(image.ifname, index_told(image.ifname, image.ifindex));
     if (image.ifname[0] == '\0')
         DPM_LOG_FROM(caller, "%s %d::ifindex = %d, can not find the interface!\r\n",
                      +image.ifindex);
     return image.ifname[0] != '\0';
 }
 
-// The circuit of an interface: by its name, which stands under its index where this card knows it.
-template <class Kind> typename Kind::entry *find_circuit(const typename Kind::entry &image) {
-    auto *present = Kind::table().find(image);
-    if (present != nullptr && std::strcmp(present->ifname, image.ifname) == 0)
-        return present;
-    if (dpm_if_get_ifindexbyname(image.ifname) == DPM_IFINDEX_NONE)
+// The circuit of an interface: by its name.  It stands under the interface's index, under none, or,
+// where this card does not know the interface, under whichever it was told.
+template <class Kind> typename Kind::entry *find_circuit(typename Kind::entry key) {
+    for (const std::uint32_t ifindex : {+key.ifindex, DPM_IFINDEX_NONE}) {
+        key.ifindex = ifindex;
+        auto *present = Kind::table().find(key);
+        if (present != nullptr && std::strcmp(present->ifname, key.ifname) == 0)
+            return present;
+    }
+    if (dpm_if_get_ifindexbyname(key.ifname) == DPM_IFINDEX_NONE)
         for (auto &circuit : Kind::table())
-            if (std::strcmp(circuit.ifname, image.ifname) == 0)
+            if (std::strcmp(circuit.ifname, key.ifname) == 0)
                 return &circuit;
     return nullptr;
 }
 
-template <class Kind> void move_circuit(typename Kind::entry &circuit, std::uint32_t ifindex) {
+// A circuit comes to stand under another index.  Of two of one name, as a sync that had holes may
+// leave them, one goes: the one that the chip does not have.  False: that was this one.
+template <class Kind> bool move_circuit(typename Kind::entry &circuit, std::uint32_t ifindex) {
+    typename Kind::entry key = circuit;
+    key.ifindex = ifindex;
+    auto *twin = Kind::table().find(key);
+    if (twin == &circuit)
+        return true;
+    if (twin != nullptr && is_in_chip(*twin)) {
+        (void)Kind::del(&circuit);
+        return false;
+    }
+    if (twin != nullptr)
+        (void)Kind::del(twin);
     auto &record = record_of<Kind>(circuit);
     Kind::unindex(record);
     Kind::table().remove(circuit);
     circuit.ifindex = ifindex;
     (void)Kind::table().add(circuit);
     Kind::index(record);
+    return true;
+}
+
+// A circuit that stands under no index is told one.
+template <class Kind> void take_index(typename Kind::entry &circuit, std::uint32_t ifindex) {
+    if (circuit.ifindex == DPM_IFINDEX_NONE)
+        (void)move_circuit<Kind>(circuit,
+                                 ifindex); // nobody stands there: that was looked up before
 }
 
 // A circuit of another name that stands under the index of an image has lost it: it stands under its
@@ -270,8 +310,10 @@ template <class Kind, class Moved> void make_way(const typename Kind::entry &ima
     auto *present = image.ifindex != DPM_IFINDEX_NONE ? Kind::table().find(image) : nullptr;
     if (present == nullptr || std::strcmp(present->ifname, image.ifname) == 0)
         return;
-    move_circuit<Kind>(*present, DPM_IFINDEX_NONE);
-    moved(*present);
+    if (!dpm_bridge_self_is_slave())
+        present->is_gone = 1; // its port is the other's from now on
+    if (move_circuit<Kind>(*present, DPM_IFINDEX_NONE))
+        moved(*present);
 }
 
 // The circuit of an interface takes its index.  Calls `moved(circuit)` for it, and for one that had
@@ -285,9 +327,9 @@ void renumber_circuit(const char *ifname, std::uint32_t ifindex, Moved moved) {
     for (auto &circuit : Kind::table()) {
         if (std::strcmp(circuit.ifname, ifname) != 0)
             continue;
-        if (circuit.ifindex != ifindex)
-            move_circuit<Kind>(circuit, ifindex);
-        return moved(circuit);
+        if (move_circuit<Kind>(circuit, ifindex))
+            moved(circuit);
+        return;
     }
 }
 

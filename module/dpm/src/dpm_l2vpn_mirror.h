@@ -18,7 +18,16 @@ template <vpn_table Kind> struct service_mirror : mirror_defaults<typename Kind:
 template <vpn_table Kind> struct circuit_mirror : service_mirror<Kind> {
     using entry = typename Kind::entry;
     static bool localise_key(entry &image, const call_site &) {
-        image.ifindex = index_of(image.ifname);
+        image.ifindex = circuit_index(image.ifname, index_of(image.ifname));
+        return true;
+    }
+};
+
+// Of a peer the address counts alone: what stands behind it is zero in every table.
+template <vpn_table Kind> struct pseudowire_mirror : service_mirror<Kind> {
+    using entry = typename Kind::entry;
+    static bool localise_key(entry &image, const call_site &) {
+        std::memset(image.vc_peer + 4, 0, sizeof image.vc_peer - 4);
         return true;
     }
 };

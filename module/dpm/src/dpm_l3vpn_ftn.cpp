@@ -230,8 +230,7 @@ int dpm_mpls_ftn_add_msg(const dpm_ftn_msg *request) {
     const int result = is_vpn(*entry) ? program_vpn(*entry)
                                       : program_tunnel(*entry, request->ifindex, DPM_CALL_SITE);
     (void)dpm_mpls_ftn_add_sync_send(entry);
-    if (entry->flags == DPM_LABEL_PROGRAMMED)
-        dpm::settle_pseudowires(*entry);
+    dpm::settle_pseudowires(*entry);
     if (is_claim)
         dpm::tell_of_claim(image);
     return result;

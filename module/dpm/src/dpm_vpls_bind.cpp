@@ -167,7 +167,7 @@ int dpm_mpls_vpls_vsi_add(void *block) {
         return result;
     auto image = dpm::image_of<dpm_vpls_vsi>(*request.get());
     image.fid = image.vpls_id;
-    if (image.vpls_id == 0 || image.vpls_id > DPM_VPLS_MAX_ID)
+    if (!dpm::is_vpls_id(image.vpls_id))
         return bridge_fault(image.vpls_id, DPM_CALL_SITE);
     dpm_vpls_vsi *vsi = dpm::vpls_vsis().find(image);
     if (vsi != nullptr)
@@ -194,8 +194,11 @@ int dpm_mpls_vpls_vsi_del(void *block) {
     }
     if (dpm::is_in_chip(*vsi))
         result = dpm::vpls_withdraw(*vsi);
-    if (result != 0)
+    if (result != 0) {
+        vsi->sdk_result = result;
+        (void)dpm_vpls_vsi_add_sync_send(vsi);
         return result;
+    }
     (void)dpm_vpls_vsi_del_sync_send(vsi);
     return vpls_vsi_kind::del(vsi);
 }
@@ -207,10 +210,12 @@ int dpm_mpls_vpls_acif_bind(const dpm_vpls_acif_msg *request) {
     dpm_vpls_acif image;
     if (!circuit_of(*request, image, DPM_CALL_SITE))
         return -1;
-    if (dpm_vpls_acif *acif = present<vpls_acif_kind>(image))
-        return take_again<vpls_acif_kind>(*acif, image);
     dpm::make_way<vpls_acif_kind>(image,
                                   [](dpm_vpls_acif &other) { (void)dpm::vpls_settle(other); });
+    if (dpm_vpls_acif *acif = present<vpls_acif_kind>(image)) {
+        dpm::take_index<vpls_acif_kind>(*acif, image.ifindex);
+        return take_again<vpls_acif_kind>(*acif, image);
+    }
     return take_new<vpls_acif_kind>(image);
 }
 

@@ -6,6 +6,11 @@
 
 namespace dpm {
 
+// What the chip tells bridges apart by.
+constexpr bool is_vpls_id(std::uint32_t id) {
+    return id != 0 && id <= DPM_VPLS_MAX_ID;
+}
+
 // What belongs to an entry: the bridge with a number, the other half of a pseudowire.  Null when
 // there is none.
 dpm_vpls_vsi *vpls_vsi_of(std::uint32_t vpls_id);

@@ -13,7 +13,9 @@ void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     dpm_vpls_acif key = {};
     key.ifindex = entry.if_index;
     dpm_vpls_acif *acif = dpm::vpls_acifs().find(key);
-    if (acif == nullptr || vrf != DPM_VRF_NONE || dpm::vpls_settle(*acif, {.entry = acif}) == 0)
+    if (acif == nullptr || vrf != DPM_VRF_NONE || std::strcmp(acif->ifname, entry.ifname) != 0)
+        return;
+    if (dpm::vpls_settle(*acif, {.entry = acif}) == 0)
         return;
     acif->is_gone = 1;
     (void)dpm_vpls_acif_add_sync_send(acif);

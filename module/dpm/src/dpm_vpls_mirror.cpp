@@ -18,6 +18,10 @@ struct vsi_mirror : dpm::service_mirror<vpls_vsi_kind> {
         "%s %d::slot_bit = %d, vpls vsi driver sync.\r\n";
     static constexpr const char *table_sync_text = "%s %d::slot %d, vpls vsi table sync.\r\n";
     static constexpr dpm_avl_tree *const list[] = {&g_dpm_vpn.vpls_vsi_tree};
+    static bool localise_key(entry &image, const dpm::call_site &) {
+        image.fid = image.vpls_id;
+        return dpm::is_vpls_id(image.vpls_id);
+    }
     static void create() { dpm::vpls_vsis().create(); }
     static std::span<dpm_avl_tree *const> trees() { return list; }
     static bool reprogram(const entry &entry, std::uint32_t slot_bits) {
@@ -52,7 +56,7 @@ struct acif_mirror : dpm::circuit_mirror<vpls_acif_kind> {
     }
 };
 
-struct vc_fib_mirror : dpm::service_mirror<vpls_vc_fib_kind> {
+struct vc_fib_mirror : dpm::pseudowire_mirror<vpls_vc_fib_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPLS_VCFIB_ADD,
                           del_code = DPM_MSG_SYNC_VPLS_VCFIB_DEL;
     static constexpr const char *driver_sync_text =
@@ -77,7 +81,7 @@ struct vc_fib_mirror : dpm::service_mirror<vpls_vc_fib_kind> {
     }
 };
 
-struct vc_ilm_mirror : dpm::service_mirror<vpls_vc_ilm_kind> {
+struct vc_ilm_mirror : dpm::pseudowire_mirror<vpls_vc_ilm_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPLS_VCILM_ADD,
                           del_code = DPM_MSG_SYNC_VPLS_VCILM_DEL;
     static constexpr const char *driver_sync_text =

@@ -39,6 +39,12 @@ bool is_over(const dpm_vpls_vc_fib &fib, const dpm_ftn &path) {
     return fib.path_nhid == path.nhid && fib.path_id == path.tunnel_id;
 }
 
+void ask_again();
+
+void again_later() {
+    dpm::ask_later(g_dpm_index.vpls_timer, ask_again);
+}
+
 int settle(dpm_vpls_acif &acif, const vpls_leaving &leaving, bool tells_anew) {
     const bool is_wanted = has_bridge(acif.vpls_id) && &acif != leaving.entry;
     const dpm::circuit_place at = is_wanted ? dpm::place_of(acif) : dpm::circuit_place{};
@@ -52,11 +58,32 @@ int settle(dpm_vpls_acif &acif, const vpls_leaving &leaving, bool tells_anew) {
     if (!dpm::is_in_chip(now) && at.port != 0)
         now.sdk_result = dpm::vpls_program(now, at);
     const int result = now.sdk_result;
+    if (!dpm::is_in_chip(now)) { // wherever a mirrored record said that it was
+        now.flags = DPM_LABEL_WAITING;
+        now.port = now.port_vlan = 0;
+        now.nhid = now.logic_port = 0;
+        now.is_gone = 0;
+    }
     if (dpm::is_another(acif, now)) {
         dpm::put<vpls_acif_kind>(acif, now);
         (void)dpm_vpls_acif_add_sync_send(&acif);
     }
+    const bool lacks_port = is_wanted && at.port == 0 && acif.ifindex != DPM_IFINDEX_NONE;
+    if (result != 0 || lacks_port)
+        again_later();
     return result;
+}
+
+void ask_again() {
+    for (dpm_vpls_vsi &vsi : dpm::vpls_vsis())
+        (void)dpm::vpls_settle(vsi);
+    dpm::each_on_port<vpls_acif_kind>(0, [](dpm_vpls_acif &acif) { (void)dpm::vpls_settle(acif); });
+    for (dpm_vpls_acif &acif : dpm::vpls_acifs())
+        if (acif.sdk_result != 0)
+            (void)dpm::vpls_settle(acif);
+    for (dpm_vpls_vc_fib &fib : dpm::vpls_vc_fibs())
+        if (fib.sdk_result != 0)
+            (void)dpm::vpls_settle(fib);
 }
 
 } // namespace
@@ -70,8 +97,10 @@ int vpls_settle(dpm_vpls_vsi &vsi) {
     vsi.sdk_result = vpls_program(vsi);
     if (is_another(vsi, before))
         (void)dpm_vpls_vsi_add_sync_send(&vsi);
-    if (!is_in_chip(vsi))
+    if (!is_in_chip(vsi)) {
+        again_later();
         return vsi.sdk_result;
+    }
     each_circuit_of(vsi.vpls_id, [](dpm_vpls_acif &acif) { (void)vpls_settle(acif); });
     each_way_out_of(vsi.vpls_id, [](dpm_vpls_vc_fib &fib) { (void)vpls_settle(fib); });
     return 0;
@@ -100,6 +129,8 @@ int vpls_settle(dpm_vpls_vc_fib &fib, const vpls_leaving &leaving) {
     dpm_vpls_vc_ilm *ilm = vpls_ilm_of(fib);
     if (ilm != nullptr && mark<vpls_vc_ilm_kind>(*ilm, flags))
         (void)dpm_vpls_vc_ilm_add_sync_send(ilm);
+    if (fib.sdk_result != 0)
+        again_later();
     return fib.sdk_result;
 }
 

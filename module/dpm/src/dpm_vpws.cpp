@@ -128,7 +128,7 @@ std::uint32_t dpm_vpws_get_pwid_by_vcid(std::uint32_t vc_id) {
 }
 
 dpm_vpws_acif *dpm_vpws_acif_add_for_slave(dpm_vpws_acif image) {
-    image.ifindex = dpm::index_of(image.ifname);
+    image.ifindex = dpm::circuit_index(image.ifname, dpm::index_of(image.ifname));
     return dpm::vpn_add_mirrored<vpws_acif_kind>(image);
 }
 

@@ -102,6 +102,7 @@ int unplug(dpm_vpws_acif &acif) {
 
 // A circuit that changes its pseudowire leaves the chip in between.
 int rebind(dpm_vpws_acif &acif, const dpm_vpws_acif &image) {
+    dpm::take_index<vpws_acif_kind>(acif, image.ifindex);
     if (is_repeated(acif, image)) {
         dpm::vpws_settle(acif.vc_id);
         return 0;
@@ -243,11 +244,11 @@ int dpm_mpls_vpws_acif_bind(const dpm_vpws_acif_msg *request) {
     auto image = dpm::image_of<dpm_vpws_acif>(*request);
     if (!dpm::name_circuit(image, name_bytes, DPM_CALL_SITE))
         return -1;
+    dpm::make_way<vpws_acif_kind>(
+        image, [](const dpm_vpws_acif &other) { dpm::vpws_settle(other.vc_id); });
     dpm_vpws_acif *acif = dpm::find_circuit<vpws_acif_kind>(image);
     if (acif != nullptr)
         return rebind(*acif, image);
-    dpm::make_way<vpws_acif_kind>(
-        image, [](const dpm_vpws_acif &other) { dpm::vpws_settle(other.vc_id); });
     acif = dpm_vpws_acif_add(image);
     if (acif == nullptr)
         return -1;

@@ -87,7 +87,7 @@ dal_vpws_ac ac_request(const parts &with) {
             .match_rule = with.acif->matchRule};
 }
 
-dal_vpws_pw pw_request(const dpm_vpws_vc_fib &fib, const parts &with) {
+dal_vpws_pw pw_request(const dpm_vpws_vc_fib &fib, const parts &with, bool is_protected) {
     dal_vpws_pw request = {.vc_id = fib.vc_id,
                            .peer = {},
                            .in_label = with.ilm != nullptr ? +with.ilm->in_label : 0,
@@ -96,7 +96,7 @@ dal_vpws_pw pw_request(const dpm_vpws_vc_fib &fib, const parts &with) {
                            .tunnel_id = fib.path_id,
                            .control_word = fib.c_word,
                            .mode = fib.pw_mode,
-                           .is_protected = is_protected(fib, with)};
+                           .is_protected = is_protected};
     std::memcpy(request.peer, fib.vc_peer, sizeof request.peer);
     return request;
 }
@@ -108,9 +108,9 @@ bool has_vlan_list(const dpm_vpws_acif &acif) {
            std::any_of(acif.vlans, last, [](std::uint8_t byte) { return byte != 0; });
 }
 
-int chip_add(dpm_vpws_vc_fib &fib, const parts &with, std::uint32_t slot_bits) {
+int chip_add(dpm_vpws_vc_fib &fib, const parts &with, bool is_protected, std::uint32_t slot_bits) {
     const dal_vpws_ac ac = ac_request(with);
-    const dal_vpws_pw pw = pw_request(fib, with);
+    const dal_vpws_pw pw = pw_request(fib, with, is_protected);
     std::uint32_t ac_nhid = fib.ac_nhid, pw_nhid = fib.pw_nhid, aps_id = fib.aps_id;
     const int result =
         has_vlan_list(*with.acif)
@@ -127,7 +127,7 @@ int chip_add(dpm_vpws_vc_fib &fib, const parts &with, std::uint32_t slot_bits) {
 }
 
 int chip_del(const dpm_vpws_vc_fib &fib) {
-    const dal_vpws_pw pw = pw_request(fib, {});
+    const dal_vpws_pw pw = pw_request(fib, {}, fib.aps_id != 0);
     const dpm_vpws_acif *acif = programmed_acif_of(dpm::circuit_of(fib));
     if (acif != nullptr && has_vlan_list(*acif))
         return dpm_driver_vpws_entry_del_vlanlist(&pw, role_of(fib), DPM_SLOT_ALL_BITS,
@@ -202,7 +202,7 @@ int vpws_program(dpm_vpws_vc_fib &fib, const vpws_parts &with) {
     if (with.sibling != nullptr && is_in_chip(*with.sibling))
         fib.aps_id = with.sibling->aps_id;
     const bool makes_group = fib.aps_id == 0;
-    if (const int result = chip_add(fib, with, DPM_SLOT_ALL_BITS)) {
+    if (const int result = chip_add(fib, with, is_protected(fib, with), DPM_SLOT_ALL_BITS)) {
         clear_ids(fib);
         return result;
     }
@@ -217,7 +217,7 @@ int vpws_program_anew(dpm_vpws_vc_fib &fib, const vpws_parts &with) {
     const std::uint32_t path_nhid = fib.path_nhid, path_id = fib.path_id;
     take_path(fib, *with.path);
     const dal_vpws_ac ac = ac_request(with);
-    const dal_vpws_pw pw = pw_request(fib, with);
+    const dal_vpws_pw pw = pw_request(fib, with, fib.aps_id != 0);
     std::uint32_t pw_nhid = fib.pw_nhid, aps_id = fib.aps_id;
     const int result =
         dpm_driver_vpws_entry_update(&ac, &pw, &pw_nhid, &aps_id, role_of(fib), DPM_SLOT_ALL_BITS);
@@ -243,10 +243,12 @@ void vpws_reprogram(const dpm_vpws_vc_fib &entry, std::uint32_t slot_bits) {
     if (!is_in_chip(entry) || acif == nullptr)
         return;
     vpws_parts told = vpws_parts_of(entry, {});
+    if (told.ilm == nullptr)
+        return;
     told.acif = acif;
     told.at = {acif->port, acif->port_vlan};
     dpm_vpws_vc_fib fib = entry; // what one slot answers is not kept
-    (void)chip_add(fib, told, slot_bits);
+    (void)chip_add(fib, told, fib.aps_id != 0, slot_bits);
     if (fib.switched != 0)
         (void)dpm_driver_pw_group_switch(fib.aps_id, fib.switched, slot_bits);
 }

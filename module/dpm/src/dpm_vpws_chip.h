@@ -28,6 +28,11 @@ struct vpws_parts {
     bool are_complete() const {
         return has_circuit && acif != nullptr && ilm != nullptr && path != nullptr && at.port != 0;
     }
+    // Nothing but the port, of whose coming no event tells.
+    bool lack_port() const {
+        return has_circuit && acif != nullptr && ilm != nullptr && path != nullptr &&
+               at.port == 0 && acif->ifindex != DPM_IFINDEX_NONE;
+    }
     // The chip does not have the circuit so.
     bool have_moved() const {
         return acif->flags != DPM_LABEL_PROGRAMMED || acif->port != at.port ||

@@ -14,7 +14,7 @@ void leave(const dpm_if_entry &entry, std::uint32_t vrf) {
     dpm_vpws_acif key = {};
     key.ifindex = entry.if_index;
     dpm_vpws_acif *acif = dpm::vpws_acifs().find(key);
-    if (acif == nullptr || vrf != DPM_VRF_NONE)
+    if (acif == nullptr || vrf != DPM_VRF_NONE || std::strcmp(acif->ifname, entry.ifname) != 0)
         return;
     dpm::vpws_settle(acif->vc_id, {.unplugged = acif});
     if (!dpm::is_in_chip(*acif))

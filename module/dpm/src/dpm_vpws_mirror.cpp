@@ -25,7 +25,7 @@ struct acif_mirror : dpm::circuit_mirror<vpws_acif_kind> {
     static entry *put(const entry &image, entry *) { return dpm_vpws_acif_add_for_slave(image); }
 };
 
-struct vc_fib_mirror : dpm::service_mirror<vpws_vc_fib_kind> {
+struct vc_fib_mirror : dpm::pseudowire_mirror<vpws_vc_fib_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCFIB_ADD,
                           del_code = DPM_MSG_SYNC_VPWS_VCFIB_DEL;
     static constexpr const char *driver_sync_text =
@@ -45,7 +45,7 @@ struct vc_fib_mirror : dpm::service_mirror<vpws_vc_fib_kind> {
     static entry *put(const entry &image, entry *) { return dpm_vpws_vc_fib_add_for_slave(image); }
 };
 
-struct vc_ilm_mirror : dpm::service_mirror<vpws_vc_ilm_kind> {
+struct vc_ilm_mirror : dpm::pseudowire_mirror<vpws_vc_ilm_kind> {
     static constexpr auto add_code = DPM_MSG_SYNC_VPWS_VCILM_ADD,
                           del_code = DPM_MSG_SYNC_VPWS_VCILM_DEL;
     static constexpr const char *driver_sync_text =

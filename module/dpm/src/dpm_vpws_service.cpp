@@ -6,6 +6,7 @@
 // together and mirrored, here.
 #include "dpm_vpws_service.h"
 
+#include "dpm_retry.h"
 #include "dpm_vpn_l2vpn.h"
 
 namespace {
@@ -101,6 +102,14 @@ void rest(dpm_vpws_vc_fib &fib) {
     keep(fib, before, false);
 }
 
+void ask_again() {
+    dpm::each_on_port<vpws_acif_kind>(
+        0, [](const dpm_vpws_acif &acif) { dpm::vpws_settle(acif.vc_id); });
+    for (const dpm_vpws_vc_fib &fib : dpm::vpws_vc_fibs())
+        if (fib.sdk_result != 0)
+            dpm::vpws_settle(dpm::circuit_of(fib));
+}
+
 bool may_stay(const dpm_vpws_vc_fib &fib, const dpm::vpws_parts &now, const vpws_leaving &leaving) {
     return now.are_complete() && !dpm::vpws_is_another(fib, now, leaving);
 }
@@ -121,6 +130,10 @@ void settle(std::uint32_t circuit, const vpws_leaving &leaving, bool tells_anew)
         now.are_complete() ? bring(fib, now, tells_anew) : rest(fib);
     });
     mark_circuits(circuit, leaving);
+    dpm::each_of_circuit(circuit, [&](const dpm_vpws_vc_fib &fib) {
+        if (fib.sdk_result != 0 || dpm::vpws_parts_of(fib, leaving).lack_port())
+            dpm::ask_later(g_dpm_index.vpws_timer, ask_again);
+    });
 }
 
 } // namespace
