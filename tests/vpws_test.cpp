@@ -120,11 +120,11 @@ TEST_F(Vpws, IsInTheChipWhileItsFivePartsAreThereInWhateverOrderTheyComeAndGo) {
         [&](std::uint32_t oper) { EXPECT_EQ(tell(oper, way_out()), 0); },
         [&](std::uint32_t oper) { EXPECT_EQ(tell(oper, way_in()), 0); },
         [&](std::uint32_t oper) {
-            expect_ok(std::string("ftn ") + (oper == DPM_OPER_ADD ? "add " : "del ") + peer +
-                      "/32 via 10.1.1.2");
+            expect_ok(oper == DPM_OPER_ADD ? "ftn add 10.9.0.1/32 via 10.1.1.2"
+                                           : "ftn del 10.9.0.1/32 via 10.1.1.2");
         },
         [&](std::uint32_t oper) {
-            expect_ok(std::string("neigh ") + (oper == DPM_OPER_ADD ? "add" : "del") + " 10.1.1.2");
+            expect_ok(oper == DPM_OPER_ADD ? "neigh add 10.1.1.2" : "neigh del 10.1.1.2");
         }};
     unsigned order[std::size(parts)];
     std::iota(std::begin(order), std::end(order), 0u);

@@ -2,16 +2,20 @@
 
 #include "chassis/tables/l2vpn.h"
 
-#include <ranges>
+#include <algorithm>
+#include <vector>
 
 namespace chassis::tables {
 
 namespace {
 
-auto paths_to(const dpm_prefix &peer, const Reading &reading) {
+std::vector<const dpm_ftn *> paths_to(const dpm_prefix &peer, const Reading &reading) {
     const auto [first, last] =
         reading.made<LabelPaths>().to.equal_range(address_bytes(peer.family, peer.address));
-    return std::ranges::subrange(first, last) | std::views::values;
+    std::vector<const dpm_ftn *> paths;
+    for (auto each = first; each != last; ++each)
+        paths.push_back(each->second);
+    return paths;
 }
 
 } // namespace
