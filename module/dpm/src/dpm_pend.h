@@ -16,9 +16,11 @@ template <class Entry> list_head *pend_link(Entry &entry) {
     return reinterpret_cast<list_head *>(reinterpret_cast<char *>(&entry) + offsetof(Entry, pend));
 }
 
-// Whether an entry waits; it is linked to itself while it does not.
+// Whether an entry waits; it is linked to itself while it does not, and to nothing before it stands in
+// a table.
 template <class Entry> bool is_pending(Entry &entry) {
-    return !list_empty(pend_link(entry));
+    const list_head *link = pend_link(entry);
+    return link->next != nullptr && !list_empty(link);
 }
 
 // The list behind a head.

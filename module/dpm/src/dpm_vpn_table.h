@@ -72,7 +72,8 @@ template <class Entry> void vpn_unpend(Entry &entry) {
 //   pending()                                 the list of those that wait, if there is one
 // and whose flags are DPM_LABEL_*.
 
-template <vpn_table Kind> auto vpn_add(const typename Kind::entry &image) -> typename Kind::entry * {
+template <vpn_table Kind>
+auto vpn_add(const typename Kind::entry &image) -> typename Kind::entry * {
     auto *entry = vpn_insert<Kind>(image);
     if (entry != nullptr)
         DPM_PLAIN(Kind::added_text, Kind::table().count());
@@ -106,16 +107,19 @@ template <vpn_table Kind> int vpn_pend_del(typename Kind::entry *entry) {
     return 0;
 }
 
-// Keys are unique in the table, so the entry with the key is the only one that can wait with it.
-template <vpn_table Kind>
-auto vpn_find_pending(const typename Kind::entry &key) -> typename Kind::entry * {
-    auto *entry = Kind::table().find(key);
-    return entry != nullptr && is_pending(*entry) ? entry : nullptr;
+// The newest with the key of another one; null when none waits.
+template <class Entry>
+Entry *vpn_find_pending(pend_list<Entry> list, const Entry &key,
+                        int (*compare)(const Entry *, const Entry *)) {
+    for (Entry &entry : list)
+        if (compare(&entry, &key) == 0)
+            return &entry;
+    return nullptr;
 }
 
 // The entry that was there with the key goes, and with it its place on the pend list.
-template <vpn_table Kind> auto vpn_add_mirrored(const typename Kind::entry &image) ->
-    typename Kind::entry * {
+template <vpn_table Kind>
+auto vpn_add_mirrored(const typename Kind::entry &image) -> typename Kind::entry * {
     auto *entry = vpn_insert<Kind>(image, true);
     if (entry == nullptr)
         return nullptr;

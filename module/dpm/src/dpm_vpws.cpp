@@ -102,10 +102,10 @@ int dpm_mpls_pend_vpws_vc_ilm_del(dpm_vpws_vc_ilm *entry) {
     return dpm::vpn_pend_del<vpws_vc_ilm_kind>(entry);
 }
 dpm_vpws_vc_fib *dpm_mpls_pend_vpws_vc_fib_lookup(dpm_vpws_vc_fib key) {
-    return dpm::vpn_find_pending<vpws_vc_fib_kind>(key);
+    return dpm::vpn_find_pending(dpm::pend_vpws_vc_fibs(), key, dpm_vpws_vc_fib_compile);
 }
 dpm_vpws_vc_ilm *dpm_mpls_pend_vpws_vc_ilm_lookup(dpm_vpws_vc_ilm key) {
-    return dpm::vpn_find_pending<vpws_vc_ilm_kind>(key);
+    return dpm::vpn_find_pending(dpm::pend_vpws_vc_ilms(), key, dpm_vpws_vc_ilm_compile);
 }
 
 int dpm_vpws_vc_fib_same_or_update_compile(const dpm_vpws_vc_fib *entry,
