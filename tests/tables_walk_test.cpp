@@ -505,6 +505,12 @@ void interface_changes(TableWalk &walk) {
     deed == "if del" ? void(walk.vrf_of.erase(found)) : void(found->second = vrf);
 }
 
+// Of a port that is no trunk no event tells: its circuits are settled within half a minute.
+void port_changes(TableWalk &walk) {
+    perform(walk, drawn(walk, "vlan port {100-103} {|1|2|trunk 1}"));
+    perform(walk, "clock advance 30s");
+}
+
 void standby_changes(TableWalk &walk) {
     using chassis::os::Fault;
     const unsigned kind = walk.below(8);
@@ -707,7 +713,7 @@ constexpr struct Deed {
      "l2vpn vpls out {add|add|add|del} {bridge pw} label {2000-2002}{| spoke}"},
     {40, faults_of_routes, "l2vpn vpls in {add|add|add|del} {bridge pw} label {3004-3009}"},
     {10, faults_of_routes, "l2vpn switch {group of pws} {primary|standby}"},
-    {10, nothing, "vlan port {100-103} trunk {1-2}"},
+    {10, nothing, "", port_changes},
     {60, faults_of_routes, "bfd add {session}"},
     {15, faults_of_routes, "bfd del {disc}"},
     {40, faults_of_routes,
